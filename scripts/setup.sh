@@ -1,0 +1,35 @@
+#!/bin/sh
+# Installs the Debian packages the build, tests and tools need. Idempotent and
+# silent when everything is already present.
+set -e
+
+packages="cmake make g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev libstb-dev astcenc"
+
+missing=""
+for p in $packages; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing="$missing $p"
+    fi
+done
+
+[ -z "$missing" ] && exit 0
+
+if [ "$(id -u)" -eq 0 ]; then
+    SUDO=""
+elif command -v sudo >/dev/null 2>&1; then
+    SUDO="sudo"
+else
+    echo "setup.sh: missing packages:$missing (run as root or install sudo)" >&2
+    exit 1
+fi
+
+echo "setup.sh: installing$missing" >&2
+
+log=$(mktemp)
+if ! { $SUDO apt-get update -qq && $SUDO env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing; } >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    echo "setup.sh: apt-get failed" >&2
+    exit 1
+fi
+rm -f "$log"
