@@ -1,0 +1,74 @@
+#ifndef ORBTEX_TEST_FILES_H
+#define ORBTEX_TEST_FILES_H
+
+// Scratch files for tests: a directory per test, removed afterwards.
+
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace testsupport
+{
+
+class ScratchDir
+{
+public:
+    ScratchDir()
+    {
+        const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        std::string name = std::string(info ? info->test_suite_name() : "suite") + "_" + (info ? info->name() : "test");
+        for (char& c : name)
+            if (!std::isalnum(static_cast<unsigned char>(c)))
+                c = '_';
+        m_Path = std::filesystem::temp_directory_path() / ("orbtex_test_" + name + "_" + std::to_string(::getpid()));
+        std::filesystem::remove_all(m_Path);
+        std::filesystem::create_directories(m_Path);
+    }
+    ~ScratchDir()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_Path, ignored);
+    }
+    std::string operator/(const std::string& name) const { return (m_Path / name).string(); }
+    const std::filesystem::path& path() const { return m_Path; }
+
+private:
+    std::filesystem::path m_Path;
+};
+
+inline std::vector<uint8_t> ReadBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+template <typename T>
+void AppendValue(std::vector<uint8_t>& bytes, const T& value)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
+    bytes.insert(bytes.end(), p, p + sizeof(T));
+}
+
+template <typename T>
+void PutValue(std::vector<uint8_t>& bytes, size_t offset, const T& value)
+{
+    std::memcpy(bytes.data() + offset, &value, sizeof(T));
+}
+
+} // namespace testsupport
+
+#endif
