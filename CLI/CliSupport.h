@@ -1,0 +1,32 @@
+#ifndef ORBTEX_CLI_SUPPORT_H
+#define ORBTEX_CLI_SUPPORT_H
+
+#include <string>
+#include <vector>
+
+namespace cli
+{
+
+// Exit statuses.
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+// Prints "orbtex: <subject>: <message>" to standard error.
+void PrintError(const std::string& subject, const std::string& message);
+
+// Prints "orbtex: <message>" and a pointer to the help to standard error;
+// returns kExitUsage.
+int UsageError(const std::string& command, const std::string& message);
+
+bool IsHelpFlag(const std::string& argument);
+
+// Why a native file did not load, as far as its first bytes tell.
+std::string DescribeLoadFailure(const std::string& path);
+
+// Reads a whole file; false with a reason on failure.
+bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason);
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,153 @@
+// orbtex as a user runs it: the built program, its output and exit status.
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "../Support/TestFiles.h"
+#include "ORBTexture.h"
+
+using namespace orbtexture;
+using testsupport::ScratchDir;
+
+namespace
+{
+
+struct RunResult
+{
+    int status;
+    std::string out, err;
+};
+
+std::string Slurp(const std::string& path)
+{
+    const std::vector<uint8_t> bytes = testsupport::ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+RunResult Orbtex(const ScratchDir& dir, const std::string& arguments)
+{
+    const std::string command = std::string("'") + ORBTEX_PROGRAM + "' " + arguments + " >'" + (dir / "stdout") +
+                                "' 2>'" + (dir / "stderr") + "'";
+    const int raw = std::system(command.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, Slurp(dir / "stdout"), Slurp(dir / "stderr")};
+}
+
+int CountLines(const std::string& text)
+{
+    int lines = 0;
+    for (char c : text)
+        lines += c == '\n';
+    return lines;
+}
+
+} // namespace
+
+TEST(OrbtexCli, HelpAndUsageErrors)
+{
+    ScratchDir dir;
+    RunResult run = Orbtex(dir, "--help");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find("info"), std::string::npos);
+    EXPECT_NE(run.out.find("demo"), std::string::npos);
+
+    run = Orbtex(dir, "info --help");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out.rfind("usage: orbtex info", 0), 0u);
+    EXPECT_EQ(Orbtex(dir, "help demo").out.rfind("usage: orbtex demo", 0), 0u);
+
+    EXPECT_EQ(Orbtex(dir, "").status, 2);
+    run = Orbtex(dir, "frobnicate");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.err.find("unknown command 'frobnicate'"), std::string::npos);
+    EXPECT_EQ(Orbtex(dir, "info").status, 2);
+    EXPECT_EQ(Orbtex(dir, "info --colour x.orb").status, 2);
+    EXPECT_EQ(Orbtex(dir, "demo --out").status, 2);
+}
+
+TEST(OrbtexCli, DemoWritesAndVerifiesTheTestCard)
+{
+    ScratchDir dir;
+    const std::string out = dir / "demo out";
+    const RunResult run = Orbtex(dir, "demo --out '" + out + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(run.err.empty());
+    EXPECT_NE(run.out.find("file reload:    identical"), std::string::npos);
+    EXPECT_NE(run.out.find("memory reload:  identical"), std::string::npos);
+    EXPECT_NE(run.out.find("byte-identical"), std::string::npos);
+
+    const CORBTexture card((out + "/testcard.orb").c_str());
+    ASSERT_NE(card.getDataPtr(), nullptr);
+    EXPECT_EQ(card.getWidth(), 256u);
+    EXPECT_EQ(card.getHeight(), 256u);
+    EXPECT_EQ(card.getPixelType().PixelTypeID, ORBStandard8PixelType);
+    // Pixel data start on a 16-byte boundary.
+    EXPECT_EQ((52 + card.getMetaDataSize()) % 16, 0u);
+
+    // The card has transparent, opaque and partly transparent pixels, and more than a few colours.
+    bool clear = false, opaque = false, partial = false;
+    const uint8_t* p = card.getDataPtr();
+    for (uint32_t i = 0; i < 256 * 256; ++i)
+    {
+        clear |= p[i * 4 + 3] == 0;
+        opaque |= p[i * 4 + 3] == 255;
+        partial |= p[i * 4 + 3] > 0 && p[i * 4 + 3] < 255;
+    }
+    EXPECT_TRUE(clear && opaque && partial);
+}
+
+TEST(OrbtexCli, InfoDescribesFormatAndMetaData)
+{
+    ScratchDir dir;
+    CORBTexture texture(CORBTextureHeader(PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID, 16, 32, 1, 2, 3, 6,
+                                          eColourSpaceSRGB, eVarUnsignedShortNorm, true));
+    std::memset(texture.getDataPtr(), 0, texture.getDataSize());
+    texture.setCubeMapOrder("XxYyZz");
+    texture.setBumpMap(2.5f, "xyz");
+    texture.setBorder(1, 2, 3);
+    texture.setOrientation(EORBTOrientation(eOrientLeft | eOrientUp));
+    const uint8_t blob[5] = {1, 2, 3, 4, 5};
+    texture.addMetaData(MetaDataBlock(0x4F4D4544, 9, 5, blob));
+    ASSERT_TRUE(texture.saveFile((dir / "cube.orb").c_str()));
+
+    CORBTexture etc(CORBTextureHeader(ePF_ETC1, 8, 8));
+    std::memset(etc.getDataPtr(), 0, etc.getDataSize());
+    ASSERT_TRUE(etc.saveFile((dir / "etc.orb").c_str()));
+
+    const RunResult run = Orbtex(dir, "info '" + (dir / "cube.orb") + "' '" + (dir / "etc.orb") + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    for (const char* expected :
+         {"size:           32 x 16 x 1", "MIP levels:     2", "array members:  3", "faces:          6",
+          "pixel format:   r5g6b5", "channel type:   UnsignedShortNorm", "colour space:   sRGB",
+          "premultiplied:  yes", "cube-map order \"XxYyZz\"", "bump map, scale 2.5, order \"xyz\"",
+          "border 1 x 2 x 3", "orientation x left, y up, z in", "0x4F4D4544 \"DEMO\", key 9, 5 bytes",
+          "metadata:       5 items", "pixel format:   ETC1"})
+        EXPECT_NE(run.out.find(expected), std::string::npos) << expected << "\n" << run.out;
+}
+
+TEST(OrbtexCli, InfoReportsEachBadFileOnOneLine)
+{
+    ScratchDir dir;
+    CORBTexture good(CORBTextureHeader(ORBStandard8PixelType, 2, 2));
+    std::memset(good.getDataPtr(), 0, good.getDataSize());
+    ASSERT_TRUE(good.saveFile((dir / "good.orb").c_str()));
+    testsupport::WriteBytes(dir / "garbage.orb", std::vector<uint8_t>(100, 0x33));
+    std::vector<uint8_t> truncated = testsupport::ReadBytes(dir / "good.orb");
+    truncated.resize(30);
+    testsupport::WriteBytes(dir / "truncated.orb", truncated);
+
+    const RunResult run = Orbtex(dir, "info '" + (dir / "missing.orb") + "' '" + (dir / "good.orb") + "' '" +
+                                    (dir / "garbage.orb") + "' '" + (dir / "truncated.orb") + "'");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(CountLines(run.err), 3) << run.err;
+    EXPECT_NE(run.err.find("missing.orb: No such file or directory"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("garbage.orb: not an .orb texture"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("truncated.orb: truncated header"), std::string::npos) << run.err;
+    EXPECT_NE(run.out.find("good.orb"), std::string::npos);
+}
