@@ -244,7 +244,8 @@ TEST(TextureHeader, CopiesAreDeep)
     CORBTextureHeader b(a);
     CORBTextureHeader c;
     c = a;
-    c = c;
+    const CORBTextureHeader& self = c;
+    c = self;
     a.setCubeMapOrder("ZzYyXx");
     EXPECT_STREQ(b.getCubeMapOrder().c_str(), "XxYyZz");
     EXPECT_STREQ(c.getCubeMapOrder().c_str(), "XxYyZz");

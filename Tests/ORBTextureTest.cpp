@@ -97,7 +97,8 @@ TEST(Texture, ConstructionAndCopies)
     CORBTexture copy(fromData);
     CORBTexture assigned;
     assigned = fromData;
-    assigned = assigned;
+    const CORBTexture& self = assigned;
+    assigned = self;
     copy.getDataPtr()[0] = 99;
     EXPECT_EQ(fromData.getDataPtr()[0], 1);
     EXPECT_EQ(assigned.getDataPtr()[15], 16);
