@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <system_error>
 
@@ -137,7 +138,7 @@ int RunDemo(const std::vector<std::string>& arguments)
     const bool resaveOk = fromFile.saveFile(resavedPath.c_str()) && ReadFileBytes(resavedPath, resaved, reason) &&
                           resaved == bytes;
 
-    std::cout << "orbtex demo\n"
+    std::cout << std::fixed << std::setprecision(2) << "orbtex demo\n"
               << "  test card:      " << card.getWidth() << " x " << card.getHeight() << " "
               << PixelFormatName(card.getPixelType().PixelTypeID) << " " << ChannelTypeName(card.getChannelType())
               << ", built in " << buildMs << " ms\n"
