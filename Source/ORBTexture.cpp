@@ -21,18 +21,19 @@ enum class EContainer
     CHeader
 };
 
-// Lower-cased extension with its dot: from the last '.' on, or the whole path.
-CORBTString LoadExtension(const CORBTString& path)
+// Lower-cased extension: from the last '.' on, the dot included or not; the
+// whole path when it has no dot.
+CORBTString LowerCaseExtension(const CORBTString& path, bool withDot)
 {
     const unsigned int dot = path.find_last_of('.');
-    CORBTString extension = dot == CORBTString::npos ? path : path.substr(dot);
+    CORBTString extension = dot == CORBTString::npos ? path : path.substr(withDot ? dot : dot + 1);
     extension.toLower();
     return extension;
 }
 
 EContainer ContainerForLoad(const CORBTString& path)
 {
-    const CORBTString extension = LoadExtension(path);
+    const CORBTString extension = LowerCaseExtension(path, true);
     if (extension == ".ktx")
         return EContainer::KTX;
     if (extension == ".dds")
@@ -40,15 +41,6 @@ EContainer ContainerForLoad(const CORBTString& path)
     if (extension == ".astc")
         return EContainer::ASTC;
     return EContainer::Native;
-}
-
-// Lower-cased text after the last '.', or the whole path.
-CORBTString SaveExtension(const CORBTString& path)
-{
-    const unsigned int dot = path.find_last_of('.');
-    CORBTString extension = dot == CORBTString::npos ? path : path.substr(dot + 1);
-    extension.toLower();
-    return extension;
 }
 
 EContainer ContainerForSave(const CORBTString& extension)
@@ -159,7 +151,8 @@ unsigned char* CORBTexture::getDataPtr(uint32_t mip, uint32_t arrayMember, uint3
 
     offset += uint64_t(arrayMember) * getDataSize(int(mip), false, true);
     offset += uint64_t(face) * getDataSize(int(mip), false, false);
-    return m_pTextureData + offset;
+    // Integer arithmetic: without a block the result is the bare offset.
+    return reinterpret_cast<unsigned char*>(reinterpret_cast<uintptr_t>(m_pTextureData) + uintptr_t(offset));
 }
 
 void CORBTexture::addPaddingMetaData(uint32_t alignment)
@@ -175,7 +168,7 @@ void CORBTexture::addPaddingMetaData(uint32_t alignment)
 
 bool CORBTexture::saveFile(const CORBTString& filePath) const
 {
-    const CORBTString extension = SaveExtension(filePath);
+    const CORBTString extension = LowerCaseExtension(filePath, false);
     CORBTString outputPath = filePath;
     switch (ContainerForSave(extension))
     {

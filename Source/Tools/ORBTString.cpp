@@ -27,6 +27,33 @@ bool InSet(char c, const char* set, unsigned int setLength)
     return false;
 }
 
+// First index in [from, size) whose membership of the set equals 'member', or npos.
+unsigned int ScanForward(const char* str, unsigned int size, unsigned int from, const char* set,
+                         unsigned int setLength, bool member)
+{
+    for (unsigned int i = from; i < size; ++i)
+    {
+        if (InSet(str[i], set, setLength) == member)
+        {
+            return i;
+        }
+    }
+    return CORBTString::npos;
+}
+
+// Last index in [0, start] whose membership of the set equals 'member', or npos.
+unsigned int ScanBackward(const char* str, unsigned int start, const char* set, unsigned int setLength, bool member)
+{
+    for (unsigned int i = start + 1; i-- > 0;)
+    {
+        if (InSet(str[i], set, setLength) == member)
+        {
+            return i;
+        }
+    }
+    return CORBTString::npos;
+}
+
 bool MatchesAt(const char* str, unsigned int at, const char* sub, unsigned int subLength)
 {
     return subLength == 0 || memcmp(str + at, sub, subLength) == 0;
@@ -527,14 +554,7 @@ unsigned int CORBTString::find_first_of(const char* set, unsigned int pos, unsig
     {
         return npos;
     }
-    for (unsigned int i = pos; i < m_Size; ++i)
-    {
-        if (InSet(m_pString[i], set, length))
-        {
-            return i;
-        }
-    }
-    return npos;
+    return ScanForward(m_pString, m_Size, pos, set, length, true);
 }
 
 unsigned int CORBTString::find_first_not_of(char c, unsigned int pos) const
@@ -554,18 +574,7 @@ unsigned int CORBTString::find_first_not_of(const CORBTString& set, unsigned int
 
 unsigned int CORBTString::find_first_not_of(const char* set, unsigned int pos, unsigned int length) const
 {
-    if (!set)
-    {
-        length = 0;
-    }
-    for (unsigned int i = pos; i < m_Size; ++i)
-    {
-        if (!InSet(m_pString[i], set, length))
-        {
-            return i;
-        }
-    }
-    return npos;
+    return ScanForward(m_pString, m_Size, pos, set, set ? length : 0, false);
 }
 
 unsigned int CORBTString::find_first_ofn(const char* s, unsigned int pos, unsigned int length) const
@@ -600,14 +609,7 @@ unsigned int CORBTString::find_last_of(const char* set, unsigned int pos, unsign
     {
         return npos;
     }
-    for (unsigned int i = start + 1; i-- > 0;)
-    {
-        if (InSet(m_pString[i], set, length))
-        {
-            return i;
-        }
-    }
-    return npos;
+    return ScanBackward(m_pString, start, set, length, true);
 }
 
 unsigned int CORBTString::find_last_not_of(char c, unsigned int pos) const
@@ -632,18 +634,7 @@ unsigned int CORBTString::find_last_not_of(const char* set, unsigned int pos, un
     {
         return npos;
     }
-    if (!set)
-    {
-        length = 0;
-    }
-    for (unsigned int i = start + 1; i-- > 0;)
-    {
-        if (!InSet(m_pString[i], set, length))
-        {
-            return i;
-        }
-    }
-    return npos;
+    return ScanBackward(m_pString, start, set, set ? length : 0, false);
 }
 
 unsigned int CORBTString::find_number_of(char c, unsigned int pos) const
