@@ -101,7 +101,10 @@ uint32_t CORBTextureHeader::getDataSize(int mip, bool allSurfaces, bool allFaces
 
 uint32_t CORBTextureHeader::getTextureSize(int mip, bool allSurfaces, bool allFaces) const
 {
-    return uint32_t(uint64_t(getDataSize(mip, allSurfaces, allFaces)) * 8 / getBitsPerPixel());
+    const uint32_t bitsPerPixel = getBitsPerPixel();
+    if (bitsPerPixel == 0)
+        return 0; // ASTC, BC6, BC7 and unknown formats have no per-pixel size
+    return uint32_t(uint64_t(getDataSize(mip, allSurfaces, allFaces)) * 8 / bitsPerPixel);
 }
 
 void CORBTextureHeader::setIsFileCompressed(bool isFileCompressed)

@@ -50,7 +50,7 @@ public:
     uint32_t getNumFaces() const { return m_sHeader.numFaces; }
     // Bytes of one level (mip >= 0) or all levels (-1).
     uint32_t getDataSize(int mip = -1, bool allSurfaces = true, bool allFaces = true) const;
-    // Texels: data size times 8 over bits per pixel. Not for formats of 0 bits per pixel.
+    // Texels: data size times 8 over bits per pixel; 0 for formats of 0 bits per pixel.
     uint32_t getTextureSize(int mip = -1, bool allSurfaces = true, bool allFaces = true) const;
     bool isFileCompressed() const { return (m_sHeader.flags & ORBTEX_FLAG_FILE_COMPRESSED) != 0; }
     bool isPreMultiplied() const { return (m_sHeader.flags & ORBTEX_FLAG_PREMULTIPLIED) != 0; }

@@ -72,6 +72,7 @@ TEST(TextureHeader, LevelDimensionsAndTexelCounts)
     // 12x5 rounds to 12x8: 48 bytes, so 96 texels of the rounded size.
     EXPECT_EQ(h.getDataSize(0), 48u);
     EXPECT_EQ(h.getTextureSize(0), 96u);
+    EXPECT_EQ(CORBTextureHeader(ePF_ASTC_4x4, 8, 8).getTextureSize(), 0u);
 }
 
 TEST(TextureHeader, FlagSettersClearEverythingOnFalse)
