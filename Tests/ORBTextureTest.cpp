@@ -27,6 +27,22 @@ CORBTexture SampleTexture(uint32_t mips = 3, uint32_t members = 2, uint32_t face
     return texture;
 }
 
+// A 1x1 rgba8 file by hand: header declaring 'declaredMetaDataSize', one
+// block header, then 'tail' bytes of 0xA0, 0xA1, ...
+std::vector<uint8_t> HandMadeFile(uint32_t declaredMetaDataSize, uint32_t fourCC, uint32_t blockSize, int tail)
+{
+    std::vector<uint8_t> file(52);
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = ORBStandard8PixelType;
+    record.metaDataSize = declaredMetaDataSize;
+    std::memcpy(file.data(), &record, 52);
+    const uint32_t block[3] = {fourCC, 0, blockSize};
+    testsupport::AppendValue(file, block);
+    for (int i = 0; i < tail; ++i)
+        file.push_back(uint8_t(0xA0 + i));
+    return file;
+}
+
 void ExpectSameTexture(const CORBTexture& a, const CORBTexture& b)
 {
     const ORBTextureHeaderV3 ha = a.getFileHeader(), hb = b.getFileHeader();
@@ -219,18 +235,8 @@ TEST(NativeFile, BlockPastTheDeclaredAreaIsDropped)
 {
     // Declared metadata size 1, one 20-byte block: the block is lost and the
     // data are taken from offset 52.
-    std::vector<uint8_t> file(52);
-    ORBTextureHeaderV3 record;
-    record.pixelFormat = ORBStandard8PixelType;
-    record.metaDataSize = 1;
-    std::memcpy(file.data(), &record, 52);
-    const uint32_t block[3] = {0x44444444, 0, 8};
-    testsupport::AppendValue(file, block);
-    for (int i = 0; i < 8; ++i)
-        file.push_back(uint8_t(0xA0 + i));
-
     ScratchDir dir;
-    WriteBytes(dir / "dropped.orb", file);
+    WriteBytes(dir / "dropped.orb", HandMadeFile(1, 0x44444444, 8, 8));
     const CORBTexture loaded((dir / "dropped.orb").c_str());
     ASSERT_NE(loaded.getDataPtr(), nullptr);
     EXPECT_EQ(loaded.getMetaDataSize(), 0u);
@@ -247,15 +253,7 @@ TEST(NativeFile, EmptyMetaDataItemsFailSaveAndLoad)
     EXPECT_FALSE(texture.saveFile((dir / "empty-item.orb").c_str()));
     EXPECT_FALSE(std::filesystem::exists(dir / "empty-item.orb"));
 
-    std::vector<uint8_t> file(52);
-    ORBTextureHeaderV3 record;
-    record.pixelFormat = ORBStandard8PixelType;
-    record.metaDataSize = 12;
-    std::memcpy(file.data(), &record, 52);
-    const uint32_t block[3] = {0x55555555, 0, 0};
-    testsupport::AppendValue(file, block);
-    file.resize(file.size() + 4, 0x11);
-    WriteBytes(dir / "empty-item.orb", file);
+    WriteBytes(dir / "empty-item.orb", HandMadeFile(12, 0x55555555, 0, 4));
     EXPECT_EQ(CORBTexture((dir / "empty-item.orb").c_str()).getDataPtr(), nullptr);
 }
 
