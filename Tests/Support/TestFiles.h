@@ -59,8 +59,9 @@ inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& byte
 template <typename T>
 void AppendValue(std::vector<uint8_t>& bytes, const T& value)
 {
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
-    bytes.insert(bytes.end(), p, p + sizeof(T));
+    const size_t offset = bytes.size();
+    bytes.resize(offset + sizeof(T));
+    std::memcpy(bytes.data() + offset, &value, sizeof(T));
 }
 
 template <typename T>
