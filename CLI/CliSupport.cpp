@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "ORBTextureHeader.h"
 #include "ORBTextureInfo.h"
 
 namespace cli
@@ -46,6 +47,54 @@ bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, s
     return true;
 }
 
+namespace
+{
+
+std::string Hex(uint32_t value)
+{
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08X", value);
+    return text;
+}
+
+// Walks a native file the way the loader does and names the first problem.
+std::string DescribeNativeFailure(FILE* file)
+{
+    std::fseek(file, 0, SEEK_END);
+    const long end = std::ftell(file);
+    const uint64_t fileSize = end > 0 ? uint64_t(end) : 0;
+    ORBTextureHeaderV3 record;
+    std::fseek(file, 0, SEEK_SET);
+    if (std::fread(&record, ORBTEX_V3_HEADER_SIZE, 1, file) != 1)
+        return "truncated header";
+
+    uint64_t position = ORBTEX_V3_HEADER_SIZE;
+    while (record.metaDataSize != 0 && position - ORBTEX_V3_HEADER_SIZE < record.metaDataSize)
+    {
+        uint32_t words[3];
+        if (fileSize - position < sizeof(words) || std::fseek(file, long(position), SEEK_SET) != 0 ||
+            std::fread(words, sizeof(words), 1, file) != 1)
+            return "metadata runs past the end of the file";
+        const std::string item = "metadata item (fourCC " + Hex(words[0]) + ", key " + std::to_string(words[1]) + ")";
+        if (words[2] == 0)
+            return "empty " + item;
+        if (words[2] > fileSize - position - sizeof(words))
+            return item + " runs past the end of the file";
+        position += sizeof(words) + words[2];
+    }
+
+    if (record.numMIPMaps == 0 || record.numSurfaces == 0 || record.numFaces == 0)
+        return "declares no surfaces";
+    const orbtexture::CORBTextureHeader header(record);
+    if (header.getDataSize() == 0 && header.getBitsPerPixel() == 0)
+        return "pixel format has no known size";
+    if (position >= fileSize)
+        return "pixel data missing";
+    return "texture too large: its data size does not fit in 32 bits";
+}
+
+} // namespace
+
 std::string DescribeLoadFailure(const std::string& path)
 {
     std::string extension = path.substr(path.find_last_of('.') == std::string::npos ? path.size()
@@ -59,25 +108,19 @@ std::string DescribeLoadFailure(const std::string& path)
     FILE* file = std::fopen(path.c_str(), "rb");
     if (!file)
         return errno ? std::strerror(errno) : "cannot open file";
-    unsigned char head[ORBTEX_V3_HEADER_SIZE];
-    const size_t got = std::fread(head, 1, sizeof(head), file);
+    uint32_t word = 0;
+    const bool haveWord = std::fread(&word, 4, 1, file) == 1;
+    std::string reason;
+    if (!haveWord)
+        reason = "file too short to be a texture";
+    else if (word == 52 || word == 44)
+        reason = "legacy .orb headers are not supported by this version";
+    else if (word != ORBTEX_VERSION_3)
+        reason = "not an .orb texture (first word " + Hex(word) + ")";
+    else
+        reason = DescribeNativeFailure(file);
     std::fclose(file);
-
-    if (got < 4)
-        return "file too short to be a texture";
-    uint32_t word;
-    std::memcpy(&word, head, 4);
-    if (word == 52 || word == 44)
-        return "legacy .orb headers are not supported by this version";
-    if (word != ORBTEX_VERSION_3)
-    {
-        char text[64];
-        std::snprintf(text, sizeof(text), "not an .orb texture (first word 0x%08X)", word);
-        return text;
-    }
-    if (got < ORBTEX_V3_HEADER_SIZE)
-        return "truncated header";
-    return "malformed .orb file (bad sizes, metadata or missing data)";
+    return reason;
 }
 
 } // namespace cli

@@ -142,10 +142,25 @@ TEST(OrbtexCli, InfoReportsEachBadFileOnOneLine)
     truncated.resize(30);
     testsupport::WriteBytes(dir / "truncated.orb", truncated);
 
+    // A header claiming 64K x 64K pixels, and a file whose first item is empty.
+    std::vector<uint8_t> huge = testsupport::ReadBytes(dir / "good.orb");
+    testsupport::PutValue<uint32_t>(huge, 24, 65536);
+    testsupport::PutValue<uint32_t>(huge, 28, 65536);
+    testsupport::WriteBytes(dir / "huge.orb", huge);
+    std::vector<uint8_t> empty = testsupport::ReadBytes(dir / "good.orb");
+    testsupport::PutValue<uint32_t>(empty, 48, 12);
+    const uint32_t item[3] = {0x45454545, 4, 0};
+    empty.insert(empty.begin() + 52, reinterpret_cast<const uint8_t*>(item), reinterpret_cast<const uint8_t*>(item) + 12);
+    testsupport::WriteBytes(dir / "empty-item.orb", empty);
+
     const RunResult run = Orbtex(dir, "info '" + (dir / "missing.orb") + "' '" + (dir / "good.orb") + "' '" +
-                                    (dir / "garbage.orb") + "' '" + (dir / "truncated.orb") + "'");
+                                          (dir / "garbage.orb") + "' '" + (dir / "truncated.orb") + "' '" +
+                                          (dir / "huge.orb") + "' '" + (dir / "empty-item.orb") + "'");
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(CountLines(run.err), 3) << run.err;
+    EXPECT_EQ(CountLines(run.err), 5) << run.err;
+    EXPECT_NE(run.err.find("huge.orb: texture too large"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("empty-item.orb: empty metadata item (fourCC 0x45454545, key 4)"), std::string::npos)
+        << run.err;
     EXPECT_NE(run.err.find("missing.orb: No such file or directory"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("garbage.orb: not an .orb texture"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("truncated.orb: truncated header"), std::string::npos) << run.err;
