@@ -127,6 +127,26 @@ CORBTexture& CORBTexture::operator=(const CORBTexture& other)
     return *this;
 }
 
+CORBTexture::CORBTexture(CORBTexture&& other)
+    : CORBTextureHeader(other), m_uiDataSize(other.m_uiDataSize), m_pTextureData(other.m_pTextureData)
+{
+    other.m_pTextureData = nullptr;
+    other.privateReset();
+}
+
+CORBTexture& CORBTexture::operator=(CORBTexture&& other)
+{
+    if (this == &other)
+        return *this;
+    CORBTextureHeader::operator=(other);
+    delete[] m_pTextureData;
+    m_pTextureData = other.m_pTextureData;
+    m_uiDataSize = other.m_uiDataSize;
+    other.m_pTextureData = nullptr;
+    other.privateReset();
+    return *this;
+}
+
 void CORBTexture::privateReset()
 {
     delete[] m_pTextureData;

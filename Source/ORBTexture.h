@@ -35,6 +35,9 @@ public:
     ~CORBTexture();
 
     CORBTexture& operator=(const CORBTexture& other);
+    // Moves take the other texture's block and leave it empty.
+    CORBTexture(CORBTexture&& other);
+    CORBTexture& operator=(CORBTexture&& other);
 
     // Start of one surface; null for mip -1 or any index out of range. With
     // no data block the result is the bare offset.
