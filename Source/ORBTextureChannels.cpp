@@ -1,0 +1,335 @@
+#include <cstddef>
+#include <limits>
+#include <type_traits>
+
+#include "ORBTextureUtilities.h"
+
+namespace
+{
+
+using namespace orbtexture;
+
+// Scale factor between channel types: source type by row, destination type by
+// column, both in the order unsigned char, unsigned short, unsigned int, float.
+// The float column also turns a channel into a fraction of full scale.
+constexpr float kChannelFactor[4][4] = {
+    {1.0f, 257.0f, 16843010.0f, 0.003921569f},
+    {0.0038910506f, 1.0f, 65537.0f, 1.5259022e-5f},
+    {5.9371814e-8f, 1.5258556e-5f, 1.0f, 2.3283064e-10f},
+    {255.0f, 65535.0f, 4294967296.0f, 1.0f},
+};
+
+constexpr unsigned kFloatColumn = 3;
+
+// Row and column of a channel type in kChannelFactor.
+template <typename T>
+constexpr unsigned kTypeIndex = 0; // unsigned char
+template <>
+constexpr unsigned kTypeIndex<unsigned short> = 1;
+template <>
+constexpr unsigned kTypeIndex<unsigned int> = 2;
+template <>
+constexpr unsigned kTypeIndex<float> = 3;
+
+template <typename T>
+struct TypeTag
+{
+    using type = T;
+};
+
+// A float into a channel: unchanged for float channels, truncated towards zero
+// for integer ones. Values outside the channel's range saturate; NaN gives 0.
+template <typename T>
+T FromFloat(float value)
+{
+    if constexpr (std::is_floating_point_v<T>)
+        return value;
+    else
+    {
+        if (!(value > 0.0f))
+            return 0;
+        // One past the largest value: 256, 65536, or 2^32 (float(UINT_MAX) already rounds to it).
+        constexpr float limit = float(std::numeric_limits<T>::max()) + 1.0f;
+        if (value >= limit)
+            return std::numeric_limits<T>::max();
+        return static_cast<T>(value);
+    }
+}
+
+// A constant for a channel of type T: float values as FromFloat, integers keep
+// the low bits that fit an integer channel and stand as they are for float.
+template <typename T, typename V>
+T ChannelConstant(V value)
+{
+    if constexpr (std::is_floating_point_v<V>)
+        return FromFloat<T>(value);
+    else
+        return static_cast<T>(value);
+}
+
+// Stores 'value' in the channels that 'channel' names as a destination.
+template <typename T>
+void WriteChannel(Pixel<T>& pixel, EChannelName channel, T value)
+{
+    switch (channel)
+    {
+    case eChannelRed: pixel.red = value; break;
+    case eChannelGreen: pixel.green = value; break;
+    case eChannelBlue: pixel.blue = value; break;
+    case eChannelAlpha:
+    case eChannelUnspecified: pixel.alpha = value; break;
+    case eChannelLuminance:
+    case eChannelIntensity: pixel.red = pixel.green = pixel.blue = value; break;
+    default: break;
+    }
+}
+
+// Calls op(TypeTag<T>) with the channel type of a standard texture; false for
+// any other texture.
+template <typename Op>
+bool DispatchChannelType(const CORBTextureHeader& header, Op&& op)
+{
+    const PixelType pixelType = header.getPixelType();
+    const EORBTVariableType channelType = header.getChannelType();
+    if (!isStandardPixelType(pixelType, channelType))
+        return false;
+    switch (pixelType.PixelTypeID)
+    {
+    case ORBStandard8PixelType: return op(TypeTag<unsigned char>());
+    case ORBStandard16PixelType: return op(TypeTag<unsigned short>());
+    default: return channelType == eVarSignedFloat ? op(TypeTag<float>()) : op(TypeTag<unsigned int>());
+    }
+}
+
+// Visits every surface, members outermost, then faces, then levels, as
+// visit(mip, member, face). The result is that of the last visit; false when
+// there was none.
+template <typename Visit>
+bool ForEachSurface(const CORBTextureHeader& header, Visit&& visit)
+{
+    bool result = false;
+    for (uint32_t member = 0; member < header.getNumArrayMembers(); ++member)
+        for (uint32_t face = 0; face < header.getNumFaces(); ++face)
+            for (uint32_t mip = 0; mip < header.getNumMIPLevels(); ++mip)
+                result = visit(mip, member, face);
+    return result;
+}
+
+// Start of a surface as pixels; null when the texture has no block at all
+// (getDataPtr would then answer a bare offset).
+template <typename T>
+Pixel<T>* SurfacePixels(const CORBTexture& texture, uint32_t mip, uint32_t member, uint32_t face)
+{
+    if (texture.getDataPtr() == nullptr)
+        return nullptr;
+    return reinterpret_cast<Pixel<T>*>(texture.getDataPtr(mip, member, face));
+}
+
+// The 8-bit premultiplication step, the same for every channel type: the
+// product is truncated to a 16-bit integer and only its low byte is kept. A
+// product outside the 16-bit range stands for the overflow pattern 0x8000,
+// whose low byte is 0; testing the range first keeps the conversion defined.
+template <typename T>
+T PremultipliedChannel(T channel, float alpha)
+{
+    const float product = float(channel) * alpha;
+    unsigned lowByte = 0;
+    if (product > -32769.0f && product < 65536.0f)
+        lowByte = unsigned(int(product)) & 0xFFu;
+    return static_cast<T>(lowByte);
+}
+
+template <typename T>
+bool PreMultiplySurface(Pixel<T>* data, unsigned width, unsigned height, unsigned depth)
+{
+    if (data == nullptr)
+        return false;
+    const size_t count = size_t(width) * height * depth;
+    for (size_t i = 0; i < count; ++i)
+    {
+        Pixel<T>& pixel = data[i];
+        const float alpha = float(pixel.alpha) * kChannelFactor[kTypeIndex<T>][kFloatColumn];
+        pixel.red = PremultipliedChannel(pixel.red, alpha);
+        pixel.green = PremultipliedChannel(pixel.green, alpha);
+        pixel.blue = PremultipliedChannel(pixel.blue, alpha);
+    }
+    return true;
+}
+
+template <typename V>
+bool SetTextureChannels(CORBTexture& texture, unsigned int channelCount, EChannelName* channels, V* values)
+{
+    return DispatchChannelType(texture, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
+            const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip),
+                           depth = texture.getDepth(mip);
+            return SetChannels<T, V>(SurfacePixels<T>(texture, mip, member, face), width, height, depth,
+                                     channelCount, channels, values);
+        });
+    });
+}
+
+} // namespace
+
+namespace orbtexture
+{
+
+template <typename T, typename V>
+bool SetChannels(Pixel<T>* data, const unsigned int& width, const unsigned int& height, const unsigned int& depth,
+                 const unsigned int& channelCount, EChannelName* channels, V* values)
+{
+    if (data == nullptr)
+        return false;
+    const size_t count = size_t(width) * height * depth;
+    // Constants don't depend on the pixel, so each one can sweep the surface in
+    // turn: later entries still win over earlier ones.
+    for (unsigned int k = 0; k < channelCount; ++k)
+    {
+        const T value = ChannelConstant<T>(values[k]);
+        for (size_t i = 0; i < count; ++i)
+            WriteChannel(data[i], channels[k], value);
+    }
+    return true;
+}
+
+template <typename S, typename D>
+bool CopyChannels(Pixel<S>* source, Pixel<D>* destination, const unsigned int& width, const unsigned int& height,
+                  const unsigned int& depth, const unsigned int& channelCount, EChannelName* destinationChannels,
+                  EChannelName* sourceChannels)
+{
+    if (source == nullptr || destination == nullptr)
+        return false;
+
+    constexpr float factor = kChannelFactor[kTypeIndex<S>][kTypeIndex<D>];
+    constexpr float redWeight = 0.2126f * factor;
+    constexpr float greenWeight = 0.7152f * factor;
+    constexpr float blueWeight = 0.0722f * factor;
+    constexpr float third = 0.33333334f;
+
+    // A plain channel: moved unchanged between equal types, else scaled.
+    auto scaled = [](S value) -> D {
+        if constexpr (std::is_same_v<S, D>)
+            return value;
+        else
+            return FromFloat<D>(float(value) * factor);
+    };
+
+    const size_t count = size_t(width) * height * depth;
+    for (size_t i = 0; i < count; ++i)
+    {
+        // Read everything first: source and destination may be the same pixel.
+        const Pixel<S> in = source[i];
+        D values[eChannelUnspecified + 1] = {};
+        for (unsigned int k = 0; k < channelCount; ++k)
+        {
+            switch (sourceChannels[k])
+            {
+            case eChannelRed: values[eChannelRed] = scaled(in.red); break;
+            case eChannelGreen: values[eChannelGreen] = scaled(in.green); break;
+            case eChannelBlue: values[eChannelBlue] = scaled(in.blue); break;
+            case eChannelAlpha: values[eChannelAlpha] = scaled(in.alpha); break;
+            case eChannelUnspecified: values[eChannelUnspecified] = scaled(in.alpha); break;
+            case eChannelLuminance:
+                values[eChannelLuminance] = FromFloat<D>(redWeight * float(in.red) + greenWeight * float(in.green) +
+                                                         blueWeight * float(in.blue));
+                break;
+            case eChannelIntensity:
+                values[eChannelIntensity] =
+                    FromFloat<D>((float(in.red) + float(in.green) + float(in.blue)) * factor * third);
+                break;
+            default: break;
+            }
+        }
+
+        Pixel<D>& out = destination[i];
+        for (unsigned int k = 0; k < channelCount; ++k)
+        {
+            // A source that names no channel has no value and writes nothing.
+            const EChannelName from = sourceChannels[k];
+            if (from >= eChannelRed && from <= eChannelUnspecified)
+                WriteChannel(out, destinationChannels[k], values[from]);
+        }
+    }
+    return true;
+}
+
+bool SetChannels(CORBTexture& texture, unsigned int channelCount, EChannelName* channels, unsigned int* values)
+{
+    return SetTextureChannels(texture, channelCount, channels, values);
+}
+
+bool SetChannelsFloat(CORBTexture& texture, unsigned int channelCount, EChannelName* channels, float* values)
+{
+    return SetTextureChannels(texture, channelCount, channels, values);
+}
+
+bool CopyChannels(CORBTexture& destination, const CORBTexture& source, unsigned int channelCount,
+                  EChannelName* destinationChannels, EChannelName* sourceChannels)
+{
+    if (destination.getWidth() != source.getWidth() || destination.getHeight() != source.getHeight() ||
+        destination.getDepth() != source.getDepth() ||
+        destination.getNumArrayMembers() != source.getNumArrayMembers() ||
+        destination.getNumMIPLevels() != source.getNumMIPLevels() ||
+        destination.getNumFaces() != source.getNumFaces())
+        return false;
+
+    return DispatchChannelType(source, [&](auto sourceTag) {
+        using S = typename decltype(sourceTag)::type;
+        return DispatchChannelType(destination, [&](auto destinationTag) {
+            using D = typename decltype(destinationTag)::type;
+            return ForEachSurface(destination, [&](uint32_t mip, uint32_t member, uint32_t face) {
+                const unsigned width = destination.getWidth(mip), height = destination.getHeight(mip),
+                               depth = destination.getDepth(mip);
+                return CopyChannels<S, D>(SurfacePixels<S>(source, mip, member, face),
+                                          SurfacePixels<D>(destination, mip, member, face), width, height, depth,
+                                          channelCount, destinationChannels, sourceChannels);
+            });
+        });
+    });
+}
+
+bool PreMultiplyAlpha(CORBTexture& texture)
+{
+    if (texture.isPreMultiplied() || !isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
+        return false;
+    const bool result = DispatchChannelType(texture, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
+            return PreMultiplySurface(SurfacePixels<T>(texture, mip, member, face), texture.getWidth(mip),
+                                      texture.getHeight(mip), texture.getDepth(mip));
+        });
+    });
+    texture.setIsPreMultiplied(true);
+    return result;
+}
+
+#define ORBT_INSTANTIATE_SET_CHANNELS(T, V)                                                                      \
+    template ORBT_API bool SetChannels<T, V>(Pixel<T>*, const unsigned int&, const unsigned int&,                \
+                                             const unsigned int&, const unsigned int&, EChannelName*, V*);
+#define ORBT_INSTANTIATE_SET_CHANNELS_ALL(T)                                                                     \
+    ORBT_INSTANTIATE_SET_CHANNELS(T, unsigned char)                                                              \
+    ORBT_INSTANTIATE_SET_CHANNELS(T, unsigned int)                                                               \
+    ORBT_INSTANTIATE_SET_CHANNELS(T, float)
+
+ORBT_INSTANTIATE_SET_CHANNELS_ALL(unsigned char)
+ORBT_INSTANTIATE_SET_CHANNELS_ALL(unsigned short)
+ORBT_INSTANTIATE_SET_CHANNELS_ALL(unsigned int)
+ORBT_INSTANTIATE_SET_CHANNELS_ALL(float)
+
+#define ORBT_INSTANTIATE_COPY_CHANNELS(S, D)                                                                     \
+    template ORBT_API bool CopyChannels<S, D>(Pixel<S>*, Pixel<D>*, const unsigned int&, const unsigned int&,    \
+                                              const unsigned int&, const unsigned int&, EChannelName*,           \
+                                              EChannelName*);
+#define ORBT_INSTANTIATE_COPY_CHANNELS_ALL(S)                                                                    \
+    ORBT_INSTANTIATE_COPY_CHANNELS(S, unsigned char)                                                             \
+    ORBT_INSTANTIATE_COPY_CHANNELS(S, unsigned short)                                                            \
+    ORBT_INSTANTIATE_COPY_CHANNELS(S, unsigned int)                                                              \
+    ORBT_INSTANTIATE_COPY_CHANNELS(S, float)
+
+ORBT_INSTANTIATE_COPY_CHANNELS_ALL(unsigned char)
+ORBT_INSTANTIATE_COPY_CHANNELS_ALL(unsigned short)
+ORBT_INSTANTIATE_COPY_CHANNELS_ALL(unsigned int)
+ORBT_INSTANTIATE_COPY_CHANNELS_ALL(float)
+
+} // namespace orbtexture

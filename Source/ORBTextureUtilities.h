@@ -1,0 +1,123 @@
+#ifndef ORBTEXTUREUTILITIES_H
+#define ORBTEXTUREUTILITIES_H
+
+#include "ORBTPixelConversion.h"
+#include "ORBTexture.h"
+#include "ORBTextureFormat.h"
+#include "Tools/ORBTDefines.h"
+
+namespace orbtexture
+{
+
+// ---------------------------------------------------------------------------
+// Pixel format conversion
+// ---------------------------------------------------------------------------
+
+// Converts the texture in place to another channel layout, channel type,
+// colour space or named format. Metadata and other header fields are kept.
+// False for an empty texture, the target ePF_NumCompressed, or a compressor
+// that wrote other than the expected byte count (the texture then holds what
+// it wrote).
+ORBT_API bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,
+                        EORBTColourSpace colourSpace, ECompressorQuality quality = ECompressorQuality(0),
+                        bool dither = false);
+
+// True for channel layouts and for named formats whose codec is part of this
+// build, in the direction asked. Transcode to a named format without an
+// encoder returns false; from one without a decoder it leaves the pixels
+// undefined.
+ORBT_API bool CanTranscodeTo(PixelType format);
+ORBT_API bool CanTranscodeFrom(PixelType format);
+
+// Pixel loop between two channel-layout textures of equal dimensions; returns
+// the bytes written.
+ORBT_API unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,
+                                   CPixelEncoder& targetEncoder, EORBTColourSpace targetColourSpace,
+                                   EORBTColourSpace sourceColourSpace);
+
+// The channel layout in which a named format's codec takes and gives pixels.
+ORBT_API void IntermediateTranscodeFormat(const PixelType& format, const EORBTVariableType& channelType,
+                                          PixelType& intermediateFormat, EORBTVariableType& intermediateChannelType);
+
+// Replaces a texture of a named format by its intermediate layout; returns the
+// sum of the decoders' results.
+ORBT_API unsigned DecompressNonTrivial(CORBTexture& texture);
+
+// Replaces a texture of the intermediate layout by the named format; returns
+// the bytes the encoders wrote.
+ORBT_API unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQuality quality);
+
+// Error diffusion of one surface of rgba8 pixels to the bit depth of 'target'.
+ORBT_API void Dither(unsigned char* data, PixelType target, unsigned width, unsigned height, unsigned depth);
+
+// ---------------------------------------------------------------------------
+// Channel operations on textures of a standard pixel type
+// ---------------------------------------------------------------------------
+
+// Fills channels with constants on every surface: values[k] goes to
+// channels[k], taking the low bits that fit an integer channel and the number
+// as it stands for float. These four operations answer false for a texture
+// that is not of a standard pixel type, and otherwise the result of the last
+// surface visited (false when its data is null or there is none).
+ORBT_API bool SetChannels(CORBTexture& texture, unsigned int channelCount, EChannelName* channels,
+                          unsigned int* values);
+// As SetChannels with float values, unscaled and truncated towards zero for
+// integer channels; values outside an integer channel's range saturate.
+ORBT_API bool SetChannelsFloat(CORBTexture& texture, unsigned int channelCount, EChannelName* channels,
+                               float* values);
+// Copies sourceChannels[k] of 'source' into destinationChannels[k] of
+// 'destination', scaling between channel types. The textures must have equal
+// dimensions, members, levels and faces. Plain channels copied between equal
+// types move unchanged; everything else goes through float and is truncated.
+ORBT_API bool CopyChannels(CORBTexture& destination, const CORBTexture& source, unsigned int channelCount,
+                           EChannelName* destinationChannels, EChannelName* sourceChannels);
+// Multiplies red, green and blue by alpha once and marks the texture
+// premultiplied; a texture already so marked is refused. For every channel
+// type the product keeps only the low byte of its 16-bit truncation.
+ORBT_API bool PreMultiplyAlpha(CORBTexture& texture);
+
+// Surface workers over width x height x depth pixels; false for null data.
+// SetChannels is provided for T of unsigned char, unsigned short, unsigned int
+// and float with V of unsigned char, unsigned int and float; CopyChannels for
+// every pair of those four channel types.
+template <typename T, typename V>
+bool SetChannels(Pixel<T>* data, const unsigned int& width, const unsigned int& height, const unsigned int& depth,
+                 const unsigned int& channelCount, EChannelName* channels, V* values);
+template <typename S, typename D>
+bool CopyChannels(Pixel<S>* source, Pixel<D>* destination, const unsigned int& width, const unsigned int& height,
+                  const unsigned int& depth, const unsigned int& channelCount, EChannelName* destinationChannels,
+                  EChannelName* sourceChannels);
+
+#define ORBT_EXTERN_SET_CHANNELS(T, V)                                                                           \
+    extern template ORBT_API bool SetChannels<T, V>(Pixel<T>*, const unsigned int&, const unsigned int&,         \
+                                                    const unsigned int&, const unsigned int&, EChannelName*, V*);
+#define ORBT_EXTERN_SET_CHANNELS_ALL(T)                                                                          \
+    ORBT_EXTERN_SET_CHANNELS(T, unsigned char)                                                                   \
+    ORBT_EXTERN_SET_CHANNELS(T, unsigned int)                                                                    \
+    ORBT_EXTERN_SET_CHANNELS(T, float)
+ORBT_EXTERN_SET_CHANNELS_ALL(unsigned char)
+ORBT_EXTERN_SET_CHANNELS_ALL(unsigned short)
+ORBT_EXTERN_SET_CHANNELS_ALL(unsigned int)
+ORBT_EXTERN_SET_CHANNELS_ALL(float)
+#undef ORBT_EXTERN_SET_CHANNELS_ALL
+#undef ORBT_EXTERN_SET_CHANNELS
+
+#define ORBT_EXTERN_COPY_CHANNELS(S, D)                                                                          \
+    extern template ORBT_API bool CopyChannels<S, D>(Pixel<S>*, Pixel<D>*, const unsigned int&,                  \
+                                                     const unsigned int&, const unsigned int&,                   \
+                                                     const unsigned int&, EChannelName*, EChannelName*);
+#define ORBT_EXTERN_COPY_CHANNELS_ALL(S)                                                                         \
+    ORBT_EXTERN_COPY_CHANNELS(S, unsigned char)                                                                  \
+    ORBT_EXTERN_COPY_CHANNELS(S, unsigned short)                                                                 \
+    ORBT_EXTERN_COPY_CHANNELS(S, unsigned int)                                                                   \
+    ORBT_EXTERN_COPY_CHANNELS(S, float)
+ORBT_EXTERN_COPY_CHANNELS_ALL(unsigned char)
+ORBT_EXTERN_COPY_CHANNELS_ALL(unsigned short)
+ORBT_EXTERN_COPY_CHANNELS_ALL(unsigned int)
+ORBT_EXTERN_COPY_CHANNELS_ALL(float)
+#undef ORBT_EXTERN_COPY_CHANNELS_ALL
+#undef ORBT_EXTERN_COPY_CHANNELS
+
+} // namespace orbtexture
+
+#endif
