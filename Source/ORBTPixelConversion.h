@@ -82,6 +82,10 @@ public:
 private:
     void Initialise(const uint8_t bits[4], const EChannelName names[4]);
     uint64_t GenerateChannelByteMask(uint8_t position) const;
+    // Stored value of the unsigned channel at 'position', as GetChannelFloat reads it.
+    uint32_t ReadUnsignedRaw(int position) const;
+    // Stores an integer channel value as an element or into the packed word.
+    void StoreInteger(int position, uint32_t value);
     bool IsElementStored(uint8_t position) const;
     void CheckPixelValidity();
     void CheckChannelContinuity();
