@@ -304,32 +304,6 @@ bool PreMultiplyAlpha(CORBTexture& texture)
     return result;
 }
 
-#define ORBT_INSTANTIATE_SET_CHANNELS(T, V)                                                                      \
-    template ORBT_API bool SetChannels<T, V>(Pixel<T>*, const unsigned int&, const unsigned int&,                \
-                                             const unsigned int&, const unsigned int&, EChannelName*, V*);
-#define ORBT_INSTANTIATE_SET_CHANNELS_ALL(T)                                                                     \
-    ORBT_INSTANTIATE_SET_CHANNELS(T, unsigned char)                                                              \
-    ORBT_INSTANTIATE_SET_CHANNELS(T, unsigned int)                                                               \
-    ORBT_INSTANTIATE_SET_CHANNELS(T, float)
-
-ORBT_INSTANTIATE_SET_CHANNELS_ALL(unsigned char)
-ORBT_INSTANTIATE_SET_CHANNELS_ALL(unsigned short)
-ORBT_INSTANTIATE_SET_CHANNELS_ALL(unsigned int)
-ORBT_INSTANTIATE_SET_CHANNELS_ALL(float)
-
-#define ORBT_INSTANTIATE_COPY_CHANNELS(S, D)                                                                     \
-    template ORBT_API bool CopyChannels<S, D>(Pixel<S>*, Pixel<D>*, const unsigned int&, const unsigned int&,    \
-                                              const unsigned int&, const unsigned int&, EChannelName*,           \
-                                              EChannelName*);
-#define ORBT_INSTANTIATE_COPY_CHANNELS_ALL(S)                                                                    \
-    ORBT_INSTANTIATE_COPY_CHANNELS(S, unsigned char)                                                             \
-    ORBT_INSTANTIATE_COPY_CHANNELS(S, unsigned short)                                                            \
-    ORBT_INSTANTIATE_COPY_CHANNELS(S, unsigned int)                                                              \
-    ORBT_INSTANTIATE_COPY_CHANNELS(S, float)
-
-ORBT_INSTANTIATE_COPY_CHANNELS_ALL(unsigned char)
-ORBT_INSTANTIATE_COPY_CHANNELS_ALL(unsigned short)
-ORBT_INSTANTIATE_COPY_CHANNELS_ALL(unsigned int)
-ORBT_INSTANTIATE_COPY_CHANNELS_ALL(float)
+ORBT_CHANNEL_WORKERS()
 
 } // namespace orbtexture

@@ -88,35 +88,30 @@ bool CopyChannels(Pixel<S>* source, Pixel<D>* destination, const unsigned int& w
                   const unsigned int& depth, const unsigned int& channelCount, EChannelName* destinationChannels,
                   EChannelName* sourceChannels);
 
-#define ORBT_EXTERN_SET_CHANNELS(T, V)                                                                           \
-    extern template ORBT_API bool SetChannels<T, V>(Pixel<T>*, const unsigned int&, const unsigned int&,         \
-                                                    const unsigned int&, const unsigned int&, EChannelName*, V*);
-#define ORBT_EXTERN_SET_CHANNELS_ALL(T)                                                                          \
-    ORBT_EXTERN_SET_CHANNELS(T, unsigned char)                                                                   \
-    ORBT_EXTERN_SET_CHANNELS(T, unsigned int)                                                                    \
-    ORBT_EXTERN_SET_CHANNELS(T, float)
-ORBT_EXTERN_SET_CHANNELS_ALL(unsigned char)
-ORBT_EXTERN_SET_CHANNELS_ALL(unsigned short)
-ORBT_EXTERN_SET_CHANNELS_ALL(unsigned int)
-ORBT_EXTERN_SET_CHANNELS_ALL(float)
-#undef ORBT_EXTERN_SET_CHANNELS_ALL
-#undef ORBT_EXTERN_SET_CHANNELS
+// The exported worker instances, declared here with 'extern' and defined in
+// the library with an empty keyword.
+#define ORBT_SET_CHANNELS_INSTANCE(KEYWORD, T, V)                                                                \
+    KEYWORD template ORBT_API bool SetChannels<T, V>(Pixel<T>*, const unsigned int&, const unsigned int&,        \
+                                                     const unsigned int&, const unsigned int&, EChannelName*, V*);
+#define ORBT_COPY_CHANNELS_INSTANCE(KEYWORD, S, D)                                                               \
+    KEYWORD template ORBT_API bool CopyChannels<S, D>(Pixel<S>*, Pixel<D>*, const unsigned int&,                 \
+                                                      const unsigned int&, const unsigned int&,                  \
+                                                      const unsigned int&, EChannelName*, EChannelName*);
+#define ORBT_CHANNEL_WORKERS_OF_TYPE(KEYWORD, T)                                                                 \
+    ORBT_SET_CHANNELS_INSTANCE(KEYWORD, T, unsigned char)                                                        \
+    ORBT_SET_CHANNELS_INSTANCE(KEYWORD, T, unsigned int)                                                         \
+    ORBT_SET_CHANNELS_INSTANCE(KEYWORD, T, float)                                                                \
+    ORBT_COPY_CHANNELS_INSTANCE(KEYWORD, T, unsigned char)                                                       \
+    ORBT_COPY_CHANNELS_INSTANCE(KEYWORD, T, unsigned short)                                                      \
+    ORBT_COPY_CHANNELS_INSTANCE(KEYWORD, T, unsigned int)                                                        \
+    ORBT_COPY_CHANNELS_INSTANCE(KEYWORD, T, float)
+#define ORBT_CHANNEL_WORKERS(KEYWORD)                                                                            \
+    ORBT_CHANNEL_WORKERS_OF_TYPE(KEYWORD, unsigned char)                                                         \
+    ORBT_CHANNEL_WORKERS_OF_TYPE(KEYWORD, unsigned short)                                                        \
+    ORBT_CHANNEL_WORKERS_OF_TYPE(KEYWORD, unsigned int)                                                          \
+    ORBT_CHANNEL_WORKERS_OF_TYPE(KEYWORD, float)
 
-#define ORBT_EXTERN_COPY_CHANNELS(S, D)                                                                          \
-    extern template ORBT_API bool CopyChannels<S, D>(Pixel<S>*, Pixel<D>*, const unsigned int&,                  \
-                                                     const unsigned int&, const unsigned int&,                   \
-                                                     const unsigned int&, EChannelName*, EChannelName*);
-#define ORBT_EXTERN_COPY_CHANNELS_ALL(S)                                                                         \
-    ORBT_EXTERN_COPY_CHANNELS(S, unsigned char)                                                                  \
-    ORBT_EXTERN_COPY_CHANNELS(S, unsigned short)                                                                 \
-    ORBT_EXTERN_COPY_CHANNELS(S, unsigned int)                                                                   \
-    ORBT_EXTERN_COPY_CHANNELS(S, float)
-ORBT_EXTERN_COPY_CHANNELS_ALL(unsigned char)
-ORBT_EXTERN_COPY_CHANNELS_ALL(unsigned short)
-ORBT_EXTERN_COPY_CHANNELS_ALL(unsigned int)
-ORBT_EXTERN_COPY_CHANNELS_ALL(float)
-#undef ORBT_EXTERN_COPY_CHANNELS_ALL
-#undef ORBT_EXTERN_COPY_CHANNELS
+ORBT_CHANNEL_WORKERS(extern)
 
 } // namespace orbtexture
 

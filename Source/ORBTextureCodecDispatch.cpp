@@ -1,0 +1,161 @@
+// The detour of the transcoding pipeline through a named format's codec,
+// surface by surface, and dithering to a target's bit depth.
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "ORBTextureCodecTable.h"
+#include "ORBTextureUtilities.h"
+
+namespace orbtexture
+{
+
+unsigned DecompressNonTrivial(CORBTexture& texture)
+{
+    const uint32_t format = texture.getPixelType().lowWord();
+    const CodecRow& row = FindCodecRow(format);
+
+    CORBTextureHeader header(texture.getHeader());
+    PixelType intermediate;
+    EORBTVariableType intermediateType;
+    IntermediateTranscodeFormat(texture.getPixelType(), texture.getChannelType(), intermediate, intermediateType);
+    header.setPixelFormat(intermediate);
+    header.setChannelType(intermediateType);
+    const bool isSigned = IsSignedChannelType(texture.getChannelType());
+    CORBTexture result(header);
+
+    const size_t bytesPerPixel = ORBTGetBitsPerPixel(intermediate.PixelTypeID) / 8;
+    unsigned minX, minY, minZ;
+    ORBTGetFormatMinDims(texture.getPixelType().PixelTypeID, minX, minY, minZ);
+
+    unsigned sum = 0;
+    for (uint32_t member = 0; member < texture.getNumArrayMembers(); ++member)
+        for (uint32_t face = 0; face < texture.getNumFaces(); ++face)
+            for (uint32_t mip = 0; mip < texture.getNumMIPLevels(); ++mip)
+            {
+                if (!row.decode)
+                    continue;
+                CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
+                                        texture.getWidth(mip), texture.getHeight(mip), texture.getDepth(mip),
+                                        EORBTPixelFormat(format), isSigned, ECompressorQuality(0)};
+                const bool small = surface.width < minX || surface.height < minY || surface.depth < minZ;
+                if (row.decodesAnySize || !small)
+                {
+                    sum += row.decode(surface);
+                    continue;
+                }
+                // Decoders that write whole blocks get a block-sized buffer.
+                const size_t padded = size_t(std::max(surface.width, minX)) * std::max(surface.height, minY) *
+                                      std::max(surface.depth, minZ) * bytesPerPixel;
+                std::unique_ptr<unsigned char[]> buffer(new unsigned char[padded]);
+                unsigned char* destination = surface.destination;
+                surface.destination = buffer.get();
+                sum += row.decode(surface);
+                std::memcpy(destination, buffer.get(),
+                            size_t(surface.width) * surface.height * surface.depth * bytesPerPixel);
+            }
+
+    texture = std::move(result);
+    return sum;
+}
+
+unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQuality quality)
+{
+    const CodecRow& row = FindCodecRow(format.lowWord());
+
+    CORBTextureHeader header(texture.getHeader());
+    header.setPixelFormat(format);
+    CORBTexture result(header);
+    const bool isSigned = IsSignedChannelType(result.getChannelType());
+
+    const size_t bytesPerPixel = ORBTGetBitsPerPixel(texture.getPixelType().PixelTypeID) / 8;
+    unsigned minX, minY, minZ;
+    ORBTGetFormatMinDims(format.PixelTypeID, minX, minY, minZ);
+
+    unsigned sum = 0;
+    for (uint32_t member = 0; member < texture.getNumArrayMembers(); ++member)
+        for (uint32_t face = 0; face < texture.getNumFaces(); ++face)
+            for (uint32_t mip = 0; mip < texture.getNumMIPLevels(); ++mip)
+            {
+                if (!row.encode)
+                    continue;
+                const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip),
+                               depth = texture.getDepth(mip);
+                CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
+                                        width, height, depth, EORBTPixelFormat(format.lowWord()), isSigned, quality};
+
+                // A level below the format's minimum is tiled up to it.
+                std::unique_ptr<unsigned char[]> buffer;
+                if (width < minX || height < minY || depth < minZ)
+                {
+                    surface.width = std::max(width, minX);
+                    surface.height = std::max(height, minY);
+                    surface.depth = std::max(depth, minZ);
+                    buffer.reset(new unsigned char[size_t(surface.width) * surface.height * surface.depth *
+                                                   bytesPerPixel]);
+                    unsigned char* out = buffer.get();
+                    for (unsigned z = 0; z < surface.depth; ++z)
+                        for (unsigned y = 0; y < surface.height; ++y)
+                            for (unsigned x = 0; x < surface.width; ++x, out += bytesPerPixel)
+                            {
+                                const size_t index = (size_t(z % depth) * height + y % height) * width + x % width;
+                                std::memcpy(out, surface.source + index * bytesPerPixel, bytesPerPixel);
+                            }
+                    surface.source = buffer.get();
+                }
+
+                if (row.opaqueAlphaFirst)
+                {
+                    EChannelName alpha = eChannelAlpha;
+                    unsigned char opaque = 255;
+                    SetChannels<unsigned char, unsigned char>(reinterpret_cast<Pixel<unsigned char>*>(surface.source),
+                                                              surface.width, surface.height, surface.depth, 1, &alpha,
+                                                              &opaque);
+                }
+                sum += row.encode(surface);
+            }
+
+    texture = std::move(result);
+    return sum;
+}
+
+void Dither(unsigned char* data, PixelType target, unsigned width, unsigned height, unsigned depth)
+{
+    uint8_t bits[4];
+    DitherTargetBits(target, bits);
+    const size_t rowPitch = size_t(width) * 4;
+    const size_t slicePitch = rowPitch * height;
+
+    for (unsigned channel = 0; channel < 4; ++channel)
+    {
+        const int t = bits[channel];
+        if (t < 1 || t > 7)
+            continue;
+        const int s = 8 - t;
+        // Columns before rows, slices innermost.
+        for (unsigned x = 0; x < width; ++x)
+            for (unsigned y = 0; y < height; ++y)
+                for (unsigned z = 0; z < depth; ++z)
+                {
+                    unsigned char* pixel = data + z * slicePitch + y * rowPitch + size_t(x) * 4 + channel;
+                    const int v = *pixel;
+                    const int q = std::min(((v >> s) << s) + (v >> t), 255);
+                    *pixel = static_cast<unsigned char>(q);
+                    const int e = v - q;
+                    auto spread = [e](unsigned char* p, int divisor) {
+                        *p = static_cast<unsigned char>(std::clamp(*p + e / divisor, 0, 255));
+                    };
+                    if (x < width - 1)
+                    {
+                        spread(pixel + 4, 2);
+                        if (y < height - 1)
+                            spread(pixel + 4 + rowPitch, 4);
+                    }
+                    if (y < height - 1)
+                        spread(pixel + rowPitch, 4);
+                }
+    }
+}
+
+} // namespace orbtexture

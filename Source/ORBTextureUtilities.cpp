@@ -1,0 +1,148 @@
+// Pixel format conversion of whole textures.
+
+#include "ORBTextureUtilities.h"
+
+#include <cstring>
+#include <utility>
+
+namespace orbtexture
+{
+
+unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,
+                          CPixelEncoder& targetEncoder, EORBTColourSpace targetColourSpace,
+                          EORBTColourSpace sourceColourSpace)
+{
+    const size_t sourceStep = sourceEncoder.GetColourDataSize();
+    const size_t targetStep = targetEncoder.GetColourDataSize();
+    const uint8_t* encoded = targetEncoder.GetColourData();
+
+    uint64_t pixels = 0;
+    for (uint32_t member = 0; member < source.getNumArrayMembers(); ++member)
+        for (uint32_t face = 0; face < source.getNumFaces(); ++face)
+            for (uint32_t mip = 0; mip < source.getNumMIPLevels(); ++mip)
+            {
+                const uint8_t* in = source.getDataPtr(mip, member, face);
+                uint8_t* out = target.getDataPtr(mip, member, face);
+                const uint32_t count = source.getTextureSize(int(mip), false, false);
+                for (uint32_t i = 0; i < count; ++i, in += sourceStep, out += targetStep)
+                {
+                    sourceEncoder.OverwriteColourData(in);
+                    targetEncoder.EncodeFrom(sourceEncoder);
+                    targetEncoder.ConvertToColourSpace(targetColourSpace, sourceColourSpace);
+                    std::memcpy(out, encoded, targetStep);
+                }
+                pixels += count;
+            }
+    return unsigned(targetStep * pixels);
+}
+
+namespace
+{
+
+// The grey channel a dithered target keeps, or eChannelNone.
+EChannelName DitherGreySource(PixelType target)
+{
+    if (target.isNamedFormat())
+        return target.lowWord() == ePF_BW1bpp ? eChannelIntensity : eChannelNone;
+    if (target == PixelType('l', 'g', 'r', 0, 6, 5, 5, 0))
+        return eChannelNone;
+    bool luminance = false;
+    for (unsigned position = 0; position < 4; ++position)
+    {
+        if (target.channelName(position) == 'i')
+            return eChannelIntensity;
+        luminance = luminance || target.channelName(position) == 'l';
+    }
+    return luminance ? eChannelLuminance : eChannelNone;
+}
+
+// Replaces the texture by an 8-bit rgba copy dithered towards 'target'.
+void DitherTexture(CORBTexture& texture, CPixelEncoder& sourceEncoder, PixelType target)
+{
+    CORBTextureHeader header(texture.getHeader());
+    header.setPixelFormat(PixelType(ORBStandard8PixelType));
+    header.setChannelType(eVarUnsignedByteNorm);
+    CORBTexture dithered(header);
+    CPixelEncoder encoder8(PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm);
+    TranscodeTrivial(texture, dithered, sourceEncoder, encoder8, texture.getColourSpace(), texture.getColourSpace());
+
+    const EChannelName grey = DitherGreySource(target);
+    if (grey != eChannelNone)
+    {
+        EChannelName destination[3] = {eChannelRed, eChannelGreen, eChannelBlue};
+        EChannelName source[3] = {grey, grey, grey};
+        CopyChannels(dithered, dithered, 3, destination, source);
+    }
+
+    for (uint32_t member = 0; member < dithered.getNumArrayMembers(); ++member)
+        for (uint32_t face = 0; face < dithered.getNumFaces(); ++face)
+            for (uint32_t mip = 0; mip < dithered.getNumMIPLevels(); ++mip)
+                Dither(dithered.getDataPtr(mip, member, face), target, dithered.getWidth(mip),
+                       dithered.getHeight(mip), dithered.getDepth(mip));
+
+    texture = std::move(dithered);
+    sourceEncoder = encoder8;
+}
+
+} // namespace
+
+bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,
+               EORBTColourSpace colourSpace, ECompressorQuality quality, bool dither)
+{
+    if (texture.getDataSize(-1, true, true) == 0 || pixelType == PixelType(ePF_NumCompressed))
+        return false;
+
+    CPixelEncoder sourceEncoder(texture.getPixelType(), texture.getChannelType());
+    CPixelEncoder targetEncoder(pixelType, channelType);
+
+    // A named source is decoded first, even when the target is its own format.
+    if (texture.getPixelType().isNamedFormat())
+    {
+        DecompressNonTrivial(texture);
+        sourceEncoder = CPixelEncoder(texture.getPixelType(), texture.getChannelType());
+    }
+
+    if (dither && ORBTGetBitsPerPixel(pixelType.PixelTypeID) < 32)
+        DitherTexture(texture, sourceEncoder, pixelType);
+
+    const PixelType currentType = texture.getPixelType();
+    const EORBTVariableType currentChannelType = texture.getChannelType();
+    const EORBTColourSpace currentColourSpace = texture.getColourSpace();
+
+    CORBTextureHeader header(texture.getHeader());
+    header.setPixelFormat(pixelType);
+    header.setChannelType(channelType);
+    header.setColourSpace(colourSpace);
+    const bool namedTarget = pixelType.isNamedFormat();
+    if (namedTarget)
+    {
+        PixelType intermediate;
+        EORBTVariableType intermediateType;
+        IntermediateTranscodeFormat(pixelType, channelType, intermediate, intermediateType);
+        header.setPixelFormat(intermediate);
+        header.setChannelType(intermediateType);
+        targetEncoder = CPixelEncoder(intermediate, intermediateType);
+    }
+
+    if (currentType == pixelType && currentColourSpace == colourSpace && currentChannelType == channelType)
+    {
+        if (!namedTarget)
+            return true;
+        const unsigned written = CompressNonTrivial(texture, pixelType, quality);
+        return written == texture.getDataSize(-1, true, true);
+    }
+
+    CORBTexture result(header);
+    TranscodeTrivial(texture, result, sourceEncoder, targetEncoder, colourSpace, currentColourSpace);
+    if (!namedTarget)
+    {
+        texture = std::move(result);
+        return true;
+    }
+    const unsigned written = CompressNonTrivial(result, pixelType, quality);
+    const bool success = written == result.getDataSize(-1, true, true);
+    texture = std::move(result);
+    return success;
+}
+
+} // namespace orbtexture
