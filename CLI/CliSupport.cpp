@@ -5,9 +5,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+
+#include <unistd.h>
 
 #include "ORBTextureHeader.h"
 #include "ORBTextureInfo.h"
@@ -121,6 +124,31 @@ std::string DescribeLoadFailure(const std::string& path)
         reason = DescribeNativeFailure(file);
     std::fclose(file);
     return reason;
+}
+
+PendingOutput::PendingOutput(const std::string& destination) : m_destination(destination)
+{
+    const std::filesystem::path path(destination);
+    const std::string name =
+        "." + path.stem().string() + ".orbtex-" + std::to_string(::getpid()) + path.extension().string();
+    m_temporary = (path.parent_path() / name).string();
+}
+
+PendingOutput::~PendingOutput()
+{
+    if (!m_committed)
+        std::remove(m_temporary.c_str());
+}
+
+bool PendingOutput::Commit(std::string& reason)
+{
+    if (std::rename(m_temporary.c_str(), m_destination.c_str()) != 0)
+    {
+        reason = std::string("cannot replace file: ") + std::strerror(errno);
+        return false;
+    }
+    m_committed = true;
+    return true;
 }
 
 } // namespace cli

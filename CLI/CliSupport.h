@@ -27,6 +27,28 @@ std::string DescribeLoadFailure(const std::string& path);
 // Reads a whole file; false with a reason on failure.
 bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason);
 
+// A file written under a temporary name beside its destination and renamed
+// into place by Commit, so that a failed command leaves no partial output.
+// The temporary name keeps the destination's extension. Removed on
+// destruction unless committed.
+class PendingOutput
+{
+public:
+    explicit PendingOutput(const std::string& destination);
+    ~PendingOutput();
+    PendingOutput(const PendingOutput&) = delete;
+    PendingOutput& operator=(const PendingOutput&) = delete;
+
+    const std::string& TemporaryPath() const { return m_temporary; }
+    const std::string& Destination() const { return m_destination; }
+    bool Commit(std::string& reason);
+
+private:
+    std::string m_destination;
+    std::string m_temporary;
+    bool m_committed = false;
+};
+
 } // namespace cli
 
 #endif

@@ -1,5 +1,7 @@
 #include "FormatNames.h"
 
+#include <cctype>
+
 #include "ORBTextureFormat.h"
 
 namespace cli
@@ -28,7 +30,102 @@ const char* const kChannelTypes[orbtexture::eNumVarTypes] = {
     "SignedIntegerNorm",   "UnsignedInteger",   "SignedInteger",   "SignedFloat",  "UnsignedFloat",
 };
 
+const char* const kChannelTypeShortNames[orbtexture::eNumVarTypes] = {
+    "ubn", "sbn", "ub", "sb", "usn", "ssn", "us", "ss", "uin", "sin", "ui", "si", "sf", "uf",
+};
+
+std::string Lower(const std::string& text)
+{
+    std::string lower = text;
+    for (char& c : lower)
+        c = char(std::tolower(static_cast<unsigned char>(c)));
+    return lower;
+}
+
+bool ParseChannelLayout(const std::string& name, uint64_t& pixelFormat, std::string& reason)
+{
+    uint8_t letters[4] = {0, 0, 0, 0}, widths[4] = {0, 0, 0, 0};
+    unsigned count = 0, totalBits = 0;
+    size_t i = 0;
+    while (i < name.size())
+    {
+        const char letter = name[i++];
+        if (std::string("rgbalix").find(letter) == std::string::npos)
+        {
+            reason = std::string("unknown channel letter '") + letter + "'";
+            return false;
+        }
+        if (count == 4)
+        {
+            reason = "more than four channels";
+            return false;
+        }
+        for (unsigned k = 0; k < count; ++k)
+            if (letters[k] == uint8_t(letter))
+            {
+                reason = std::string("channel '") + letter + "' appears twice";
+                return false;
+            }
+        unsigned width = 0;
+        const size_t digits = i;
+        while (i < name.size() && std::isdigit(static_cast<unsigned char>(name[i])) && width <= 32)
+            width = width * 10 + unsigned(name[i++] - '0');
+        if (i == digits || width == 0 || width > 32)
+        {
+            reason = std::string("channel '") + letter + "' needs a width of 1 to 32 bits";
+            return false;
+        }
+        letters[count] = uint8_t(letter);
+        widths[count++] = uint8_t(width);
+        totalBits += width;
+    }
+    if (totalBits % 8 != 0)
+    {
+        reason = std::to_string(totalBits) + " bits per pixel is not a whole number of bytes";
+        return false;
+    }
+    pixelFormat = orbtexture::PixelType(letters[0], letters[1], letters[2], letters[3], widths[0], widths[1],
+                                        widths[2], widths[3])
+                      .PixelTypeID;
+    return true;
+}
+
 } // namespace
+
+bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason)
+{
+    const std::string lower = Lower(name);
+    for (uint32_t format = 0; format < orbtexture::ePF_NumCompressed; ++format)
+        if (lower == Lower(kNamedFormats[format]))
+        {
+            pixelFormat = format;
+            return true;
+        }
+    if (lower.empty() || !ParseChannelLayout(lower, pixelFormat, reason))
+    {
+        reason = "unknown format '" + name + "'" + (reason.empty() ? "" : ": " + reason) +
+                 " (orbtex formats lists the names)";
+        return false;
+    }
+    return true;
+}
+
+bool ParseChannelType(const std::string& name, uint32_t& channelType)
+{
+    const std::string lower = Lower(name);
+    for (uint32_t type = 0; type < orbtexture::eNumVarTypes; ++type)
+        if (lower == kChannelTypeShortNames[type] || lower == Lower(kChannelTypes[type]))
+        {
+            channelType = type;
+            return true;
+        }
+    return false;
+}
+
+std::string ChannelTypeShortName(uint32_t channelType)
+{
+    return channelType < orbtexture::eNumVarTypes ? kChannelTypeShortNames[channelType] : "?";
+}
 
 std::string PixelFormatName(uint64_t pixelFormat)
 {

@@ -16,6 +16,19 @@ std::string ChannelTypeName(uint32_t channelType);
 
 std::string ColourSpaceName(uint32_t colourSpace);
 
+// Reads a format name: a named format by its enumerator name without "ePF_",
+// in any case, or a channel layout of up to four letters from "rgbalix", each
+// followed by a width of 1 to 32 bits, that makes whole bytes. False with a
+// reason otherwise.
+bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason);
+
+// Reads a channel type by its short name (ubn) or its enumerator name without
+// "eVar" (UnsignedByteNorm), in any case.
+bool ParseChannelType(const std::string& name, uint32_t& channelType);
+
+// Short name of a channel type, as ParseChannelType reads it.
+std::string ChannelTypeShortName(uint32_t channelType);
+
 } // namespace cli
 
 #endif

@@ -1,53 +1,19 @@
 // orbtex as a user runs it: the built program, its output and exit status.
 
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "../Support/TestFiles.h"
 #include "ORBTexture.h"
+#include "RunOrbtex.h"
 
 using namespace orbtexture;
+using testsupport::CountLines;
+using testsupport::Orbtex;
+using testsupport::RunResult;
 using testsupport::ScratchDir;
-
-namespace
-{
-
-struct RunResult
-{
-    int status;
-    std::string out, err;
-};
-
-std::string Slurp(const std::string& path)
-{
-    const std::vector<uint8_t> bytes = testsupport::ReadBytes(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-RunResult Orbtex(const ScratchDir& dir, const std::string& arguments)
-{
-    const std::string command = std::string("'") + ORBTEX_PROGRAM + "' " + arguments + " >'" + (dir / "stdout") +
-                                "' 2>'" + (dir / "stderr") + "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, Slurp(dir / "stdout"), Slurp(dir / "stderr")};
-}
-
-int CountLines(const std::string& text)
-{
-    int lines = 0;
-    for (char c : text)
-        lines += c == '\n';
-    return lines;
-}
-
-} // namespace
 
 TEST(OrbtexCli, HelpAndUsageErrors)
 {

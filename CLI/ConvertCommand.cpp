@@ -1,0 +1,329 @@
+// orbtex convert: change a texture's pixel format, or move pixels between
+// image files and native textures.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "CliSupport.h"
+#include "Commands.h"
+#include "FormatNames.h"
+#include "ImageFiles.h"
+#include "ORBTextureUtilities.h"
+
+namespace cli
+{
+
+const char* const kConvertHelp =
+    "usage: orbtex convert IN OUT [options]\n"
+    "\n"
+    "Converts IN to another pixel format, channel type or colour space and\n"
+    "writes OUT. IN is a .orb texture or an image file (PNG, JPEG, TGA, BMP,\n"
+    "PSD, GIF, HDR). 8-bit images load as r8g8b8a8 ubn, 16-bit ones as\n"
+    "r16g16b16a16 usn, HDR as r32g32b32a32 sf; grey images expand to RGBA.\n"
+    "OUT is a .orb texture or a PNG, TGA or BMP image; an image receives the\n"
+    "first surface of level 0, converted to r8g8b8a8 after the conversion\n"
+    "asked for (so '--format ETC1 out.png' shows the compressed result).\n"
+    "\n"
+    "Options:\n"
+    "  --format NAME          target format (default: the source's): a named\n"
+    "                         format such as ETC1 or ORBTC_4bpp_RGB, or a channel\n"
+    "                         layout such as r8g8b8a8, r5g6b5, l8, a8, r11g11b10\n"
+    "  --type TYPE            target channel type, e.g. ubn, sf (default: the\n"
+    "                         source's if it suits the layout's channel widths,\n"
+    "                         else unsigned normalised; uf for 10/11-bit layouts)\n"
+    "  --colour-space linear|srgb\n"
+    "                         target colour space (default: the source's)\n"
+    "  --input-colour-space linear|srgb\n"
+    "                         colour space of an image-file IN (default: linear)\n"
+    "  --quality N            compressor quality (default 0)\n"
+    "  --dither               dither to the target's bit depth first\n"
+    "  --all-surfaces         image OUT: one file per level, member and face,\n"
+    "                         named OUT-levelL-memberM-faceF.EXT; depth slices\n"
+    "                         are stacked vertically\n"
+    "\n"
+    "'orbtex formats' lists every format and type name. Exit status: 0 done,\n"
+    "1 failed (no output file is left), 2 usage error.\n";
+
+namespace
+{
+
+using orbtexture::CORBTexture;
+using orbtexture::EORBTColourSpace;
+using orbtexture::EORBTVariableType;
+using orbtexture::PixelType;
+
+struct ConvertOptions
+{
+    std::string input;
+    std::string output;
+    std::string format;
+    std::string type;
+    std::string colourSpace;
+    std::string inputColourSpace = "linear";
+    int quality = 0;
+    bool dither = false;
+    bool allSurfaces = false;
+};
+
+bool ParseColourSpace(const std::string& word, EORBTColourSpace& space)
+{
+    if (word == "linear")
+        space = orbtexture::eColourSpaceLinear;
+    else if (word == "srgb" || word == "sRGB")
+        space = orbtexture::eColourSpaceSRGB;
+    else
+        return false;
+    return true;
+}
+
+// Parses the arguments; returns -1 to go on, else the exit status.
+int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& options)
+{
+    std::vector<std::string> positional;
+    for (size_t i = 0; i < arguments.size(); ++i)
+    {
+        const std::string& argument = arguments[i];
+        if (IsHelpFlag(argument))
+        {
+            std::cout << kConvertHelp;
+            return kExitOk;
+        }
+        auto value = [&](std::string& target) {
+            if (i + 1 == arguments.size())
+                return false;
+            target = arguments[++i];
+            return true;
+        };
+        std::string quality;
+        if (argument == "--format" || argument == "--type" || argument == "--colour-space" ||
+            argument == "--input-colour-space" || argument == "--quality")
+        {
+            std::string& target = argument == "--format"         ? options.format
+                                  : argument == "--type"         ? options.type
+                                  : argument == "--colour-space" ? options.colourSpace
+                                  : argument == "--quality"      ? quality
+                                                                 : options.inputColourSpace;
+            if (!value(target))
+                return UsageError("convert", argument + " needs a value");
+            if (argument == "--quality")
+            {
+                char* end = nullptr;
+                const long number = std::strtol(quality.c_str(), &end, 10);
+                if (quality.empty() || *end != '\0' || number < 0 || number > 1000)
+                    return UsageError("convert", "--quality needs a number from 0, not '" + quality + "'");
+                options.quality = int(number);
+            }
+        }
+        else if (argument == "--dither")
+            options.dither = true;
+        else if (argument == "--all-surfaces")
+            options.allSurfaces = true;
+        else if (argument.size() > 1 && argument[0] == '-')
+            return UsageError("convert", "unknown option '" + argument + "'");
+        else
+            positional.push_back(argument);
+    }
+    if (positional.size() != 2)
+        return UsageError("convert", "needs an input and an output file");
+    options.input = positional[0];
+    options.output = positional[1];
+    EORBTColourSpace unused;
+    if (!options.colourSpace.empty() && !ParseColourSpace(options.colourSpace, unused))
+        return UsageError("convert", "--colour-space is linear or srgb, not '" + options.colourSpace + "'");
+    if (!ParseColourSpace(options.inputColourSpace, unused))
+        return UsageError("convert",
+                          "--input-colour-space is linear or srgb, not '" + options.inputColourSpace + "'");
+    return -1;
+}
+
+// The channel type a layout gets when none is asked for.
+EORBTVariableType DefaultChannelType(PixelType target, EORBTVariableType source)
+{
+    if (target.isNamedFormat())
+        return source;
+    unsigned widest = 0;
+    bool smallFloats = true;
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        const unsigned bits = target.channelBits(i);
+        widest = std::max(widest, bits);
+        smallFloats = smallFloats && (bits == 0 || bits == 10 || bits == 11);
+    }
+    if (smallFloats)
+        return orbtexture::eVarUnsignedFloat;
+    if (source >= orbtexture::eVarSignedFloat && (widest == 16 || widest == 32))
+        return source;
+    const unsigned element = widest <= 8 ? 8 : widest <= 16 ? 16 : 32;
+    const unsigned sourceElement = source < 4 ? 8 : source < 8 ? 16 : 32;
+    if (source < orbtexture::eVarSignedFloat && sourceElement == element)
+        return source;
+    return element == 8 ? orbtexture::eVarUnsignedByteNorm
+           : element == 16 ? orbtexture::eVarUnsignedShortNorm
+                           : orbtexture::eVarUnsignedIntegerNorm;
+}
+
+std::string Describe(PixelType format, uint32_t type)
+{
+    return PixelFormatName(format.PixelTypeID) + " " + ChannelTypeShortName(type);
+}
+
+bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string& reason)
+{
+    if (IsReadableImageExtension(FileExtension(options.input)))
+    {
+        EORBTColourSpace space = orbtexture::eColourSpaceLinear;
+        ParseColourSpace(options.inputColourSpace, space);
+        return LoadImageFile(options.input, space, texture, reason);
+    }
+    texture = CORBTexture(options.input.c_str());
+    if (texture.getDataPtr())
+        return true;
+    reason = DescribeLoadFailure(options.input);
+    return false;
+}
+
+// Image files of one surface, or of every surface; written under temporary
+// names and renamed only when all are written.
+bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std::string& failedPath,
+                 std::string& reason)
+{
+    const std::string extension = FileExtension(options.output);
+    CORBTexture rgba8(texture);
+    if (!orbtexture::Transcode(rgba8, PixelType(orbtexture::ORBStandard8PixelType), orbtexture::eVarUnsignedByteNorm,
+                               rgba8.getColourSpace()))
+    {
+        failedPath = options.output;
+        reason = "cannot convert " + Describe(texture.getPixelType(), texture.getChannelType()) + " to r8g8b8a8";
+        return false;
+    }
+
+    std::vector<std::unique_ptr<PendingOutput>> outputs;
+    const std::filesystem::path base(options.output);
+    const uint32_t levels = options.allSurfaces ? rgba8.getNumMIPLevels() : 1;
+    const uint32_t members = options.allSurfaces ? rgba8.getNumArrayMembers() : 1;
+    const uint32_t faces = options.allSurfaces ? rgba8.getNumFaces() : 1;
+    for (uint32_t level = 0; level < levels; ++level)
+        for (uint32_t member = 0; member < members; ++member)
+            for (uint32_t face = 0; face < faces; ++face)
+            {
+                std::string path = options.output;
+                if (options.allSurfaces)
+                    path = (base.parent_path() / (base.stem().string() + "-level" + std::to_string(level) +
+                                                  "-member" + std::to_string(member) + "-face" +
+                                                  std::to_string(face) + base.extension().string()))
+                               .string();
+                outputs.push_back(std::make_unique<PendingOutput>(path));
+                if (!WriteImageFile(outputs.back()->TemporaryPath(), extension,
+                                    rgba8.getDataPtr(level, member, face), rgba8.getWidth(level),
+                                    rgba8.getHeight(level) * rgba8.getDepth(level), reason))
+                {
+                    failedPath = path;
+                    return false;
+                }
+            }
+    for (auto& output : outputs)
+        if (!output->Commit(reason))
+        {
+            failedPath = output->Destination();
+            return false;
+        }
+    return true;
+}
+
+} // namespace
+
+int RunConvert(const std::vector<std::string>& arguments)
+{
+    ConvertOptions options;
+    const int parsed = ParseArguments(arguments, options);
+    if (parsed >= 0)
+        return parsed;
+
+    const std::string outExtension = FileExtension(options.output);
+    const bool imageOutput = IsWritableImageExtension(outExtension);
+    if (!imageOutput && outExtension != ".orb")
+    {
+        PrintError(options.output, "cannot write '" + outExtension + "' files; use .orb, .png, .tga or .bmp");
+        return kExitFailure;
+    }
+
+    uint64_t requestedFormat = 0;
+    std::string reason;
+    if (!options.format.empty() && !ParsePixelFormat(options.format, requestedFormat, reason))
+    {
+        PrintError(options.input, reason);
+        return kExitFailure;
+    }
+    uint32_t requestedType = 0;
+    if (!options.type.empty() && !ParseChannelType(options.type, requestedType))
+    {
+        PrintError(options.input, "unknown channel type '" + options.type + "' (orbtex formats lists the names)");
+        return kExitFailure;
+    }
+
+    CORBTexture texture;
+    if (!LoadInput(options, texture, reason))
+    {
+        PrintError(options.input, reason);
+        return kExitFailure;
+    }
+
+    const PixelType sourceFormat = texture.getPixelType();
+    const EORBTVariableType sourceType = texture.getChannelType();
+    const PixelType targetFormat = options.format.empty() ? sourceFormat : PixelType(requestedFormat);
+    const EORBTVariableType targetType =
+        options.type.empty() ? DefaultChannelType(targetFormat, sourceType) : EORBTVariableType(requestedType);
+    EORBTColourSpace targetSpace = texture.getColourSpace();
+    if (!options.colourSpace.empty())
+        ParseColourSpace(options.colourSpace, targetSpace);
+
+    if (!orbtexture::CanTranscodeFrom(sourceFormat))
+    {
+        PrintError(options.input, "no decoder for " + PixelFormatName(sourceFormat.PixelTypeID) + " in this version");
+        return kExitFailure;
+    }
+    if (!orbtexture::CanTranscodeTo(targetFormat))
+    {
+        PrintError(options.input, "no encoder for " + PixelFormatName(targetFormat.PixelTypeID) + " in this version");
+        return kExitFailure;
+    }
+    if (!orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
+                               orbtexture::ECompressorQuality(options.quality), options.dither))
+    {
+        PrintError(options.input, "cannot convert " + Describe(sourceFormat, sourceType) + " to " +
+                                      Describe(targetFormat, targetType));
+        return kExitFailure;
+    }
+
+    if (imageOutput)
+    {
+        std::string failedPath;
+        if (!WriteImages(options, texture, failedPath, reason))
+        {
+            PrintError(failedPath, reason);
+            return kExitFailure;
+        }
+        return kExitOk;
+    }
+
+    PendingOutput output(options.output);
+    errno = 0;
+    if (!texture.saveFile(output.TemporaryPath().c_str()))
+    {
+        PrintError(options.output, std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : ""));
+        return kExitFailure;
+    }
+    if (!output.Commit(reason))
+    {
+        PrintError(options.output, reason);
+        return kExitFailure;
+    }
+    return kExitOk;
+}
+
+} // namespace cli

@@ -1,0 +1,62 @@
+// orbtex formats: the names convert accepts.
+
+#include <iomanip>
+#include <iostream>
+
+#include "CliSupport.h"
+#include "Commands.h"
+#include "FormatNames.h"
+#include "ORBTextureFormat.h"
+
+namespace cli
+{
+
+const char* const kFormatsHelp =
+    "usage: orbtex formats\n"
+    "\n"
+    "Lists the pixel format names, the channel layout syntax and the channel\n"
+    "type names that 'orbtex convert' accepts.\n";
+
+int RunFormats(const std::vector<std::string>& arguments)
+{
+    for (const std::string& argument : arguments)
+    {
+        if (IsHelpFlag(argument))
+        {
+            std::cout << kFormatsHelp;
+            return kExitOk;
+        }
+        return UsageError("formats", "unexpected argument '" + argument + "'");
+    }
+
+    std::cout << "Named formats (--format, any case):\n"
+              << "  " << std::left << std::setw(18) << "name" << std::right << std::setw(6) << "bpp"
+              << "  block\n";
+    for (uint32_t format = 0; format < orbtexture::ePF_NumCompressed; ++format)
+    {
+        unsigned x, y, z;
+        ORBTGetFormatMinDims(format, x, y, z);
+        const uint32_t bits = ORBTGetBitsPerPixel(format);
+        std::cout << "  " << std::left << std::setw(18) << PixelFormatName(format) << std::right << std::setw(6)
+                  << (bits ? std::to_string(bits) : std::string("-")) << "  " << x << "x" << y
+                  << (z > 1 ? "x" + std::to_string(z) : std::string()) << "\n";
+    }
+    std::cout << "\n"
+                 "Channel layouts (--format): up to four channels, each a letter and a\n"
+                 "width of 1 to 32 bits, first channel first, whole bytes in total:\n"
+                 "  r g b a   red, green, blue, alpha\n"
+                 "  l i       luminance, intensity\n"
+                 "  x         unspecified\n"
+                 "  e.g. r8g8b8a8, r5g6b5, r4g4b4a4, a1r5g5b5, l8, a8, l8a8, r16g16b16a16,\n"
+                 "       r32g32b32a32, r11g11b10\n"
+                 "\n"
+                 "Channel types (--type, short or full name, any case):\n";
+    for (uint32_t type = 0; type < orbtexture::eNumVarTypes; ++type)
+        std::cout << "  " << std::left << std::setw(5) << ChannelTypeShortName(type) << ChannelTypeName(type)
+                  << "\n";
+    std::cout << "\n"
+                 "Colour spaces (--colour-space, --input-colour-space): linear, srgb\n";
+    return kExitOk;
+}
+
+} // namespace cli

@@ -1,0 +1,225 @@
+// orbtex convert and formats as a user runs them.
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <stb_image_write.h>
+
+#include "ORBTexture.h"
+#include "RunOrbtex.h"
+
+using namespace orbtexture;
+using testsupport::CountLines;
+using testsupport::Orbtex;
+using testsupport::RunResult;
+using testsupport::ScratchDir;
+
+namespace
+{
+
+// An 8x4 rgba8 texture of distinct pixels, alpha included.
+CORBTexture Pattern()
+{
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 4, 8));
+    for (uint32_t i = 0; i < texture.getDataSize(); ++i)
+        texture.getDataPtr()[i] = uint8_t(i * 37 + 11);
+    return texture;
+}
+
+std::vector<uint8_t> Bytes(const CORBTexture& texture, uint32_t size)
+{
+    return std::vector<uint8_t>(texture.getDataPtr(), texture.getDataPtr() + size);
+}
+
+// Files in the directory, the run's own output files excepted.
+std::vector<std::string> Listing(const ScratchDir& dir)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+    {
+        const std::string name = entry.path().filename().string();
+        if (name != "stdout" && name != "stderr")
+            names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string Quote(const std::string& path) { return "'" + path + "'"; }
+
+} // namespace
+
+TEST(OrbtexConvert, OrbToPngToOrbKeepsEveryByte)
+{
+    ScratchDir dir;
+    const CORBTexture original = Pattern();
+    ASSERT_TRUE(original.saveFile((dir / "in.orb").c_str()));
+
+    RunResult run = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "out.png"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    run = Orbtex(dir, "convert " + Quote(dir / "out.png") + " " + Quote(dir / "back.orb"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(run.err.empty());
+
+    const CORBTexture back((dir / "back.orb").c_str());
+    ASSERT_NE(back.getDataPtr(), nullptr);
+    EXPECT_EQ(back.getPixelType(), PixelType(ORBStandard8PixelType));
+    EXPECT_EQ(back.getChannelType(), eVarUnsignedByteNorm);
+    EXPECT_EQ(back.getColourSpace(), eColourSpaceLinear);
+    EXPECT_EQ(back.getWidth(), 8u);
+    EXPECT_EQ(back.getHeight(), 4u);
+    EXPECT_EQ(Bytes(back, 128), Bytes(original, 128));
+    EXPECT_EQ(Listing(dir), (std::vector<std::string>{"back.orb", "in.orb", "out.png"}));
+}
+
+TEST(OrbtexConvert, ImagesLoadWithTheirChannelsExpanded)
+{
+    ScratchDir dir;
+    const uint8_t grey[2] = {10, 200};
+    const uint8_t greyAlpha[4] = {10, 20, 200, 30};
+    ASSERT_TRUE(stbi_write_png((dir / "grey.png").c_str(), 2, 1, 1, grey, 2));
+    ASSERT_TRUE(stbi_write_tga((dir / "ga.tga").c_str(), 2, 1, 2, greyAlpha));
+    const float hdr[6] = {0.5f, 2.0f, 8.0f, 1.0f, 0.25f, 0.125f};
+    ASSERT_TRUE(stbi_write_hdr((dir / "light.hdr").c_str(), 2, 1, 3, hdr));
+
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "grey.png") + " " + Quote(dir / "grey.orb")).status, 0);
+    const CORBTexture g((dir / "grey.orb").c_str());
+    EXPECT_EQ(Bytes(g, 8), (std::vector<uint8_t>{10, 10, 10, 255, 200, 200, 200, 255}));
+
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "ga.tga") + " " + Quote(dir / "ga.orb") +
+                              " --input-colour-space srgb")
+                  .status,
+              0);
+    const CORBTexture ga((dir / "ga.orb").c_str());
+    EXPECT_EQ(Bytes(ga, 8), (std::vector<uint8_t>{10, 10, 10, 20, 200, 200, 200, 30}));
+    EXPECT_EQ(ga.getColourSpace(), eColourSpaceSRGB);
+
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "light.hdr") + " " + Quote(dir / "light.orb")).status, 0);
+    const CORBTexture light((dir / "light.orb").c_str());
+    EXPECT_EQ(light.getPixelType(), PixelType(ORBStandard32PixelType));
+    EXPECT_EQ(light.getChannelType(), eVarSignedFloat);
+    float pixels[8];
+    std::memcpy(pixels, light.getDataPtr(), sizeof(pixels));
+    EXPECT_FLOAT_EQ(pixels[0], 0.5f);
+    EXPECT_FLOAT_EQ(pixels[2], 8.0f);
+    EXPECT_FLOAT_EQ(pixels[3], 1.0f);
+    EXPECT_FLOAT_EQ(pixels[4], 1.0f);
+}
+
+TEST(OrbtexConvert, FormatTypeAndColourSpaceOptions)
+{
+    ScratchDir dir;
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 1, 2));
+    const uint8_t pixels[8] = {255, 128, 0, 77, 128, 128, 128, 255};
+    std::memcpy(texture.getDataPtr(), pixels, 8);
+    ASSERT_TRUE(texture.saveFile((dir / "in.orb").c_str()));
+
+    // Named formats any case; layouts by letters and widths; type by default.
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "565.orb") + " --format R5G6B5")
+                  .status,
+              0);
+    const CORBTexture packed((dir / "565.orb").c_str());
+    EXPECT_EQ(packed.getPixelType(), PixelType('r', 'g', 'b', 0, 5, 6, 5, 0));
+    EXPECT_EQ(packed.getChannelType(), eVarUnsignedByteNorm);
+    EXPECT_EQ(Bytes(packed, 2), (std::vector<uint8_t>{0x00, 0xFC}));
+
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "f.orb") +
+                              " --format r32g32b32a32 --type SignedFloat")
+                  .status,
+              0);
+    const CORBTexture floats((dir / "f.orb").c_str());
+    EXPECT_EQ(floats.getChannelType(), eVarSignedFloat);
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "16.orb") +
+                              " --format r16g16b16a16")
+                  .status,
+              0);
+    EXPECT_EQ(CORBTexture((dir / "16.orb").c_str()).getChannelType(), eVarUnsignedShortNorm);
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "small.orb") +
+                              " --format r11g11b10")
+                  .status,
+              0);
+    EXPECT_EQ(CORBTexture((dir / "small.orb").c_str()).getChannelType(), eVarUnsignedFloat);
+
+    // The target colour space applies the curve: 128 linear is 188 in sRGB.
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "s.orb") + " --colour-space srgb")
+                  .status,
+              0);
+    const CORBTexture srgb((dir / "s.orb").c_str());
+    EXPECT_EQ(srgb.getColourSpace(), eColourSpaceSRGB);
+    EXPECT_EQ(Bytes(srgb, 8), (std::vector<uint8_t>{255, 188, 0, 77, 188, 188, 188, 255}));
+}
+
+TEST(OrbtexConvert, AllSurfacesWritesOneImageEach)
+{
+    ScratchDir dir;
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 2, 1, 2));
+    std::memset(texture.getDataPtr(), 99, texture.getDataSize());
+    ASSERT_TRUE(texture.saveFile((dir / "cube.orb").c_str()));
+    const RunResult run =
+        Orbtex(dir, "convert " + Quote(dir / "cube.orb") + " " + Quote(dir / "face.bmp") + " --all-surfaces");
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(Listing(dir), (std::vector<std::string>{"cube.orb", "face-level0-member0-face0.bmp",
+                                                      "face-level0-member0-face1.bmp", "face-level1-member0-face0.bmp",
+                                                      "face-level1-member0-face1.bmp"}));
+}
+
+TEST(OrbtexConvert, ErrorsNameTheFileAndLeaveNoOutput)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    const std::string in = Quote(dir / "in.orb");
+    const std::string out = Quote(dir / "out.orb");
+
+    struct Case
+    {
+        std::string arguments;
+        int status;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"convert " + in + " " + out + " --format r9q", 1, "in.orb: unknown format 'r9q'"},
+        {"convert " + in + " " + out + " --format r7g8", 1, "15 bits per pixel is not a whole number of bytes"},
+        {"convert " + in + " " + out + " --type huge", 1, "in.orb: unknown channel type 'huge'"},
+        {"convert " + in + " " + out + " --format DXT1", 1, "in.orb: no encoder for DXT1"},
+        {"convert " + Quote(dir / "missing.png") + " " + out, 1, "missing.png: No such file or directory"},
+        {"convert " + Quote(dir / "missing.orb") + " " + out, 1, "missing.orb: No such file or directory"},
+        {"convert " + in + " " + Quote(dir / "nowhere/out.png"), 1, "nowhere/out.png: cannot write file"},
+        {"convert " + in + " " + Quote(dir / "out.xyz"), 1, "out.xyz: cannot write '.xyz' files"},
+        {"convert " + in + " " + out + " --colour-space purple", 2, "--colour-space is linear or srgb"},
+        {"convert " + in + " " + out + " --quality", 2, "--quality needs a value"},
+        {"convert " + in, 2, "needs an input and an output file"},
+        {"convert " + in + " " + out + " --bogus", 2, "unknown option '--bogus'"},
+    };
+    for (const Case& c : cases)
+    {
+        const RunResult run = Orbtex(dir, c.arguments);
+        EXPECT_EQ(run.status, c.status) << c.arguments;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << c.arguments << "\n" << run.err;
+        if (c.status == 1)
+        {
+            EXPECT_EQ(CountLines(run.err), 1) << run.err;
+        }
+        EXPECT_EQ(Listing(dir), std::vector<std::string>{"in.orb"}) << c.arguments;
+    }
+
+    // A PNG that is not one.
+    testsupport::WriteBytes(dir / "fake.png", std::vector<uint8_t>(64, 7));
+    const RunResult run = Orbtex(dir, "convert " + Quote(dir / "fake.png") + " " + out);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("fake.png: not a readable image"), std::string::npos) << run.err;
+}
+
+TEST(OrbtexConvert, FormatsListsEveryName)
+{
+    ScratchDir dir;
+    const RunResult run = Orbtex(dir, "formats");
+    ASSERT_EQ(run.status, 0);
+    for (const char* name : {"ORBTC_4bpp_RGB", "ETC1", "EAC_RG11", "ASTC_6x6x6", "r5g6b5", "ubn", "UnsignedByteNorm",
+                             "sf ", "SignedFloat", "uf ", "linear, srgb"})
+        EXPECT_NE(run.out.find(name), std::string::npos) << name;
+    EXPECT_EQ(run.out.find("NumCompressed"), std::string::npos);
+}
