@@ -51,6 +51,62 @@ std::vector<std::string> Listing(const ScratchDir& dir)
 
 std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
+void AppendBigEndian(std::vector<uint8_t>& bytes, uint32_t value)
+{
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes.push_back(uint8_t(value >> shift));
+}
+
+uint32_t Crc32(const uint8_t* data, size_t size)
+{
+    uint32_t crc = 0xFFFFFFFFu;
+    for (size_t i = 0; i < size; ++i)
+    {
+        crc ^= data[i];
+        for (int k = 0; k < 8; ++k)
+            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return ~crc;
+}
+
+void AppendChunk(std::vector<uint8_t>& png, const char* type, const std::vector<uint8_t>& data)
+{
+    AppendBigEndian(png, uint32_t(data.size()));
+    std::vector<uint8_t> body(type, type + 4);
+    body.insert(body.end(), data.begin(), data.end());
+    png.insert(png.end(), body.begin(), body.end());
+    AppendBigEndian(png, Crc32(body.data(), body.size()));
+}
+
+// A 16-bit RGBA PNG of one row, its image data in one stored deflate block.
+std::vector<uint8_t> Png16(const std::vector<uint16_t>& rgba)
+{
+    std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    std::vector<uint8_t> header;
+    AppendBigEndian(header, uint32_t(rgba.size() / 4));
+    AppendBigEndian(header, 1);
+    header.insert(header.end(), {16, 6, 0, 0, 0});
+    AppendChunk(png, "IHDR", header);
+
+    std::vector<uint8_t> raw = {0}; // filter type of the row
+    for (uint16_t value : rgba)
+        raw.insert(raw.end(), {uint8_t(value >> 8), uint8_t(value)});
+    uint32_t a = 1, b = 0;
+    for (uint8_t byte : raw)
+    {
+        a = (a + byte) % 65521;
+        b = (b + a) % 65521;
+    }
+    const uint16_t length = uint16_t(raw.size());
+    std::vector<uint8_t> z = {0x78, 0x01, 0x01, uint8_t(length), uint8_t(length >> 8), uint8_t(~length),
+                              uint8_t(~length >> 8)};
+    z.insert(z.end(), raw.begin(), raw.end());
+    AppendBigEndian(z, b << 16 | a);
+    AppendChunk(png, "IDAT", z);
+    AppendChunk(png, "IEND", {});
+    return png;
+}
+
 } // namespace
 
 TEST(OrbtexConvert, OrbToPngToOrbKeepsEveryByte)
@@ -97,6 +153,16 @@ TEST(OrbtexConvert, ImagesLoadWithTheirChannelsExpanded)
     const CORBTexture ga((dir / "ga.orb").c_str());
     EXPECT_EQ(Bytes(ga, 8), (std::vector<uint8_t>{10, 10, 10, 20, 200, 200, 200, 30}));
     EXPECT_EQ(ga.getColourSpace(), eColourSpaceSRGB);
+
+    testsupport::WriteBytes(dir / "deep.png", Png16({1, 2, 3, 65535, 40000, 50000, 60000, 0}));
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "deep.png") + " " + Quote(dir / "deep.orb")).status, 0);
+    const CORBTexture deep((dir / "deep.orb").c_str());
+    EXPECT_EQ(deep.getPixelType(), PixelType(ORBStandard16PixelType));
+    EXPECT_EQ(deep.getChannelType(), eVarUnsignedShortNorm);
+    uint16_t deepPixels[8];
+    std::memcpy(deepPixels, deep.getDataPtr(), sizeof(deepPixels));
+    EXPECT_EQ(std::vector<uint16_t>(deepPixels, deepPixels + 8),
+              (std::vector<uint16_t>{1, 2, 3, 65535, 40000, 50000, 60000, 0}));
 
     ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "light.hdr") + " " + Quote(dir / "light.orb")).status, 0);
     const CORBTexture light((dir / "light.orb").c_str());
