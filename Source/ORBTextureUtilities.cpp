@@ -2,11 +2,18 @@
 
 #include "ORBTextureUtilities.h"
 
+#include "ORBTPixelByteTables.h"
+
 #include <cstring>
 #include <utility>
 
 namespace orbtexture
 {
+
+namespace
+{
+constexpr uint32_t kMinPixelsForTables = 4096;
+} // namespace
 
 unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,
                           CPixelEncoder& targetEncoder, EORBTColourSpace targetColourSpace,
@@ -16,6 +23,13 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
     const size_t targetStep = targetEncoder.GetColourDataSize();
     const uint8_t* encoded = targetEncoder.GetColourData();
 
+    // Large 8-bit sources go through tables of the encoders' results when the
+    // pair allows it; the tables cost 256 conversions a channel.
+    CPixelByteTables tables;
+    const bool tabled = source.getTextureSize(-1, true, true) >= kMinPixelsForTables &&
+                        tables.Build(source.getPixelType(), source.getChannelType(), sourceEncoder, targetEncoder,
+                                     targetColourSpace, sourceColourSpace);
+
     uint64_t pixels = 0;
     for (uint32_t member = 0; member < source.getNumArrayMembers(); ++member)
         for (uint32_t face = 0; face < source.getNumFaces(); ++face)
@@ -24,6 +38,12 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
                 const uint8_t* in = source.getDataPtr(mip, member, face);
                 uint8_t* out = target.getDataPtr(mip, member, face);
                 const uint32_t count = source.getTextureSize(int(mip), false, false);
+                pixels += count;
+                if (tabled)
+                {
+                    tables.Convert(in, out, count);
+                    continue;
+                }
                 for (uint32_t i = 0; i < count; ++i, in += sourceStep, out += targetStep)
                 {
                     sourceEncoder.OverwriteColourData(in);
@@ -31,7 +51,6 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
                     targetEncoder.ConvertToColourSpace(targetColourSpace, sourceColourSpace);
                     std::memcpy(out, encoded, targetStep);
                 }
-                pixels += count;
             }
     return unsigned(targetStep * pixels);
 }
