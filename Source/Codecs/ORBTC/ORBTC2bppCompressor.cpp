@@ -1,0 +1,270 @@
+#include "Codecs/ORBTC/ORBTC2bppCompressor.h"
+
+#include <new>
+
+namespace orbtexture
+{
+
+namespace
+{
+
+const unsigned char ModVals[4] = {0, 3, 5, 8};
+
+inline int sq(int v) { return v * v; }
+
+inline bool isStoredPlace(unsigned int x, unsigned int y) { return ((x ^ y) & 1u) == 0; }
+
+} // namespace
+
+ORBTC2bppCompressor::ORBTC2bppCompressor(const PixelU8* source, unsigned int width, unsigned int height)
+    : ORBTCCompressor(source, width, height, 8, 4)
+{
+    const uint64_t blocks = uint64_t(blocksX) * blocksY;
+    if (blocks > MaxBlocks)
+        throw std::bad_array_new_length();
+    BlockInfo initial = {};
+    initial.modeWeights[0] = 4;
+    initial.modeWeights[1] = 1;
+    initial.modeWeights[2] = 4;
+    initial.modeWeights[3] = 4;
+    initial.mode = eORBTCMode1BPP;
+    blockInfo.assign(size_t(blocks), initial);
+}
+
+ORBTC2bppCompressor::~ORBTC2bppCompressor() = default;
+
+bool ORBTC2bppCompressor::preprocess(bool /*wideSample*/)
+{
+    // 2bpp always samples the block alone.
+    calculateColoursAB(false);
+    interpolateColoursAB();
+    calculateModulations();
+    return true;
+}
+
+bool ORBTC2bppCompressor::compress()
+{
+    for (unsigned int pass = 0; pass < iterations; ++pass)
+    {
+        optimizeColoursAB();
+        interpolateColoursAB();
+        if (modulationInterval != 0 && pass % modulationInterval == 0)
+            calculateModulations();
+    }
+    return true;
+}
+
+bool ORBTC2bppCompressor::getCompressedData(ORBTCBlockData* output, bool twiddle)
+{
+    for (unsigned int by = 0; by < blocksY; ++by)
+        for (unsigned int bx = 0; bx < blocksX; ++bx)
+        {
+            const size_t block = size_t(by) * blocksX + bx;
+            const BlockInfo& info = blockInfo[block];
+            ORBTCBlockData& word = output[twiddle ? getTwiddleOffset(blocksX, blocksY, bx, by) : block];
+            uint32_t modulation = 0;
+            uint32_t flag = 0;
+            if (info.mode == eORBTCMode1BPP)
+            {
+                for (unsigned int i = 0; i < 32; ++i)
+                    if (info.oneBitCodes[i] == 3)
+                        modulation |= 1u << i;
+            }
+            else if (info.mode <= eORBTCModeVerticalOnly)
+            {
+                flag = 1;
+                for (unsigned int y = 0; y < 4; ++y)
+                    for (unsigned int x = y & 1u; x < 8; x += 2)
+                        modulation |= uint32_t(info.twoBitCodes[y * 8 + x] & 3) << (8 * y + 2 * (x >> 1));
+                // Bits 0 and 20 carry the sub-mode in place of code bits.
+                if (info.mode == eORBTCModeInterpolated)
+                    modulation &= ~1u;
+                else if (info.mode == eORBTCModeHorizontalOnly)
+                    modulation = (modulation & ~(1u << 20)) | 1u;
+                else
+                    modulation |= (1u << 20) | 1u;
+            }
+            word.modulationData = modulation;
+            word.colourData = flag;
+            word.setColourA(coloursA[block]);
+            word.setColourB(coloursB[block]);
+        }
+    return true;
+}
+
+void ORBTC2bppCompressor::calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
+{
+    PixelU8 preview[32];
+    for (unsigned int by = y0; by < y1; ++by)
+        for (unsigned int bx = x0; bx < x1; ++bx)
+        {
+            calculate1BPPModulation(bx, by);
+            calculate2BPPInterpolatedModulation(bx, by);
+
+            const PixelU8* source = &pixels[size_t(by) * 4 * width + size_t(bx) * 8];
+            BlockInfo& info = blockInfo[size_t(by) * blocksX + bx];
+            unsigned int error = 0;
+            decompressORBTCBlock(bx, by, preview, eORBTCMode1BPP);
+            calculateImageBlockErrorMeanSquared(source, preview, error);
+            uint64_t best = uint64_t(error) * info.modeWeights[0];
+            unsigned char mode = eORBTCMode1BPP;
+            for (unsigned char k = 1; k < 4; ++k)
+            {
+                decompressORBTCBlock(bx, by, preview, eORBTCMode(k));
+                calculateImageBlockErrorMeanSquared(source, preview, error);
+                const uint64_t weighted = uint64_t(error) * info.modeWeights[k];
+                if (best > weighted)
+                {
+                    best = weighted;
+                    mode = k;
+                }
+            }
+            info.mode = mode;
+        }
+}
+
+void ORBTC2bppCompressor::calculateModulations()
+{
+    calculateModulations(0, blocksX, 0, blocksY);
+}
+
+void ORBTC2bppCompressor::optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
+{
+    unsigned char values[32];
+    float weights[32];
+    for (unsigned int by = y0; by < y1; ++by)
+        for (unsigned int bx = x0; bx < x1; ++bx)
+        {
+            getModulationValues(bx, by, eORBTCMode(blockInfo[size_t(by) * blocksX + bx].mode), values);
+            // Weights out of 8; the one-neighbour places of the one-axis
+            // modes reach 9 and 10 and extrapolate past B, as in the preview.
+            for (int i = 0; i < 32; ++i)
+                weights[i] = float(values[i]) * 0.125f;
+            refineBlockColours(bx, by, weights, 0.03125f, 128.0f);
+        }
+}
+
+void ORBTC2bppCompressor::optimizeColoursAB()
+{
+    optimizeColoursAB(0, blocksX, 0, blocksY);
+}
+
+void ORBTC2bppCompressor::interpolateColoursAB()
+{
+    interpolateColoursAB(interpolateColours8x4_uint8, coloursA.data(), interpolatedA.data());
+    interpolateColoursAB(interpolateColours8x4_uint8, coloursB.data(), interpolatedB.data());
+}
+
+void ORBTC2bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int blockY, PixelU8* out,
+                                               eORBTCMode mode)
+{
+    unsigned char values[32];
+    getModulationValues(blockX, blockY, mode, values);
+    for (unsigned int y = 0; y < 4; ++y)
+    {
+        const size_t row = (size_t(blockY) * 4 + y) * width + size_t(blockX) * 8;
+        for (unsigned int x = 0; x < 8; ++x)
+        {
+            const int weight = values[y * 8 + x];
+            const PixelU8& a = interpolatedA[row + x];
+            const PixelU8& b = interpolatedB[row + x];
+            PixelU8& o = out[y * 8 + x];
+            o.red = static_cast<unsigned char>(((b.red - a.red) * weight + a.red * 8) >> 3);
+            o.green = static_cast<unsigned char>(((b.green - a.green) * weight + a.green * 8) >> 3);
+            o.blue = static_cast<unsigned char>(((b.blue - a.blue) * weight + a.blue * 8) >> 3);
+            o.alpha = static_cast<unsigned char>(((b.alpha - a.alpha) * weight + a.alpha * 8) >> 3);
+        }
+    }
+}
+
+void ORBTC2bppCompressor::calculate1BPPModulation(unsigned int blockX, unsigned int blockY)
+{
+    BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
+    for (unsigned int y = 0; y < 4; ++y)
+    {
+        const size_t row = (size_t(blockY) * 4 + y) * width + size_t(blockX) * 8;
+        for (unsigned int x = 0; x < 8; ++x)
+        {
+            const PixelU8& p = pixels[row + x];
+            const bool nearerA = squareColourDistance(p, interpolatedA[row + x]) <
+                                 squareColourDistance(p, interpolatedB[row + x]);
+            info.oneBitCodes[y * 8 + x] = nearerA ? 0 : 3;
+        }
+    }
+}
+
+void ORBTC2bppCompressor::calculate2BPPInterpolatedModulation(unsigned int blockX, unsigned int blockY)
+{
+    BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
+    for (unsigned int y = 0; y < 4; ++y)
+    {
+        const size_t row = (size_t(blockY) * 4 + y) * width + size_t(blockX) * 8;
+        for (unsigned int x = y & 1u; x < 8; x += 2)
+        {
+            const PixelU8& p = pixels[row + x];
+            const PixelU8& a = interpolatedA[row + x];
+            const PixelU8& b = interpolatedB[row + x];
+            int bestError = 0;
+            unsigned char bestCode = 0;
+            for (unsigned char code = 0; code < 4; ++code)
+            {
+                const int w = ModVals[code];
+                auto blend = [w](int ca, int cb) { return (ca * 8 + (cb - ca) * w) / 8; };
+                const int error = sq(blend(a.red, b.red) - p.red) + sq(blend(a.green, b.green) - p.green) +
+                                  sq(blend(a.blue, b.blue) - p.blue) + sq(blend(a.alpha, b.alpha) - p.alpha);
+                if (code == 0 || error < bestError)
+                {
+                    bestError = error;
+                    bestCode = code;
+                }
+            }
+            info.twoBitCodes[y * 8 + x] = bestCode;
+        }
+    }
+}
+
+void ORBTC2bppCompressor::getModulationValues(unsigned int blockX, unsigned int blockY, eORBTCMode mode,
+                                              unsigned char* values)
+{
+    const BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
+    if (mode == eORBTCMode1BPP)
+    {
+        for (int i = 0; i < 32; ++i)
+            values[i] = ModVals[info.oneBitCodes[i] & 3];
+        return;
+    }
+    auto stored = [&info](int x, int y) { return int(ModVals[info.twoBitCodes[y * 8 + x] & 3]); };
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 8; ++x)
+        {
+            if (isStoredPlace(unsigned(x), unsigned(y)))
+            {
+                values[y * 8 + x] = static_cast<unsigned char>(stored(x, y));
+                continue;
+            }
+            const int above = y > 0 ? stored(x, y - 1) : 0;
+            const int below = y < 3 ? stored(x, y + 1) : 0;
+            const int left = x > 0 ? stored(x - 1, y) : 0;
+            const int right = x < 7 ? stored(x + 1, y) : 0;
+            const int vertical = (y > 0) + (y < 3);
+            const int horizontal = (x > 0) + (x < 7);
+            int value;
+            // Number 2 blends vertically and number 3 horizontally here, the
+            // reverse of how the word's sub-mode is read; the mode decision
+            // is tuned on this preview.
+            if (mode == eORBTCModeInterpolated)
+            {
+                const int count = vertical + horizontal;
+                value = (above + below + left + right + count / 2) / count;
+            }
+            else if (mode == eORBTCModeHorizontalOnly)
+                value = (above + below + 2) / vertical;
+            else if (mode == eORBTCModeVerticalOnly)
+                value = (left + right + 1) / horizontal;
+            else
+                value = 255;
+            values[y * 8 + x] = static_cast<unsigned char>(value);
+        }
+}
+
+} // namespace orbtexture

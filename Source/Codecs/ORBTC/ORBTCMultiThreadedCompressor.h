@@ -1,0 +1,71 @@
+#ifndef ORBTCMULTITHREADEDCOMPRESSOR_H
+#define ORBTCMULTITHREADEDCOMPRESSOR_H
+
+// Section driver of the ORBTC class compressors, and their raw-memory entry.
+// The block grid is cut into rectangular sections by the processor count; the
+// sections of each phase are independent of one another and run in sequence
+// on the caller's thread.
+
+#include <vector>
+
+#include "Codecs/ORBTC/ORBTCCompressor.h"
+
+namespace orbtexture
+{
+
+class ORBTCMultiThreadedCompressor;
+
+// One rectangle of blocks, end bounds excluded.
+struct ORBTCCompressorBlock
+{
+    ORBTCMultiThreadedCompressor* owner;
+    unsigned int xStart;
+    unsigned int xEnd;
+    unsigned int yStart;
+    unsigned int yEnd;
+};
+
+class ORBTCMultiThreadedCompressor
+{
+public:
+    // compressor is not owned.
+    ORBTCMultiThreadedCompressor(ORBTCCompressor* compressor, unsigned int threads);
+
+    // Least of the online processors, the requested number and the block count.
+    void calculateNumberOfThreads();
+    bool preprocess(bool wideSample);
+    unsigned int getNumberOfIterations() const;
+    unsigned int getModulationRecalculationInterval() const;
+    void optimizeColours(const ORBTCCompressorBlock& section);
+    void calculateModulations(const ORBTCCompressorBlock& section);
+    void interpolateColoursAB();
+    // Runs the compressor's iterations: every pass recalculates modulations
+    // per section, upscales once, then optimises colours per section.
+    bool compress();
+
+    // The sections compress() works on. Blocks that don't fit the even cut
+    // lie in no section and keep their preprocessed colours and codes.
+    void getSections(std::vector<ORBTCCompressorBlock>& sections);
+
+    ORBTCCompressor* compressor;
+    unsigned int numberOfThreads;
+};
+
+// Compress width x height rgba8 pixels into twiddled ORBTC words. Returns the
+// byte count: width * height / 4 at 2bpp, / 2 at 4bpp. hasAlpha is unused.
+unsigned int orbtcCompressMW(void* input, void* output, unsigned int width, unsigned int height, bool hasAlpha,
+                             bool wideSample, bool twoBpp, int iterations);
+unsigned int orbtcCompress2bppMW(void* input, void* output, unsigned int width, unsigned int height, bool hasAlpha,
+                                 bool wideSample, int iterations);
+unsigned int orbtcCompress4bppMW(void* input, void* output, unsigned int width, unsigned int height, bool hasAlpha,
+                                 bool wideSample, int iterations);
+
+// Replaces the online processor count the section cut is based on; 0 goes
+// back to asking the system.
+void ORBTCSetProcessorCountOverride(unsigned int count);
+// The processor count the section cut uses (never 0).
+unsigned int ORBTCGetProcessorCount();
+
+} // namespace orbtexture
+
+#endif
