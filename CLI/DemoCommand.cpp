@@ -90,6 +90,14 @@ const DemoConversion kConversions[] = {
     {orbtexture::PixelType('l', 0, 0, 0, 8, 0, 0, 0), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ORBStandard16PixelType), orbtexture::eVarUnsignedShortNorm, 0},
     {orbtexture::PixelType(orbtexture::ORBStandard32PixelType), orbtexture::eVarSignedFloat, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 1},
 };
 
 // Largest colour difference, PSNR over red, green and blue, and largest alpha
@@ -129,11 +137,15 @@ ImageError CompareRGBA8(const CORBTexture& a, const CORBTexture& b)
 bool RunConversions(const CORBTexture& card, const std::string& directory)
 {
     std::cout << "  conversions (to the format and back to r8g8b8a8; errors of red, green, blue and of alpha):\n"
-              << "    format          type  quality    bytes   max RGB   PSNR dB  max A      ms\n";
+              << "    format            type  quality  bpp    bytes   max RGB   PSNR dB  max A        ms\n";
     bool ok = true;
     for (const DemoConversion& conversion : kConversions)
     {
         const std::string name = PixelFormatName(conversion.format.PixelTypeID);
+        // Compressed formats appear at several qualities.
+        const std::string fileName = conversion.format.isNamedFormat()
+                                         ? name + "-q" + std::to_string(conversion.quality)
+                                         : name;
         CORBTexture converted(card);
         const auto start = std::chrono::steady_clock::now();
         const bool converts = orbtexture::Transcode(converted, conversion.format, conversion.type,
@@ -143,7 +155,7 @@ bool RunConversions(const CORBTexture& card, const std::string& directory)
         CORBTexture decoded(converted);
         const bool decodes = converts && orbtexture::Transcode(decoded, card.getPixelType(), card.getChannelType(),
                                                                card.getColourSpace());
-        const std::string base = (std::filesystem::path(directory) / ("testcard-" + name)).string();
+        const std::string base = (std::filesystem::path(directory) / ("testcard-" + fileName)).string();
         std::string reason;
         const bool saved = decodes && converted.saveFile((base + ".orb").c_str()) &&
                            WriteImageFile(base + ".png", ".png", decoded.getDataPtr(), decoded.getWidth(),
@@ -155,15 +167,16 @@ bool RunConversions(const CORBTexture& card, const std::string& directory)
             continue;
         }
         const ImageError error = CompareRGBA8(card, decoded);
-        std::cout << "    " << std::left << std::setw(16) << name << std::setw(6)
+        std::cout << "    " << std::left << std::setw(18) << name << std::setw(6)
                   << ChannelTypeShortName(conversion.type) << std::right << std::setw(7) << conversion.quality
-                  << std::setw(9) << converted.getDataSize() << std::setw(10) << error.maxColour << std::setw(10);
+                  << std::setw(5) << ORBTGetBitsPerPixel(conversion.format.PixelTypeID) << std::setw(9)
+                  << converted.getDataSize() << std::setw(10) << error.maxColour << std::setw(10);
         if (std::isinf(error.psnr))
             std::cout << "exact";
         else
             std::cout << error.psnr;
         std::cout << std::setw(7) << error.maxAlpha;
-        std::cout << std::setw(8) << ms << "\n";
+        std::cout << std::setw(10) << ms << "\n";
     }
     return ok;
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "Codecs/ORBTC/ORBTCCodec.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture
@@ -10,14 +11,34 @@ namespace orbtexture
 namespace
 {
 
+// Codec calls. The arguments that tell the formats of one codec apart are
+// template arguments, so that each row names its own call.
+
+template <bool twoBpp, unsigned generation>
+unsigned DecodeORBTC(const CodecSurface& surface)
+{
+    return ORBTCDecompress(surface.source, surface.destination, surface.width, surface.height, twoBpp, generation);
+}
+
+template <bool hasAlpha, bool twoBpp, unsigned generation>
+unsigned EncodeORBTC(const CodecSurface& surface)
+{
+    return ORBTCCompress(surface.source, surface.destination, surface.width, surface.height, hasAlpha, twoBpp,
+                         generation, unsigned(surface.quality));
+}
+
 // Named formats and their codecs. A codec attaches by filling the decode and
 // encode calls of its rows.
 const CodecRow kCodecRows[] = {
     // first, last, intermediate, dither R G B A, decodesAnySize, opaqueAlphaFirst, decode, encode
-    {ePF_ORBTC_2bpp_RGB, ePF_ORBTC_2bpp_RGB, eIntermediateRGBA8, {5, 5, 5, 0}, true, true, nullptr, nullptr},
-    {ePF_ORBTC_2bpp_RGBA, ePF_ORBTC_2bpp_RGBA, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, nullptr, nullptr},
-    {ePF_ORBTC_4bpp_RGB, ePF_ORBTC_4bpp_RGB, eIntermediateRGBA8, {5, 5, 5, 0}, true, true, nullptr, nullptr},
-    {ePF_ORBTC_4bpp_RGBA, ePF_ORBTC_4bpp_RGBA, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, nullptr, nullptr},
+    {ePF_ORBTC_2bpp_RGB, ePF_ORBTC_2bpp_RGB, eIntermediateRGBA8, {5, 5, 5, 0}, true, true, DecodeORBTC<true, 0>,
+     EncodeORBTC<false, true, 0>},
+    {ePF_ORBTC_2bpp_RGBA, ePF_ORBTC_2bpp_RGBA, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, DecodeORBTC<true, 0>,
+     EncodeORBTC<true, true, 0>},
+    {ePF_ORBTC_4bpp_RGB, ePF_ORBTC_4bpp_RGB, eIntermediateRGBA8, {5, 5, 5, 0}, true, true, DecodeORBTC<false, 0>,
+     EncodeORBTC<false, false, 0>},
+    {ePF_ORBTC_4bpp_RGBA, ePF_ORBTC_4bpp_RGBA, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, DecodeORBTC<false, 0>,
+     EncodeORBTC<true, false, 0>},
     {ePF_ORBTCII_2bpp, ePF_ORBTCII_4bpp, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, nullptr, nullptr},
     {ePF_ETC1, ePF_ETC1, eIntermediateRGB8, {4, 4, 4, 4}, false, false, nullptr, nullptr},
     {ePF_DXT1, ePF_DXT1, eIntermediateRGBA8, {5, 6, 5, 1}, false, false, nullptr, nullptr},

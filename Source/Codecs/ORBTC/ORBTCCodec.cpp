@@ -1,0 +1,92 @@
+#include "Codecs/ORBTC/ORBTCCodec.h"
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "Codecs/ORBTC/ORBTCFormat.h"
+#include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
+#include "Codecs/ORBTC/ORBTCPadding.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+constexpr unsigned int kMaxSide = 4096;
+
+} // namespace
+
+void ORBTCPadToBlocks(const uint8_t* input, unsigned width, unsigned height, unsigned paddedWidth,
+                      unsigned paddedHeight, std::vector<uint8_t>& work)
+{
+    work.assign(size_t(paddedWidth) * paddedHeight * 4, 0);
+    for (unsigned y = 0; y < height; ++y)
+        std::memcpy(&work[size_t(y) * paddedWidth * 4], input + size_t(y) * width * 4, size_t(width) * 4);
+
+    const unsigned columnPad = paddedWidth - width;
+    for (unsigned y = 0; y < height; ++y)
+        for (unsigned k = 0; k < columnPad; ++k)
+        {
+            const unsigned from = (width + k - columnPad % width + width) % width;
+            std::memcpy(&work[(size_t(y) * paddedWidth + width + k) * 4], &work[(size_t(y) * paddedWidth + from) * 4],
+                        4);
+        }
+    const unsigned rowPad = paddedHeight - height;
+    for (unsigned k = 0; k < rowPad; ++k)
+    {
+        const unsigned from = (height + k - rowPad % height + height) % height;
+        std::memcpy(&work[size_t(height + k) * paddedWidth * 4], &work[size_t(from) * paddedWidth * 4],
+                    size_t(paddedWidth) * 4);
+    }
+}
+
+unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                           bool hasAlpha, bool twoBpp, unsigned int generation, unsigned int quality)
+{
+    const unsigned blockWidth = twoBpp ? 8 : 4;
+    const unsigned blockHeight = 4;
+    const unsigned bitsPerPixel = twoBpp ? 2 : 4;
+    if (width > kMaxSide || height > kMaxSide)
+        return 0;
+    const unsigned paddedWidth = (width + blockWidth - 1) / blockWidth * blockWidth;
+    const unsigned paddedHeight = (height + blockHeight - 1) / blockHeight * blockHeight;
+    const bool padded = paddedWidth != width || paddedHeight != height;
+    if (padded && generation != 1)
+        return 0;
+
+    std::vector<uint8_t> work;
+    const void* image = input;
+    if (padded && input && width != 0 && height != 0)
+    {
+        ORBTCPadToBlocks(static_cast<const uint8_t*>(input), width, height, paddedWidth, paddedHeight, work);
+        image = work.data();
+    }
+
+    const unsigned size = paddedHeight * bitsPerPixel * paddedWidth / 8;
+    if (!input || !output || size == 0)
+        return size;
+
+    void* pixels = const_cast<void*>(image);
+    if (quality <= 1 && generation != 1)
+        return orbtcCompressMW(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp,
+                               quality == 0 ? 0 : 8);
+    // The ORBTCII compressors and the optimiser are not part of this build.
+    return 0;
+}
+
+unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                             bool twoBpp, const unsigned int& decoder)
+{
+    const unsigned size = width * 4 * height;
+    if (!input || !output)
+        return size;
+    int result = 0;
+    if (decoder == 0)
+        result = ORBTDecompressORBTC(input, twoBpp ? 1 : 0, int(width), int(height), static_cast<unsigned char*>(output));
+    // The extended decoder is not part of this build: it counts as failing.
+    return result != 0 ? size : 0;
+}
+
+} // namespace orbtexture

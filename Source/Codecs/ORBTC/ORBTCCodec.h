@@ -1,0 +1,29 @@
+#ifndef ORBTCCODEC_H
+#define ORBTCCODEC_H
+
+// Entry points of the ORBTC codecs of both generations.
+
+#include "Tools/ORBTDefines.h"
+
+namespace orbtexture
+{
+
+// Compresses width x height rgba8 pixels to ORBTC words (generation 0) or
+// ORBTCII words (generation 1), 2 or 4 bits a pixel. Quality 0 and 1 use the
+// block compressors, 2 and above the optimiser. Returns the bytes written; a
+// null input or output asks for the size only. 0 on failure: a side above
+// 4096, a generation 0 size that is not whole blocks, or a compressor that is
+// absent or fails.
+ORBT_API unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& width,
+                                    const unsigned int& height, bool hasAlpha, bool twoBpp, unsigned int generation,
+                                    unsigned int quality);
+
+// Decodes to width x height rgba8 pixels with decoder 0 (ORBTC) or the
+// extended decoder (any other value). Returns width * 4 * height, or 0 when the
+// decoder fails; null pointers ask for the size.
+ORBT_API unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int& width,
+                                      const unsigned int& height, bool twoBpp, const unsigned int& decoder);
+
+} // namespace orbtexture
+
+#endif
