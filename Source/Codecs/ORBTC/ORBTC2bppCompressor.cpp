@@ -10,8 +10,6 @@ namespace
 
 const unsigned char ModVals[4] = {0, 3, 5, 8};
 
-inline int sq(int v) { return v * v; }
-
 inline bool isStoredPlace(unsigned int x, unsigned int y) { return ((x ^ y) & 1u) == 0; }
 
 } // namespace
@@ -44,14 +42,7 @@ bool ORBTC2bppCompressor::preprocess(bool /*wideSample*/)
 
 bool ORBTC2bppCompressor::compress()
 {
-    for (unsigned int pass = 0; pass < iterations; ++pass)
-    {
-        optimizeColoursAB();
-        interpolateColoursAB();
-        if (modulationInterval != 0 && pass % modulationInterval == 0)
-            calculateModulations();
-    }
-    return true;
+    return runPasses();
 }
 
 bool ORBTC2bppCompressor::getCompressedData(ORBTCBlockData* output, bool twiddle)
@@ -204,21 +195,7 @@ void ORBTC2bppCompressor::calculate2BPPInterpolatedModulation(unsigned int block
             const PixelU8& p = pixels[row + x];
             const PixelU8& a = interpolatedA[row + x];
             const PixelU8& b = interpolatedB[row + x];
-            int bestError = 0;
-            unsigned char bestCode = 0;
-            for (unsigned char code = 0; code < 4; ++code)
-            {
-                const int w = ModVals[code];
-                auto blend = [w](int ca, int cb) { return (ca * 8 + (cb - ca) * w) / 8; };
-                const int error = sq(blend(a.red, b.red) - p.red) + sq(blend(a.green, b.green) - p.green) +
-                                  sq(blend(a.blue, b.blue) - p.blue) + sq(blend(a.alpha, b.alpha) - p.alpha);
-                if (code == 0 || error < bestError)
-                {
-                    bestError = error;
-                    bestCode = code;
-                }
-            }
-            info.twoBitCodes[y * 8 + x] = bestCode;
+            info.twoBitCodes[y * 8 + x] = nearestStandardCode(p, a, b);
         }
     }
 }

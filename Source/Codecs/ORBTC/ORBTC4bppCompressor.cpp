@@ -44,14 +44,7 @@ bool ORBTC4bppCompressor::preprocess(bool wideSample)
 
 bool ORBTC4bppCompressor::compress()
 {
-    for (unsigned int pass = 0; pass < iterations; ++pass)
-    {
-        optimizeColoursAB();
-        interpolateColoursAB();
-        if (modulationInterval != 0 && pass % modulationInterval == 0)
-            calculateModulations();
-    }
-    return true;
+    return runPasses();
 }
 
 bool ORBTC4bppCompressor::getCompressedData(ORBTCBlockData* output, bool twiddle)
@@ -167,20 +160,7 @@ void ORBTC4bppCompressor::calculateModulations_Standard(unsigned int blockX, uns
             const PixelU8& p = pixels[row + x];
             const PixelU8& a = interpolatedA[row + x];
             const PixelU8& b = interpolatedB[row + x];
-            int bestError = 0;
-            unsigned char bestCode = 0;
-            for (unsigned char code = 0; code < 4; ++code)
-            {
-                const int w = StandardWeights[code];
-                const int error = sq(blend(a.red, b.red, w) - p.red) + sq(blend(a.green, b.green, w) - p.green) +
-                                  sq(blend(a.blue, b.blue, w) - p.blue) + sq(blend(a.alpha, b.alpha, w) - p.alpha);
-                if (code == 0 || error < bestError)
-                {
-                    bestError = error;
-                    bestCode = code;
-                }
-            }
-            info.codes[eORBTCModeStandard][y * 4 + x] = bestCode;
+            info.codes[eORBTCModeStandard][y * 4 + x] = nearestStandardCode(p, a, b);
         }
     }
 }

@@ -6,50 +6,13 @@ namespace orbtexture
 namespace
 {
 
-inline unsigned char expand4(uint32_t v) { return static_cast<unsigned char>((v << 1) | (v >> 3)); }
-inline unsigned char expand3(uint32_t v) { return static_cast<unsigned char>((v << 2) | (v >> 1)); }
+Pixel<unsigned char> ToPixel(const Pixel32& c) { return Pixel<unsigned char>{c.red, c.green, c.blue, c.alpha}; }
 
 } // namespace
 
-Pixel<unsigned char> ORBTCBlockData::getColourA() const
-{
-    Pixel<unsigned char> c;
-    if (colourData & 0x8000u)
-    {
-        c.red = static_cast<unsigned char>((colourData >> 10) & 0x1f);
-        c.green = static_cast<unsigned char>((colourData >> 5) & 0x1f);
-        c.blue = expand4((colourData >> 1) & 0xf);
-        c.alpha = 15;
-    }
-    else
-    {
-        c.red = expand4((colourData >> 8) & 0xf);
-        c.green = expand4((colourData >> 4) & 0xf);
-        c.blue = expand3((colourData >> 1) & 0x7);
-        c.alpha = static_cast<unsigned char>(((colourData >> 12) & 0x7) << 1);
-    }
-    return c;
-}
+Pixel<unsigned char> ORBTCBlockData::getColourA() const { return ToPixel(ORBTCExpandColourA(colourData)); }
 
-Pixel<unsigned char> ORBTCBlockData::getColourB() const
-{
-    Pixel<unsigned char> c;
-    if (colourData & 0x80000000u)
-    {
-        c.red = static_cast<unsigned char>((colourData >> 26) & 0x1f);
-        c.green = static_cast<unsigned char>((colourData >> 21) & 0x1f);
-        c.blue = static_cast<unsigned char>((colourData >> 16) & 0x1f);
-        c.alpha = 15;
-    }
-    else
-    {
-        c.red = expand4((colourData >> 24) & 0xf);
-        c.green = expand4((colourData >> 20) & 0xf);
-        c.blue = expand4((colourData >> 16) & 0xf);
-        c.alpha = static_cast<unsigned char>(((colourData >> 28) & 0x7) << 1);
-    }
-    return c;
-}
+Pixel<unsigned char> ORBTCBlockData::getColourB() const { return ToPixel(ORBTCExpandColourB(colourData)); }
 
 void ORBTCBlockData::setColourA(const Pixel<unsigned char>& colour)
 {

@@ -457,4 +457,37 @@ void ORBTCCompressor::gaussianFilterImage5x5(const PixelU8* source, PixelU8* out
                 output[y * w + x] = source[y * w + x];
 }
 
+bool ORBTCCompressor::runPasses()
+{
+    for (unsigned int pass = 0; pass < iterations; ++pass)
+    {
+        optimizeColoursAB(0, blocksX, 0, blocksY);
+        interpolateColoursAB();
+        if (modulationInterval != 0 && pass % modulationInterval == 0)
+            calculateModulations(0, blocksX, 0, blocksY);
+    }
+    return true;
+}
+
+unsigned char ORBTCCompressor::nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b)
+{
+    static const int weights[4] = {0, 3, 5, 8};
+    int bestError = 0;
+    unsigned char bestCode = 0;
+    for (unsigned char code = 0; code < 4; ++code)
+    {
+        const int w = weights[code];
+        auto blend = [w](int ca, int cb) { return (ca * 8 + (cb - ca) * w) / 8; };
+        auto square = [](int v) { return v * v; };
+        const int error = square(blend(a.red, b.red) - p.red) + square(blend(a.green, b.green) - p.green) +
+                          square(blend(a.blue, b.blue) - p.blue) + square(blend(a.alpha, b.alpha) - p.alpha);
+        if (code == 0 || error < bestError)
+        {
+            bestError = error;
+            bestCode = code;
+        }
+    }
+    return bestCode;
+}
+
 } // namespace orbtexture

@@ -9,49 +9,9 @@ namespace orbtexture
 namespace
 {
 
-inline uint8_t expand4(uint32_t v) { return static_cast<uint8_t>((v << 1) | (v >> 3)); }
-inline uint8_t expand3(uint32_t v) { return static_cast<uint8_t>((v << 2) | (v >> 1)); }
+uint8_t expand4(uint32_t v) { return static_cast<uint8_t>((v << 1) | (v >> 3)); }
+uint8_t expand3(uint32_t v) { return static_cast<uint8_t>((v << 2) | (v >> 1)); }
 
-// Colour A in working precision: 5-bit colour, 4-bit alpha.
-Pixel32 colourA(uint32_t colourData)
-{
-    Pixel32 c;
-    if (colourData & 0x8000u)
-    {
-        c.red = static_cast<uint8_t>((colourData >> 10) & 0x1f);
-        c.green = static_cast<uint8_t>((colourData >> 5) & 0x1f);
-        c.blue = expand4((colourData >> 1) & 0xf);
-        c.alpha = 15;
-    }
-    else
-    {
-        c.red = expand4((colourData >> 8) & 0xf);
-        c.green = expand4((colourData >> 4) & 0xf);
-        c.blue = expand3((colourData >> 1) & 0x7);
-        c.alpha = static_cast<uint8_t>(((colourData >> 12) & 0x7) << 1);
-    }
-    return c;
-}
-
-Pixel32 colourB(uint32_t colourData)
-{
-    Pixel32 c;
-    if (colourData & 0x80000000u)
-    {
-        c.red = static_cast<uint8_t>((colourData >> 26) & 0x1f);
-        c.green = static_cast<uint8_t>((colourData >> 21) & 0x1f);
-        c.blue = static_cast<uint8_t>((colourData >> 16) & 0x1f);
-        c.alpha = 15;
-    }
-    else
-    {
-        c.red = expand4((colourData >> 24) & 0xf);
-        c.green = expand4((colourData >> 20) & 0xf);
-        c.blue = expand4((colourData >> 16) & 0xf);
-        c.alpha = static_cast<uint8_t>(((colourData >> 28) & 0x7) << 1);
-    }
-    return c;
-}
 
 // Weights out of 8 of the 2bpp stored codes.
 const int Weights2bpp[4] = {0, 3, 5, 8};
@@ -80,6 +40,46 @@ inline int32_t upscaledChannel(int32_t p, int32_t q, int32_t r, int32_t s, int c
 inline uint8_t blend(int32_t a, int32_t b, int mod) { return static_cast<uint8_t>((a * (8 - mod) + b * mod) / 8); }
 
 } // namespace
+
+Pixel32 ORBTCExpandColourA(uint32_t colourData)
+{
+    Pixel32 c;
+    if (colourData & 0x8000u)
+    {
+        c.red = static_cast<uint8_t>((colourData >> 10) & 0x1f);
+        c.green = static_cast<uint8_t>((colourData >> 5) & 0x1f);
+        c.blue = expand4((colourData >> 1) & 0xf);
+        c.alpha = 15;
+    }
+    else
+    {
+        c.red = expand4((colourData >> 8) & 0xf);
+        c.green = expand4((colourData >> 4) & 0xf);
+        c.blue = expand3((colourData >> 1) & 0x7);
+        c.alpha = static_cast<uint8_t>(((colourData >> 12) & 0x7) << 1);
+    }
+    return c;
+}
+
+Pixel32 ORBTCExpandColourB(uint32_t colourData)
+{
+    Pixel32 c;
+    if (colourData & 0x80000000u)
+    {
+        c.red = static_cast<uint8_t>((colourData >> 26) & 0x1f);
+        c.green = static_cast<uint8_t>((colourData >> 21) & 0x1f);
+        c.blue = static_cast<uint8_t>((colourData >> 16) & 0x1f);
+        c.alpha = 15;
+    }
+    else
+    {
+        c.red = expand4((colourData >> 24) & 0xf);
+        c.green = expand4((colourData >> 20) & 0xf);
+        c.blue = expand4((colourData >> 16) & 0xf);
+        c.alpha = static_cast<uint8_t>(((colourData >> 28) & 0x7) << 1);
+    }
+    return c;
+}
 
 void unpackModulations(const ORBTCWord& word, int offsetX, int offsetY, int (*modulationValues)[8],
                        int (*modulationModes)[8], unsigned char bpp)
@@ -169,9 +169,11 @@ void orbtcGetDecompressedPixels(const ORBTCWord& P, const ORBTCWord& Q, const OR
 
     Pixel128S upA[32];
     Pixel128S upB[32];
-    interpolateColours(colourA(P.colourData), colourA(Q.colourData), colourA(R.colourData), colourA(S.colourData),
+    interpolateColours(ORBTCExpandColourA(P.colourData), ORBTCExpandColourA(Q.colourData),
+                       ORBTCExpandColourA(R.colourData), ORBTCExpandColourA(S.colourData),
                        upA, bpp);
-    interpolateColours(colourB(P.colourData), colourB(Q.colourData), colourB(R.colourData), colourB(S.colourData),
+    interpolateColours(ORBTCExpandColourB(P.colourData), ORBTCExpandColourB(Q.colourData),
+                       ORBTCExpandColourB(R.colourData), ORBTCExpandColourB(S.colourData),
                        upB, bpp);
 
     for (int r = 0; r < 4; ++r)

@@ -49,6 +49,12 @@ inline uint32_t ORBTCTwiddleIndex(uint32_t numX, uint32_t numY, uint32_t x, uint
     return index;
 }
 
+// Colour A and colour B of a colour word expanded to working precision: a
+// 4-bit field v becomes (v << 1) | (v >> 3), colour A's 3-bit blue
+// (v << 2) | (v >> 1), a 3-bit alpha v << 1; the opaque form has alpha 15.
+Pixel32 ORBTCExpandColourA(uint32_t colourWord);
+Pixel32 ORBTCExpandColourB(uint32_t colourWord);
+
 // Decodes a generation 1 ORBTC image (twoBitMode 1 for 2bpp, else 4bpp) to
 // width x height rgba8 pixels. Returns the compressed size in bytes of the
 // image padded to at least 16 x 8 (2bpp) or 8 x 8 (4bpp).
