@@ -1,0 +1,179 @@
+// The ETC family's whole-image compressor: blocks in row order, each given
+// its pixels and the block compressor of its format and quality.
+
+#include "Codecs/ETC/ETCCodec.h"
+
+#include <cstring>
+
+#include "Codecs/ETC/ETCBlockCodec.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+bool IsETCFormat(unsigned int format) { return format == ePF_ETC1 || (format >= ePF_ETC2_RGB && format <= ePF_EAC_RG11); }
+
+unsigned int BlockBytes(unsigned int format)
+{
+    return format == ePF_ETC2_RGBA || format == ePF_EAC_RG11 ? 16 : 8;
+}
+
+// Source column (or row) of padded position c: the pad repeats the last
+// columns in their own order; an image narrower than its pad wraps within it.
+unsigned int PadSource(unsigned int c, unsigned int size, unsigned int padded)
+{
+    if (c < size)
+        return c;
+    const unsigned int pad = padded - size;
+    return (c + size - pad % size) % size;
+}
+
+// The 4 x 4 block at (x, y) of a bytesPerPixel image, padded at the edges.
+void CopyBlock(const unsigned char* image, unsigned int width, unsigned int height, unsigned int paddedWidth,
+               unsigned int paddedHeight, unsigned int x, unsigned int y, unsigned int bytesPerPixel,
+               unsigned char* block)
+{
+    for (unsigned int row = 0; row < 4; ++row)
+    {
+        const unsigned int sourceRow = PadSource(y + row, height, paddedHeight);
+        for (unsigned int column = 0; column < 4; ++column)
+        {
+            const unsigned int sourceColumn = PadSource(x + column, width, paddedWidth);
+            std::memcpy(block + (row * 4 + column) * bytesPerPixel,
+                        image + (size_t(sourceRow) * width + sourceColumn) * bytesPerPixel, bytesPerPixel);
+        }
+    }
+}
+
+// A colour block's words, most significant byte first.
+void StoreWords(unsigned char* out, unsigned int word1, unsigned int word2)
+{
+    for (int i = 0; i < 4; ++i)
+    {
+        out[i] = static_cast<unsigned char>(word1 >> (24 - 8 * i));
+        out[4 + i] = static_cast<unsigned char>(word2 >> (24 - 8 * i));
+    }
+}
+
+} // namespace
+
+unsigned int ETCCompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                         int quality, unsigned int format, bool isSigned)
+{
+    const unsigned int paddedWidth = (width + 3) / 4 * 4;
+    const unsigned int paddedHeight = (height + 3) / 4 * 4;
+    const unsigned int fullSize = paddedWidth * paddedHeight;
+    const bool halfByte = format == ePF_ETC1 || format == ePF_ETC2_RGB || format == ePF_ETC2_RGB_A1 ||
+                          format == ePF_EAC_R11;
+    const unsigned int size = halfByte ? fullSize / 2 : fullSize;
+    if (!input || !output || width == 0 || height == 0)
+        return size;
+
+    // Qualities 4 and 5 stand for 2 and 3; negative ones are refused.
+    if (quality >= 0 && quality < 4)
+    {
+        if (isSigned && format != ePF_EAC_R11 && format != ePF_EAC_RG11)
+            return 0;
+    }
+    else if (quality == 4 || quality == 5)
+        quality -= 2;
+    else
+        return 0;
+    if (!IsETCFormat(format))
+        return 0;
+    // The exhaustive searches are not part of this build.
+    if (quality >= 2 && (format == ePF_ETC1 || format == ePF_ETC2_RGB || format == ePF_ETC2_RGBA))
+        return 0;
+
+    const unsigned char* image = static_cast<const unsigned char*>(input);
+    unsigned char* blocks = static_cast<unsigned char*>(output);
+    const bool perceptual = quality == 1;
+    const bool eac = format == ePF_EAC_R11 || format == ePF_EAC_RG11;
+    const unsigned short* values = !eac ? nullptr : isSigned ? valueTableSigned() : valueTableUnsigned();
+
+    unsigned char decoded[48];
+    unsigned char rgb[48];
+    unsigned char alpha[16];
+    unsigned short channels[32];
+    for (unsigned int y = 0; y < paddedHeight; y += 4)
+        for (unsigned int x = 0; x < paddedWidth; x += 4)
+        {
+            unsigned char* out = blocks + size_t((y / 4) * (paddedWidth / 4) + x / 4) * BlockBytes(format);
+            unsigned int word1 = 0, word2 = 0;
+            const bool whole = x + 4 <= width && y + 4 <= height;
+            switch (format)
+            {
+            case ePF_ETC1:
+            case ePF_ETC2_RGB:
+            {
+                // Whole blocks are read in place, edge blocks from a padded copy.
+                unsigned char* source = const_cast<unsigned char*>(image);
+                int sourceWidth = int(width), sourceHeight = int(height), sx = int(x), sy = int(y);
+                if (!whole)
+                {
+                    CopyBlock(image, width, height, paddedWidth, paddedHeight, x, y, 3, rgb);
+                    source = rgb;
+                    sourceWidth = sourceHeight = 4;
+                    sx = sy = 0;
+                }
+                if (format == ePF_ETC1)
+                {
+                    if (perceptual)
+                        compressBlockDiffFlipFastPerceptual(source, decoded, sourceWidth, sx, sy, word1, word2);
+                    else
+                        compressBlockDiffFlipFast(source, decoded, sourceWidth, sx, sy, word1, word2);
+                }
+                else if (perceptual)
+                    compressBlockETC2FastPerceptual(source, decoded, sourceWidth, sx, sy, word1, word2);
+                else
+                    compressBlockETC2Fast(source, nullptr, decoded, sourceWidth, sourceHeight, sx, sy, word1, word2,
+                                          ePF_ETC2_RGB);
+                StoreWords(out, word1, word2);
+                break;
+            }
+            case ePF_ETC2_RGBA:
+            case ePF_ETC2_RGB_A1:
+            {
+                unsigned char rgba[64];
+                CopyBlock(image, width, height, paddedWidth, paddedHeight, x, y, 4, rgba);
+                for (int i = 0; i < 16; ++i)
+                {
+                    std::memcpy(rgb + i * 3, rgba + i * 4, 3);
+                    alpha[i] = rgba[i * 4 + 3];
+                }
+                if (format == ePF_ETC2_RGB_A1)
+                {
+                    // Quality has no effect on 1-bit alpha.
+                    compressBlockETC2Fast(rgb, alpha, decoded, 4, 4, 0, 0, word1, word2, ePF_ETC2_RGB_A1);
+                    StoreWords(out, word1, word2);
+                    break;
+                }
+                compressBlockAlphaFast(alpha, 0, 0, 4, out, alphaTable);
+                if (perceptual)
+                    compressBlockETC2FastPerceptual(rgb, decoded, 4, 0, 0, word1, word2);
+                else
+                    compressBlockETC2Fast(rgb, nullptr, decoded, 4, 4, 0, 0, word1, word2, ePF_ETC2_RGBA);
+                StoreWords(out + 8, word1, word2);
+                break;
+            }
+            case ePF_EAC_R11:
+            case ePF_EAC_RG11:
+            {
+                // Every quality is the same search; each channel its own block.
+                const int stride = format == ePF_EAC_R11 ? 1 : 2;
+                CopyBlock(image, width, height, paddedWidth, paddedHeight, x, y, 2 * stride,
+                          reinterpret_cast<unsigned char*>(channels));
+                compressBlockAlpha16(channels, stride, 0, 0, 4, out, isSigned, values);
+                if (stride == 2)
+                    compressBlockAlpha16(channels + 1, stride, 0, 0, 4, out + 8, isSigned, values);
+                break;
+            }
+            default: return 0;
+            }
+        }
+    return size;
+}
+
+} // namespace orbtexture
