@@ -82,6 +82,7 @@ struct DemoConversion
     orbtexture::PixelType format;
     orbtexture::EORBTVariableType type;
     int quality;
+    unsigned crop = 0; // convert only the top-left crop x crop pixels; 0 for all
 };
 
 const DemoConversion kConversions[] = {
@@ -98,6 +99,14 @@ const DemoConversion kConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 1},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ETC1), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ETC1), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ETC2_RGB), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ETC2_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ETC2_RGB_A1), orbtexture::eVarUnsignedByteNorm, 0},
+    // EAC's search tries all 65536 candidates of every block: a crop keeps the demo quick.
+    {orbtexture::PixelType(orbtexture::ePF_EAC_R11), orbtexture::eVarUnsignedShortNorm, 0, 64},
+    {orbtexture::PixelType(orbtexture::ePF_EAC_RG11), orbtexture::eVarUnsignedShortNorm, 0, 64},
 };
 
 // Largest colour difference, PSNR over red, green and blue, and largest alpha
@@ -132,6 +141,19 @@ ImageError CompareRGBA8(const CORBTexture& a, const CORBTexture& b)
     return error;
 }
 
+// The top-left size x size pixels of an rgba8 texture.
+CORBTexture Crop(const CORBTexture& texture, unsigned size)
+{
+    orbtexture::CORBTextureHeader header(texture.getHeader());
+    header.setWidth(size);
+    header.setHeight(size);
+    CORBTexture crop(header);
+    for (unsigned y = 0; y < size; ++y)
+        std::memcpy(crop.getDataPtr() + size_t(y) * size * 4, texture.getDataPtr() + size_t(y) * texture.getWidth() * 4,
+                    size_t(size) * 4);
+    return crop;
+}
+
 // Converts the card by each row of kConversions, saves it and its decoded
 // pixels and prints a table; false if a conversion or a file failed.
 bool RunConversions(const CORBTexture& card, const std::string& directory)
@@ -143,10 +165,12 @@ bool RunConversions(const CORBTexture& card, const std::string& directory)
     {
         const std::string name = PixelFormatName(conversion.format.PixelTypeID);
         // Compressed formats appear at several qualities.
-        const std::string fileName = conversion.format.isNamedFormat()
+        const std::string baseName = conversion.format.isNamedFormat()
                                          ? name + "-q" + std::to_string(conversion.quality)
                                          : name;
-        CORBTexture converted(card);
+        const CORBTexture source = conversion.crop ? Crop(card, conversion.crop) : card;
+        const std::string fileName = conversion.crop ? baseName + "-" + std::to_string(conversion.crop) : baseName;
+        CORBTexture converted(source);
         const auto start = std::chrono::steady_clock::now();
         const bool converts = orbtexture::Transcode(converted, conversion.format, conversion.type,
                                                     orbtexture::eColourSpaceLinear,
@@ -166,7 +190,7 @@ bool RunConversions(const CORBTexture& card, const std::string& directory)
             ok = false;
             continue;
         }
-        const ImageError error = CompareRGBA8(card, decoded);
+        const ImageError error = CompareRGBA8(source, decoded);
         std::cout << "    " << std::left << std::setw(18) << name << std::setw(6)
                   << ChannelTypeShortName(conversion.type) << std::right << std::setw(7) << conversion.quality
                   << std::setw(5) << ORBTGetBitsPerPixel(conversion.format.PixelTypeID) << std::setw(9)

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ORBTC/ORBTCCodec.h"
 #include "ORBTextureUtilities.h"
 
@@ -27,6 +28,18 @@ unsigned EncodeORBTC(const CodecSurface& surface)
                          generation, unsigned(surface.quality));
 }
 
+unsigned DecodeETC(const CodecSurface& surface)
+{
+    return unsigned(ETCDecompress(surface.source, surface.destination, surface.width, surface.height,
+                                  surface.format, surface.isSigned));
+}
+
+unsigned EncodeETC(const CodecSurface& surface)
+{
+    return ETCCompress(surface.source, surface.destination, surface.width, surface.height, int(surface.quality),
+                       surface.format, surface.isSigned);
+}
+
 // Named formats and their codecs. A codec attaches by filling the decode and
 // encode calls of its rows.
 const CodecRow kCodecRows[] = {
@@ -40,7 +53,7 @@ const CodecRow kCodecRows[] = {
     {ePF_ORBTC_4bpp_RGBA, ePF_ORBTC_4bpp_RGBA, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, DecodeORBTC<false, 0>,
      EncodeORBTC<true, false, 0>},
     {ePF_ORBTCII_2bpp, ePF_ORBTCII_4bpp, eIntermediateRGBA8, {4, 4, 4, 3}, true, false, nullptr, nullptr},
-    {ePF_ETC1, ePF_ETC1, eIntermediateRGB8, {4, 4, 4, 4}, false, false, nullptr, nullptr},
+    {ePF_ETC1, ePF_ETC1, eIntermediateRGB8, {4, 4, 4, 4}, false, false, DecodeETC, EncodeETC},
     {ePF_DXT1, ePF_DXT1, eIntermediateRGBA8, {5, 6, 5, 1}, false, false, nullptr, nullptr},
     {ePF_DXT2, ePF_DXT5, eIntermediateRGBA8, {5, 6, 5, 8}, false, false, nullptr, nullptr},
     {ePF_BC4, ePF_BC4, eIntermediateRGBA8, {8, 0, 0, 0}, false, false, nullptr, nullptr},
@@ -50,11 +63,11 @@ const CodecRow kCodecRows[] = {
     {ePF_BW1bpp, ePF_BW1bpp, eIntermediateRGBA8, {1, 1, 1, 0}, true, false, nullptr, nullptr},
     {ePF_RGB9E5, ePF_RGB9E5, eIntermediateRGB32F, {14, 14, 14, 0}, false, false, nullptr, nullptr},
     {ePF_RGBG8888, ePF_GRGB8888, eIntermediateRGBA8, {8, 8, 8, 0}, false, false, nullptr, nullptr},
-    {ePF_ETC2_RGB, ePF_ETC2_RGB, eIntermediateRGB8, {4, 4, 4, 0}, false, false, nullptr, nullptr},
-    {ePF_ETC2_RGBA, ePF_ETC2_RGBA, eIntermediateRGBA8, {4, 4, 4, 4}, false, false, nullptr, nullptr},
-    {ePF_ETC2_RGB_A1, ePF_ETC2_RGB_A1, eIntermediateRGBA8, {5, 5, 5, 1}, false, false, nullptr, nullptr},
-    {ePF_EAC_R11, ePF_EAC_R11, eIntermediateR16, {11, 0, 0, 0}, false, false, nullptr, nullptr},
-    {ePF_EAC_RG11, ePF_EAC_RG11, eIntermediateRG16, {11, 11, 0, 0}, false, false, nullptr, nullptr},
+    {ePF_ETC2_RGB, ePF_ETC2_RGB, eIntermediateRGB8, {4, 4, 4, 0}, false, false, DecodeETC, EncodeETC},
+    {ePF_ETC2_RGBA, ePF_ETC2_RGBA, eIntermediateRGBA8, {4, 4, 4, 4}, false, false, DecodeETC, EncodeETC},
+    {ePF_ETC2_RGB_A1, ePF_ETC2_RGB_A1, eIntermediateRGBA8, {5, 5, 5, 1}, false, false, DecodeETC, EncodeETC},
+    {ePF_EAC_R11, ePF_EAC_R11, eIntermediateR16, {11, 0, 0, 0}, false, false, DecodeETC, EncodeETC},
+    {ePF_EAC_RG11, ePF_EAC_RG11, eIntermediateRG16, {11, 11, 0, 0}, false, false, DecodeETC, EncodeETC},
     {ePF_ASTC_4x4, ePF_ASTC_6x6x6, eIntermediateRGBA8, {0, 0, 0, 0}, false, false, nullptr, nullptr},
 };
 
