@@ -859,6 +859,29 @@ void packBlock58H(unsigned char (*codes)[3], unsigned char distance, unsigned in
 
 // ---- T, H and planar block compressors ----
 
+// The Fast forms: the block from each of three clusterers, the first of the
+// least error kept.
+template <typename Compressor>
+unsigned int bestOfFastClusterers(Compressor compress, unsigned char* img, int width, int x, int y,
+                                  unsigned int& packed1, unsigned int& packed2)
+{
+    const Clusterer clusterers[3] = {computeColorLBGNotIntensityFast, computeColorLBGHalfIntensityFast,
+                                     computeColorLBGfast};
+    unsigned int best = UINT_MAX;
+    for (Clusterer cluster : clusterers)
+    {
+        unsigned int p1 = 0, p2 = 0;
+        const unsigned int err = compress(cluster, img, width, x, y, p1, p2);
+        if (err < best)
+        {
+            best = err;
+            packed1 = p1;
+            packed2 = p2;
+        }
+    }
+    return best;
+}
+
 unsigned int compressBlockTHUMB59TFastest(unsigned char* img, int width, int x, int y, unsigned int& packed1,
                                           unsigned int& packed2)
 {
@@ -874,21 +897,7 @@ unsigned int compressBlockTHUMB59TFastestPerceptual1000(unsigned char* img, int 
 unsigned int compressBlockTHUMB59TFast(unsigned char* img, int width, int x, int y, unsigned int& packed1,
                                        unsigned int& packed2)
 {
-    const Clusterer clusterers[3] = {computeColorLBGNotIntensityFast, computeColorLBGHalfIntensityFast,
-                                     computeColorLBGfast};
-    unsigned int best = UINT_MAX;
-    for (Clusterer cluster : clusterers)
-    {
-        unsigned int p1 = 0, p2 = 0;
-        const unsigned int err = thumb59T<false>(cluster, img, width, x, y, p1, p2);
-        if (err < best)
-        {
-            best = err;
-            packed1 = p1;
-            packed2 = p2;
-        }
-    }
-    return best;
+    return bestOfFastClusterers(thumb59T<false>, img, width, x, y, packed1, packed2);
 }
 
 unsigned int compressBlockTHUMB58HFastest(unsigned char* img, int width, int x, int y, unsigned int& packed1,
@@ -906,21 +915,7 @@ unsigned int compressBlockTHUMB58HFastestPerceptual1000(unsigned char* img, int 
 unsigned int compressBlockTHUMB58HFast(unsigned char* img, int width, int x, int y, unsigned int& packed1,
                                        unsigned int& packed2)
 {
-    const Clusterer clusterers[3] = {computeColorLBGNotIntensityFast, computeColorLBGHalfIntensityFast,
-                                     computeColorLBGfast};
-    unsigned int best = UINT_MAX;
-    for (Clusterer cluster : clusterers)
-    {
-        unsigned int p1 = 0, p2 = 0;
-        const unsigned int err = thumb58H<false>(cluster, img, width, x, y, p1, p2);
-        if (err < best)
-        {
-            best = err;
-            packed1 = p1;
-            packed2 = p2;
-        }
-    }
-    return best;
+    return bestOfFastClusterers(thumb58H<false>, img, width, x, y, packed1, packed2);
 }
 
 unsigned int compressBlockPlanar57(unsigned char* img, int width, int x, int y, unsigned int& packed1,
