@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <random>
 #include <vector>
 
 using namespace orbtexture;
@@ -215,5 +216,43 @@ TEST(EACCompressAlpha16, RampsStrideAndOptimality)
             }
             EXPECT_LE(chosen, other) << "ramp " << r[1] << " candidate " << base << " " << table << " " << multiplier;
         }
+    }
+}
+
+// The search starts from a bound instead of 2^40; it must still pick the
+// block the plain search over calcError picks.
+TEST(EACCompressAlpha16, SameBlockAsThePlainSearch)
+{
+    std::mt19937 random(11);
+    for (int trial = 0; trial < 40; ++trial)
+    {
+        const bool isSigned = trial % 2 == 1;
+        const unsigned short* values = isSigned ? valueTableSigned() : valueTableUnsigned();
+        unsigned short pixels[16];
+        const int centre = int(random() % 65536), spread = int(random() % 4096);
+        for (unsigned short& p : pixels)
+        {
+            const int near = centre + int(random() % unsigned(2 * spread + 1)) - spread;
+            p = static_cast<unsigned short>(trial % 3 == 0 ? random() : unsigned(near));
+        }
+        double best = 1099511627776.0;
+        int bestBase = 0, bestTable = 0, bestMultiplier = 0;
+        for (int base = 0; base < 256; ++base)
+            for (int table = 0; table < 16; ++table)
+                for (int multiplier = 0; multiplier < 16; ++multiplier)
+                {
+                    const double e = calcError(pixels, 1, 0, 0, 4, base, table, multiplier, best, values, isSigned);
+                    if (e < best)
+                    {
+                        best = e;
+                        bestBase = base;
+                        bestTable = table;
+                        bestMultiplier = multiplier;
+                    }
+                }
+        unsigned char block[8];
+        compressBlockAlpha16(pixels, 1, 0, 0, 4, block, isSigned, values);
+        EXPECT_EQ(block[0], isSigned ? (bestBase + 128) % 256 : bestBase) << trial;
+        EXPECT_EQ(block[1], bestMultiplier * 16 + bestTable) << trial;
     }
 }
