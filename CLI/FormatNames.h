@@ -7,6 +7,9 @@
 namespace cli
 {
 
+// Thin std::string forms of the library's name look-ups, with the tool's
+// wording for what has no name.
+
 // A named format by its enumerator name without "ePF_" (ETC2_RGB), a channel
 // layout as letters and widths (r8g8b8a8, r5g6b5).
 std::string PixelFormatName(uint64_t pixelFormat);
@@ -16,9 +19,7 @@ std::string ChannelTypeName(uint32_t channelType);
 
 std::string ColourSpaceName(uint32_t colourSpace);
 
-// Reads a format name: a named format by its enumerator name without "ePF_",
-// in any case, or a channel layout of up to four letters from "rgbalix", each
-// followed by a width of 1 to 32 bits, that makes whole bytes. False with a
+// Reads a format name as ORBTGetPixelFormatFromName does; false with a
 // reason otherwise.
 bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason);
 

@@ -3,6 +3,10 @@
 #include <cstring>
 #include <new>
 
+#include <cerrno>
+
+#include "ORBTextureErrors.h"
+#include "ORBTextureNativeParser.h"
 #include "ORBTextureSizeRules.h"
 
 namespace orbtexture
@@ -41,6 +45,35 @@ EContainer ContainerForLoad(const CORBTString& path)
     if (extension == ".astc")
         return EContainer::ASTC;
     return EContainer::Native;
+}
+
+// Extension of a container this build has no reader for, or null.
+const char* UnsupportedContainer(EContainer container)
+{
+    switch (container)
+    {
+    case EContainer::KTX: return "ktx";
+    case EContainer::DDS: return "dds";
+    case EContainer::ASTC: return "astc";
+    default: return nullptr;
+    }
+}
+
+// Opens a file to load, setting the last error if it cannot be.
+FILE* OpenForLoad(const char* filePath)
+{
+    SetLastErrorText("");
+    SetLastLoadShortfall(0);
+    if (!filePath)
+    {
+        SetLoadError(eLoadCannotOpen, "no file name");
+        return nullptr;
+    }
+    errno = 0;
+    FILE* file = std::fopen(filePath, "rb");
+    if (!file)
+        SetLoadError(eLoadCannotOpen, errno ? std::strerror(errno) : "unknown error");
+    return file;
 }
 
 EContainer ContainerForSave(const CORBTString& extension)
@@ -88,18 +121,16 @@ CORBTexture::CORBTexture(const void* memoryFile, size_t size) : m_uiDataSize(0),
 
 CORBTexture::CORBTexture(const char* filePath) : m_uiDataSize(0), m_pTextureData(nullptr)
 {
-    if (!filePath)
-        return;
-    FILE* file = std::fopen(filePath, "rb");
+    FILE* file = OpenForLoad(filePath);
     if (!file)
         return;
 
     bool loaded = false;
-    switch (ContainerForLoad(CORBTString(filePath)))
-    {
-    case EContainer::Native: loaded = privateLoadORBFile(file); break;
-    default: break; // no reader for this container in this build
-    }
+    const EContainer container = ContainerForLoad(CORBTString(filePath));
+    if (container == EContainer::Native)
+        loaded = privateLoadORBFile(file);
+    else
+        SetLoadError(eLoadContainerUnsupported, UnsupportedContainer(container));
     std::fclose(file);
 
     if (loaded)
@@ -213,3 +244,19 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
 }
 
 } // namespace orbtexture
+
+bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& header)
+{
+    using namespace orbtexture;
+    FILE* file = OpenForLoad(filePath);
+    if (!file)
+        return false;
+    bool read = false;
+    const EContainer container = ContainerForLoad(CORBTString(filePath));
+    if (container == EContainer::Native)
+        read = ReadNativeHeader(file, header);
+    else
+        SetLoadError(eLoadContainerUnsupported, UnsupportedContainer(container));
+    std::fclose(file);
+    return read;
+}

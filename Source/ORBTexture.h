@@ -12,6 +12,9 @@
 namespace orbtexture
 {
 
+class CByteSource;
+enum class EMetaDataWalk : uint8_t;
+
 // A texture: a header with one block holding every surface. Surfaces are
 // ordered MIP level (largest first), then array member, then face; each
 // surface is its depth slices, rows and pixels.
@@ -26,11 +29,14 @@ public:
     CORBTexture(const CORBTexture& other);
     // Parses a native file image in memory. The image's extent is trusted.
     explicit CORBTexture(const void* memoryFile);
-    // Parses a native file image of 'size' bytes; anything that does not fit
-    // gives an empty texture.
+    // Parses a native file image of 'size' bytes and never reads past it; a
+    // malformed image gives an empty texture. Pixel data ending early load as
+    // from a short file.
     CORBTexture(const void* memoryFile, size_t size);
     // Loads a file, choosing the reader by extension. On failure the texture
-    // is empty: getDataPtr() returns null.
+    // is empty (getDataPtr() returns null) and ORBTGetLastError() tells why. A
+    // file whose pixel data end early still loads, the missing tail zeroed;
+    // ORBTGetLastLoadShortfall() tells how many bytes were missing.
     explicit CORBTexture(const char* filePath);
     ~CORBTexture();
 
@@ -59,6 +65,9 @@ private:
     bool privateSaveORBFile(FILE* file) const;
     // Shared by both memory-image constructors; 'size' bounds every read.
     void privateLoadORBMemory(const uint8_t* image, size_t size);
+    // Replaces header, metadata and data from a native file's bytes; false
+    // (the texture untouched) if they do not form a texture.
+    bool privateLoadNative(CByteSource& source, EMetaDataWalk walk);
     // Back to the empty default texture.
     void privateReset();
 
@@ -67,5 +76,12 @@ private:
 };
 
 } // namespace orbtexture
+
+// Reads the header and metadata of a texture file, choosing the reader by
+// extension as the loading constructor does, without reading its pixel data
+// into memory (the load limit does not apply). False, with ORBTGetLastError()
+// set, where loading the file would fail; ORBTGetLastLoadShortfall() tells how
+// many bytes of pixel data the file lacks.
+ORBT_API bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& header);
 
 #endif

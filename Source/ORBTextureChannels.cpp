@@ -2,6 +2,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
 
 namespace
@@ -99,20 +100,6 @@ bool DispatchChannelType(const CORBTextureHeader& header, Op&& op)
     case ORBStandard16PixelType: return op(TypeTag<unsigned short>());
     default: return channelType == eVarSignedFloat ? op(TypeTag<float>()) : op(TypeTag<unsigned int>());
     }
-}
-
-// Visits every surface, members outermost, then faces, then levels, as
-// visit(mip, member, face). The result is that of the last visit; false when
-// there was none.
-template <typename Visit>
-bool ForEachSurface(const CORBTextureHeader& header, Visit&& visit)
-{
-    bool result = false;
-    for (uint32_t member = 0; member < header.getNumArrayMembers(); ++member)
-        for (uint32_t face = 0; face < header.getNumFaces(); ++face)
-            for (uint32_t mip = 0; mip < header.getNumMIPLevels(); ++mip)
-                result = visit(mip, member, face);
-    return result;
 }
 
 // Start of a surface as pixels; null when the texture has no block at all

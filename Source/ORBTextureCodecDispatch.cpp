@@ -5,7 +5,8 @@
 #include <cstring>
 #include <memory>
 
-#include "ORBTextureCodecTable.h"
+#include "ORBTextureFormatTable.h"
+#include "ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture
@@ -14,7 +15,7 @@ namespace orbtexture
 unsigned DecompressNonTrivial(CORBTexture& texture)
 {
     const uint32_t format = texture.getPixelType().lowWord();
-    const CodecRow& row = FindCodecRow(format);
+    const FormatDescriptor& descriptor = DescribeFormat(format);
 
     CORBTextureHeader header(texture.getHeader());
     PixelType intermediate;
@@ -24,37 +25,35 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
     header.setChannelType(intermediateType);
     const bool isSigned = IsSignedChannelType(texture.getChannelType());
     CORBTexture result(header);
+    // Without a decoder the pixels are zero rather than whatever the heap held.
+    if (!descriptor.decode && result.getDataPtr())
+        std::memset(result.getDataPtr(), 0, result.getDataSize());
 
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(intermediate.PixelTypeID) / 8;
-    unsigned minX, minY, minZ;
-    ORBTGetFormatMinDims(texture.getPixelType().PixelTypeID, minX, minY, minZ);
+    const unsigned minX = descriptor.minX, minY = descriptor.minY, minZ = descriptor.minZ;
 
     unsigned sum = 0;
-    for (uint32_t member = 0; member < texture.getNumArrayMembers(); ++member)
-        for (uint32_t face = 0; face < texture.getNumFaces(); ++face)
-            for (uint32_t mip = 0; mip < texture.getNumMIPLevels(); ++mip)
-            {
-                if (!row.decode)
-                    continue;
-                CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
-                                        texture.getWidth(mip), texture.getHeight(mip), texture.getDepth(mip),
-                                        EORBTPixelFormat(format), isSigned, ECompressorQuality(0)};
-                const bool small = surface.width < minX || surface.height < minY || surface.depth < minZ;
-                if (row.decodesAnySize || !small)
-                {
-                    sum += row.decode(surface);
-                    continue;
-                }
-                // Decoders that write whole blocks get a block-sized buffer.
-                const size_t padded = size_t(std::max(surface.width, minX)) * std::max(surface.height, minY) *
-                                      std::max(surface.depth, minZ) * bytesPerPixel;
-                std::unique_ptr<unsigned char[]> buffer(new unsigned char[padded]);
-                unsigned char* destination = surface.destination;
-                surface.destination = buffer.get();
-                sum += row.decode(surface);
-                std::memcpy(destination, buffer.get(),
-                            size_t(surface.width) * surface.height * surface.depth * bytesPerPixel);
-            }
+    ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
+        if (!descriptor.decode)
+            return;
+        CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
+                                texture.getWidth(mip), texture.getHeight(mip), texture.getDepth(mip),
+                                EORBTPixelFormat(format), isSigned, ECompressorQuality(0)};
+        const bool small = surface.width < minX || surface.height < minY || surface.depth < minZ;
+        if (descriptor.decodesAnySize || !small)
+        {
+            sum += descriptor.decode(surface);
+            return;
+        }
+        // Decoders that write whole blocks get a block-sized buffer.
+        const size_t padded = size_t(std::max(surface.width, minX)) * std::max(surface.height, minY) *
+                              std::max(surface.depth, minZ) * bytesPerPixel;
+        std::unique_ptr<unsigned char[]> buffer(new unsigned char[padded]);
+        unsigned char* destination = surface.destination;
+        surface.destination = buffer.get();
+        sum += descriptor.decode(surface);
+        std::memcpy(destination, buffer.get(), size_t(surface.width) * surface.height * surface.depth * bytesPerPixel);
+    });
 
     texture = std::move(result);
     return sum;
@@ -62,59 +61,56 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
 
 unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQuality quality)
 {
-    const CodecRow& row = FindCodecRow(format.lowWord());
+    const FormatDescriptor& descriptor = DescribeFormat(format.lowWord());
 
     CORBTextureHeader header(texture.getHeader());
     header.setPixelFormat(format);
     CORBTexture result(header);
     const bool isSigned = IsSignedChannelType(result.getChannelType());
+    // Without an encoder nothing is written; the block holds zeros, not heap contents.
+    if (!descriptor.encode && result.getDataPtr())
+        std::memset(result.getDataPtr(), 0, result.getDataSize());
 
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(texture.getPixelType().PixelTypeID) / 8;
-    unsigned minX, minY, minZ;
-    ORBTGetFormatMinDims(format.PixelTypeID, minX, minY, minZ);
+    const unsigned minX = descriptor.minX, minY = descriptor.minY, minZ = descriptor.minZ;
 
     unsigned sum = 0;
-    for (uint32_t member = 0; member < texture.getNumArrayMembers(); ++member)
-        for (uint32_t face = 0; face < texture.getNumFaces(); ++face)
-            for (uint32_t mip = 0; mip < texture.getNumMIPLevels(); ++mip)
-            {
-                if (!row.encode)
-                    continue;
-                const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip),
-                               depth = texture.getDepth(mip);
-                CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
-                                        width, height, depth, EORBTPixelFormat(format.lowWord()), isSigned, quality};
+    ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
+        if (!descriptor.encode)
+            return;
+        const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip), depth = texture.getDepth(mip);
+        CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
+                                width, height, depth, EORBTPixelFormat(format.lowWord()), isSigned, quality};
 
-                // A level below the format's minimum is tiled up to it.
-                std::unique_ptr<unsigned char[]> buffer;
-                if (width < minX || height < minY || depth < minZ)
-                {
-                    surface.width = std::max(width, minX);
-                    surface.height = std::max(height, minY);
-                    surface.depth = std::max(depth, minZ);
-                    buffer.reset(new unsigned char[size_t(surface.width) * surface.height * surface.depth *
-                                                   bytesPerPixel]);
-                    unsigned char* out = buffer.get();
-                    for (unsigned z = 0; z < surface.depth; ++z)
-                        for (unsigned y = 0; y < surface.height; ++y)
-                            for (unsigned x = 0; x < surface.width; ++x, out += bytesPerPixel)
-                            {
-                                const size_t index = (size_t(z % depth) * height + y % height) * width + x % width;
-                                std::memcpy(out, surface.source + index * bytesPerPixel, bytesPerPixel);
-                            }
-                    surface.source = buffer.get();
-                }
+        // A level below the format's minimum is tiled up to it.
+        std::unique_ptr<unsigned char[]> buffer;
+        if (width < minX || height < minY || depth < minZ)
+        {
+            surface.width = std::max(width, minX);
+            surface.height = std::max(height, minY);
+            surface.depth = std::max(depth, minZ);
+            buffer.reset(new unsigned char[size_t(surface.width) * surface.height * surface.depth * bytesPerPixel]);
+            unsigned char* out = buffer.get();
+            for (unsigned z = 0; z < surface.depth; ++z)
+                for (unsigned y = 0; y < surface.height; ++y)
+                    for (unsigned x = 0; x < surface.width; ++x, out += bytesPerPixel)
+                    {
+                        const size_t index = (size_t(z % depth) * height + y % height) * width + x % width;
+                        std::memcpy(out, surface.source + index * bytesPerPixel, bytesPerPixel);
+                    }
+            surface.source = buffer.get();
+        }
 
-                if (row.opaqueAlphaFirst)
-                {
-                    EChannelName alpha = eChannelAlpha;
-                    unsigned char opaque = 255;
-                    SetChannels<unsigned char, unsigned char>(reinterpret_cast<Pixel<unsigned char>*>(surface.source),
-                                                              surface.width, surface.height, surface.depth, 1, &alpha,
-                                                              &opaque);
-                }
-                sum += row.encode(surface);
-            }
+        if (descriptor.opaqueAlphaFirst)
+        {
+            EChannelName alpha = eChannelAlpha;
+            unsigned char opaque = 255;
+            SetChannels<unsigned char, unsigned char>(reinterpret_cast<Pixel<unsigned char>*>(surface.source),
+                                                      surface.width, surface.height, surface.depth, 1, &alpha,
+                                                      &opaque);
+        }
+        sum += descriptor.encode(surface);
+    });
 
     texture = std::move(result);
     return sum;

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "Tools/ORBTDefines.h"
+#include "Tools/ORBTString.h"
 
 namespace orbtexture
 {
@@ -192,5 +193,25 @@ ORBT_API uint32_t ORBTGetBitsPerPixel(uint64_t pixelFormat);
 // Smallest storable unit of a format, which every surface is rounded up to;
 // 1 x 1 x 1 for channel layouts.
 ORBT_API void ORBTGetFormatMinDims(uint64_t pixelFormat, unsigned int& x, unsigned int& y, unsigned int& z);
+
+// Name of a pixel format: a named format by its enumerator name without
+// "ePF_" ("ETC2_RGB"), a channel layout as its letters and widths in channel
+// order ("r5g6b5"; a byte that is no printable letter shows as '?'). Empty
+// for a named value beyond ePF_NumCompressed.
+ORBT_API CORBTString ORBTGetPixelFormatName(uint64_t pixelFormat);
+
+// Reads a name of either form, in any case: a named format below
+// ePF_NumCompressed, or up to four channels of "rgbalix" each followed by a
+// width of 1 to 32 bits, whole bytes in total and no letter twice. False for
+// anything else, with the reason in ORBTGetLastError() (ORBTextureInfo.h).
+ORBT_API bool ORBTGetPixelFormatFromName(const char* name, uint64_t& pixelFormat);
+
+// Names of a channel type: the enumerator name without "eVar"
+// ("UnsignedByteNorm") and the short name ("ubn"); null beyond eNumVarTypes.
+ORBT_API const char* ORBTGetChannelTypeName(uint32_t channelType);
+ORBT_API const char* ORBTGetChannelTypeShortName(uint32_t channelType);
+
+// Reads a channel type by either name, in any case.
+ORBT_API bool ORBTGetChannelTypeFromName(const char* name, uint32_t& channelType);
 
 #endif

@@ -1,6 +1,7 @@
 #include "ORBTextureHeader.h"
 
 #include <cstring>
+#include <unordered_map>
 
 #include "ORBTextureSizeRules.h"
 
@@ -58,9 +59,7 @@ CORBTextureHeader::CORBTextureHeader(const ORBTextureHeaderV3& fileHeader, unsig
                                      const MetaDataBlock* metaData)
     : m_sHeader(fileHeader)
 {
-    if (metaData)
-        for (unsigned int i = 0; i < metaDataCount; ++i)
-            addMetaData(metaData[i]);
+    addMetaDataBlocks(metaData, metaDataCount);
 }
 
 CORBTextureHeader::CORBTextureHeader(const CORBTextureHeader& other) = default;
@@ -267,6 +266,56 @@ void CORBTextureHeader::addMetaData(const MetaDataBlock& metaData)
     const MetaDataBlock copy(metaData);
     m_MetaDataMap[copy.fourCC][copy.key] = copy;
     m_sHeader.metaDataSize += copy.SizeOfBlockInBytes();
+}
+
+void CORBTextureHeader::addMetaDataBlocks(const MetaDataBlock* blocks, unsigned int count)
+{
+    if (!blocks)
+        return;
+    // Indexes of the items present, so that each block costs one look-up.
+    std::unordered_map<uint32_t, unsigned int> fourCCs;
+    std::unordered_map<uint64_t, unsigned int> items;
+    const auto itemId = [](uint32_t fourCC, uint32_t key) { return uint64_t(fourCC) << 32 | key; };
+    for (unsigned int i = 0; i < m_MetaDataMap.GetSize(); ++i)
+    {
+        fourCCs.emplace(m_MetaDataMap.GetKey(i), i);
+        const MetaDataKeyMap& keys = m_MetaDataMap.GetValue(i);
+        for (unsigned int j = 0; j < keys.GetSize(); ++j)
+            items.emplace(itemId(m_MetaDataMap.GetKey(i), keys.GetKey(j)), j);
+    }
+
+    for (unsigned int b = 0; b < count; ++b)
+    {
+        const MetaDataBlock& block = blocks[b];
+        const auto known = fourCCs.find(block.fourCC);
+        unsigned int index;
+        if (known != fourCCs.end())
+            index = known->second;
+        else
+        {
+            index = m_MetaDataMap.GetSize();
+            fourCCs.emplace(block.fourCC, index);
+            m_MetaDataMap.AppendAbsent(block.fourCC, MetaDataKeyMap());
+        }
+        MetaDataKeyMap& keys = m_MetaDataMap.GetValue(index);
+        const auto item = items.find(itemId(block.fourCC, block.key));
+        if (item != items.end())
+            keys.GetValue(item->second) = block;
+        else
+        {
+            items.emplace(itemId(block.fourCC, block.key), keys.GetSize());
+            keys.AppendAbsent(block.key, block);
+        }
+        m_sHeader.metaDataSize += block.SizeOfBlockInBytes();
+    }
+}
+
+uint32_t CORBTextureHeader::recountMetaDataSize()
+{
+    uint32_t size = 0;
+    forEachMetaData([&size](const MetaDataBlock& block) { size += block.SizeOfBlockInBytes(); });
+    m_sHeader.metaDataSize = size;
+    return size;
 }
 
 void CORBTextureHeader::removeMetaData(const uint32_t& fourCC, const uint32_t& key)

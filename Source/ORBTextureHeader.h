@@ -27,8 +27,8 @@ public:
                       uint32_t numMipMaps = 1, uint32_t numSurfaces = 1, uint32_t numFaces = 1,
                       EORBTColourSpace colourSpace = eColourSpaceLinear,
                       EORBTVariableType channelType = eVarUnsignedByteNorm, bool preMultiplied = false);
-    // Copies the record as given, metaDataSize included, then adds each block
-    // through addMetaData (which adds to metaDataSize).
+    // Copies the record as given, metaDataSize included, then adds the blocks
+    // as addMetaDataBlocks does (which adds to metaDataSize).
     explicit CORBTextureHeader(const ORBTextureHeaderV3& fileHeader, unsigned int metaDataCount = 0,
                                const MetaDataBlock* metaData = nullptr);
     CORBTextureHeader(const CORBTextureHeader& other);
@@ -85,6 +85,17 @@ public:
     // A deep copy, or an all-zero block when absent.
     MetaDataBlock getMetaData(uint32_t fourCC, uint32_t key) const;
     bool hasMetaData(uint32_t fourCC, uint32_t key) const;
+    // Calls visit(const MetaDataBlock&) for every item, in map order.
+    template <typename Visitor>
+    void forEachMetaData(Visitor&& visit) const
+    {
+        for (unsigned int i = 0; i < m_MetaDataMap.GetSize(); ++i)
+        {
+            const MetaDataKeyMap& items = m_MetaDataMap.GetValue(i);
+            for (unsigned int j = 0; j < items.GetSize(); ++j)
+                visit(items.GetValue(j));
+        }
+    }
 
     // Typed metadata writes: replace the item and keep metaDataSize exact.
     void setOrientation(EORBTOrientation orientation);
@@ -95,7 +106,14 @@ public:
     // Stores a deep copy under the block's own fourCC and key. Always adds
     // 12 plus dataSize to metaDataSize, even when it replaces an item.
     void addMetaData(const MetaDataBlock& metaData);
+    // The same as addMetaData on each block in turn, in time linear in their
+    // number (addMetaData searches the items one by one).
+    void addMetaDataBlocks(const MetaDataBlock* blocks, unsigned int count);
     void removeMetaData(const uint32_t& fourCC, const uint32_t& key);
+    // Sets metaDataSize to the true sum of 12 plus dataSize over the items,
+    // which addMetaData of an existing key leaves too high, and returns it.
+    // Call it before saving a header whose items were replaced that way.
+    uint32_t recountMetaDataSize();
 
 protected:
     ORBTextureHeaderV3 m_sHeader;

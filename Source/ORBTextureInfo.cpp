@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "ORBTextureFormatTable.h"
 #include "ORBTextureSizeRules.h"
 
 // ---------------------------------------------------------------------------
@@ -45,6 +46,28 @@ MetaDataBlock& MetaDataBlock::operator=(const MetaDataBlock& other)
     return *this;
 }
 
+MetaDataBlock::MetaDataBlock(MetaDataBlock&& other) noexcept
+    : fourCC(other.fourCC), key(other.key), dataSize(other.dataSize), data(other.data)
+{
+    other.dataSize = 0;
+    other.data = nullptr;
+}
+
+MetaDataBlock& MetaDataBlock::operator=(MetaDataBlock&& other) noexcept
+{
+    if (this != &other)
+    {
+        delete[] data;
+        fourCC = other.fourCC;
+        key = other.key;
+        dataSize = other.dataSize;
+        data = other.data;
+        other.dataSize = 0;
+        other.data = nullptr;
+    }
+    return *this;
+}
+
 MetaDataBlock::~MetaDataBlock() { delete[] data; }
 
 bool MetaDataBlock::ReadFromPtr(const unsigned char** cursor)
@@ -72,9 +95,11 @@ bool MetaDataBlock::ReadFromPtr(const unsigned char** cursor)
 namespace
 {
 
-bool IsASTC(uint64_t pixelFormat)
+// ASTC: one 128-bit block a block position.
+bool SizedByBlocks(uint64_t pixelFormat)
 {
-    return pixelFormat >= orbtexture::ePF_ASTC_4x4 && pixelFormat <= orbtexture::ePF_ASTC_6x6x6;
+    const orbtexture::PixelType type(pixelFormat);
+    return type.isNamedFormat() && orbtexture::DescribeFormat(type.lowWord()).sizedByBlocks;
 }
 
 uint64_t RoundUp(uint64_t value, uint64_t multiple) { return (value + multiple - 1) / multiple * multiple; }
@@ -90,7 +115,7 @@ bool SurfaceBitsImpl(const ORBTextureHeaderV3& header, uint32_t mip, bool checke
     const uint64_t d = RoundUp(orbtexture::LevelDimension(header.depth, mip), mz);
 
     uint64_t factors[4];
-    if (IsASTC(header.pixelFormat))
+    if (SizedByBlocks(header.pixelFormat))
     {
         factors[0] = w / mx;
         factors[1] = h / my;

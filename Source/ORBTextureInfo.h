@@ -64,6 +64,9 @@ struct ORBT_API MetaDataBlock
     MetaDataBlock(uint32_t fourCC, uint32_t key, uint32_t dataSize, const uint8_t* data);
     MetaDataBlock(const MetaDataBlock& other);
     MetaDataBlock& operator=(const MetaDataBlock& other);
+    // Moves take the other block's data and leave it empty.
+    MetaDataBlock(MetaDataBlock&& other) noexcept;
+    MetaDataBlock& operator=(MetaDataBlock&& other) noexcept;
     ~MetaDataBlock();
 
     // Bytes the block takes when serialised: 12 plus dataSize.
@@ -78,5 +81,25 @@ struct ORBT_API MetaDataBlock
 // the array members and faces when asked.
 ORBT_API uint32_t ORBTGetTextureDataSize(ORBTextureHeaderV3 header, int mipLevel = -1, bool allSurfaces = true,
                                          bool allFaces = true);
+
+// Why the last failed load, header read or name lookup of the calling thread
+// failed, as one line of text ("truncated header"); "" after a success. The
+// text stays valid until the thread's next such call.
+ORBT_API const char* ORBTGetLastError();
+
+// Bytes of pixel data that the last load or header read of the calling thread
+// found missing at the end of the file (a short file still loads, its tail
+// zero-filled); 0 when the data were complete or the call failed.
+ORBT_API uint64_t ORBTGetLastLoadShortfall();
+
+// Most bytes one load may allocate for pixel data and metadata together; a
+// file that needs more is refused before anything is allocated. Applies to
+// every thread. Default 1 GiB; 0 restores the default.
+ORBT_API void ORBTSetLoadLimit(uint64_t bytes);
+ORBT_API uint64_t ORBTGetLoadLimit();
+
+// Files and pixel words are little-endian, and the library reads them by
+// copying bytes into native integers.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "ORBTexLib needs a little-endian machine");
 
 #endif

@@ -2,10 +2,13 @@
 
 #include "ORBTextureUtilities.h"
 
-#include "ORBTPixelByteTables.h"
-
+#include <cassert>
 #include <cstring>
 #include <utility>
+
+#include "ORBTPixelByteTables.h"
+#include "ORBTextureFormatTable.h"
+#include "ORBTextureSurfaceWalk.h"
 
 namespace orbtexture
 {
@@ -13,6 +16,7 @@ namespace orbtexture
 namespace
 {
 constexpr uint32_t kMinPixelsForTables = 4096;
+constexpr size_t kEncodedPixelBytes = 16;
 } // namespace
 
 unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,
@@ -22,6 +26,11 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
     const size_t sourceStep = sourceEncoder.GetColourDataSize();
     const size_t targetStep = targetEncoder.GetColourDataSize();
     const uint8_t* encoded = targetEncoder.GetColourData();
+    // An encoder holds one pixel of at most 16 bytes; wider layouts (a
+    // channel above 32 bits) are refused before they get here.
+    assert(sourceStep <= kEncodedPixelBytes && targetStep <= kEncodedPixelBytes);
+    if (sourceStep > kEncodedPixelBytes || targetStep > kEncodedPixelBytes)
+        return 0;
 
     // Large 8-bit sources go through tables of the encoders' results when the
     // pair allows it; the tables cost 256 conversions a channel.
@@ -31,27 +40,24 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
                                      targetColourSpace, sourceColourSpace);
 
     uint64_t pixels = 0;
-    for (uint32_t member = 0; member < source.getNumArrayMembers(); ++member)
-        for (uint32_t face = 0; face < source.getNumFaces(); ++face)
-            for (uint32_t mip = 0; mip < source.getNumMIPLevels(); ++mip)
-            {
-                const uint8_t* in = source.getDataPtr(mip, member, face);
-                uint8_t* out = target.getDataPtr(mip, member, face);
-                const uint32_t count = source.getTextureSize(int(mip), false, false);
-                pixels += count;
-                if (tabled)
-                {
-                    tables.Convert(in, out, count);
-                    continue;
-                }
-                for (uint32_t i = 0; i < count; ++i, in += sourceStep, out += targetStep)
-                {
-                    sourceEncoder.OverwriteColourData(in);
-                    targetEncoder.EncodeFrom(sourceEncoder);
-                    targetEncoder.ConvertToColourSpace(targetColourSpace, sourceColourSpace);
-                    std::memcpy(out, encoded, targetStep);
-                }
-            }
+    ForEachSurface(source, [&](uint32_t mip, uint32_t member, uint32_t face) {
+        const uint8_t* in = source.getDataPtr(mip, member, face);
+        uint8_t* out = target.getDataPtr(mip, member, face);
+        const uint32_t count = source.getTextureSize(int(mip), false, false);
+        pixels += count;
+        if (tabled)
+        {
+            tables.Convert(in, out, count);
+            return;
+        }
+        for (uint32_t i = 0; i < count; ++i, in += sourceStep, out += targetStep)
+        {
+            sourceEncoder.OverwriteColourData(in);
+            targetEncoder.EncodeFrom(sourceEncoder);
+            targetEncoder.ConvertToColourSpace(targetColourSpace, sourceColourSpace);
+            std::memcpy(out, encoded, targetStep);
+        }
+    });
     return unsigned(targetStep * pixels);
 }
 
@@ -62,7 +68,7 @@ namespace
 EChannelName DitherGreySource(PixelType target)
 {
     if (target.isNamedFormat())
-        return target.lowWord() == ePF_BW1bpp ? eChannelIntensity : eChannelNone;
+        return DescribeFormat(target.lowWord()).ditherGrey;
     if (target == PixelType('l', 'g', 'r', 0, 6, 5, 5, 0))
         return eChannelNone;
     bool luminance = false;
@@ -93,11 +99,10 @@ void DitherTexture(CORBTexture& texture, CPixelEncoder& sourceEncoder, PixelType
         CopyChannels(dithered, dithered, 3, destination, source);
     }
 
-    for (uint32_t member = 0; member < dithered.getNumArrayMembers(); ++member)
-        for (uint32_t face = 0; face < dithered.getNumFaces(); ++face)
-            for (uint32_t mip = 0; mip < dithered.getNumMIPLevels(); ++mip)
-                Dither(dithered.getDataPtr(mip, member, face), target, dithered.getWidth(mip),
-                       dithered.getHeight(mip), dithered.getDepth(mip));
+    ForEachSurface(dithered, [&](uint32_t mip, uint32_t member, uint32_t face) {
+        Dither(dithered.getDataPtr(mip, member, face), target, dithered.getWidth(mip), dithered.getHeight(mip),
+               dithered.getDepth(mip));
+    });
 
     texture = std::move(dithered);
     sourceEncoder = encoder8;
@@ -109,6 +114,9 @@ bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType chan
                EORBTColourSpace colourSpace, ECompressorQuality quality, bool dither)
 {
     if (texture.getDataSize(-1, true, true) == 0 || pixelType == PixelType(ePF_NumCompressed))
+        return false;
+    // No encoder holds a pixel with a channel wider than 32 bits.
+    if (HasOversizedChannel(texture.getPixelType()) || HasOversizedChannel(pixelType))
         return false;
 
     CPixelEncoder sourceEncoder(texture.getPixelType(), texture.getChannelType());

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ORBTextureCodecTable.h"
+#include "ORBTextureFormatTable.h"
 #include "ORBTextureUtilities.h"
 
 using namespace orbtexture;

@@ -3,7 +3,11 @@
 
 // Growable array of the public interface. Storage comes from new[], so every
 // slot up to the capacity holds a default-constructed element; removal only
-// lowers the count and never destroys anything.
+// lowers the count and never destroys anything. The default storage of 16 is
+// allocated at the first append, so that empty arrays (and empty maps built
+// on them) cost no allocation.
+
+#include <utility>
 
 #include "Tools/ORBTDefines.h"
 
@@ -12,7 +16,7 @@ class ORBT_API CORBTArray
 {
 public:
     CORBTArray()
-        : m_Size(0), m_Capacity(16), m_pArray(new T[16])
+        : m_Size(0), m_Capacity(16), m_pArray(nullptr)
     {
     }
 
@@ -22,7 +26,8 @@ public:
     }
 
     CORBTArray(const CORBTArray& other)
-        : m_Size(other.m_Size), m_Capacity(other.m_Capacity), m_pArray(new T[other.m_Capacity])
+        : m_Size(other.m_Size), m_Capacity(other.m_Capacity),
+          m_pArray(other.m_pArray ? new T[other.m_Capacity] : nullptr)
     {
         for (unsigned int i = 0; i < m_Size; ++i)
         {
@@ -34,7 +39,7 @@ public:
     {
         if (&other != this)
         {
-            T* storage = new T[other.m_Capacity];
+            T* storage = other.m_pArray ? new T[other.m_Capacity] : nullptr;
             for (unsigned int i = 0; i < other.m_Size; ++i)
             {
                 storage[i] = other.m_pArray[i];
@@ -43,6 +48,30 @@ public:
             m_pArray = storage;
             m_Size = other.m_Size;
             m_Capacity = other.m_Capacity;
+        }
+        return *this;
+    }
+
+    // Moves take the other array's storage and leave it empty.
+    CORBTArray(CORBTArray&& other) noexcept
+        : m_Size(other.m_Size), m_Capacity(other.m_Capacity), m_pArray(other.m_pArray)
+    {
+        other.m_Size = 0;
+        other.m_Capacity = 16;
+        other.m_pArray = nullptr;
+    }
+
+    CORBTArray& operator=(CORBTArray&& other) noexcept
+    {
+        if (&other != this)
+        {
+            delete[] m_pArray;
+            m_Size = other.m_Size;
+            m_Capacity = other.m_Capacity;
+            m_pArray = other.m_pArray;
+            other.m_Size = 0;
+            other.m_Capacity = 16;
+            other.m_pArray = nullptr;
         }
         return *this;
     }
@@ -85,6 +114,10 @@ public:
 
     void Append(const T& value)
     {
+        if (!m_pArray)
+        {
+            Reallocate(m_Capacity > m_Size + 1 ? m_Capacity : m_Size + 1);
+        }
         if (m_Size + 1 > m_Capacity)
         {
             // The value may live in the storage about to be released.
@@ -107,6 +140,7 @@ public:
     unsigned int GetCapacity() const { return m_Capacity; }
     bool IsEmpty() const { return m_Size == 0; }
 
+    // Null for an empty array that never held anything.
     T* GetDataPtr() { return m_pArray; }
     const T* GetDataPtr() const { return m_pArray; }
 
@@ -137,7 +171,7 @@ private:
         T* storage = new T[capacity];
         for (unsigned int i = 0; i < m_Size; ++i)
         {
-            storage[i] = m_pArray[i];
+            storage[i] = std::move(m_pArray[i]);
         }
         delete[] m_pArray;
         m_pArray = storage;

@@ -19,6 +19,22 @@ public:
 
     CORBTMap(const CORBTMap& other) = default;
     CORBTMap& operator=(const CORBTMap& other) = default;
+    CORBTMap(CORBTMap&& other) noexcept
+        : m_Keys(std::move(other.m_Keys)), m_Values(std::move(other.m_Values)), m_Size(other.m_Size)
+    {
+        other.m_Size = 0;
+    }
+    CORBTMap& operator=(CORBTMap&& other) noexcept
+    {
+        if (&other != this)
+        {
+            m_Keys = std::move(other.m_Keys);
+            m_Values = std::move(other.m_Values);
+            m_Size = other.m_Size;
+            other.m_Size = 0;
+        }
+        return *this;
+    }
 
     // Finds the key or appends it with a default value. The reference is
     // invalidated by the next insertion.
@@ -31,6 +47,16 @@ public:
         }
         m_Keys.Append(key);
         m_Values.Append(V());
+        ++m_Size;
+        return m_Values[m_Size - 1];
+    }
+
+    // Appends a key the caller knows to be absent, without searching, and
+    // returns its value. Bulk loaders use it with an index of their own.
+    V& AppendAbsent(const K& key, const V& value)
+    {
+        m_Keys.Append(key);
+        m_Values.Append(value);
         ++m_Size;
         return m_Values[m_Size - 1];
     }

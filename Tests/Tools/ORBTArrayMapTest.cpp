@@ -34,8 +34,9 @@ TEST(ORBTArray, GrowthRule)
     CORBTArray<int> a;
     EXPECT_EQ(0u, a.GetSize());
     EXPECT_EQ(16u, a.GetCapacity());
+    a.Append(0);
     const int* storage = a.GetDataPtr();
-    for (int i = 0; i < 16; ++i)
+    for (int i = 1; i < 16; ++i)
     {
         a.Append(i);
     }

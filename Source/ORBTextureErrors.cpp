@@ -1,0 +1,73 @@
+#include "ORBTextureErrors.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "ORBTextureInfo.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+// Indexed by ELoadReason.
+const char* const kLoadMessages[] = {
+    "",
+    "cannot open file: %s",
+    "is a directory",
+    "read error: %s",
+    "file too short to be a texture",
+    "not an .orb texture (first word 0x%08X)",
+    "legacy .orb header (version %u) is not supported by this version",
+    "%s files are not supported by this version",
+    "truncated header",
+    "channel layout has a channel wider than 32 bits",
+    "declares no surfaces",
+    "pixel format %s has no known size",
+    "texture too large: its data size does not fit in 32 bits",
+    "texture needs %llu bytes, above the load limit of %llu bytes",
+    "metadata runs past the end of the file",
+    "empty metadata item (fourCC 0x%08X, key %u)",
+    "metadata item (fourCC 0x%08X, key %u) runs past the end of the file",
+    "pixel data missing",
+    "pixel data short by %llu bytes",
+};
+static_assert(sizeof(kLoadMessages) / sizeof(kLoadMessages[0]) == eNumLoadReasons, "one message per reason");
+
+thread_local std::string tLastError;
+thread_local uint64_t tLastShortfall = 0;
+
+constexpr uint64_t kDefaultLoadLimit = uint64_t(1) << 30;
+std::atomic<uint64_t> gLoadLimit(kDefaultLoadLimit);
+
+} // namespace
+
+ELoadReason SetLoadError(ELoadReason reason, ...)
+{
+    if (reason >= eNumLoadReasons)
+        reason = eLoadReadError;
+    char text[256];
+    va_list arguments;
+    va_start(arguments, reason);
+    std::vsnprintf(text, sizeof(text), kLoadMessages[reason], arguments);
+    va_end(arguments);
+    tLastError = text;
+    return reason;
+}
+
+void SetLastErrorText(const char* text) { tLastError = text ? text : ""; }
+
+void SetLastLoadShortfall(uint64_t bytes) { tLastShortfall = bytes; }
+
+} // namespace orbtexture
+
+const char* ORBTGetLastError() { return orbtexture::tLastError.c_str(); }
+
+uint64_t ORBTGetLastLoadShortfall() { return orbtexture::tLastShortfall; }
+
+void ORBTSetLoadLimit(uint64_t bytes) { orbtexture::gLoadLimit.store(bytes ? bytes : orbtexture::kDefaultLoadLimit); }
+
+uint64_t ORBTGetLoadLimit() { return orbtexture::gLoadLimit.load(); }

@@ -1,0 +1,101 @@
+#ifndef ORBTEXTUREFORMATTABLE_H
+#define ORBTEXTUREFORMATTABLE_H
+
+// Internal: one descriptor per named format and per channel type. Sizes,
+// codec calls, pipeline facts and names all come from here.
+
+#include <cstdint>
+
+#include "ORBTextureFormat.h"
+
+namespace orbtexture
+{
+
+// One codec call on one surface. For decoding, width, height and depth are the
+// level's true dimensions and 'destination' has room for whole blocks; for
+// encoding they are the dimensions raised to the format's minimum, and
+// 'source' holds that many pixels.
+struct CodecSurface
+{
+    unsigned char* source;
+    unsigned char* destination;
+    unsigned int width;
+    unsigned int height;
+    unsigned int depth;
+    EORBTPixelFormat format;
+    bool isSigned;
+    ECompressorQuality quality;
+};
+
+// Returns the codec's result: bytes written, 0 on failure.
+typedef unsigned int (*CodecCall)(const CodecSurface& surface);
+
+// The channel layout a named format's codec takes and gives.
+enum EIntermediateLayout : uint8_t
+{
+    eIntermediateRGBA8,  // 'r','g','b','a' 8,8,8,8, unsigned byte norm
+    eIntermediateRGB8,   // 'r','g','b' 8,8,8, unsigned byte norm
+    eIntermediateRGB32F, // 'r','g','b' 32,32,32, signed float
+    eIntermediateR16,    // 'r' 16, signed or unsigned short norm by the channel type
+    eIntermediateRG16    // 'r','g' 16,16, likewise
+};
+
+// Everything the library knows of a named format. A descriptor without calls
+// leaves decoded pixels zero and makes encoding write nothing.
+struct FormatDescriptor
+{
+    const char* name;              // enumerator name without "ePF_"
+    uint8_t bitsPerPixel;          // 0 where no per-pixel size exists
+    uint8_t minX, minY, minZ;      // smallest storable unit; surfaces round up to it
+    bool sizedByBlocks;            // 128 bits a block position (ASTC), whatever bitsPerPixel says
+    EIntermediateLayout intermediate;
+    uint8_t ditherBits[4];         // R, G, B, A; 0 is not dithered
+    EChannelName ditherGrey;       // copied into R, G and B before dithering, or none
+    bool decodesAnySize;           // the decoder needs no block-sized buffer for small levels
+    bool opaqueAlphaFirst;         // alpha is set to 255 in the encoder's input first
+    CodecCall decode;
+    CodecCall encode;
+};
+
+// The descriptor of a named format value; values from ePF_NumCompressed + 1 on
+// get a descriptor without name, size or calls (RGBA8, minimum 1 x 1 x 1).
+const FormatDescriptor& DescribeFormat(uint32_t format);
+
+// True for the values 0 to ePF_NumCompressed.
+inline bool IsKnownFormat(uint32_t format) { return format <= ePF_NumCompressed; }
+
+struct ChannelTypeDescriptor
+{
+    const char* name;      // enumerator name without "eVar"
+    const char* shortName; // "ubn"
+    uint8_t elementBits;   // 8, 16 or 32
+    bool isSigned;         // the compressed-format dispatch's notion: 13 counts as unsigned
+};
+
+// Null for values from eNumVarTypes on.
+const ChannelTypeDescriptor* DescribeChannelType(uint32_t channelType);
+
+inline bool IsSignedChannelType(uint32_t channelType)
+{
+    const ChannelTypeDescriptor* type = DescribeChannelType(channelType);
+    return type && type->isSigned;
+}
+
+// Bits per channel R, G, B, A that Dither quantises to for 'target'.
+void DitherTargetBits(PixelType target, uint8_t bits[4]);
+
+// A channel layout with a channel wider than 32 bits: no pixel of it fits the
+// encoder, so loaders and Transcode refuse it.
+inline bool HasOversizedChannel(PixelType type)
+{
+    if (type.isNamedFormat())
+        return false;
+    for (unsigned i = 0; i < 4; ++i)
+        if (type.channelBits(i) > 32)
+            return true;
+    return false;
+}
+
+} // namespace orbtexture
+
+#endif
