@@ -56,6 +56,39 @@ void BM_LoadMemoryImage(benchmark::State& state)
 }
 BENCHMARK(BM_LoadMemoryImage);
 
+// A 1x1 texture with N one-byte metadata items, half of them under their own
+// fourCC: loading must grow linearly with N.
+std::vector<unsigned char> MakeManyItems(uint32_t count)
+{
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = ORBStandard8PixelType;
+    record.metaDataSize = count * 13;
+    std::vector<unsigned char> bytes(sizeof record);
+    std::memcpy(bytes.data(), &record, sizeof record);
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        const uint32_t words[3] = {i % 2 ? i : 0x44444444u, i, 1};
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(words);
+        bytes.insert(bytes.end(), p, p + sizeof words);
+        bytes.push_back(static_cast<unsigned char>(i));
+    }
+    bytes.insert(bytes.end(), 4, 0xFF);
+    return bytes;
+}
+
+void BM_LoadManyMetaDataItems(benchmark::State& state)
+{
+    const std::vector<unsigned char> image = MakeManyItems(uint32_t(state.range(0)));
+    for (auto _ : state)
+    {
+        CORBTexture texture(image.data(), image.size());
+        benchmark::DoNotOptimize(texture.getDataPtr());
+    }
+    state.SetComplexityN(state.range(0));
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(image.size()));
+}
+BENCHMARK(BM_LoadManyMetaDataItems)->RangeMultiplier(4)->Range(2500, 160000)->Complexity();
+
 void BM_SurfaceLookup(benchmark::State& state)
 {
     const CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 1024, 1024, 1, 11, 4, 6));

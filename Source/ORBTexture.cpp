@@ -159,7 +159,7 @@ CORBTexture& CORBTexture::operator=(const CORBTexture& other)
 }
 
 CORBTexture::CORBTexture(CORBTexture&& other)
-    : CORBTextureHeader(other), m_uiDataSize(other.m_uiDataSize), m_pTextureData(other.m_pTextureData)
+    : CORBTextureHeader(std::move(other)), m_uiDataSize(other.m_uiDataSize), m_pTextureData(other.m_pTextureData)
 {
     other.m_pTextureData = nullptr;
     other.privateReset();
@@ -169,7 +169,7 @@ CORBTexture& CORBTexture::operator=(CORBTexture&& other)
 {
     if (this == &other)
         return *this;
-    CORBTextureHeader::operator=(other);
+    CORBTextureHeader::operator=(std::move(other));
     delete[] m_pTextureData;
     m_pTextureData = other.m_pTextureData;
     m_uiDataSize = other.m_uiDataSize;

@@ -74,6 +74,23 @@ CORBTextureHeader& CORBTextureHeader::operator=(const CORBTextureHeader& other)
     return *this;
 }
 
+CORBTextureHeader::CORBTextureHeader(CORBTextureHeader&& other) noexcept
+    : m_sHeader(other.m_sHeader), m_MetaDataMap(std::move(other.m_MetaDataMap))
+{
+    other.m_sHeader.metaDataSize = 0;
+}
+
+CORBTextureHeader& CORBTextureHeader::operator=(CORBTextureHeader&& other) noexcept
+{
+    if (this != &other)
+    {
+        m_sHeader = other.m_sHeader;
+        m_MetaDataMap = std::move(other.m_MetaDataMap);
+        other.m_sHeader.metaDataSize = 0;
+    }
+    return *this;
+}
+
 CORBTextureHeader::~CORBTextureHeader() = default;
 
 uint32_t CORBTextureHeader::getBitsPerPixel() const { return ORBTGetBitsPerPixel(m_sHeader.pixelFormat); }

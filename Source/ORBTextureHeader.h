@@ -33,6 +33,9 @@ public:
                                const MetaDataBlock* metaData = nullptr);
     CORBTextureHeader(const CORBTextureHeader& other);
     CORBTextureHeader& operator=(const CORBTextureHeader& other);
+    // Moves take the other header's metadata and leave it without items.
+    CORBTextureHeader(CORBTextureHeader&& other) noexcept;
+    CORBTextureHeader& operator=(CORBTextureHeader&& other) noexcept;
     ~CORBTextureHeader();
 
     // Plain reads.

@@ -26,7 +26,10 @@ bool LoadNative(CByteSource& source, EMetaDataWalk walk, CORBTextureHeader& head
     // before anything is allocated.
     if (walk == EMetaDataWalk::MemoryImage && source.Remaining() < size)
     {
-        SetLoadError(eLoadShortPixelData, (unsigned long long)(size - source.Remaining()));
+        if (source.Remaining() == 0)
+            SetLoadError(eLoadNoPixelData);
+        else
+            SetLoadError(eLoadShortPixelData, (unsigned long long)(size - source.Remaining()));
         return false;
     }
     data.reset(new uint8_t[size_t(size)]);
@@ -61,7 +64,7 @@ bool CORBTexture::privateLoadNative(CByteSource& source, EMetaDataWalk walk)
     uint64_t size = 0;
     if (!LoadNative(source, walk, header, data, size))
         return false;
-    CORBTextureHeader::operator=(header);
+    CORBTextureHeader::operator=(std::move(header));
     delete[] m_pTextureData;
     m_pTextureData = data.release();
     m_uiDataSize = uint32_t(size);

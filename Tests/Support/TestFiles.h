@@ -15,6 +15,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "ORBTextureInfo.h"
+
 namespace testsupport
 {
 
@@ -69,6 +71,19 @@ void PutValue(std::vector<uint8_t>& bytes, size_t offset, const T& value)
 {
     std::memcpy(bytes.data() + offset, &value, sizeof(T));
 }
+
+// Sets the library's load limit for the life of the object.
+class ScopedLoadLimit
+{
+public:
+    explicit ScopedLoadLimit(uint64_t bytes) : m_Previous(ORBTGetLoadLimit()) { ORBTSetLoadLimit(bytes); }
+    ~ScopedLoadLimit() { ORBTSetLoadLimit(m_Previous); }
+    ScopedLoadLimit(const ScopedLoadLimit&) = delete;
+    ScopedLoadLimit& operator=(const ScopedLoadLimit&) = delete;
+
+private:
+    uint64_t m_Previous;
+};
 
 } // namespace testsupport
 

@@ -1,0 +1,254 @@
+// The one parser behind the file loader, the memory-image loader and the
+// header read: the reasons it gives, short data, the load limit, pipes and
+// large metadata.
+
+#include <cstring>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "ORBTexture.h"
+#include "Support/TestFiles.h"
+
+using namespace orbtexture;
+using testsupport::AppendValue;
+using testsupport::PutValue;
+using testsupport::ReadBytes;
+using testsupport::ScopedLoadLimit;
+using testsupport::ScratchDir;
+using testsupport::WriteBytes;
+
+namespace
+{
+
+// Native file bytes: a header for 'format' at width x height (one level),
+// 'items' metadata blocks of 'itemSize' bytes, then 'dataBytes' bytes of data.
+std::vector<uint8_t> FileBytes(uint64_t format, uint32_t width, uint32_t height, uint32_t dataBytes,
+                               uint32_t items = 0, uint32_t itemSize = 4)
+{
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = format;
+    record.width = width;
+    record.height = height;
+    record.metaDataSize = items * (12 + itemSize);
+    std::vector<uint8_t> bytes;
+    AppendValue(bytes, record);
+    for (uint32_t i = 0; i < items; ++i)
+    {
+        const uint32_t words[3] = {0x44444444, i, itemSize};
+        AppendValue(bytes, words);
+        bytes.insert(bytes.end(), itemSize, uint8_t(i));
+    }
+    for (uint32_t i = 0; i < dataBytes; ++i)
+        bytes.push_back(uint8_t(i * 3 + 1));
+    return bytes;
+}
+
+std::vector<uint8_t> Rgba8File(uint32_t width, uint32_t height, uint32_t items = 1)
+{
+    return FileBytes(ORBStandard8PixelType, width, height, width * height * 4, items);
+}
+
+} // namespace
+
+TEST(NativeParser, EveryLoaderGivesTheSameReason)
+{
+    ScratchDir dir;
+    struct Case
+    {
+        const char* expected;
+        std::vector<uint8_t> bytes;
+    };
+    std::vector<uint8_t> truncated = Rgba8File(2, 2);
+    truncated.resize(51);
+    // Declares one item, then ends inside its header.
+    std::vector<uint8_t> metaDataCut = FileBytes(ORBStandard8PixelType, 1, 1, 0, 1);
+    metaDataCut.resize(52 + 6);
+    // The second item claims more than the file holds.
+    std::vector<uint8_t> itemTooLong = FileBytes(ORBStandard8PixelType, 1, 1, 4, 2);
+    PutValue<uint32_t>(itemTooLong, 52 + 16 + 8, 1000);
+    std::vector<uint8_t> noSurfaces = Rgba8File(2, 2);
+    PutValue<uint32_t>(noSurfaces, 44, 0);
+
+    const Case cases[] = {
+        {"file too short to be a texture", {}},
+        {"file too short to be a texture", {'O', 'R', 'B'}},
+        {"legacy .orb header (version 2) is not supported by this version", {52, 0, 0, 0, 1, 2, 3}},
+        {"legacy .orb header (version 1) is not supported by this version", {44, 0, 0, 0}},
+        {"not an .orb texture (first word 0x4F524203)", {3, 'B', 'R', 'O', 0, 0}},
+        {"truncated header", truncated},
+        {"channel layout has a channel wider than 32 bits",
+         FileBytes(PixelType('r', 'g', 0, 0, 40, 8, 0, 0).PixelTypeID, 1, 1, 6)},
+        {"declares no surfaces", noSurfaces},
+        {"pixel format BC7 has no known size", FileBytes(ePF_BC7, 4, 4, 16)},
+        {"texture too large: its data size does not fit in 32 bits",
+         FileBytes(ORBStandard8PixelType, 65536, 16384, 16)},
+        {"metadata runs past the end of the file", metaDataCut},
+        {"metadata item (fourCC 0x44444444, key 1) runs past the end of the file", itemTooLong},
+        {"pixel data missing", FileBytes(ORBStandard8PixelType, 2, 2, 0, 2)},
+    };
+
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.expected);
+        WriteBytes(dir / "case.orb", c.bytes);
+        EXPECT_EQ(CORBTexture((dir / "case.orb").c_str()).getDataPtr(), nullptr);
+        EXPECT_STREQ(ORBTGetLastError(), c.expected);
+        CORBTextureHeader header;
+        EXPECT_FALSE(ORBTReadTextureHeader((dir / "case.orb").c_str(), header));
+        EXPECT_STREQ(ORBTGetLastError(), c.expected);
+        EXPECT_EQ(CORBTexture(c.bytes.data(), c.bytes.size()).getDataPtr(), nullptr);
+        EXPECT_STREQ(ORBTGetLastError(), c.expected);
+    }
+
+    // A success clears the text.
+    const std::vector<uint8_t> valid = Rgba8File(2, 2);
+    EXPECT_NE(CORBTexture(valid.data(), valid.size()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "");
+}
+
+TEST(NativeParser, FilesThatAreNoTextures)
+{
+    ScratchDir dir;
+    EXPECT_EQ(CORBTexture((dir / "missing.orb").c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "cannot open file: No such file or directory");
+
+    std::filesystem::create_directories(dir / "folder.orb");
+    EXPECT_EQ(CORBTexture((dir / "folder.orb").c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "is a directory");
+    CORBTextureHeader header;
+    EXPECT_FALSE(ORBTReadTextureHeader((dir / "folder.orb").c_str(), header));
+    EXPECT_STREQ(ORBTGetLastError(), "is a directory");
+
+    WriteBytes(dir / "native.KTX", Rgba8File(2, 2));
+    EXPECT_EQ(CORBTexture((dir / "native.KTX").c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "ktx files are not supported by this version");
+}
+
+TEST(NativeParser, ShortPixelDataAndTheShortfall)
+{
+    ScratchDir dir;
+    std::vector<uint8_t> bytes = Rgba8File(4, 4, 2);
+    WriteBytes(dir / "whole.orb", bytes);
+    CORBTextureHeader header;
+    ASSERT_TRUE(ORBTReadTextureHeader((dir / "whole.orb").c_str(), header));
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 0u);
+    EXPECT_EQ(header.getWidth(), 4u);
+    EXPECT_EQ(header.getMetaDataSize(), 32u);
+    EXPECT_TRUE(header.hasMetaData(0x44444444, 1));
+
+    bytes.resize(bytes.size() - 10);
+    WriteBytes(dir / "short.orb", bytes);
+    ASSERT_NE(CORBTexture((dir / "short.orb").c_str()).getDataPtr(), nullptr);
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 10u);
+    EXPECT_STREQ(ORBTGetLastError(), "");
+    ASSERT_TRUE(ORBTReadTextureHeader((dir / "short.orb").c_str(), header));
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 10u);
+    EXPECT_EQ(CORBTexture(bytes.data(), bytes.size()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 10 bytes");
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 0u);
+}
+
+TEST(NativeParser, LoadLimitRefusesBeforeAllocating)
+{
+    ScratchDir dir;
+    // 56 bytes that declare almost 4 GiB of pixels.
+    std::vector<uint8_t> tiny = FileBytes(ORBStandard8PixelType, 65535, 16384, 4);
+    ASSERT_EQ(tiny.size(), 56u);
+    WriteBytes(dir / "tiny.orb", tiny);
+    EXPECT_EQ(CORBTexture((dir / "tiny.orb").c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "texture needs 4294901760 bytes, above the load limit of 1073741824 bytes");
+    // The header alone loads nothing and so is not limited.
+    CORBTextureHeader header;
+    ASSERT_TRUE(ORBTReadTextureHeader((dir / "tiny.orb").c_str(), header));
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 4294901760u - 4);
+
+    // Metadata count too: 64 bytes of pixels and 2 x 4 of items.
+    const std::vector<uint8_t> file = Rgba8File(4, 4, 2);
+    {
+        ScopedLoadLimit limit(71);
+        EXPECT_EQ(CORBTexture(file.data(), file.size()).getDataPtr(), nullptr);
+        EXPECT_STREQ(ORBTGetLastError(), "texture needs 72 bytes, above the load limit of 71 bytes");
+    }
+    {
+        ScopedLoadLimit limit(72);
+        EXPECT_NE(CORBTexture(file.data(), file.size()).getDataPtr(), nullptr);
+    }
+    ORBTSetLoadLimit(0);
+    EXPECT_EQ(ORBTGetLoadLimit(), uint64_t(1) << 30);
+}
+
+TEST(NativeParser, PipesAreReadFromStartToEndOnce)
+{
+    // A pipe cannot seek: the parser reads straight through, also when a block
+    // that runs past the declared area turns into the first pixel bytes.
+    ScratchDir dir;
+    const std::string fifo = dir / "pipe.orb";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::vector<uint8_t> bytes = FileBytes(ORBStandard8PixelType, 2, 2, 16, 1, 8);
+    PutValue<uint32_t>(bytes, 48, 1); // the block runs past the declared area
+    auto feed = [&] {
+        std::thread writer([&] { WriteBytes(fifo, bytes); });
+        return writer;
+    };
+
+    std::thread writer = feed();
+    const CORBTexture texture(fifo.c_str());
+    writer.join();
+    ASSERT_NE(texture.getDataPtr(), nullptr);
+    EXPECT_EQ(texture.getMetaDataSize(), 0u);
+    EXPECT_EQ(std::memcmp(texture.getDataPtr(), bytes.data() + 52, 16), 0);
+
+    bytes.resize(bytes.size() - 3);
+    writer = feed();
+    CORBTextureHeader header;
+    EXPECT_TRUE(ORBTReadTextureHeader(fifo.c_str(), header));
+    writer.join();
+    // 12 + 8 + 13 bytes follow the header, more than the 16 of pixel data.
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 0u);
+
+    // The dropped block's own data must be there.
+    bytes.resize(52 + 12 + 5);
+    writer = feed();
+    EXPECT_FALSE(ORBTReadTextureHeader(fifo.c_str(), header));
+    writer.join();
+    EXPECT_STREQ(ORBTGetLastError(), "metadata item (fourCC 0x44444444, key 0) runs past the end of the file");
+}
+
+TEST(NativeParser, ManyMetaDataItemsKeepTheirOrderAndCount)
+{
+    // Items alternate between two vendors; every tenth repeats the key of
+    // the item two before it, which replaces that item and counts again, as
+    // addMetaData does.
+    const uint32_t count = 20000;
+    const uint32_t odd = 0x11111111, even = 0x22222222;
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = ORBStandard8PixelType;
+    std::vector<uint8_t> items;
+    uint32_t declared = 0;
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        const uint32_t words[3] = {i % 2 ? odd : even, i % 10 == 9 ? i - 2 : i, 1};
+        AppendValue(items, words);
+        items.push_back(uint8_t(i));
+        declared += 13;
+    }
+    record.metaDataSize = declared;
+    std::vector<uint8_t> bytes;
+    AppendValue(bytes, record);
+    bytes.insert(bytes.end(), items.begin(), items.end());
+    bytes.insert(bytes.end(), {1, 2, 3, 4});
+
+    CORBTexture texture(bytes.data(), bytes.size());
+    ASSERT_NE(texture.getDataPtr(), nullptr);
+    EXPECT_EQ(texture.getMetaDataSize(), declared);
+    const MetaDataMap& map = *texture.getMetaDataMap();
+    ASSERT_EQ(map.GetSize(), 2u);
+    EXPECT_EQ(map.GetKey(0), even);
+    EXPECT_EQ(map.GetValue(0).GetSize() + map.GetValue(1).GetSize(), count - count / 10);
+    EXPECT_EQ(map.GetValue(1).GetKey(4), 11u);
+    EXPECT_EQ(texture.getMetaData(odd, 7).data[0], 9);
+    EXPECT_FALSE(texture.hasMetaData(odd, 9));
+    EXPECT_EQ(texture.recountMetaDataSize(), (count - count / 10) * 13);
+}
