@@ -68,11 +68,54 @@ void BM_RGBA16_To_RGBA8(benchmark::State& state)
                  eColourSpaceLinear);
 }
 
+// Sources of 16 bits or less a pixel, to rgba8.
+void BM_R5G6B5_To_RGBA8(benchmark::State& state)
+{
+    RunTranscode(state, PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID, eVarUnsignedByteNorm,
+                 ORBStandard8PixelType, eVarUnsignedByteNorm, eColourSpaceLinear);
+}
+
+void BM_R4G4B4A4_To_RGBA8(benchmark::State& state)
+{
+    RunTranscode(state, PixelType('r', 'g', 'b', 'a', 4, 4, 4, 4).PixelTypeID, eVarUnsignedByteNorm,
+                 ORBStandard8PixelType, eVarUnsignedByteNorm, eColourSpaceLinear);
+}
+
+void BM_R5G5B5A1_To_RGBA8(benchmark::State& state)
+{
+    RunTranscode(state, PixelType('r', 'g', 'b', 'a', 5, 5, 5, 1).PixelTypeID, eVarUnsignedByteNorm,
+                 ORBStandard8PixelType, eVarUnsignedByteNorm, eColourSpaceLinear);
+}
+
+void BM_L16_To_RGBA8(benchmark::State& state)
+{
+    RunTranscode(state, PixelType('l', 0, 0, 0, 16, 0, 0, 0).PixelTypeID, eVarUnsignedShortNorm,
+                 ORBStandard8PixelType, eVarUnsignedByteNorm, eColourSpaceLinear);
+}
+
+void BM_A8L8_To_RGBA8(benchmark::State& state)
+{
+    RunTranscode(state, PixelType('a', 'l', 0, 0, 8, 8, 0, 0).PixelTypeID, eVarUnsignedByteNorm,
+                 ORBStandard8PixelType, eVarUnsignedByteNorm, eColourSpaceLinear);
+}
+
+void BM_R8G8_To_L8(benchmark::State& state)
+{
+    RunTranscode(state, PixelType('r', 'g', 0, 0, 8, 8, 0, 0).PixelTypeID, eVarUnsignedByteNorm,
+                 PixelType('l', 0, 0, 0, 8, 0, 0, 0).PixelTypeID, eVarUnsignedByteNorm, eColourSpaceLinear);
+}
+
 } // namespace
 
 BENCHMARK(BM_RGBA8_To_R5G6B5)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RGBA8_To_RGBA32Float)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RGBA8_LinearToSRGB)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RGBA16_To_RGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_R5G6B5_To_RGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_R4G4B4A4_To_RGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_R5G5B5A1_To_RGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_L16_To_RGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_A8L8_To_RGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_R8G8_To_L8)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

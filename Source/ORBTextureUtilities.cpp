@@ -32,12 +32,12 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
     if (sourceStep > kEncodedPixelBytes || targetStep > kEncodedPixelBytes)
         return 0;
 
-    // Large 8-bit sources go through tables of the encoders' results when the
-    // pair allows it; the tables cost 256 conversions a channel.
+    // Large sources go through tables of the encoders' results when the pair
+    // allows it; Build also weighs a table's cost against the pixel count.
     CPixelByteTables tables;
     const bool tabled = source.getTextureSize(-1, true, true) >= kMinPixelsForTables &&
                         tables.Build(source.getPixelType(), source.getChannelType(), sourceEncoder, targetEncoder,
-                                     targetColourSpace, sourceColourSpace);
+                                     targetColourSpace, sourceColourSpace, source.getTextureSize(-1, true, true));
 
     uint64_t pixels = 0;
     ForEachSurface(source, [&](uint32_t mip, uint32_t member, uint32_t face) {

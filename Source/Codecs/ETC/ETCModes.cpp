@@ -6,10 +6,40 @@
 
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 
 namespace orbtexture
 {
+
+ClusterRandom::ClusterRandom(unsigned int seed)
+{
+    // 16807^i * seed mod 2^31 - 1 by Schrage's method, the seed taken as a
+    // signed 32-bit word; a seed of 0 counts as 1.
+    if (seed == 0)
+        seed = 1;
+    m_words[0] = seed;
+    long long word = static_cast<int>(seed);
+    for (int i = 1; i < 31; ++i)
+    {
+        const long long high = word / 127773, low = word % 127773;
+        word = 16807 * low - 2836 * high;
+        if (word < 0)
+            word += 2147483647;
+        m_words[i] = static_cast<unsigned int>(word);
+    }
+    m_front = 3;
+    m_rear = 0;
+    for (int i = 0; i < 310; ++i)
+        next();
+}
+
+int ClusterRandom::next()
+{
+    m_words[m_front] += m_words[m_rear];
+    const int value = static_cast<int>(m_words[m_front] >> 1);
+    m_front = m_front == 30 ? 0 : m_front + 1;
+    m_rear = m_rear == 30 ? 0 : m_rear + 1;
+    return value;
+}
 
 namespace
 {
@@ -22,7 +52,7 @@ constexpr unsigned int kErrorCap1000 = 1040400000u;
 constexpr double kLBGStartError = 12582912.0;
 constexpr int kLBGRuns = 10;
 constexpr int kLBGIterations = 10;
-// 1 / (2^31 - 1): rand() to [0, 1].
+// 1 / (2^31 - 1): ClusterRandom::next() to [0, 1].
 constexpr double kRandScale = 4.656612875245797e-10;
 
 // Orthonormal basis of the rotated colour space: intensity, then two chroma
@@ -92,7 +122,7 @@ constexpr LBGSettings kLBGHalfIntensityFast = {true, true, {0.5, 1.0, 1.0}};
 void clusterLBG(const unsigned char* img, const unsigned char* alpha, int width, int x, int y,
                 const LBGSettings& s, unsigned char (*colours)[3])
 {
-    srand(10000);
+    ClusterRandom random(10000);
 
     double coord[16][3];
     int icoord[16][3];
@@ -150,7 +180,7 @@ void clusterLBG(const unsigned char* img, const unsigned char* alpha, int width,
     {
         for (int v = 0; v < 2; ++v)
             for (int c = 0; c < 3; ++c)
-                current[v][c] = minv[c] + (maxv[c] - minv[c]) * static_cast<double>(rand()) * kRandScale;
+                current[v][c] = minv[c] + (maxv[c] - minv[c]) * static_cast<double>(random.next()) * kRandScale;
 
         for (int iteration = 0; iteration < kLBGIterations; ++iteration)
         {

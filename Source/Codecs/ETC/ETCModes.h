@@ -48,8 +48,27 @@ void swapColors(unsigned char (*colours)[3]);
 // equal colours are made to differ by one.
 void sortColorsRGB444(unsigned char (*colours)[3]);
 
+// The clusterers' source of starting centroids: the additive feedback
+// generator x[i] = x[i - 31] + x[i - 3] (mod 2^32), yielding x[i] >> 1, its
+// 31 words seeded by 16807^i * seed (mod 2^31 - 1) and its first 310 outputs
+// dropped. That is the sequence glibc's rand() gives after srand(seed), here
+// held by the caller, so that clusterers on several threads share nothing.
+class ClusterRandom
+{
+public:
+    explicit ClusterRandom(unsigned int seed);
+    // The next value, 0 to 2^31 - 1.
+    int next();
+
+private:
+    unsigned int m_words[31];
+    int m_front; // the word updated next; m_rear trails it by 3
+    int m_rear;
+};
+
 // Two-colour LBG clusterers; 'colours' gets the two 8-bit centroids. Each
-// call reseeds rand() with 10000, so output is a function of the block.
+// call starts its own ClusterRandom(10000), so output is a function of the
+// block alone and calls may run on several threads at once.
 void computeColorLBG(unsigned char* img, int width, int x, int y, unsigned char (*colours)[3]);
 void computeColorLBGNotIntensity(unsigned char* img, int width, int x, int y, unsigned char (*colours)[3]);
 void computeColorLBGfast(unsigned char* img, int width, int x, int y, unsigned char (*colours)[3]);

@@ -1,11 +1,15 @@
 #include "Codecs/ETC/ETCAverageSearch.h"
 #include "Codecs/ETC/ETCBlockCodec.h"
+#include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ETC/ETCModes.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 using namespace orbtexture;
 
@@ -124,6 +128,83 @@ TEST(ETCModesCluster, SameBlockGivesSameColoursWhateverRandDidBefore)
         cluster(image, 8, 4, 4, second);
         EXPECT_EQ(0, std::memcmp(first, second, sizeof first));
     }
+}
+
+// The clusterers' generator is the C library's rand() after srand(seed),
+// held locally; 10000 is the seed they use.
+TEST(ETCModesCluster, RandomFollowsTheCLibrary)
+{
+#ifndef __GLIBC__
+    GTEST_SKIP() << "the sequence is glibc's";
+#endif
+    for (unsigned int seed : {10000u, 0u, 1u, 0x9E3779B9u})
+    {
+        ClusterRandom random(seed);
+        srand(seed);
+        for (int i = 0; i < 5000; ++i)
+            ASSERT_EQ(random.next(), rand()) << "seed " << seed << " output " << i;
+    }
+}
+
+// The clusterers share no state, so ETC2 compression on several threads at
+// once gives the bytes of one thread.
+TEST(ETCModesCluster, ThreadsCompressAlike)
+{
+    // Blocks of two colours, scattered, with noise of up to 32 either way: T
+    // and H often fit them best, and where the noise blurs the two clusters
+    // the clusterers' starting points decide the result.
+    const unsigned int width = 64, height = 64;
+    std::vector<unsigned char> image(width * height * 3);
+    Lcg lcg{11};
+    for (unsigned int by = 0; by < height; by += 4)
+        for (unsigned int bx = 0; bx < width; bx += 4)
+        {
+            int colours[2][3];
+            for (auto& colour : colours)
+                for (int& c : colour)
+                    c = lcg.next(256);
+            const int mask = lcg.next(65536);
+            for (int p = 0; p < 16; ++p)
+                for (int c = 0; c < 3; ++c)
+                {
+                    const int v = colours[(mask >> p) & 1][c] + lcg.next(65) - 32;
+                    image[((by + p / 4) * width + bx + p % 4) * 3 + c] =
+                        static_cast<unsigned char>(v < 0 ? 0 : v > 255 ? 255 : v);
+                }
+        }
+
+    const int qualities[2] = {0, 1};
+    std::vector<unsigned char> reference[2];
+    for (int q = 0; q < 2; ++q)
+    {
+        reference[q].resize(width * height / 2);
+        ASSERT_EQ(ETCCompress(image.data(), reference[q].data(), width, height, qualities[q], ePF_ETC2_RGB, false),
+                  reference[q].size());
+        unsigned int clustered = 0;
+        for (size_t b = 0; b < reference[q].size(); b += 8)
+        {
+            const unsigned char* w = &reference[q][b];
+            const Mode mode = modeOf(unsigned(w[0]) << 24 | unsigned(w[1]) << 16 | unsigned(w[2]) << 8 | w[3]);
+            clustered += mode == Mode::T || mode == Mode::H;
+        }
+        ASSERT_GT(clustered, reference[q].size() / 8 / 4);
+    }
+
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            const int q = t % 2;
+            std::vector<unsigned char> blocks(reference[q].size());
+            for (int repeat = 0; repeat < 16; ++repeat)
+            {
+                ETCCompress(image.data(), blocks.data(), width, height, qualities[q], ePF_ETC2_RGB, false);
+                mismatches += blocks != reference[q];
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(mismatches, 0);
 }
 
 TEST(ETCModesCluster, FindsTheColoursOfSimpleBlocks)
