@@ -390,7 +390,7 @@ unsigned int ORBTCCompressor::wrapIndex(unsigned int size, int index)
 unsigned int ORBTCCompressor::getTwiddleOffset(unsigned int blocksX, unsigned int blocksY, unsigned int x,
                                                unsigned int y)
 {
-    return ORBTCTwiddleIndex(blocksX, blocksY, x, y);
+    return ORBTCWordIndex(blocksX, blocksY, x, y);
 }
 
 void ORBTCCompressor::gaussianFilterImage3x3(const PixelU8* source, PixelU8* output, unsigned int imageWidth,

@@ -250,10 +250,10 @@ int ORBTDecompressORBTC(const void* compressedData, int twoBitMode, int width, i
             const uint32_t y0 = (j + numY - 1) % numY;
             const uint32_t y1 = j;
 
-            const ORBTCWord P = readWord(data, ORBTCTwiddleIndex(numX, numY, x0, y0));
-            const ORBTCWord Q = readWord(data, ORBTCTwiddleIndex(numX, numY, x1, y0));
-            const ORBTCWord R = readWord(data, ORBTCTwiddleIndex(numX, numY, x0, y1));
-            const ORBTCWord S = readWord(data, ORBTCTwiddleIndex(numX, numY, x1, y1));
+            const ORBTCWord P = readWord(data, ORBTCWordIndex(numX, numY, x0, y0));
+            const ORBTCWord Q = readWord(data, ORBTCWordIndex(numX, numY, x1, y0));
+            const ORBTCWord R = readWord(data, ORBTCWordIndex(numX, numY, x0, y1));
+            const ORBTCWord S = readWord(data, ORBTCWordIndex(numX, numY, x1, y1));
             orbtcGetDecompressedPixels(P, Q, R, S, tile, bpp);
 
             // Each quadrant of the tile lands in the block whose centre it touches.
