@@ -318,14 +318,17 @@ void ORBTCCompressor::interpolateColoursAB(TileInterpolator callback, const Pixe
             callback(blockColours[y0 * blocksX + x0], blockColours[y0 * blocksX + x1],
                      blockColours[y1 * blocksX + x0], blockColours[y1 * blocksX + x1], tile);
 
+            // Tile pixel (x, y) lands on image pixel (left + x, top + y); the
+            // ranges keep both inside the image, and so every pointer formed.
             const int colStart = bx == -1 ? bw / 2 : 0;
             const int colEnd = bx == lastX ? bw / 2 : bw;
+            const int left = (bx + 1) * bw - bw / 2;
+            const int top = (by + 1) * bh - bh / 2;
             for (int y = rowStart; y < rowEnd; ++y)
             {
-                const size_t imageY = size_t((by + 1) * bh + y - bh / 2);
-                PixelU8* dst = output + imageY * width + size_t((bx + 1) * bw - bw / 2);
+                PixelU8* row = output + size_t(top + y) * width;
                 for (int x = colStart; x < colEnd; ++x)
-                    dst[x] = tile[y * bw + x];
+                    row[left + x] = tile[y * bw + x];
             }
         }
     }
