@@ -474,12 +474,11 @@ bool ORBTCCompressor::runPasses()
 
 unsigned char ORBTCCompressor::nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b)
 {
-    static const int weights[4] = {0, 3, 5, 8};
     int bestError = 0;
     unsigned char bestCode = 0;
     for (unsigned char code = 0; code < 4; ++code)
     {
-        const int w = weights[code];
+        const int w = ORBTCStandardWeights[code];
         auto blend = [w](int ca, int cb) { return (ca * 8 + (cb - ca) * w) / 8; };
         auto square = [](int v) { return v * v; };
         const int error = square(blend(a.red, b.red) - p.red) + square(blend(a.green, b.green) - p.green) +

@@ -114,8 +114,8 @@ protected:
     // The single-threaded passes of compress(): colours, upscale, and every
     // modulationInterval passes the modulations. Returns true.
     bool runPasses();
-    // The code 0 to 3 whose blend of a and b, at the weights 0, 3, 5, 8 out of
-    // 8, is nearest to p over four channels; a tie goes to the lower code.
+    // The code 0 to 3 whose blend of a and b, at its standard weight out of 8,
+    // is nearest to p over four channels; a tie goes to the lower code.
     static unsigned char nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b);
     // Closed-form least-squares update of one block's colours A and B against
     // the source, with per-pixel weights on B in block order; scale is one

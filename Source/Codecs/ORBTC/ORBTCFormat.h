@@ -30,6 +30,19 @@ struct Pixel128S
     int32_t red, green, blue, alpha;
 };
 
+// Weight on colour B, out of 8, of each two-bit modulation code. In the
+// punch-through row, 14 stands for weight 4 with alpha forced to 0: an entry
+// above ORBTCAlphaZeroOffset is that offset plus the blend weight.
+constexpr int ORBTCStandardWeights[4] = {0, 3, 5, 8};
+constexpr int ORBTCPunchthroughWeights[4] = {0, 4, 14, 8};
+constexpr int ORBTCAlphaZeroOffset = 10;
+
+// The blend weight of a table entry, without the alpha-zero marker.
+constexpr int ORBTCBlendWeight(int weight)
+{
+    return weight > ORBTCAlphaZeroOffset ? weight - ORBTCAlphaZeroOffset : weight;
+}
+
 // Twiddled index of block (x, y) in a grid of numX x numY words: Morton order
 // over the square of the smaller dimension (y in the even bits), squares
 // stacked along the longer axis. Defined for power-of-two grids only: on others
