@@ -2,13 +2,13 @@
 
 #include <new>
 
+#include "Codecs/ORBTC/ORBTCFormat.h"
+
 namespace orbtexture
 {
 
 namespace
 {
-
-const unsigned char ModVals[4] = {0, 3, 5, 8};
 
 inline bool isStoredPlace(unsigned int x, unsigned int y) { return ((x ^ y) & 1u) == 0; }
 
@@ -207,10 +207,10 @@ void ORBTC2bppCompressor::getModulationValues(unsigned int blockX, unsigned int 
     if (mode == eORBTCMode1BPP)
     {
         for (int i = 0; i < 32; ++i)
-            values[i] = ModVals[info.oneBitCodes[i] & 3];
+            values[i] = static_cast<unsigned char>(ORBTCStandardWeights[info.oneBitCodes[i] & 3]);
         return;
     }
-    auto stored = [&info](int x, int y) { return int(ModVals[info.twoBitCodes[y * 8 + x] & 3]); };
+    auto stored = [&info](int x, int y) { return ORBTCStandardWeights[info.twoBitCodes[y * 8 + x] & 3]; };
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 8; ++x)
         {

@@ -2,16 +2,13 @@
 
 #include <new>
 
+#include "Codecs/ORBTC/ORBTCFormat.h"
+
 namespace orbtexture
 {
 
 namespace
 {
-
-const int StandardWeights[4] = {0, 3, 5, 8};
-const int PunchthroughWeights[4] = {0, 4, 4, 8};
-// Weight on B of each code in the colour refinement, in either mode.
-const float CodeWeights[4] = {0.0f, 0.375f, 0.625f, 1.0f};
 
 inline int sq(int v) { return v * v; }
 
@@ -103,8 +100,9 @@ void ORBTC4bppCompressor::optimizeColoursAB(unsigned int x0, unsigned int x1, un
         {
             const BlockInfo& info = blockInfo[size_t(by) * blocksX + bx];
             const unsigned char* codes = info.codes[info.mode & 1];
+            // Both modes weigh a code by its standard weight.
             for (int i = 0; i < 16; ++i)
-                weights[i] = CodeWeights[codes[i] & 3];
+                weights[i] = float(ORBTCStandardWeights[codes[i] & 3]) * 0.125f;
             refineBlockColours(bx, by, weights, 0.0625f, 32.0f);
         }
 }
@@ -124,7 +122,6 @@ void ORBTC4bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int
                                                eORBTCMode mode)
 {
     const BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
-    const int* table = mode == eORBTCModeStandard ? StandardWeights : PunchthroughWeights;
     for (unsigned int y = 0; y < 4; ++y)
     {
         const size_t row = (size_t(blockY) * 4 + y) * width + size_t(blockX) * 4;
@@ -138,7 +135,9 @@ void ORBTC4bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int
             }
             // Punch-through pixels keep their blended alpha here: the mode
             // decision is made on this preview, not on the decoder's output.
-            const int weight = table[info.codes[mode][y * 4 + x] & 3];
+            const unsigned char code = info.codes[mode][y * 4 + x] & 3;
+            const int weight = mode == eORBTCModeStandard ? ORBTCStandardWeights[code]
+                                                          : ORBTCBlendWeight(ORBTCPunchthroughWeights[code]);
             const PixelU8& a = interpolatedA[row + x];
             const PixelU8& b = interpolatedB[row + x];
             o.red = static_cast<unsigned char>(((b.red - a.red) * weight + a.red * 8) >> 3);
@@ -167,6 +166,8 @@ void ORBTC4bppCompressor::calculateModulations_Standard(unsigned int blockX, uns
 
 void ORBTC4bppCompressor::calculateModulations_Punchthrough(unsigned int blockX, unsigned int blockY)
 {
+    // Codes 1 and 2 blend at the same weight; code 2 also drops alpha.
+    const int half = ORBTCPunchthroughWeights[1];
     BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
     for (unsigned int y = 0; y < 4; ++y)
     {
@@ -176,11 +177,11 @@ void ORBTC4bppCompressor::calculateModulations_Punchthrough(unsigned int blockX,
             const PixelU8& p = pixels[row + x];
             const PixelU8& a = interpolatedA[row + x];
             const PixelU8& b = interpolatedB[row + x];
-            const int halfColour = sq(blend(a.red, b.red, 4) - p.red) + sq(blend(a.green, b.green, 4) - p.green) +
-                                   sq(blend(a.blue, b.blue, 4) - p.blue);
+            const int halfColour = sq(blend(a.red, b.red, half) - p.red) + sq(blend(a.green, b.green, half) - p.green) +
+                                   sq(blend(a.blue, b.blue, half) - p.blue);
             const int errors[4] = {
                 int(squareColourDistance(a, p)),
-                halfColour + sq(blend(a.alpha, b.alpha, 4) - p.alpha),
+                halfColour + sq(blend(a.alpha, b.alpha, half) - p.alpha),
                 halfColour + sq(int(p.alpha)),
                 int(squareColourDistance(b, p)),
             };

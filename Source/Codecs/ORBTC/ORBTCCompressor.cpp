@@ -318,14 +318,17 @@ void ORBTCCompressor::interpolateColoursAB(TileInterpolator callback, const Pixe
             callback(blockColours[y0 * blocksX + x0], blockColours[y0 * blocksX + x1],
                      blockColours[y1 * blocksX + x0], blockColours[y1 * blocksX + x1], tile);
 
+            // Tile pixel (x, y) lands on image pixel (left + x, top + y); the
+            // ranges keep both inside the image, and so every pointer formed.
             const int colStart = bx == -1 ? bw / 2 : 0;
             const int colEnd = bx == lastX ? bw / 2 : bw;
+            const int left = (bx + 1) * bw - bw / 2;
+            const int top = (by + 1) * bh - bh / 2;
             for (int y = rowStart; y < rowEnd; ++y)
             {
-                const size_t imageY = size_t((by + 1) * bh + y - bh / 2);
-                PixelU8* dst = output + imageY * width + size_t((bx + 1) * bw - bw / 2);
+                PixelU8* row = output + size_t(top + y) * width;
                 for (int x = colStart; x < colEnd; ++x)
-                    dst[x] = tile[y * bw + x];
+                    row[left + x] = tile[y * bw + x];
             }
         }
     }
@@ -390,7 +393,7 @@ unsigned int ORBTCCompressor::wrapIndex(unsigned int size, int index)
 unsigned int ORBTCCompressor::getTwiddleOffset(unsigned int blocksX, unsigned int blocksY, unsigned int x,
                                                unsigned int y)
 {
-    return ORBTCTwiddleIndex(blocksX, blocksY, x, y);
+    return ORBTCWordIndex(blocksX, blocksY, x, y);
 }
 
 void ORBTCCompressor::gaussianFilterImage3x3(const PixelU8* source, PixelU8* output, unsigned int imageWidth,
@@ -471,12 +474,11 @@ bool ORBTCCompressor::runPasses()
 
 unsigned char ORBTCCompressor::nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b)
 {
-    static const int weights[4] = {0, 3, 5, 8};
     int bestError = 0;
     unsigned char bestCode = 0;
     for (unsigned char code = 0; code < 4; ++code)
     {
-        const int w = weights[code];
+        const int w = ORBTCStandardWeights[code];
         auto blend = [w](int ca, int cb) { return (ca * 8 + (cb - ca) * w) / 8; };
         auto square = [](int v) { return v * v; };
         const int error = square(blend(a.red, b.red) - p.red) + square(blend(a.green, b.green) - p.green) +

@@ -65,6 +65,8 @@ public:
 
     virtual bool preprocess(bool wideSample) = 0;
     virtual bool compress() = 0;
+    // Writes one word per block; twiddle selects the format's word order
+    // (getTwiddleOffset), otherwise the words are in row order.
     virtual bool getCompressedData(ORBTCBlockData* output, bool twiddle) = 0;
     virtual void calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) = 0;
     virtual void optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) = 0;
@@ -99,6 +101,8 @@ public:
     static float clamp(float value, float low, float high);
     static Pixel<float> clamp(const Pixel<float>& value, float low, float high);
     static unsigned int wrapIndex(unsigned int size, int index);
+    // Index of the word of block (x, y): twiddled on power-of-two grids, row
+    // order otherwise.
     static unsigned int getTwiddleOffset(unsigned int blocksX, unsigned int blocksY, unsigned int x, unsigned int y);
 
     void gaussianFilterImage3x3(const PixelU8* source, PixelU8* output, unsigned int imageWidth,
@@ -110,8 +114,8 @@ protected:
     // The single-threaded passes of compress(): colours, upscale, and every
     // modulationInterval passes the modulations. Returns true.
     bool runPasses();
-    // The code 0 to 3 whose blend of a and b, at the weights 0, 3, 5, 8 out of
-    // 8, is nearest to p over four channels; a tie goes to the lower code.
+    // The code 0 to 3 whose blend of a and b, at its standard weight out of 8,
+    // is nearest to p over four channels; a tie goes to the lower code.
     static unsigned char nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b);
     // Closed-form least-squares update of one block's colours A and B against
     // the source, with per-pixel weights on B in block order; scale is one

@@ -12,13 +12,6 @@ namespace
 uint8_t expand4(uint32_t v) { return static_cast<uint8_t>((v << 1) | (v >> 3)); }
 uint8_t expand3(uint32_t v) { return static_cast<uint8_t>((v << 2) | (v >> 1)); }
 
-
-// Weights out of 8 of the 2bpp stored codes.
-const int Weights2bpp[4] = {0, 3, 5, 8};
-
-// Weight on B of a stored code; 14 is punch-through weight 4 with alpha 0.
-const int Weights4bpp[2][4] = {{0, 3, 5, 8}, {0, 4, 14, 8}};
-
 inline uint32_t readLE32(const unsigned char* p)
 {
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
@@ -120,7 +113,7 @@ void unpackModulations(const ORBTCWord& word, int offsetX, int offsetY, int (*mo
         return;
     }
 
-    const int* weights = Weights4bpp[flag ? 1 : 0];
+    const int* weights = flag ? ORBTCPunchthroughWeights : ORBTCStandardWeights;
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 4; ++x)
             modulationValues[offsetX + x][offsetY + y] = weights[(bits >> (2 * (y * 4 + x))) & 3u];
@@ -185,27 +178,24 @@ void orbtcGetDecompressedPixels(const ORBTCWord& P, const ORBTCWord& Q, const OR
             if (bpp == 2)
             {
                 const int m = modes[x][y];
+                const int* weights = ORBTCStandardWeights;
                 if (m == 0 || ((x ^ y) & 1) == 0)
-                    mod = Weights2bpp[values[x][y]];
+                    mod = weights[values[x][y]];
                 else if (m == 1)
-                    mod = (Weights2bpp[values[x][y - 1]] + Weights2bpp[values[x][y + 1]] +
-                           Weights2bpp[values[x - 1][y]] + Weights2bpp[values[x + 1][y]] + 2) / 4;
+                    mod = (weights[values[x][y - 1]] + weights[values[x][y + 1]] + weights[values[x - 1][y]] +
+                           weights[values[x + 1][y]] + 2) / 4;
                 else if (m == 2)
-                    mod = (Weights2bpp[values[x - 1][y]] + Weights2bpp[values[x + 1][y]] + 1) / 2;
+                    mod = (weights[values[x - 1][y]] + weights[values[x + 1][y]] + 1) / 2;
                 else
-                    mod = (Weights2bpp[values[x][y - 1]] + Weights2bpp[values[x][y + 1]] + 1) / 2;
+                    mod = (weights[values[x][y - 1]] + weights[values[x][y + 1]] + 1) / 2;
             }
             else
             {
                 mod = values[x][y];
             }
 
-            bool punchThrough = false;
-            if (mod > 10)
-            {
-                mod -= 10;
-                punchThrough = true;
-            }
+            const bool punchThrough = mod > ORBTCAlphaZeroOffset;
+            mod = ORBTCBlendWeight(mod);
 
             const Pixel128S& a = upA[r * bw + c];
             const Pixel128S& b = upB[r * bw + c];
@@ -250,10 +240,10 @@ int ORBTDecompressORBTC(const void* compressedData, int twoBitMode, int width, i
             const uint32_t y0 = (j + numY - 1) % numY;
             const uint32_t y1 = j;
 
-            const ORBTCWord P = readWord(data, ORBTCTwiddleIndex(numX, numY, x0, y0));
-            const ORBTCWord Q = readWord(data, ORBTCTwiddleIndex(numX, numY, x1, y0));
-            const ORBTCWord R = readWord(data, ORBTCTwiddleIndex(numX, numY, x0, y1));
-            const ORBTCWord S = readWord(data, ORBTCTwiddleIndex(numX, numY, x1, y1));
+            const ORBTCWord P = readWord(data, ORBTCWordIndex(numX, numY, x0, y0));
+            const ORBTCWord Q = readWord(data, ORBTCWordIndex(numX, numY, x1, y0));
+            const ORBTCWord R = readWord(data, ORBTCWordIndex(numX, numY, x0, y1));
+            const ORBTCWord S = readWord(data, ORBTCWordIndex(numX, numY, x1, y1));
             orbtcGetDecompressedPixels(P, Q, R, S, tile, bpp);
 
             // Each quadrant of the tile lands in the block whose centre it touches.

@@ -30,9 +30,23 @@ struct Pixel128S
     int32_t red, green, blue, alpha;
 };
 
-// Word index of block (x, y) in a grid of numX x numY words: Morton order over
-// the square of the smaller dimension (y in the even bits), squares stacked
-// along the longer axis.
+// Weight on colour B, out of 8, of each two-bit modulation code. In the
+// punch-through row, 14 stands for weight 4 with alpha forced to 0: an entry
+// above ORBTCAlphaZeroOffset is that offset plus the blend weight.
+constexpr int ORBTCStandardWeights[4] = {0, 3, 5, 8};
+constexpr int ORBTCPunchthroughWeights[4] = {0, 4, 14, 8};
+constexpr int ORBTCAlphaZeroOffset = 10;
+
+// The blend weight of a table entry, without the alpha-zero marker.
+constexpr int ORBTCBlendWeight(int weight)
+{
+    return weight > ORBTCAlphaZeroOffset ? weight - ORBTCAlphaZeroOffset : weight;
+}
+
+// Twiddled index of block (x, y) in a grid of numX x numY words: Morton order
+// over the square of the smaller dimension (y in the even bits), squares
+// stacked along the longer axis. Defined for power-of-two grids only: on others
+// it can pass numX * numY. Words are addressed through ORBTCWordIndex.
 inline uint32_t ORBTCTwiddleIndex(uint32_t numX, uint32_t numY, uint32_t x, uint32_t y)
 {
     const uint32_t smaller = numX < numY ? numX : numY;
@@ -47,6 +61,18 @@ inline uint32_t ORBTCTwiddleIndex(uint32_t numX, uint32_t numY, uint32_t x, uint
     if (passes < 16)
         index |= (larger >> passes) << (2 * passes);
     return index;
+}
+
+inline bool ORBTCIsPowerOfTwo(uint32_t v) { return v != 0 && (v & (v - 1)) == 0; }
+
+// Index of the word of block (x, y) in a grid of numX x numY words: twiddled
+// when both sides are powers of two, otherwise row order (y * numX + x).
+// Always below numX * numY for x < numX, y < numY.
+inline uint32_t ORBTCWordIndex(uint32_t numX, uint32_t numY, uint32_t x, uint32_t y)
+{
+    if (ORBTCIsPowerOfTwo(numX) && ORBTCIsPowerOfTwo(numY))
+        return ORBTCTwiddleIndex(numX, numY, x, y);
+    return y * numX + x;
 }
 
 // Colour A and colour B of a colour word expanded to working precision: a

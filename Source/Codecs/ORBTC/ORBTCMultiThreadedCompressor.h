@@ -51,7 +51,8 @@ public:
     unsigned int numberOfThreads;
 };
 
-// Compress width x height rgba8 pixels into twiddled ORBTC words. Returns the
+// Compress width x height rgba8 pixels into ORBTC words, twiddled when the
+// block grid is a power of two on both sides, else in row order. Returns the
 // byte count: width * height / 4 at 2bpp, / 2 at 4bpp. hasAlpha is unused.
 unsigned int orbtcCompressMW(void* input, void* output, unsigned int width, unsigned int height, bool hasAlpha,
                              bool wideSample, bool twoBpp, int iterations);

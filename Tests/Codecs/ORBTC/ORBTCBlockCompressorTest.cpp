@@ -138,6 +138,34 @@ TEST(ORBTCBlockCompressorTest, FourBppModeDecisionAndPunchthroughPreview)
     EXPECT_EQ(word[0].modulationData, (3u << 10) | (1u << 12) | (2u << 14));
 }
 
+TEST(ORBTCBlockCompressorTest, NearestCodeChangesHalfWayBetweenTheWeights)
+{
+    // With A 0 and B 240 the codes blend to 0, 90, 150 and 240; a pixel takes
+    // the nearest, and the lower code on the ties at 45, 120 and 195.
+    const unsigned char level[10] = {0, 45, 46, 90, 120, 121, 150, 195, 196, 240};
+    const unsigned char code[10] = {0, 0, 1, 1, 1, 2, 2, 2, 3, 3};
+
+    std::vector<Px> image(32, grey(0));
+    ORBTC4bppCompressor c4(image.data(), 4, 4);
+    ORBTC2bppCompressor c2(image.data(), 8, 4);
+    setFlatColours(c4, grey(0), grey(240));
+    setFlatColours(c2, grey(0), grey(240));
+    // The 2bpp codes sit on every other pixel, shifted by one on odd rows.
+    auto place = [](int i) { return (i / 4) * 8 + 2 * (i % 4) + (i / 4) % 2; };
+    for (int i = 0; i < 10; ++i)
+    {
+        c4.pixels[i] = grey(level[i]);
+        c2.pixels[place(i)] = grey(level[i]);
+    }
+    c4.calculateModulations_Standard(0, 0);
+    c2.calculate2BPPInterpolatedModulation(0, 0);
+    for (int i = 0; i < 10; ++i)
+    {
+        EXPECT_EQ(c4.blockInfo[0].codes[eORBTCModeStandard][i], code[i]) << "4bpp level " << int(level[i]);
+        EXPECT_EQ(c2.blockInfo[0].twoBitCodes[place(i)], code[i]) << "2bpp level " << int(level[i]);
+    }
+}
+
 TEST(ORBTCBlockCompressorTest, TwoBppModeWeightsFavourInterpolation)
 {
     // Stored places 20, the others 40: one-bit and full interpolation make

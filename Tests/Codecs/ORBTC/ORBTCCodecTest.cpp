@@ -136,6 +136,40 @@ TEST(ORBTCCompress, EncodeThenDecodeStaysClose)
     }
 }
 
+TEST(ORBTCCompress, BlockGridsThatAreNoPowerOfTwoRoundTrip)
+{
+    // These grids keep their words in row order. The buffers are exactly the
+    // reported sizes, so an index past the word count runs off them; words out
+    // of place decode with an error of 80 and more.
+    const unsigned sizes[][3] = {{24, 24, 0}, {12, 12, 0}, {48, 16, 0}, {28, 48, 0}, {24, 24, 1}, {48, 16, 1}};
+    const double pi2 = 6.283185307179586;
+    for (const auto& s : sizes)
+    {
+        const unsigned width = s[0], height = s[1];
+        const bool twoBpp = s[2] != 0;
+        // Waves with a slope of at most about 6 a pixel.
+        std::vector<uint8_t> image(size_t(width) * height * 4);
+        for (unsigned y = 0; y < height; ++y)
+            for (unsigned x = 0; x < width; ++x)
+            {
+                const double u = std::sin(pi2 * x / width), v = std::cos(pi2 * y / height);
+                uint8_t* p = &image[(size_t(y) * width + x) * 4];
+                p[0] = uint8_t(128 + width * u);
+                p[1] = uint8_t(128 + height * v);
+                p[2] = uint8_t(128 + width * u * v);
+                p[3] = 255;
+            }
+        const unsigned size = ORBTCCompress(image.data(), nullptr, width, height, true, twoBpp, 0, 1);
+        ASSERT_EQ(size, width * height * (twoBpp ? 2u : 4u) / 8);
+        std::vector<uint8_t> words(size);
+        ASSERT_EQ(ORBTCCompress(image.data(), words.data(), width, height, true, twoBpp, 0, 1), size);
+        std::vector<uint8_t> decoded(image.size());
+        ASSERT_EQ(ORBTCDecompress(words.data(), decoded.data(), width, height, twoBpp, 0), image.size());
+        EXPECT_LT(MeanSquaredError(image.data(), decoded.data(), size_t(width) * height), 30.0)
+            << width << "x" << height << " 2bpp " << twoBpp;
+    }
+}
+
 TEST(ORBTCTranscode, EveryLevelMemberAndFaceThroughTheNativeFile)
 {
     ORBTCSetProcessorCountOverride(1);

@@ -202,6 +202,32 @@ TEST(ORBTCMultiThreadedCompressorTest, SectionCutByProcessorCount)
     }
 }
 
+TEST(ORBTCMultiThreadedCompressorTest, SectionCutRoundsDownAndDropsCountsAboveTheGrid)
+{
+    std::vector<Px> image(32 * 32, grey(0));
+    auto cut = [&image](unsigned int processors, unsigned int width, unsigned int height) {
+        ProcessorCount count(processors);
+        ORBTC4bppCompressor c(image.data(), width, height);
+        ORBTCMultiThreadedCompressor driver(&c, 64);
+        std::vector<ORBTCCompressorBlock> sections;
+        driver.getSections(sections);
+        std::vector<unsigned int> v;
+        for (const ORBTCCompressorBlock& s : sections)
+            v.insert(v.end(), {s.xStart, s.xEnd, s.yStart, s.yEnd});
+        return v;
+    };
+    typedef std::vector<unsigned int> Spans;
+
+    // 5 x 7 blocks in 2 x 2 sections of 2 x 3: column 4 and row 6 are in none.
+    EXPECT_EQ(cut(4, 20, 28), (Spans{0, 2, 0, 3, 2, 4, 0, 3, 0, 2, 3, 6, 2, 4, 3, 6}));
+    // Two sections across fit 2 block columns, not 1.
+    EXPECT_EQ(cut(4, 8, 32), (Spans{0, 1, 0, 4, 1, 2, 0, 4, 0, 1, 4, 8, 1, 2, 4, 8}));
+    EXPECT_EQ(cut(4, 4, 32), (Spans{0, 1, 0, 4, 0, 1, 4, 8}));
+    // Three sections down fit 3 block rows, not 2.
+    EXPECT_EQ(cut(6, 32, 12), (Spans{0, 4, 0, 1, 4, 8, 0, 1, 0, 4, 1, 2, 4, 8, 1, 2, 0, 4, 2, 3, 4, 8, 2, 3}));
+    EXPECT_EQ(cut(6, 32, 8), (Spans{0, 4, 0, 2, 4, 8, 0, 2}));
+}
+
 TEST(ORBTCMultiThreadedCompressorTest, BlocksOutsideEverySectionKeepPreprocessedState)
 {
     ProcessorCount six(6);

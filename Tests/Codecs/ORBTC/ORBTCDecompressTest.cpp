@@ -220,6 +220,45 @@ TEST(ORBTCDecompress, TwiddleIndex)
     EXPECT_EQ(ORBTCTwiddleIndex(1, 4, 0, 3), 3u);
 }
 
+TEST(ORBTCDecompress, WordIndexIsTwiddledOnlyOnPowerOfTwoGrids)
+{
+    // Any side that is no power of two puts the grid in row order, which
+    // keeps every index below the word count.
+    const uint32_t rowOrder[][2] = {{6, 6}, {3, 3}, {12, 4}, {7, 12}, {4, 12}, {2, 3}, {3, 2}, {5, 1}};
+    for (const auto& g : rowOrder)
+        for (uint32_t y = 0; y < g[1]; ++y)
+            for (uint32_t x = 0; x < g[0]; ++x)
+                ASSERT_EQ(ORBTCWordIndex(g[0], g[1], x, y), y * g[0] + x) << g[0] << "x" << g[1];
+
+    const uint32_t twiddled[][2] = {{8, 2}, {2, 8}, {4, 4}, {1, 4}, {16, 16}};
+    for (const auto& g : twiddled)
+        for (uint32_t y = 0; y < g[1]; ++y)
+            for (uint32_t x = 0; x < g[0]; ++x)
+                ASSERT_EQ(ORBTCWordIndex(g[0], g[1], x, y), ORBTCTwiddleIndex(g[0], g[1], x, y))
+                    << g[0] << "x" << g[1];
+}
+
+TEST(ORBTCDecompress, RowOrderGridPlacement)
+{
+    // 4 x 12 words, where a twiddled order would also fit: word k tags its
+    // block with codes k & 3, (k >> 2) & 3 and k >> 4 at pixels (0..2, 0).
+    std::vector<ORBTCWord> words;
+    for (uint32_t k = 0; k < 48; ++k)
+        words.push_back(ORBTCWord{(k & 3u) | ((k >> 2 & 3u) << 2) | ((k >> 4) << 4), BlackWhite});
+    int size = 0;
+    const Image img = decode(words, false, 16, 48, &size);
+    EXPECT_EQ(size, 384);
+    const int grey[4] = {0, 95, 159, 255};
+    for (int by = 0; by < 12; ++by)
+        for (int bx = 0; bx < 4; ++bx)
+        {
+            const int k = by * 4 + bx;
+            EXPECT_TRUE(greyIs(img, 4 * bx, 4 * by, grey[k & 3]));
+            EXPECT_TRUE(greyIs(img, 4 * bx + 1, 4 * by, grey[k >> 2 & 3]));
+            EXPECT_TRUE(greyIs(img, 4 * bx + 2, 4 * by, grey[k >> 4]));
+        }
+}
+
 TEST(ORBTCDecompress, EightByTwoWordGridPlacement)
 {
     // Word k tags its block with codes k & 3 at pixel (0,0) and k >> 2 at (1,0).
