@@ -2,7 +2,6 @@
 
 #include "ORBTextureUtilities.h"
 
-#include <cassert>
 #include <cstring>
 #include <utility>
 
@@ -26,9 +25,9 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
     const size_t sourceStep = sourceEncoder.GetColourDataSize();
     const size_t targetStep = targetEncoder.GetColourDataSize();
     const uint8_t* encoded = targetEncoder.GetColourData();
-    // An encoder holds one pixel of at most 16 bytes; wider layouts (a
-    // channel above 32 bits) are refused before they get here.
-    assert(sourceStep <= kEncodedPixelBytes && targetStep <= kEncodedPixelBytes);
+    // The step bound: an encoder holds one pixel of at most 16 bytes. Transcode
+    // refuses wider layouts (a channel above 32 bits) before it gets here; a
+    // direct caller with such an encoder gets nothing copied.
     if (sourceStep > kEncodedPixelBytes || targetStep > kEncodedPixelBytes)
         return 0;
 

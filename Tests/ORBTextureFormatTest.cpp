@@ -1,4 +1,6 @@
+#include <cctype>
 #include <cstring>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -76,48 +78,13 @@ TEST(PixelType, StandardTypesAreExactlyTheFourCombinations)
     EXPECT_FALSE(isStandardPixelType(PixelType(ePF_ETC1), eVarUnsignedByteNorm));
 }
 
-// Bytes of one 1x1 and one 20x20 surface of every named format, worked out by
-// hand from each format's bits per pixel and minimum block.
-TEST(FormatSizes, EveryNamedFormat)
-{
-    struct Row
-    {
-        uint32_t format, bits, one, twenty;
-    };
-    const Row rows[] = {
-        {ePF_ORBTC_2bpp_RGB, 2, 32, 192},  {ePF_ORBTC_2bpp_RGBA, 2, 32, 192}, {ePF_ORBTC_4bpp_RGB, 4, 32, 288},
-        {ePF_ORBTC_4bpp_RGBA, 4, 32, 288}, {ePF_ORBTCII_2bpp, 2, 8, 120},     {ePF_ORBTCII_4bpp, 4, 8, 200},
-        {ePF_ETC1, 4, 8, 200},             {ePF_DXT1, 4, 8, 200},             {ePF_DXT2, 8, 16, 400},
-        {ePF_DXT3, 8, 16, 400},            {ePF_DXT4, 8, 16, 400},            {ePF_DXT5, 8, 16, 400},
-        {ePF_BC4, 4, 8, 200},              {ePF_BC5, 8, 16, 400},             {ePF_BC6, 0, 0, 0},
-        {ePF_BC7, 0, 0, 0},                {ePF_UYVY, 16, 4, 800},            {ePF_YUY2, 16, 4, 800},
-        {ePF_BW1bpp, 1, 1, 60},            {ePF_RGB9E5, 32, 4, 1600},         {ePF_RGBG8888, 16, 4, 800},
-        {ePF_GRGB8888, 16, 4, 800},        {ePF_ETC2_RGB, 4, 8, 200},         {ePF_ETC2_RGBA, 8, 16, 400},
-        {ePF_ETC2_RGB_A1, 4, 8, 200},      {ePF_EAC_R11, 4, 8, 200},          {ePF_EAC_RG11, 8, 16, 400},
-        {ePF_ASTC_4x4, 0, 16, 400},        {ePF_ASTC_5x4, 0, 16, 320},        {ePF_ASTC_5x5, 0, 16, 256},
-        {ePF_ASTC_6x5, 0, 16, 256},        {ePF_ASTC_6x6, 0, 16, 256},        {ePF_ASTC_8x5, 0, 16, 192},
-        {ePF_ASTC_8x6, 0, 16, 192},        {ePF_ASTC_8x8, 0, 16, 144},        {ePF_ASTC_10x5, 0, 16, 128},
-        {ePF_ASTC_10x6, 0, 16, 128},       {ePF_ASTC_10x8, 0, 16, 96},        {ePF_ASTC_10x10, 0, 16, 64},
-        {ePF_ASTC_12x10, 0, 16, 64},       {ePF_ASTC_12x12, 0, 16, 64},       {ePF_ASTC_3x3x3, 0, 16, 784},
-        {ePF_ASTC_4x3x3, 0, 16, 560},      {ePF_ASTC_4x4x3, 0, 16, 400},      {ePF_ASTC_4x4x4, 0, 16, 400},
-        {ePF_ASTC_5x4x4, 0, 16, 320},      {ePF_ASTC_5x5x4, 0, 16, 256},      {ePF_ASTC_5x5x5, 0, 16, 256},
-        {ePF_ASTC_6x5x5, 0, 16, 256},      {ePF_ASTC_6x6x5, 0, 16, 256},      {ePF_ASTC_6x6x6, 0, 16, 256},
-        {ePF_NumCompressed, 0, 0, 0},
-    };
-    ASSERT_EQ(sizeof(rows) / sizeof(rows[0]), 52u);
-    for (const Row& row : rows)
-    {
-        SCOPED_TRACE(row.format);
-        EXPECT_EQ(ORBTGetBitsPerPixel(row.format), row.bits);
-        EXPECT_EQ(ORBTGetTextureDataSize(Header(row.format, 1, 1), 0, false, false), row.one);
-        EXPECT_EQ(ORBTGetTextureDataSize(Header(row.format, 20, 20), 0, false, false), row.twenty);
-    }
-    EXPECT_EQ(ORBTGetBitsPerPixel(52), 0u);
-    EXPECT_EQ(ORBTGetBitsPerPixel(0xFFFFFFFFu), 0u);
-}
-
 TEST(FormatSizes, WorkedResults)
 {
+    EXPECT_EQ(ORBTGetBitsPerPixel(52), 0u);
+    EXPECT_EQ(ORBTGetBitsPerPixel(0xFFFFFFFFu), 0u);
+    EXPECT_EQ(ORBTGetTextureDataSize(Header(ePF_BC6, 20, 20)), 0u);
+    EXPECT_EQ(ORBTGetTextureDataSize(Header(ePF_ORBTC_2bpp_RGB, 1, 1)), 32u);
+    EXPECT_EQ(ORBTGetTextureDataSize(Header(ePF_ORBTC_4bpp_RGB, 1, 1)), 32u);
     EXPECT_EQ(ORBTGetTextureDataSize(Header(ePF_ETC1, 5, 5)), 32u);
     EXPECT_EQ(ORBTGetTextureDataSize(Header(ePF_ASTC_5x4, 7, 7)), 64u);
     EXPECT_EQ(ORBTGetTextureDataSize(Header(ePF_ASTC_3x3x3, 4, 4, 4)), 128u);
@@ -216,4 +183,80 @@ TEST(SizeRules, CheckedTotalRefusesWhatDoesNotFit)
 
     EXPECT_TRUE(CheckedTotalDataSize(Header(ORBStandard8PixelType, 4, 4, 1, 0), total));
     EXPECT_EQ(total, 0u);
+}
+
+TEST(FormatNames, EveryNamedFormatReadsBackFromItsName)
+{
+    for (uint32_t format = 0; format < ePF_NumCompressed; ++format)
+    {
+        std::string name = ORBTGetPixelFormatName(format).c_str();
+        SCOPED_TRACE(name);
+        ASSERT_FALSE(name.empty());
+        uint64_t parsed = 0xFFFF;
+        EXPECT_TRUE(ORBTGetPixelFormatFromName(name.c_str(), parsed));
+        EXPECT_EQ(parsed, format);
+        for (char& c : name)
+            c = char(std::tolower(static_cast<unsigned char>(c)));
+        EXPECT_TRUE(ORBTGetPixelFormatFromName(name.c_str(), parsed));
+        EXPECT_EQ(parsed, format);
+    }
+    EXPECT_STREQ(ORBTGetPixelFormatName(ePF_ETC2_RGB_A1).c_str(), "ETC2_RGB_A1");
+    EXPECT_STREQ(ORBTGetPixelFormatName(ePF_ASTC_6x6x5).c_str(), "ASTC_6x6x5");
+    // The empty value has a name to show, but is no target to ask for.
+    EXPECT_STREQ(ORBTGetPixelFormatName(ePF_NumCompressed).c_str(), "NumCompressed");
+    uint64_t parsed;
+    EXPECT_FALSE(ORBTGetPixelFormatFromName("NumCompressed", parsed));
+    EXPECT_STREQ(ORBTGetPixelFormatName(52).c_str(), "");
+}
+
+TEST(FormatNames, ChannelLayoutsBothWays)
+{
+    uint64_t parsed = 0;
+    ASSERT_TRUE(ORBTGetPixelFormatFromName("R5g6B5", parsed));
+    EXPECT_EQ(parsed, PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID);
+    EXPECT_STREQ(ORBTGetPixelFormatName(parsed).c_str(), "r5g6b5");
+    ASSERT_TRUE(ORBTGetPixelFormatFromName("a1r5g5b5", parsed));
+    EXPECT_STREQ(ORBTGetPixelFormatName(parsed).c_str(), "a1r5g5b5");
+    ASSERT_TRUE(ORBTGetPixelFormatFromName("r32g32b32a32", parsed));
+    EXPECT_EQ(parsed, ORBStandard32PixelType);
+    EXPECT_STREQ(ORBTGetPixelFormatName(PixelType('r', 1, 0, 0, 8, 8, 0, 0).PixelTypeID).c_str(), "r8?8");
+
+    const struct
+    {
+        const char* name;
+        const char* reason;
+    } bad[] = {
+        {"", "unknown format ''"},
+        {"r9q", "unknown format 'r9q': unknown channel letter 'q'"},
+        {"r8g8r8", "unknown format 'r8g8r8': channel 'r' appears twice"},
+        {"r7", "unknown format 'r7': 7 bits per pixel is not a whole number of bytes"},
+        {"r33", "unknown format 'r33': channel 'r' needs a width of 1 to 32 bits"},
+        {"r0", "unknown format 'r0': channel 'r' needs a width of 1 to 32 bits"},
+        {"rgba", "unknown format 'rgba': channel 'r' needs a width of 1 to 32 bits"},
+        {"r8g8b8a8l8", "unknown format 'r8g8b8a8l8': more than four channels"},
+    };
+    for (const auto& b : bad)
+    {
+        SCOPED_TRACE(b.name);
+        EXPECT_FALSE(ORBTGetPixelFormatFromName(b.name, parsed));
+        EXPECT_STREQ(ORBTGetLastError(), b.reason);
+    }
+}
+
+TEST(FormatNames, ChannelTypesByEitherName)
+{
+    for (uint32_t type = 0; type < eNumVarTypes; ++type)
+    {
+        uint32_t parsed = 99;
+        ASSERT_TRUE(ORBTGetChannelTypeFromName(ORBTGetChannelTypeName(type), parsed));
+        EXPECT_EQ(parsed, type);
+        parsed = 99;
+        ASSERT_TRUE(ORBTGetChannelTypeFromName(ORBTGetChannelTypeShortName(type), parsed));
+        EXPECT_EQ(parsed, type);
+    }
+    uint32_t parsed;
+    EXPECT_TRUE(ORBTGetChannelTypeFromName("SIGNEDFLOAT", parsed));
+    EXPECT_EQ(parsed, uint32_t(eVarSignedFloat));
+    EXPECT_FALSE(ORBTGetChannelTypeFromName("float", parsed));
+    EXPECT_EQ(ORBTGetChannelTypeName(eNumVarTypes), nullptr);
 }

@@ -198,6 +198,57 @@ TEST(TextureHeader, AddMetaDataCountsEveryCall)
     EXPECT_EQ(h.getMetaDataSize(), before + 24);
 }
 
+TEST(TextureHeader, BulkAddIsOneByOneAddition)
+{
+    // Existing items, repeats within the batch and across it, new vendors:
+    // the same map order, contents and (double-counted) size either way.
+    CORBTextureHeader oneByOne, bulk;
+    for (CORBTextureHeader* h : {&oneByOne, &bulk})
+    {
+        h->setOrientation(eOrientUp);
+        h->addMetaData(Block(7, 1, "old"));
+    }
+    const MetaDataBlock batch[] = {Block(7, 2, "a"),  Block(9, 1, "bb"), Block(7, 1, "new!"),
+                                   Block(9, 1, "ccc"), Block(ORBTEX_METADATA_FOURCC, eMetaOrientation, "xyz"),
+                                   Block(8, 5, "d")};
+    for (const MetaDataBlock& block : batch)
+        oneByOne.addMetaData(block);
+    bulk.addMetaDataBlocks(batch, 6);
+
+    EXPECT_EQ(bulk.getMetaDataSize(), oneByOne.getMetaDataSize());
+    const MetaDataMap& a = *oneByOne.getMetaDataMap();
+    const MetaDataMap& b = *bulk.getMetaDataMap();
+    ASSERT_EQ(a.GetSize(), b.GetSize());
+    for (unsigned i = 0; i < a.GetSize(); ++i)
+    {
+        EXPECT_EQ(a.GetKey(i), b.GetKey(i));
+        ASSERT_EQ(a.GetValue(i).GetSize(), b.GetValue(i).GetSize());
+        for (unsigned j = 0; j < a.GetValue(i).GetSize(); ++j)
+        {
+            const MetaDataBlock& x = a.GetValue(i).GetValue(j);
+            const MetaDataBlock& y = b.GetValue(i).GetValue(j);
+            EXPECT_EQ(x.key, y.key);
+            ASSERT_EQ(x.dataSize, y.dataSize);
+            EXPECT_EQ(std::memcmp(x.data, y.data, x.dataSize), 0);
+        }
+    }
+    EXPECT_EQ(std::memcmp(bulk.getMetaData(7, 1).data, "new!", 4), 0);
+    EXPECT_EQ(bulk.getMetaData(9, 1).dataSize, 3u);
+}
+
+TEST(TextureHeader, RecountGivesTheTrueSum)
+{
+    CORBTextureHeader h;
+    h.addMetaData(Block(3, 1, "first"));
+    h.addMetaData(Block(3, 1, "again"));
+    h.setBorder(1, 2, 3);
+    ASSERT_EQ(h.getMetaDataSize(), 17u + 17 + 24);
+    EXPECT_EQ(h.recountMetaDataSize(), 17u + 24);
+    EXPECT_EQ(h.getMetaDataSize(), SumOfItems(h));
+    CORBTextureHeader empty;
+    EXPECT_EQ(empty.recountMetaDataSize(), 0u);
+}
+
 TEST(TextureHeader, RemovalSwapsTheLastItemIn)
 {
     CORBTextureHeader h;

@@ -55,10 +55,54 @@ TEST(Transcode, FormatsWithoutCodecFailAndLeaveTheTarget)
     EXPECT_EQ(texture.getPixelType(), PixelType(ePF_DXT1));
     EXPECT_EQ(texture.getDataSize(), 8u);
 
-    // Decoding it gives the intermediate layout, pixels undefined.
+    // Decoding it gives the intermediate layout.
     EXPECT_TRUE(Transcode(texture, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear));
     EXPECT_EQ(texture.getPixelType(), PixelType(ORBStandard8PixelType));
     EXPECT_EQ(texture.getDataSize(), 64u);
+}
+
+TEST(Transcode, FormatsWithoutCodecLeaveZerosNotHeapContents)
+{
+    // Blocks of the sizes about to be allocated are freed dirty first, so
+    // that uninitialised memory would show.
+    for (size_t size : {size_t(8), size_t(64), size_t(4096), size_t(16384)})
+    {
+        std::vector<uint8_t*> dirty;
+        for (int i = 0; i < 4; ++i)
+        {
+            dirty.push_back(new uint8_t[size]);
+            std::memset(dirty.back(), 0xA5, size);
+        }
+        for (uint8_t* block : dirty)
+            delete[] block;
+    }
+    CORBTexture texture = RGBA8(64, 64, std::vector<uint8_t>(16384, 9));
+    EXPECT_FALSE(Transcode(texture, PixelType(ePF_BC4), eVarUnsignedByteNorm, eColourSpaceLinear));
+    EXPECT_EQ(Bytes(texture), std::vector<uint8_t>(2048, 0));
+
+    CORBTexture dxt(CORBTextureHeader(ePF_DXT5, 64, 64));
+    std::memset(dxt.getDataPtr(), 0x77, dxt.getDataSize());
+    EXPECT_TRUE(Transcode(dxt, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear));
+    EXPECT_EQ(Bytes(dxt), std::vector<uint8_t>(16384, 0));
+}
+
+TEST(Transcode, RefusesChannelsWiderThanThirtyTwoBits)
+{
+    // No encoder holds such a pixel: 'r' 40 and 'g' 40 would be copied as
+    // ten bytes out of an encoder's sixteen, 'r' 200 as 25.
+    CORBTexture texture = RGBA8(2, 2, std::vector<uint8_t>(16, 3));
+    EXPECT_FALSE(Transcode(texture, PixelType('r', 0, 0, 0, 200, 0, 0, 0), eVarUnsignedByteNorm, eColourSpaceLinear));
+    EXPECT_EQ(texture.getPixelType(), PixelType(ORBStandard8PixelType));
+
+    CORBTexture wide(CORBTextureHeader(PixelType('r', 'g', 0, 0, 40, 40, 0, 0).PixelTypeID, 2, 2));
+    std::memset(wide.getDataPtr(), 1, wide.getDataSize());
+    EXPECT_FALSE(Transcode(wide, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear));
+
+    // The pixel loop itself copies nothing for an encoder wider than its pixel.
+    CORBTexture target(CORBTextureHeader(PixelType('r', 0, 0, 0, 200, 0, 0, 0).PixelTypeID, 2, 2));
+    CPixelEncoder from(PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm);
+    CPixelEncoder to(PixelType('r', 0, 0, 0, 200, 0, 0, 0), eVarUnsignedByteNorm);
+    EXPECT_EQ(TranscodeTrivial(texture, target, from, to, eColourSpaceLinear, eColourSpaceLinear), 0u);
 }
 
 TEST(Transcode, ChannelLayoutsByHand)
