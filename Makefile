@@ -2,6 +2,7 @@
 #   make demo              set up, build and run `orbtex demo`
 #   make test              set up, build and run the whole test suite
 #   make test SANITIZE=1   the same with AddressSanitizer and UBSan
+#   make test COMPILER=clang++   any of these with another compiler
 #   make install PREFIX=/usr/local
 #   make bench             build and run the benchmarks
 
@@ -9,12 +10,17 @@ SANITIZE ?= 0
 PREFIX ?= /usr/local
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
+COMPILER ?=
+
 ifeq ($(SANITIZE),1)
-BUILD_DIR ?= build-sanitize
+BUILD_DIR ?= build-sanitize$(if $(COMPILER),-$(notdir $(COMPILER)))
 CMAKE_ARGS += -DORBT_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
 else
-BUILD_DIR ?= build
+BUILD_DIR ?= build$(if $(COMPILER),-$(notdir $(COMPILER)))
 CMAKE_ARGS += -DCMAKE_BUILD_TYPE=RelWithDebInfo
+endif
+ifneq ($(COMPILER),)
+CMAKE_ARGS += -DCMAKE_CXX_COMPILER=$(COMPILER)
 endif
 
 .PHONY: all setup configure build demo test install bench clean
@@ -43,4 +49,4 @@ bench: build
 	@for b in $(BUILD_DIR)/Bench/orbtex_bench_*; do [ -x "$$b" ] && "$$b" || exit 1; done
 
 clean:
-	rm -rf build build-sanitize
+	rm -rf build build-*

@@ -79,19 +79,24 @@ public:
     static float LinearToSRGB(float value);
     static float SRGBToLinear(float value);
 
-private:
-    void Initialise(const uint8_t bits[4], const EChannelName names[4]);
+    // The channel's element index when it is stored as a whole element, else
+    // its bit mask within the packed word (first channel highest).
     uint64_t GenerateChannelByteMask(uint8_t position) const;
-    // Stored value of the unsigned channel at 'position', as GetChannelFloat reads it.
-    uint32_t ReadUnsignedRaw(int position) const;
-    // Stores an integer channel value as an element or into the packed word.
-    void StoreInteger(int position, uint32_t value);
-    bool IsElementStored(uint8_t position) const;
+    // Validation: each sets its EPixelEncoderError bit and never clears one.
+    // CheckPixelValidity runs the four in this order.
     void CheckPixelValidity();
     void CheckChannelContinuity();
     void CheckDuplicatedChannels();
     void CheckInvalidChannelBits();
     void CheckValidTotalBits();
+
+private:
+    void Initialise(const uint8_t bits[4], const EChannelName names[4]);
+    // Stored value of the unsigned channel at 'position', as GetChannelFloat reads it.
+    uint32_t ReadUnsignedRaw(int position) const;
+    // Stores an integer channel value as an element or into the packed word.
+    void StoreInteger(int position, uint32_t value);
+    bool IsElementStored(uint8_t position) const;
 
     uint32_t error;
     EORBTVariableType variableType;

@@ -12,9 +12,6 @@
 namespace orbtexture
 {
 
-class CByteSource;
-enum class EMetaDataWalk : uint8_t;
-
 // A texture: a header with one block holding every surface. Surfaces are
 // ordered MIP level (largest first), then array member, then face; each
 // surface is its depth slices, rows and pixels.
@@ -65,9 +62,8 @@ private:
     bool privateSaveORBFile(FILE* file) const;
     // Shared by both memory-image constructors; 'size' bounds every read.
     void privateLoadORBMemory(const uint8_t* image, size_t size);
-    // Replaces header, metadata and data from a native file's bytes; false
-    // (the texture untouched) if they do not form a texture.
-    bool privateLoadNative(CByteSource& source, EMetaDataWalk walk);
+    // Takes over a loaded header and its data block of 'size' bytes.
+    void privateAdopt(CORBTextureHeader&& header, uint8_t* data, uint32_t size);
     // Back to the empty default texture.
     void privateReset();
 

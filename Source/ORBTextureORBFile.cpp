@@ -47,28 +47,32 @@ bool CORBTexture::privateLoadORBFile(FILE* file)
     if (!file)
         return false;
     CFileByteSource source(file);
-    return privateLoadNative(source, EMetaDataWalk::File);
+    CORBTextureHeader header;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t size = 0;
+    if (!LoadNative(source, EMetaDataWalk::File, header, data, size))
+        return false;
+    privateAdopt(std::move(header), data.release(), uint32_t(size));
+    return true;
 }
 
 void CORBTexture::privateLoadORBMemory(const uint8_t* image, size_t size)
 {
     privateReset();
     CMemoryByteSource source(image, size);
-    privateLoadNative(source, EMetaDataWalk::MemoryImage);
-}
-
-bool CORBTexture::privateLoadNative(CByteSource& source, EMetaDataWalk walk)
-{
     CORBTextureHeader header;
     std::unique_ptr<uint8_t[]> data;
-    uint64_t size = 0;
-    if (!LoadNative(source, walk, header, data, size))
-        return false;
+    uint64_t dataSize = 0;
+    if (LoadNative(source, EMetaDataWalk::MemoryImage, header, data, dataSize))
+        privateAdopt(std::move(header), data.release(), uint32_t(dataSize));
+}
+
+void CORBTexture::privateAdopt(CORBTextureHeader&& header, uint8_t* data, uint32_t size)
+{
     CORBTextureHeader::operator=(std::move(header));
     delete[] m_pTextureData;
-    m_pTextureData = data.release();
-    m_uiDataSize = uint32_t(size);
-    return true;
+    m_pTextureData = data;
+    m_uiDataSize = size;
 }
 
 bool CORBTexture::privateSaveORBFile(FILE* file) const

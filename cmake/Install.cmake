@@ -1,13 +1,10 @@
 # Installation: library, public headers, pkg-config file and CMake package.
 include(CMakePackageConfigHelpers)
 
+# Only headers of what users call; internal headers stay in the source tree.
 set(ORBT_PUBLIC_HEADERS
-  ORBTexture.h ORBTextureHeader.h ORBTextureFormat.h ORBTextureInfo.h)
-foreach(optional ORBTextureUtilities.h ORBTextureDiffTools.h ORBTextureLegacy.h ORBTPixelConversion.h)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/Source/${optional})
-    list(APPEND ORBT_PUBLIC_HEADERS ${optional})
-  endif()
-endforeach()
+  ORBTexture.h ORBTextureHeader.h ORBTextureFormat.h ORBTextureInfo.h ORBTextureUtilities.h
+  ORBTPixelConversion.h)
 list(TRANSFORM ORBT_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/Source/)
 set(ORBT_TOOLS_HEADERS
   ORBTDefines.h ORBTString.h ORBTArray.h ORBTMap.h ORBTRawTexture.h)

@@ -1,6 +1,6 @@
 # Installs the built library into a scratch prefix, then builds and runs a
 # consumer through find_package(ORBTexLib) and through pkg-config.
-# Variables: BUILD_DIR, SOURCE_DIR, WORK_DIR, CXX_FLAGS.
+# Variables: BUILD_DIR, SOURCE_DIR, WORK_DIR, CXX_COMPILER, CXX_FLAGS.
 
 set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
@@ -21,9 +21,17 @@ foreach(header ORBTexture.h ORBTextureHeader.h ORBTextureFormat.h ORBTextureInfo
   endif()
 endforeach()
 
+# Every installed header stands alone on the installed tree: none includes
+# a header that stays in the source tree.
+file(GLOB_RECURSE installed_headers RELATIVE ${prefix}/include/ORBTexLib ${prefix}/include/ORBTexLib/*.h)
+foreach(header ${installed_headers})
+  file(WRITE ${WORK_DIR}/header-check.cpp "#include \"${header}\"\n")
+  run(${CXX_COMPILER} -std=c++17 -fsyntax-only -I${prefix}/include/ORBTexLib ${WORK_DIR}/header-check.cpp)
+endforeach()
+
 # find_package
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/consumer -B ${WORK_DIR}/consumer-build
-    -DCMAKE_PREFIX_PATH=${prefix} "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}")
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX_COMPILER} "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/consumer-build)
 run(${WORK_DIR}/consumer-build/consumer ${WORK_DIR}/from-cmake.orb)
 
@@ -43,6 +51,6 @@ if(PKG_CONFIG)
   separate_arguments(extra UNIX_COMMAND "${CXX_FLAGS}")
   string(REGEX MATCH "-L[^ ;]+" libdir_flag "${flags}")
   string(SUBSTRING "${libdir_flag}" 2 -1 libdir)
-  run(c++ ${extra} ${SOURCE_DIR}/consumer/main.cpp ${flags} -Wl,-rpath,${libdir} -o ${WORK_DIR}/consumer-pc)
+  run(${CXX_COMPILER} ${extra} ${SOURCE_DIR}/consumer/main.cpp ${flags} -Wl,-rpath,${libdir} -o ${WORK_DIR}/consumer-pc)
   run(${WORK_DIR}/consumer-pc ${WORK_DIR}/from-pkgconfig.orb)
 endif()

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "Codecs/ORBTC/ORBTCFormat.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 namespace orbtexture
 {

@@ -1,4 +1,5 @@
 #include "Codecs/ORBTC/ORBTCBlockData.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 namespace orbtexture
 {

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <new>
 
-#include "Codecs/ORBTC/ORBTCFormat.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 namespace orbtexture
 {

@@ -1,4 +1,5 @@
 #include "Codecs/ORBTC/ORBTCDecompressInternal.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 #include <cstring>
 #include <new>

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Codecs/ORBTC/ORBTC2bppCompressor.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 #include "Codecs/ORBTC/ORBTC4bppCompressor.h"
 #include "Codecs/ORBTC/ORBTCCompressor.h"
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Codecs/ORBTC/ORBTCDecompressInternal.h"
-#include "Codecs/ORBTC/ORBTCFormat.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 using namespace orbtexture;
 
