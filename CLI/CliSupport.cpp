@@ -1,19 +1,16 @@
 #include "CliSupport.h"
 
-#include <cctype>
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
-
-#include "ORBTextureHeader.h"
-#include "ORBTextureInfo.h"
 
 namespace cli
 {
@@ -32,98 +29,94 @@ int UsageError(const std::string& command, const std::string& message)
 
 bool IsHelpFlag(const std::string& argument) { return argument == "--help" || argument == "-h"; }
 
-bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason)
-{
-    errno = 0;
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-    {
-        reason = errno ? std::strerror(errno) : "cannot open file";
-        return false;
-    }
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad())
-    {
-        reason = "read error";
-        return false;
-    }
-    return true;
-}
-
 namespace
 {
 
-std::string Hex(uint32_t value)
+class FileDescriptor
 {
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08X", value);
-    return text;
-}
-
-// Walks a native file the way the loader does and names the first problem.
-std::string DescribeNativeFailure(FILE* file)
-{
-    std::fseek(file, 0, SEEK_END);
-    const long end = std::ftell(file);
-    const uint64_t fileSize = end > 0 ? uint64_t(end) : 0;
-    ORBTextureHeaderV3 record;
-    std::fseek(file, 0, SEEK_SET);
-    if (std::fread(&record, ORBTEX_V3_HEADER_SIZE, 1, file) != 1)
-        return "truncated header";
-
-    uint64_t position = ORBTEX_V3_HEADER_SIZE;
-    while (record.metaDataSize != 0 && position - ORBTEX_V3_HEADER_SIZE < record.metaDataSize)
+public:
+    explicit FileDescriptor(int fd) : m_fd(fd) {}
+    ~FileDescriptor()
     {
-        uint32_t words[3];
-        if (fileSize - position < sizeof(words) || std::fseek(file, long(position), SEEK_SET) != 0 ||
-            std::fread(words, sizeof(words), 1, file) != 1)
-            return "metadata runs past the end of the file";
-        const std::string item = "metadata item (fourCC " + Hex(words[0]) + ", key " + std::to_string(words[1]) + ")";
-        if (words[2] == 0)
-            return "empty " + item;
-        if (words[2] > fileSize - position - sizeof(words))
-            return item + " runs past the end of the file";
-        position += sizeof(words) + words[2];
+        if (m_fd >= 0)
+            ::close(m_fd);
     }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int get() const { return m_fd; }
 
-    if (record.numMIPMaps == 0 || record.numSurfaces == 0 || record.numFaces == 0)
-        return "declares no surfaces";
-    const orbtexture::CORBTextureHeader header(record);
-    if (header.getDataSize() == 0 && header.getBitsPerPixel() == 0)
-        return "pixel format has no known size";
-    if (position >= fileSize)
-        return "pixel data missing";
-    return "texture too large: its data size does not fit in 32 bits";
-}
+private:
+    int m_fd;
+};
+
+std::string TooLarge(size_t maxBytes) { return "file too large: more than " + std::to_string(maxBytes) + " bytes"; }
 
 } // namespace
 
-std::string DescribeLoadFailure(const std::string& path)
+bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason, size_t maxBytes)
 {
-    std::string extension = path.substr(path.find_last_of('.') == std::string::npos ? path.size()
-                                                                                     : path.find_last_of('.'));
-    for (char& c : extension)
-        c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (extension == ".ktx" || extension == ".dds" || extension == ".astc")
-        return extension.substr(1) + " files are not supported by this version";
+    bytes.clear();
+    int fd;
+    do
+        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    while (fd < 0 && errno == EINTR);
+    if (fd < 0)
+    {
+        reason = std::string("cannot open file: ") + std::strerror(errno);
+        return false;
+    }
+    const FileDescriptor file(fd);
 
-    errno = 0;
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file)
-        return errno ? std::strerror(errno) : "cannot open file";
-    uint32_t word = 0;
-    const bool haveWord = std::fread(&word, 4, 1, file) == 1;
-    std::string reason;
-    if (!haveWord)
-        reason = "file too short to be a texture";
-    else if (word == 52 || word == 44)
-        reason = "legacy .orb headers are not supported by this version";
-    else if (word != ORBTEX_VERSION_3)
-        reason = "not an .orb texture (first word " + Hex(word) + ")";
-    else
-        reason = DescribeNativeFailure(file);
-    std::fclose(file);
-    return reason;
+    struct stat status;
+    if (::fstat(fd, &status) != 0)
+    {
+        reason = std::string("read error: ") + std::strerror(errno);
+        return false;
+    }
+    if (S_ISDIR(status.st_mode))
+    {
+        reason = "is a directory";
+        return false;
+    }
+    size_t chunk = 1 << 16;
+    if (S_ISREG(status.st_mode))
+    {
+        if (uint64_t(status.st_size) > maxBytes)
+        {
+            reason = TooLarge(maxBytes);
+            return false;
+        }
+        // One read for the whole file, one more to see its end.
+        chunk = std::max(chunk, size_t(status.st_size) + 1);
+    }
+
+    size_t size = 0;
+    for (;;)
+    {
+        if (bytes.size() - size < chunk)
+            bytes.resize(size + chunk);
+        const ssize_t got = ::read(fd, bytes.data() + size, bytes.size() - size);
+        if (got < 0)
+        {
+            if (errno == EINTR)
+                continue;
+            reason = std::string("read error: ") + std::strerror(errno);
+            bytes.clear();
+            return false;
+        }
+        if (got == 0)
+            break;
+        size += size_t(got);
+        if (size > maxBytes)
+        {
+            reason = TooLarge(maxBytes);
+            bytes.clear();
+            return false;
+        }
+        chunk = std::max(chunk, size);
+    }
+    bytes.resize(size);
+    return true;
 }
 
 PendingOutput::PendingOutput(const std::string& destination) : m_destination(destination)

@@ -1,6 +1,7 @@
 #ifndef ORBTEX_CLI_SUPPORT_H
 #define ORBTEX_CLI_SUPPORT_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -21,11 +22,12 @@ int UsageError(const std::string& command, const std::string& message);
 
 bool IsHelpFlag(const std::string& argument);
 
-// Why a native file did not load, as far as its first bytes tell.
-std::string DescribeLoadFailure(const std::string& path);
-
-// Reads a whole file; false with a reason on failure.
-bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason);
+// Reads a whole file, opening it once (pipes and FIFOs included); false with
+// a one-line reason on failure, in the library's wording ("is a directory",
+// "cannot open file: ...", "read error: ..."). A file of more than maxBytes
+// bytes is refused.
+bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason,
+                   size_t maxBytes = size_t(-1));
 
 // A file written under a temporary name beside its destination and renamed
 // into place by Commit, so that a failed command leaves no partial output.

@@ -13,6 +13,7 @@
 #include "Commands.h"
 #include "FormatNames.h"
 #include "ImageFiles.h"
+#include "ORBTextureInfo.h"
 #include "ORBTextureUtilities.h"
 
 namespace cli
@@ -45,6 +46,8 @@ const char* const kConvertHelp =
     "  --all-surfaces         image OUT: one file per level, member and face,\n"
     "                         named OUT-levelL-memberM-faceF.EXT; depth slices\n"
     "                         are stacked vertically\n"
+    "  --allow-short          accept a .orb IN whose pixel data end early (the\n"
+    "                         missing bytes read as zeros)\n"
     "\n"
     "'orbtex formats' lists every format and type name. Exit status: 0 done,\n"
     "1 failed (no output file is left), 2 usage error.\n";
@@ -68,6 +71,7 @@ struct ConvertOptions
     int quality = 0;
     bool dither = false;
     bool allSurfaces = false;
+    bool allowShort = false;
 };
 
 bool ParseColourSpace(const std::string& word, EORBTColourSpace& space)
@@ -123,6 +127,8 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
             options.dither = true;
         else if (argument == "--all-surfaces")
             options.allSurfaces = true;
+        else if (argument == "--allow-short")
+            options.allowShort = true;
         else if (argument.size() > 1 && argument[0] == '-')
             return UsageError("convert", "unknown option '" + argument + "'");
         else
@@ -181,10 +187,18 @@ bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string&
         return LoadImageFile(options.input, space, texture, reason);
     }
     texture = CORBTexture(options.input.c_str());
-    if (texture.getDataPtr())
-        return true;
-    reason = DescribeLoadFailure(options.input);
-    return false;
+    if (!texture.getDataPtr())
+    {
+        reason = ORBTGetLastError();
+        return false;
+    }
+    const uint64_t shortfall = ORBTGetLastLoadShortfall();
+    if (shortfall && !options.allowShort)
+    {
+        reason = "pixel data short by " + std::to_string(shortfall) + " bytes";
+        return false;
+    }
+    return true;
 }
 
 // Image files of one surface, or of every surface; written under temporary

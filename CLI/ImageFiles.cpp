@@ -43,14 +43,10 @@ bool IsWritableImageExtension(const std::string& extension)
 bool LoadImageFile(const std::string& path, orbtexture::EORBTColourSpace colourSpace, CORBTexture& texture,
                    std::string& reason)
 {
+    // stb takes the size as an int.
     std::vector<unsigned char> bytes;
-    if (!ReadFileBytes(path, bytes, reason))
+    if (!ReadFileBytes(path, bytes, reason, size_t(INT_MAX)))
         return false;
-    if (bytes.size() > size_t(INT_MAX))
-    {
-        reason = "file too large";
-        return false;
-    }
     const int size = int(bytes.size());
 
     int width = 0, height = 0, channels = 0;

@@ -188,3 +188,25 @@ TEST(OrbtexCli, InfoRefusesShortPixelDataUnlessAllowed)
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "orbtex: " + (dir / "bare.orb") + ": pixel data missing\n");
 }
+
+// Files starting with the size of an older header are named as such.
+TEST(OrbtexCli, LegacyHeadersAreNamed)
+{
+    ScratchDir dir;
+    for (const uint32_t word : {52u, 44u})
+    {
+        std::vector<uint8_t> bytes = NativeFile(2, 2, 16);
+        testsupport::PutValue<uint32_t>(bytes, 0, word);
+        const std::string path = dir / ("legacy" + std::to_string(word) + ".orb");
+        testsupport::WriteBytes(path, bytes);
+        const std::string expected = "orbtex: " + path + ": legacy .orb header (version " +
+                                     (word == 52 ? "2" : "1") + ") is not supported by this version\n";
+        for (const std::string& command : {"info '" + path + "'", "convert '" + path + "' '" + (dir / "out.orb") + "'"})
+        {
+            const RunResult run = Orbtex(dir, command);
+            EXPECT_EQ(run.status, 1) << command;
+            EXPECT_EQ(run.err, expected) << command;
+        }
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
+}

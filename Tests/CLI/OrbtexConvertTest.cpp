@@ -251,8 +251,8 @@ TEST(OrbtexConvert, ErrorsNameTheFileAndLeaveNoOutput)
         {"convert " + in + " " + out + " --format r7g8", 1, "15 bits per pixel is not a whole number of bytes"},
         {"convert " + in + " " + out + " --type huge", 1, "in.orb: unknown channel type 'huge'"},
         {"convert " + in + " " + out + " --format DXT1", 1, "in.orb: no encoder for DXT1"},
-        {"convert " + Quote(dir / "missing.png") + " " + out, 1, "missing.png: No such file or directory"},
-        {"convert " + Quote(dir / "missing.orb") + " " + out, 1, "missing.orb: No such file or directory"},
+        {"convert " + Quote(dir / "missing.png") + " " + out, 1, "missing.png: cannot open file: No such file or directory"},
+        {"convert " + Quote(dir / "missing.orb") + " " + out, 1, "missing.orb: cannot open file: No such file or directory"},
         {"convert " + in + " " + Quote(dir / "nowhere/out.png"), 1, "nowhere/out.png: cannot write file"},
         {"convert " + in + " " + Quote(dir / "out.xyz"), 1, "out.xyz: cannot write '.xyz' files"},
         {"convert " + in + " " + out + " --colour-space purple", 2, "--colour-space is linear or srgb"},
@@ -288,4 +288,27 @@ TEST(OrbtexConvert, FormatsListsEveryName)
                              "sf ", "SignedFloat", "uf ", "linear, srgb"})
         EXPECT_NE(run.out.find(name), std::string::npos) << name;
     EXPECT_EQ(run.out.find("NumCompressed"), std::string::npos);
+}
+
+TEST(OrbtexConvert, ShortInputNeedsAllowShort)
+{
+    ScratchDir dir;
+    std::vector<uint8_t> bytes;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    bytes = testsupport::ReadBytes(dir / "in.orb");
+    bytes.resize(bytes.size() - 5);
+    testsupport::WriteBytes(dir / "short.orb", bytes);
+
+    RunResult run = Orbtex(dir, "convert " + Quote(dir / "short.orb") + " " + Quote(dir / "out.orb"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + (dir / "short.orb") + ": pixel data short by 5 bytes\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
+
+    run = Orbtex(dir, "convert " + Quote(dir / "short.orb") + " " + Quote(dir / "out.orb") + " --allow-short");
+    ASSERT_EQ(run.status, 0) << run.err;
+    const CORBTexture out((dir / "out.orb").c_str());
+    ASSERT_NE(out.getDataPtr(), nullptr);
+    const std::vector<uint8_t> pixels = Bytes(out, 128);
+    EXPECT_EQ(std::vector<uint8_t>(pixels.begin(), pixels.end() - 5), Bytes(Pattern(), 123));
+    EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 5, pixels.end()), std::vector<uint8_t>(5, 0));
 }
