@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -119,18 +120,88 @@ bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, s
     return true;
 }
 
+namespace
+{
+
+using Node = PendingOutput::Node;
+
+// Uncommitted outputs, newest first. Only the main thread changes the list,
+// one atomic store at a time, so a handler interrupting it always finds a
+// whole list.
+std::atomic<Node*> gPending{nullptr};
+static_assert(std::atomic<Node*>::is_always_lock_free, "the signal handler walks the list");
+
+constexpr int kCleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+void Register(Node& node)
+{
+    node.next.store(gPending.load());
+    gPending.store(&node);
+}
+
+void Unregister(Node& node)
+{
+    std::atomic<Node*>* link = &gPending;
+    for (Node* current = link->load(); current; current = link->load())
+    {
+        if (current == &node)
+        {
+            link->store(node.next.load());
+            return;
+        }
+        link = &current->next;
+    }
+}
+
+// Async-signal-safe: unlink, sigaction and raise only.
+void RemovePendingAndDie(int signal)
+{
+    for (Node* node = gPending.load(); node; node = node->next.load())
+        ::unlink(node->path);
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = SIG_DFL;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(signal, &action, nullptr);
+    // Blocked until the handler returns, then fatal.
+    ::raise(signal);
+}
+
+} // namespace
+
+void InstallSignalCleanup()
+{
+    for (const int signal : kCleanupSignals)
+    {
+        struct sigaction current;
+        if (::sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN)
+            continue;
+        struct sigaction action;
+        std::memset(&action, 0, sizeof action);
+        action.sa_handler = RemovePendingAndDie;
+        sigemptyset(&action.sa_mask);
+        for (const int other : kCleanupSignals)
+            sigaddset(&action.sa_mask, other);
+        ::sigaction(signal, &action, nullptr);
+    }
+}
+
 PendingOutput::PendingOutput(const std::string& destination) : m_destination(destination)
 {
     const std::filesystem::path path(destination);
     const std::string name =
         "." + path.stem().string() + ".orbtex-" + std::to_string(::getpid()) + path.extension().string();
     m_temporary = (path.parent_path() / name).string();
+    m_node.path = m_temporary.c_str();
+    Register(m_node);
 }
 
 PendingOutput::~PendingOutput()
 {
+    // Removed before it leaves the list, so a signal in between finds it.
     if (!m_committed)
         std::remove(m_temporary.c_str());
+    Unregister(m_node);
 }
 
 bool PendingOutput::Commit(std::string& reason)
@@ -141,6 +212,7 @@ bool PendingOutput::Commit(std::string& reason)
         return false;
     }
     m_committed = true;
+    Unregister(m_node);
     return true;
 }
 

@@ -3,11 +3,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <thread>
 
 #include "CliSupport.h"
 #include "Commands.h"
@@ -201,6 +203,16 @@ bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string&
     return true;
 }
 
+// Test hook: ORBTEX_TEST_PAUSE_BEFORE_COMMIT=SECONDS keeps written outputs
+// under their temporary names that long before they are renamed.
+void PauseBeforeCommit()
+{
+    const char* value = std::getenv("ORBTEX_TEST_PAUSE_BEFORE_COMMIT");
+    const long seconds = value ? std::strtol(value, nullptr, 10) : 0;
+    if (seconds > 0)
+        std::this_thread::sleep_for(std::chrono::seconds(std::min(seconds, 600L)));
+}
+
 // Image files of one surface, or of every surface; written under temporary
 // names and renamed only when all are written.
 bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std::string& failedPath,
@@ -240,6 +252,7 @@ bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std:
                     return false;
                 }
             }
+    PauseBeforeCommit();
     for (auto& output : outputs)
         if (!output->Commit(reason))
         {
@@ -332,6 +345,7 @@ int RunConvert(const std::vector<std::string>& arguments)
         PrintError(options.output, std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : ""));
         return kExitFailure;
     }
+    PauseBeforeCommit();
     if (!output.Commit(reason))
     {
         PrintError(options.output, reason);

@@ -66,6 +66,7 @@ int Run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    cli::InstallSignalCleanup();
     // Last resort: the commands report their own failures, and nothing else
     // may end the program without a line saying why.
     try

@@ -1,4 +1,4 @@
-// orbtex against FIFOs and directories.
+// orbtex against FIFOs, directories and signals.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -24,6 +24,9 @@ using testsupport::CountLines;
 using testsupport::Orbtex;
 using testsupport::RunResult;
 using testsupport::ScratchDir;
+using testsupport::SpawnOrbtex;
+using testsupport::TemporaryFiles;
+using testsupport::WaitOrbtex;
 
 namespace
 {
@@ -149,4 +152,40 @@ TEST(OrbtexProcess, DirectoriesAreNamedAsSuch)
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "orbtex: " + (dir / "dir.orb") + ": is a directory\n");
     EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
+}
+
+// A signal while the output is written removes its temporary files, and the
+// program dies of that signal.
+TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
+{
+    ScratchDir dir;
+    CORBTexture cube(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 1, 1, 2));
+    std::memset(cube.getDataPtr(), 77, cube.getDataSize());
+    ASSERT_TRUE(cube.saveFile((dir / "cube.orb").c_str()));
+
+    struct Case
+    {
+        int signal;
+        std::vector<std::string> arguments;
+        size_t temporaries;
+    };
+    const Case cases[] = {
+        {SIGTERM, {"convert", dir / "cube.orb", dir / "out.orb", "--format", "r5g6b5"}, 1},
+        {SIGINT, {"convert", dir / "cube.orb", dir / "face.png", "--all-surfaces"}, 2},
+    };
+    for (const Case& c : cases)
+    {
+        const pid_t pid = SpawnOrbtex(dir, c.arguments, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "60");
+        ASSERT_GT(pid, 0);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (TemporaryFiles(dir).size() < c.temporaries && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        EXPECT_EQ(TemporaryFiles(dir).size(), c.temporaries);
+        ::kill(pid, c.signal);
+        const int status = WaitOrbtex(pid);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == c.signal) << strsignal(c.signal) << " " << status;
+        EXPECT_TRUE(TemporaryFiles(dir).empty()) << strsignal(c.signal);
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "face-level0-member0-face0.png"));
 }
