@@ -51,8 +51,9 @@ const char* const kConvertHelp =
     "  --allow-short          accept a .orb IN whose pixel data end early (the\n"
     "                         missing bytes read as zeros)\n"
     "\n"
-    "'orbtex formats' lists every format and type name. Exit status: 0 done,\n"
-    "1 failed (no output file is left), 2 usage error.\n";
+    "A .orb OUT is read back and compared with what was meant to be written\n"
+    "before it replaces OUT. 'orbtex formats' lists every format and type name.\n"
+    "Exit status: 0 done, 1 failed (no output file is left), 2 usage error.\n";
 
 namespace
 {
@@ -204,13 +205,75 @@ bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string&
 }
 
 // Test hook: ORBTEX_TEST_PAUSE_BEFORE_COMMIT=SECONDS keeps written outputs
-// under their temporary names that long before they are renamed.
+// under their temporary names that long before they are checked and renamed.
 void PauseBeforeCommit()
 {
     const char* value = std::getenv("ORBTEX_TEST_PAUSE_BEFORE_COMMIT");
     const long seconds = value ? std::strtol(value, nullptr, 10) : 0;
     if (seconds > 0)
         std::this_thread::sleep_for(std::chrono::seconds(std::min(seconds, 600L)));
+}
+
+// Reads a written native file back as a memory image and compares header
+// record, metadata items and pixel data with 'expected'; the difference or the
+// loader's reason on failure.
+bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string& reason)
+{
+    std::vector<unsigned char> bytes;
+    if (!ReadFileBytes(path, bytes, reason))
+        return false;
+    const CORBTexture loaded(bytes.data(), bytes.size());
+    bytes = std::vector<unsigned char>();
+    if (!loaded.getDataPtr())
+    {
+        reason = ORBTGetLastError();
+        return false;
+    }
+    const ORBTextureHeaderV3 written = expected.getFileHeader(), read = loaded.getFileHeader();
+    if (std::memcmp(&written, &read, sizeof written) != 0)
+    {
+        reason = "header differs";
+        return false;
+    }
+    std::vector<const MetaDataBlock*> writtenItems, readItems;
+    expected.forEachMetaData([&](const MetaDataBlock& block) { writtenItems.push_back(&block); });
+    loaded.forEachMetaData([&](const MetaDataBlock& block) { readItems.push_back(&block); });
+    const auto sameItem = [](const MetaDataBlock* a, const MetaDataBlock* b) {
+        return a->fourCC == b->fourCC && a->key == b->key && a->dataSize == b->dataSize &&
+               (a->dataSize == 0 || std::memcmp(a->data, b->data, a->dataSize) == 0);
+    };
+    if (!std::equal(writtenItems.begin(), writtenItems.end(), readItems.begin(), readItems.end(), sameItem))
+    {
+        reason = "metadata differ";
+        return false;
+    }
+    if (std::memcmp(expected.getDataPtr(), loaded.getDataPtr(), expected.getDataSize()) != 0)
+    {
+        reason = "pixel data differ";
+        return false;
+    }
+    return true;
+}
+
+// A native file under a temporary name, checked, then renamed into place.
+bool WriteTexture(const std::string& path, CORBTexture& texture, std::string& reason)
+{
+    // addMetaData of a key already present counts the item twice.
+    texture.recountMetaDataSize();
+    PendingOutput output(path);
+    errno = 0;
+    if (!texture.saveFile(output.TemporaryPath().c_str()))
+    {
+        reason = std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : "");
+        return false;
+    }
+    PauseBeforeCommit();
+    if (!LoadsBack(output.TemporaryPath(), texture, reason))
+    {
+        reason = "written file does not load back: " + reason;
+        return false;
+    }
+    return output.Commit(reason);
 }
 
 // Image files of one surface, or of every surface; written under temporary
@@ -338,15 +401,7 @@ int RunConvert(const std::vector<std::string>& arguments)
         return kExitOk;
     }
 
-    PendingOutput output(options.output);
-    errno = 0;
-    if (!texture.saveFile(output.TemporaryPath().c_str()))
-    {
-        PrintError(options.output, std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : ""));
-        return kExitFailure;
-    }
-    PauseBeforeCommit();
-    if (!output.Commit(reason))
+    if (!WriteTexture(options.output, texture, reason))
     {
         PrintError(options.output, reason);
         return kExitFailure;

@@ -290,6 +290,39 @@ TEST(OrbtexConvert, FormatsListsEveryName)
     EXPECT_EQ(run.out.find("NumCompressed"), std::string::npos);
 }
 
+// A file may repeat a metadata key; the loader keeps the later item but
+// counts both in the header, and the output must still describe what it holds.
+TEST(OrbtexConvert, RepeatedMetaDataKeyGivesAFileThatLoads)
+{
+    ScratchDir dir;
+    std::vector<uint8_t> bytes;
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = ORBStandard8PixelType;
+    record.width = record.height = 2;
+    record.metaDataSize = (12 + 4) + (12 + 8);
+    testsupport::AppendValue(bytes, record);
+    for (const uint32_t size : {4u, 8u})
+    {
+        for (const uint32_t word : {0x54534554u, 7u, size})
+            testsupport::AppendValue(bytes, word);
+        for (uint32_t i = 0; i < size; ++i)
+            bytes.push_back(uint8_t(size * 16 + i));
+    }
+    for (uint8_t i = 0; i < 16; ++i)
+        bytes.push_back(uint8_t(200 + i));
+    testsupport::WriteBytes(dir / "twice.orb", bytes);
+
+    const RunResult run = Orbtex(dir, "convert " + Quote(dir / "twice.orb") + " " + Quote(dir / "out.orb"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    const CORBTexture out((dir / "out.orb").c_str());
+    ASSERT_NE(out.getDataPtr(), nullptr) << ORBTGetLastError();
+    EXPECT_EQ(out.getMetaDataSize(), 12u + 8u);
+    const MetaDataBlock item = out.getMetaData(0x54534554u, 7);
+    ASSERT_EQ(item.dataSize, 8u);
+    EXPECT_EQ(std::vector<uint8_t>(item.data, item.data + 8), (std::vector<uint8_t>{128, 129, 130, 131, 132, 133, 134, 135}));
+    EXPECT_EQ(Bytes(out, 16), std::vector<uint8_t>(bytes.end() - 16, bytes.end()));
+}
+
 TEST(OrbtexConvert, ShortInputNeedsAllowShort)
 {
     ScratchDir dir;

@@ -1,4 +1,5 @@
-// orbtex against FIFOs, directories and signals.
+// orbtex against FIFOs, directories and signals, and the check of a written
+// file before it replaces the destination.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -97,6 +98,20 @@ RunResult OrbtexOnFifo(const ScratchDir& dir, const std::string& fifoName, const
             testsupport::Slurp(dir / "stderr")};
 }
 
+// Waits until 'path' holds 'size' bytes.
+bool WaitForFile(const std::string& path, uintmax_t size)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    std::error_code error;
+    while (std::chrono::steady_clock::now() < deadline)
+    {
+        if (std::filesystem::file_size(path, error) == size && !error)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return false;
+}
+
 } // namespace
 
 TEST(OrbtexProcess, FifoInputsAreOpenedOnce)
@@ -188,4 +203,63 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
     }
     EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
     EXPECT_FALSE(std::filesystem::exists(dir / "face-level0-member0-face0.png"));
+}
+
+// A written file that does not read back as meant is not committed: here the
+// temporary file is changed while convert waits before checking it.
+TEST(OrbtexProcess, WrittenFileIsCheckedBeforeItReplacesTheOutput)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    const uintmax_t fileSize = 52 + 8 * 4 * 4;
+
+    struct Case
+    {
+        std::string output;
+        std::streamoff offset;
+        uint8_t value;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"word.orb", 0, 0x33, "word.orb: written file does not load back: not an .orb texture (first word 0x0342"},
+        {"pixel.orb", std::streamoff(fileSize - 1), 0x5A, "pixel.orb: written file does not load back: pixel data differ"},
+    };
+    for (const Case& c : cases)
+    {
+        const pid_t pid =
+            SpawnOrbtex(dir, {"convert", dir / "in.orb", dir / c.output}, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "2");
+        ASSERT_GT(pid, 0);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (TemporaryFiles(dir).empty() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        ASSERT_EQ(TemporaryFiles(dir).size(), 1u);
+        const std::string temporary = dir / TemporaryFiles(dir)[0];
+        ASSERT_TRUE(WaitForFile(temporary, fileSize));
+        {
+            std::fstream file(temporary, std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(c.offset);
+            file.put(char(c.value));
+        }
+        const int status = WaitOrbtex(pid);
+        ASSERT_TRUE(WIFEXITED(status)) << status;
+        EXPECT_EQ(WEXITSTATUS(status), 1);
+        const std::string err = testsupport::Slurp(dir / "stderr");
+        EXPECT_NE(err.find(c.message), std::string::npos) << err;
+        EXPECT_EQ(CountLines(err), 1) << err;
+        EXPECT_TRUE(TemporaryFiles(dir).empty());
+        EXPECT_FALSE(std::filesystem::exists(dir / c.output));
+    }
+}
+
+TEST(OrbtexProcess, FailedRenameRemovesTheTemporaryFile)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    std::filesystem::create_directory(dir / "taken.orb");
+    testsupport::WriteBytes(dir / "taken.orb/keep", {1});
+    const RunResult run = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "taken.orb"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("taken.orb: cannot replace file: "), std::string::npos) << run.err;
+    EXPECT_TRUE(TemporaryFiles(dir).empty());
+    EXPECT_TRUE(std::filesystem::exists(dir / "taken.orb/keep"));
 }
