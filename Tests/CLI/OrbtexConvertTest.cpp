@@ -107,6 +107,32 @@ std::vector<uint8_t> Png16(const std::vector<uint16_t>& rgba)
     return png;
 }
 
+// A PNG of signature, IHDR and IEND only: enough for its size to be read.
+std::vector<uint8_t> PngHeader(uint32_t width, uint32_t height, uint8_t bitDepth)
+{
+    std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    std::vector<uint8_t> header;
+    AppendBigEndian(header, width);
+    AppendBigEndian(header, height);
+    header.insert(header.end(), {bitDepth, 6, 0, 0, 0});
+    AppendChunk(png, "IHDR", header);
+    AppendChunk(png, "IEND", {});
+    return png;
+}
+
+// A 24-bit BMP header without pixels.
+std::vector<uint8_t> BmpHeader(uint32_t width, uint32_t height)
+{
+    std::vector<uint8_t> bmp = {'B', 'M'};
+    for (const uint32_t value : {54u, 0u, 54u, 40u, width, height})
+        testsupport::AppendValue(bmp, value);
+    testsupport::AppendValue<uint16_t>(bmp, 1);
+    testsupport::AppendValue<uint16_t>(bmp, 24);
+    for (int i = 0; i < 6; ++i)
+        testsupport::AppendValue<uint32_t>(bmp, 0);
+    return bmp;
+}
+
 } // namespace
 
 TEST(OrbtexConvert, OrbToPngToOrbKeepsEveryByte)
@@ -344,4 +370,38 @@ TEST(OrbtexConvert, ShortInputNeedsAllowShort)
     const std::vector<uint8_t> pixels = Bytes(out, 128);
     EXPECT_EQ(std::vector<uint8_t>(pixels.begin(), pixels.end() - 5), Bytes(Pattern(), 123));
     EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 5, pixels.end()), std::vector<uint8_t>(5, 0));
+}
+
+TEST(OrbtexConvert, ImagesAboveTheLimitsAreNamed)
+{
+    ScratchDir dir;
+    const std::string side = "above the decoder's limit of 16777216 pixels a side";
+    struct Case
+    {
+        const char* name;
+        std::vector<uint8_t> bytes;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"wide.png", PngHeader(20000000, 1, 8), "image too large: 20000000 x 1 pixels, " + side},
+        {"tall.png", PngHeader(1, 16777217, 8), "image too large: 1 x 16777217 pixels, " + side},
+        {"wide.bmp", BmpHeader(16777217, 1), "image too large: 16777217 x 1 pixels, " + side},
+        {"square.png", PngHeader(20000, 20000, 8),
+         "image too large: 20000 x 20000 pixels need 1600000000 bytes as r8g8b8a8, above the load limit of "
+         "1073741824 bytes"},
+        // Half the pixels, but two bytes a channel.
+        {"deep.png", PngHeader(12000, 12000, 16),
+         "image too large: 12000 x 12000 pixels need 1152000000 bytes as r16g16b16a16, above the load limit of "
+         "1073741824 bytes"},
+        // At the side limit, the missing image data are what fails.
+        {"edge.png", PngHeader(16777216, 1, 8), "cannot decode image: "},
+    };
+    for (const Case& c : cases)
+    {
+        testsupport::WriteBytes(dir / c.name, c.bytes);
+        const RunResult run = Orbtex(dir, "convert " + Quote(dir / c.name) + " " + Quote(dir / "out.orb"));
+        EXPECT_EQ(run.status, 1) << c.name;
+        EXPECT_EQ(run.err.rfind("orbtex: " + (dir / c.name) + ": " + c.message, 0), 0u) << run.err;
+        EXPECT_EQ(CountLines(run.err), 1) << run.err;
+    }
 }
