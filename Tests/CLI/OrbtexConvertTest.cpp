@@ -372,6 +372,45 @@ TEST(OrbtexConvert, ShortInputNeedsAllowShort)
     EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 5, pixels.end()), std::vector<uint8_t>(5, 0));
 }
 
+// Qualities follow the codecs built: ORBTC and ETC1/ETC2 colour take 0 and 1,
+// ETC2 with 1-bit alpha and EAC up to 5.
+TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    const std::string in = Quote(dir / "in.orb");
+    const std::string out = Quote(dir / "out.orb");
+    struct Case
+    {
+        const char* format;
+        int quality;
+        const char* refusal; // null: converts
+    };
+    const Case cases[] = {
+        {"ETC1", 1, nullptr},
+        {"ETC1", 2, "quality 2 of ETC1 is not supported by this version (0 and 1 are)"},
+        {"ETC2_RGBA", 5, "quality 5 of ETC2_RGBA is not supported by this version (0 and 1 are)"},
+        {"ORBTC_4bpp_RGB", 1, nullptr},
+        {"ORBTC_4bpp_RGB", 2, "quality 2 of ORBTC_4bpp_RGB is not supported by this version (0 and 1 are)"},
+        {"ETC2_RGB_A1", 5, nullptr},
+        {"ETC2_RGB_A1", 6, "quality 6 of ETC2_RGB_A1 is not supported by this version (0 to 5 are)"},
+        {"r5g6b5", 9, nullptr},
+    };
+    for (const Case& c : cases)
+    {
+        const std::string arguments =
+            "convert " + in + " " + out + " --format " + c.format + " --quality " + std::to_string(c.quality);
+        const RunResult run = Orbtex(dir, arguments);
+        if (!c.refusal)
+        {
+            EXPECT_EQ(run.status, 0) << arguments << "\n" << run.err;
+            continue;
+        }
+        EXPECT_EQ(run.status, 1) << arguments;
+        EXPECT_EQ(run.err, "orbtex: " + (dir / "in.orb") + ": " + c.refusal + "\n");
+    }
+}
+
 TEST(OrbtexConvert, ImagesAboveTheLimitsAreNamed)
 {
     ScratchDir dir;
