@@ -1,19 +1,17 @@
 #include "CliSupport.h"
 
-#include <cctype>
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
-
-#include "ORBTextureHeader.h"
-#include "ORBTextureInfo.h"
 
 namespace cli
 {
@@ -32,98 +30,160 @@ int UsageError(const std::string& command, const std::string& message)
 
 bool IsHelpFlag(const std::string& argument) { return argument == "--help" || argument == "-h"; }
 
-bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason)
+namespace
 {
-    errno = 0;
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
+
+class FileDescriptor
+{
+public:
+    explicit FileDescriptor(int fd) : m_fd(fd) {}
+    ~FileDescriptor()
     {
-        reason = errno ? std::strerror(errno) : "cannot open file";
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+std::string TooLarge(size_t maxBytes) { return "file too large: more than " + std::to_string(maxBytes) + " bytes"; }
+
+} // namespace
+
+bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason, size_t maxBytes)
+{
+    bytes.clear();
+    int fd;
+    do
+        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    while (fd < 0 && errno == EINTR);
+    if (fd < 0)
+    {
+        reason = std::string("cannot open file: ") + std::strerror(errno);
         return false;
     }
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad())
+    const FileDescriptor file(fd);
+
+    struct stat status;
+    if (::fstat(fd, &status) != 0)
     {
-        reason = "read error";
+        reason = std::string("read error: ") + std::strerror(errno);
         return false;
     }
+    if (S_ISDIR(status.st_mode))
+    {
+        reason = "is a directory";
+        return false;
+    }
+    size_t chunk = 1 << 16;
+    if (S_ISREG(status.st_mode))
+    {
+        if (uint64_t(status.st_size) > maxBytes)
+        {
+            reason = TooLarge(maxBytes);
+            return false;
+        }
+        // One read for the whole file, one more to see its end.
+        chunk = std::max(chunk, size_t(status.st_size) + 1);
+    }
+
+    size_t size = 0;
+    for (;;)
+    {
+        if (bytes.size() - size < chunk)
+            bytes.resize(size + chunk);
+        const ssize_t got = ::read(fd, bytes.data() + size, bytes.size() - size);
+        if (got < 0)
+        {
+            if (errno == EINTR)
+                continue;
+            reason = std::string("read error: ") + std::strerror(errno);
+            bytes.clear();
+            return false;
+        }
+        if (got == 0)
+            break;
+        size += size_t(got);
+        if (size > maxBytes)
+        {
+            reason = TooLarge(maxBytes);
+            bytes.clear();
+            return false;
+        }
+        chunk = std::max(chunk, size);
+    }
+    bytes.resize(size);
     return true;
 }
 
 namespace
 {
 
-std::string Hex(uint32_t value)
+using Node = PendingOutput::Node;
+
+// Uncommitted outputs, newest first. Only the main thread changes the list,
+// one atomic store at a time, so a handler interrupting it always finds a
+// whole list.
+std::atomic<Node*> gPending{nullptr};
+static_assert(std::atomic<Node*>::is_always_lock_free, "the signal handler walks the list");
+
+constexpr int kCleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+void Register(Node& node)
 {
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08X", value);
-    return text;
+    node.next.store(gPending.load());
+    gPending.store(&node);
 }
 
-// Walks a native file the way the loader does and names the first problem.
-std::string DescribeNativeFailure(FILE* file)
+void Unregister(Node& node)
 {
-    std::fseek(file, 0, SEEK_END);
-    const long end = std::ftell(file);
-    const uint64_t fileSize = end > 0 ? uint64_t(end) : 0;
-    ORBTextureHeaderV3 record;
-    std::fseek(file, 0, SEEK_SET);
-    if (std::fread(&record, ORBTEX_V3_HEADER_SIZE, 1, file) != 1)
-        return "truncated header";
-
-    uint64_t position = ORBTEX_V3_HEADER_SIZE;
-    while (record.metaDataSize != 0 && position - ORBTEX_V3_HEADER_SIZE < record.metaDataSize)
+    std::atomic<Node*>* link = &gPending;
+    for (Node* current = link->load(); current; current = link->load())
     {
-        uint32_t words[3];
-        if (fileSize - position < sizeof(words) || std::fseek(file, long(position), SEEK_SET) != 0 ||
-            std::fread(words, sizeof(words), 1, file) != 1)
-            return "metadata runs past the end of the file";
-        const std::string item = "metadata item (fourCC " + Hex(words[0]) + ", key " + std::to_string(words[1]) + ")";
-        if (words[2] == 0)
-            return "empty " + item;
-        if (words[2] > fileSize - position - sizeof(words))
-            return item + " runs past the end of the file";
-        position += sizeof(words) + words[2];
+        if (current == &node)
+        {
+            link->store(node.next.load());
+            return;
+        }
+        link = &current->next;
     }
+}
 
-    if (record.numMIPMaps == 0 || record.numSurfaces == 0 || record.numFaces == 0)
-        return "declares no surfaces";
-    const orbtexture::CORBTextureHeader header(record);
-    if (header.getDataSize() == 0 && header.getBitsPerPixel() == 0)
-        return "pixel format has no known size";
-    if (position >= fileSize)
-        return "pixel data missing";
-    return "texture too large: its data size does not fit in 32 bits";
+// Async-signal-safe: unlink, sigaction and raise only.
+void RemovePendingAndDie(int signal)
+{
+    for (Node* node = gPending.load(); node; node = node->next.load())
+        ::unlink(node->path);
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = SIG_DFL;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(signal, &action, nullptr);
+    // Blocked until the handler returns, then fatal.
+    ::raise(signal);
 }
 
 } // namespace
 
-std::string DescribeLoadFailure(const std::string& path)
+void InstallSignalCleanup()
 {
-    std::string extension = path.substr(path.find_last_of('.') == std::string::npos ? path.size()
-                                                                                     : path.find_last_of('.'));
-    for (char& c : extension)
-        c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (extension == ".ktx" || extension == ".dds" || extension == ".astc")
-        return extension.substr(1) + " files are not supported by this version";
-
-    errno = 0;
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file)
-        return errno ? std::strerror(errno) : "cannot open file";
-    uint32_t word = 0;
-    const bool haveWord = std::fread(&word, 4, 1, file) == 1;
-    std::string reason;
-    if (!haveWord)
-        reason = "file too short to be a texture";
-    else if (word == 52 || word == 44)
-        reason = "legacy .orb headers are not supported by this version";
-    else if (word != ORBTEX_VERSION_3)
-        reason = "not an .orb texture (first word " + Hex(word) + ")";
-    else
-        reason = DescribeNativeFailure(file);
-    std::fclose(file);
-    return reason;
+    for (const int signal : kCleanupSignals)
+    {
+        struct sigaction current;
+        if (::sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN)
+            continue;
+        struct sigaction action;
+        std::memset(&action, 0, sizeof action);
+        action.sa_handler = RemovePendingAndDie;
+        sigemptyset(&action.sa_mask);
+        for (const int other : kCleanupSignals)
+            sigaddset(&action.sa_mask, other);
+        ::sigaction(signal, &action, nullptr);
+    }
 }
 
 PendingOutput::PendingOutput(const std::string& destination) : m_destination(destination)
@@ -132,12 +192,16 @@ PendingOutput::PendingOutput(const std::string& destination) : m_destination(des
     const std::string name =
         "." + path.stem().string() + ".orbtex-" + std::to_string(::getpid()) + path.extension().string();
     m_temporary = (path.parent_path() / name).string();
+    m_node.path = m_temporary.c_str();
+    Register(m_node);
 }
 
 PendingOutput::~PendingOutput()
 {
+    // Removed before it leaves the list, so a signal in between finds it.
     if (!m_committed)
         std::remove(m_temporary.c_str());
+    Unregister(m_node);
 }
 
 bool PendingOutput::Commit(std::string& reason)
@@ -148,6 +212,7 @@ bool PendingOutput::Commit(std::string& reason)
         return false;
     }
     m_committed = true;
+    Unregister(m_node);
     return true;
 }
 

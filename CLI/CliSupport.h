@@ -1,6 +1,8 @@
 #ifndef ORBTEX_CLI_SUPPORT_H
 #define ORBTEX_CLI_SUPPORT_H
 
+#include <atomic>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -21,16 +23,22 @@ int UsageError(const std::string& command, const std::string& message);
 
 bool IsHelpFlag(const std::string& argument);
 
-// Why a native file did not load, as far as its first bytes tell.
-std::string DescribeLoadFailure(const std::string& path);
+// Reads a whole file, opening it once (pipes and FIFOs included); false with
+// a one-line reason on failure, in the library's wording ("is a directory",
+// "cannot open file: ...", "read error: ..."). A file of more than maxBytes
+// bytes is refused.
+bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason,
+                   size_t maxBytes = size_t(-1));
 
-// Reads a whole file; false with a reason on failure.
-bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason);
+// Makes SIGINT, SIGTERM and SIGHUP remove every uncommitted PendingOutput's
+// temporary file before the process dies of the signal. Signals that were
+// ignored when the program started stay ignored.
+void InstallSignalCleanup();
 
 // A file written under a temporary name beside its destination and renamed
-// into place by Commit, so that a failed command leaves no partial output.
-// The temporary name keeps the destination's extension. Removed on
-// destruction unless committed.
+// into place by Commit, so that a failed or interrupted command leaves no
+// partial output. The temporary name keeps the destination's extension.
+// Removed on destruction unless committed.
 class PendingOutput
 {
 public:
@@ -43,9 +51,18 @@ public:
     const std::string& Destination() const { return m_destination; }
     bool Commit(std::string& reason);
 
+    // Link of the list the signal handler walks; the handler reads only
+    // 'path' and 'next'.
+    struct Node
+    {
+        const char* path = nullptr;
+        std::atomic<Node*> next{nullptr};
+    };
+
 private:
     std::string m_destination;
     std::string m_temporary;
+    Node m_node;
     bool m_committed = false;
 };
 

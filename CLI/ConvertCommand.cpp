@@ -3,16 +3,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <thread>
 
 #include "CliSupport.h"
 #include "Commands.h"
 #include "FormatNames.h"
 #include "ImageFiles.h"
+#include "ORBTextureInfo.h"
 #include "ORBTextureUtilities.h"
 
 namespace cli
@@ -45,9 +48,12 @@ const char* const kConvertHelp =
     "  --all-surfaces         image OUT: one file per level, member and face,\n"
     "                         named OUT-levelL-memberM-faceF.EXT; depth slices\n"
     "                         are stacked vertically\n"
+    "  --allow-short          accept a .orb IN whose pixel data end early (the\n"
+    "                         missing bytes read as zeros)\n"
     "\n"
-    "'orbtex formats' lists every format and type name. Exit status: 0 done,\n"
-    "1 failed (no output file is left), 2 usage error.\n";
+    "A .orb OUT is read back and compared with what was meant to be written\n"
+    "before it replaces OUT. 'orbtex formats' lists every format and type name.\n"
+    "Exit status: 0 done, 1 failed (no output file is left), 2 usage error.\n";
 
 namespace
 {
@@ -68,6 +74,7 @@ struct ConvertOptions
     int quality = 0;
     bool dither = false;
     bool allSurfaces = false;
+    bool allowShort = false;
 };
 
 bool ParseColourSpace(const std::string& word, EORBTColourSpace& space)
@@ -123,6 +130,8 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
             options.dither = true;
         else if (argument == "--all-surfaces")
             options.allSurfaces = true;
+        else if (argument == "--allow-short")
+            options.allowShort = true;
         else if (argument.size() > 1 && argument[0] == '-')
             return UsageError("convert", "unknown option '" + argument + "'");
         else
@@ -172,6 +181,39 @@ std::string Describe(PixelType format, uint32_t type)
     return PixelFormatName(format.PixelTypeID) + " " + ChannelTypeShortName(type);
 }
 
+// Highest compressor quality of each named format's encoder, as the
+// library's codecs are built in this version: neither the ORBTC optimiser
+// (2 and up) nor the exhaustive ETC1 and ETC2 colour searches (2 to 5) are;
+// ETC2 with 1-bit alpha and EAC take every quality up to 5. Other targets
+// ignore the quality.
+struct QualityLimit
+{
+    uint32_t format;
+    int highest;
+};
+constexpr QualityLimit kQualityLimits[] = {
+    {orbtexture::ePF_ORBTC_2bpp_RGB, 1}, {orbtexture::ePF_ORBTC_2bpp_RGBA, 1}, {orbtexture::ePF_ORBTC_4bpp_RGB, 1},
+    {orbtexture::ePF_ORBTC_4bpp_RGBA, 1}, {orbtexture::ePF_ETC1, 1},          {orbtexture::ePF_ETC2_RGB, 1},
+    {orbtexture::ePF_ETC2_RGBA, 1},       {orbtexture::ePF_ETC2_RGB_A1, 5},   {orbtexture::ePF_EAC_R11, 5},
+    {orbtexture::ePF_EAC_RG11, 5},
+};
+
+bool QualitySupported(PixelType target, int quality, std::string& reason)
+{
+    if (!target.isNamedFormat())
+        return true;
+    for (const QualityLimit& limit : kQualityLimits)
+        if (limit.format == target.lowWord() && quality > limit.highest)
+        {
+            reason = "quality " + std::to_string(quality) + " of " + PixelFormatName(target.PixelTypeID) +
+                     " is not supported by this version (" +
+                     (limit.highest == 1 ? std::string("0 and 1") : "0 to " + std::to_string(limit.highest)) +
+                     " are)";
+            return false;
+        }
+    return true;
+}
+
 bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string& reason)
 {
     if (IsReadableImageExtension(FileExtension(options.input)))
@@ -181,10 +223,90 @@ bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string&
         return LoadImageFile(options.input, space, texture, reason);
     }
     texture = CORBTexture(options.input.c_str());
-    if (texture.getDataPtr())
-        return true;
-    reason = DescribeLoadFailure(options.input);
-    return false;
+    if (!texture.getDataPtr())
+    {
+        reason = ORBTGetLastError();
+        return false;
+    }
+    const uint64_t shortfall = ORBTGetLastLoadShortfall();
+    if (shortfall && !options.allowShort)
+    {
+        reason = "pixel data short by " + std::to_string(shortfall) + " bytes";
+        return false;
+    }
+    return true;
+}
+
+// Test hook: ORBTEX_TEST_PAUSE_BEFORE_COMMIT=SECONDS keeps written outputs
+// under their temporary names that long before they are checked and renamed.
+void PauseBeforeCommit()
+{
+    const char* value = std::getenv("ORBTEX_TEST_PAUSE_BEFORE_COMMIT");
+    const long seconds = value ? std::strtol(value, nullptr, 10) : 0;
+    if (seconds > 0)
+        std::this_thread::sleep_for(std::chrono::seconds(std::min(seconds, 600L)));
+}
+
+// Reads a written native file back as a memory image and compares header
+// record, metadata items and pixel data with 'expected'; the difference or the
+// loader's reason on failure.
+bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string& reason)
+{
+    std::vector<unsigned char> bytes;
+    if (!ReadFileBytes(path, bytes, reason))
+        return false;
+    const CORBTexture loaded(bytes.data(), bytes.size());
+    bytes = std::vector<unsigned char>();
+    if (!loaded.getDataPtr())
+    {
+        reason = ORBTGetLastError();
+        return false;
+    }
+    const ORBTextureHeaderV3 written = expected.getFileHeader(), read = loaded.getFileHeader();
+    if (std::memcmp(&written, &read, sizeof written) != 0)
+    {
+        reason = "header differs";
+        return false;
+    }
+    std::vector<const MetaDataBlock*> writtenItems, readItems;
+    expected.forEachMetaData([&](const MetaDataBlock& block) { writtenItems.push_back(&block); });
+    loaded.forEachMetaData([&](const MetaDataBlock& block) { readItems.push_back(&block); });
+    const auto sameItem = [](const MetaDataBlock* a, const MetaDataBlock* b) {
+        return a->fourCC == b->fourCC && a->key == b->key && a->dataSize == b->dataSize &&
+               (a->dataSize == 0 || std::memcmp(a->data, b->data, a->dataSize) == 0);
+    };
+    if (!std::equal(writtenItems.begin(), writtenItems.end(), readItems.begin(), readItems.end(), sameItem))
+    {
+        reason = "metadata differ";
+        return false;
+    }
+    if (std::memcmp(expected.getDataPtr(), loaded.getDataPtr(), expected.getDataSize()) != 0)
+    {
+        reason = "pixel data differ";
+        return false;
+    }
+    return true;
+}
+
+// A native file under a temporary name, checked, then renamed into place.
+bool WriteTexture(const std::string& path, CORBTexture& texture, std::string& reason)
+{
+    // addMetaData of a key already present counts the item twice.
+    texture.recountMetaDataSize();
+    PendingOutput output(path);
+    errno = 0;
+    if (!texture.saveFile(output.TemporaryPath().c_str()))
+    {
+        reason = std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : "");
+        return false;
+    }
+    PauseBeforeCommit();
+    if (!LoadsBack(output.TemporaryPath(), texture, reason))
+    {
+        reason = "written file does not load back: " + reason;
+        return false;
+    }
+    return output.Commit(reason);
 }
 
 // Image files of one surface, or of every surface; written under temporary
@@ -226,6 +348,7 @@ bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std:
                     return false;
                 }
             }
+    PauseBeforeCommit();
     for (auto& output : outputs)
         if (!output->Commit(reason))
         {
@@ -292,6 +415,11 @@ int RunConvert(const std::vector<std::string>& arguments)
         PrintError(options.input, "no encoder for " + PixelFormatName(targetFormat.PixelTypeID) + " in this version");
         return kExitFailure;
     }
+    if (!QualitySupported(targetFormat, options.quality, reason))
+    {
+        PrintError(options.input, reason);
+        return kExitFailure;
+    }
     if (!orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
                                orbtexture::ECompressorQuality(options.quality), options.dither))
     {
@@ -311,14 +439,7 @@ int RunConvert(const std::vector<std::string>& arguments)
         return kExitOk;
     }
 
-    PendingOutput output(options.output);
-    errno = 0;
-    if (!texture.saveFile(output.TemporaryPath().c_str()))
-    {
-        PrintError(options.output, std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : ""));
-        return kExitFailure;
-    }
-    if (!output.Commit(reason))
+    if (!WriteTexture(options.output, texture, reason))
     {
         PrintError(options.output, reason);
         return kExitFailure;

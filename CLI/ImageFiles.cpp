@@ -4,13 +4,17 @@
 #include <cerrno>
 #include <cstring>
 #include <climits>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 #include <stb_image.h>
 #include <stb_image_write.h>
 
 #include "CliSupport.h"
+#include "FormatNames.h"
+#include "ORBTextureInfo.h"
 
 namespace cli
 {
@@ -40,60 +44,113 @@ bool IsWritableImageExtension(const std::string& extension)
     return extension == ".png" || extension == ".tga" || extension == ".bmp";
 }
 
+namespace
+{
+
+// stb's STBI_MAX_DIMENSIONS as the system's stb is built (its default); the
+// header keeps the macro inside its implementation section.
+constexpr uint32_t kDecoderMaxSide = 1u << 24;
+
+uint32_t BigEndian32(const unsigned char* bytes)
+{
+    return uint32_t(bytes[0]) << 24 | uint32_t(bytes[1]) << 16 | uint32_t(bytes[2]) << 8 | bytes[3];
+}
+
+// Size and channel depth from a PNG's IHDR chunk, which stb refuses to report
+// for sizes above its limit; false if the bytes do not start a PNG.
+bool ReadPngHeader(const std::vector<unsigned char>& bytes, uint32_t& width, uint32_t& height,
+                   unsigned& channelBytes)
+{
+    static const unsigned char kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    if (bytes.size() < 25 || std::memcmp(bytes.data(), kSignature, 8) != 0 ||
+        std::memcmp(bytes.data() + 12, "IHDR", 4) != 0)
+        return false;
+    width = BigEndian32(bytes.data() + 16);
+    height = BigEndian32(bytes.data() + 20);
+    channelBytes = bytes[24] == 16 ? 2 : 1;
+    return true;
+}
+
+std::string PixelCount(uint32_t width, uint32_t height)
+{
+    return std::to_string(width) + " x " + std::to_string(height) + " pixels";
+}
+
+} // namespace
+
 bool LoadImageFile(const std::string& path, orbtexture::EORBTColourSpace colourSpace, CORBTexture& texture,
                    std::string& reason)
 {
+    // stb takes the size as an int.
     std::vector<unsigned char> bytes;
-    if (!ReadFileBytes(path, bytes, reason))
+    if (!ReadFileBytes(path, bytes, reason, size_t(INT_MAX)))
         return false;
-    if (bytes.size() > size_t(INT_MAX))
-    {
-        reason = "file too large";
-        return false;
-    }
     const int size = int(bytes.size());
 
-    int width = 0, height = 0, channels = 0;
-    if (!stbi_info_from_memory(bytes.data(), size, &width, &height, &channels))
+    uint32_t width = 0, height = 0;
+    unsigned channelBytes = 1;
+    if (!ReadPngHeader(bytes, width, height, channelBytes))
     {
-        reason = std::string("not a readable image: ") + stbi_failure_reason();
-        return false;
+        int w = 0, h = 0, channels = 0;
+        if (!stbi_info_from_memory(bytes.data(), size, &w, &h, &channels))
+        {
+            reason = std::string("not a readable image: ") + stbi_failure_reason();
+            return false;
+        }
+        width = uint32_t(w);
+        height = uint32_t(h);
+        channelBytes = stbi_is_hdr_from_memory(bytes.data(), size)        ? 4
+                       : stbi_is_16_bit_from_memory(bytes.data(), size) ? 2
+                                                                         : 1;
     }
-    // Four channels of at most four bytes: the block must stay below 4 GiB.
-    if (uint64_t(width) * uint64_t(height) * 16 > UINT32_MAX)
+    if (width > kDecoderMaxSide || height > kDecoderMaxSide)
     {
-        reason = "image too large";
+        reason = "image too large: " + PixelCount(width, height) + ", above the decoder's limit of " +
+                 std::to_string(kDecoderMaxSide) + " pixels a side";
         return false;
     }
 
-    uint64_t format = orbtexture::ORBStandard8PixelType;
-    orbtexture::EORBTVariableType type = orbtexture::eVarUnsignedByteNorm;
-    void* pixels = nullptr;
-    if (stbi_is_hdr_from_memory(bytes.data(), size))
+    const uint64_t format = channelBytes == 4   ? orbtexture::ORBStandard32PixelType
+                            : channelBytes == 2 ? orbtexture::ORBStandard16PixelType
+                                                : orbtexture::ORBStandard8PixelType;
+    const orbtexture::EORBTVariableType type = channelBytes == 4   ? orbtexture::eVarSignedFloat
+                                               : channelBytes == 2 ? orbtexture::eVarUnsignedShortNorm
+                                                                   : orbtexture::eVarUnsignedByteNorm;
+    const uint64_t needed = uint64_t(width) * height * 4 * channelBytes;
+    const std::string needs =
+        "image too large: " + PixelCount(width, height) + " need " + std::to_string(needed) + " bytes as " +
+        PixelFormatName(format) + ", above ";
+    if (needed > ORBTGetLoadLimit())
     {
-        format = orbtexture::ORBStandard32PixelType;
-        type = orbtexture::eVarSignedFloat;
-        pixels = stbi_loadf_from_memory(bytes.data(), size, &width, &height, &channels, 4);
+        reason = needs + "the load limit of " + std::to_string(ORBTGetLoadLimit()) + " bytes";
+        return false;
     }
-    else if (stbi_is_16_bit_from_memory(bytes.data(), size))
+    if (needed > UINT32_MAX)
     {
-        format = orbtexture::ORBStandard16PixelType;
-        type = orbtexture::eVarUnsignedShortNorm;
-        pixels = stbi_load_16_from_memory(bytes.data(), size, &width, &height, &channels, 4);
+        reason = needs + "the " + std::to_string(UINT32_MAX) + " bytes a texture holds";
+        return false;
     }
+
+    int w = 0, h = 0, channels = 0;
+    void* decoded = nullptr;
+    if (channelBytes == 4)
+        decoded = stbi_loadf_from_memory(bytes.data(), size, &w, &h, &channels, 4);
+    else if (channelBytes == 2)
+        decoded = stbi_load_16_from_memory(bytes.data(), size, &w, &h, &channels, 4);
     else
-        pixels = stbi_load_from_memory(bytes.data(), size, &width, &height, &channels, 4);
+        decoded = stbi_load_from_memory(bytes.data(), size, &w, &h, &channels, 4);
+    const std::unique_ptr<void, void (*)(void*)> pixels(decoded, stbi_image_free);
     if (!pixels)
     {
         reason = std::string("cannot decode image: ") + stbi_failure_reason();
         return false;
     }
-
-    CORBTextureHeader header(format, uint32_t(height), uint32_t(width));
+    bytes = std::vector<unsigned char>();
+    // The decoder's own reading of the size rules.
+    CORBTextureHeader header(format, uint32_t(h), uint32_t(w));
     header.setChannelType(type);
     header.setColourSpace(colourSpace);
-    texture = CORBTexture(header, pixels);
-    stbi_image_free(pixels);
+    texture = CORBTexture(header, pixels.get());
     return true;
 }
 

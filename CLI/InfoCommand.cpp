@@ -10,17 +10,22 @@
 #include "Commands.h"
 #include "FormatNames.h"
 #include "ORBTexture.h"
+#include "ORBTextureInfo.h"
 
 namespace cli
 {
 
 const char* const kInfoHelp =
-    "usage: orbtex info FILE...\n"
+    "usage: orbtex info [--allow-short] FILE...\n"
     "\n"
     "Prints, for each texture file, its size, MIP levels, array members, faces,\n"
     "pixel format, channel type, colour space, premultiplication, data size and\n"
     "every metadata item. The library's own items (orientation, border, bump map,\n"
-    "cube-map order, atlas, padding) are decoded.\n"
+    "cube-map order, atlas, padding) are decoded. Only the header and metadata\n"
+    "are read into memory.\n"
+    "\n"
+    "A file whose pixel data are shorter than its header declares is an error;\n"
+    "with --allow-short it is described, with a line giving the missing bytes.\n"
     "\n"
     "Exit status: 0 if every file was read, 1 if any could not be, 2 on a usage error.\n";
 
@@ -48,7 +53,7 @@ std::string FourCCText(uint32_t fourCC)
 }
 
 // Decodes the library's own items; empty for anything else.
-std::string DescribeOwnItem(const orbtexture::CORBTexture& texture, const MetaDataBlock& block)
+std::string DescribeOwnItem(const orbtexture::CORBTextureHeader& header, const MetaDataBlock& block)
 {
     using namespace orbtexture;
     std::ostringstream out;
@@ -58,7 +63,7 @@ std::string DescribeOwnItem(const orbtexture::CORBTexture& texture, const MetaDa
     {
         const uint32_t members = block.dataSize / sizeof(float);
         out << "texture atlas, " << members << " float" << (members == 1 ? "" : "s");
-        const float* values = texture.getTextureAtlasData();
+        const float* values = header.getTextureAtlasData();
         if (values && members)
         {
             out << ":";
@@ -71,19 +76,19 @@ std::string DescribeOwnItem(const orbtexture::CORBTexture& texture, const MetaDa
         break;
     }
     case eMetaBumpData:
-        out << "bump map, scale " << texture.getBumpMapScale() << ", order \"" << texture.getBumpMapOrder().c_str()
+        out << "bump map, scale " << header.getBumpMapScale() << ", order \"" << header.getBumpMapOrder().c_str()
             << "\"";
         break;
-    case eMetaCubeMapOrder: out << "cube-map order \"" << texture.getCubeMapOrder().c_str() << "\""; break;
+    case eMetaCubeMapOrder: out << "cube-map order \"" << header.getCubeMapOrder().c_str() << "\""; break;
     case eMetaOrientation:
-        out << "orientation x " << (texture.getOrientation(eAxisX) ? "left" : "right") << ", y "
-            << (texture.getOrientation(eAxisY) ? "up" : "down") << ", z "
-            << (texture.getOrientation(eAxisZ) ? "out" : "in");
+        out << "orientation x " << (header.getOrientation(eAxisX) ? "left" : "right") << ", y "
+            << (header.getOrientation(eAxisY) ? "up" : "down") << ", z "
+            << (header.getOrientation(eAxisZ) ? "out" : "in");
         break;
     case eMetaBorder:
     {
         uint32_t x, y, z;
-        texture.getBorder(x, y, z);
+        header.getBorder(x, y, z);
         out << "border " << x << " x " << y << " x " << z;
         break;
     }
@@ -93,39 +98,33 @@ std::string DescribeOwnItem(const orbtexture::CORBTexture& texture, const MetaDa
     return out.str();
 }
 
-void PrintTexture(const std::string& path, const orbtexture::CORBTexture& texture)
+void PrintTexture(const std::string& path, const orbtexture::CORBTextureHeader& header, uint64_t shortfall)
 {
     std::cout << path << "\n"
-              << "  size:           " << texture.getWidth() << " x " << texture.getHeight() << " x "
-              << texture.getDepth() << "\n"
-              << "  MIP levels:     " << texture.getNumMIPLevels() << "\n"
-              << "  array members:  " << texture.getNumArrayMembers() << "\n"
-              << "  faces:          " << texture.getNumFaces() << "\n"
-              << "  pixel format:   " << PixelFormatName(texture.getPixelType().PixelTypeID) << "\n"
-              << "  channel type:   " << ChannelTypeName(texture.getChannelType()) << "\n"
-              << "  colour space:   " << ColourSpaceName(texture.getColourSpace()) << "\n"
-              << "  premultiplied:  " << (texture.isPreMultiplied() ? "yes" : "no") << "\n"
-              << "  data size:      " << texture.getDataSize() << " bytes\n";
+              << "  size:           " << header.getWidth() << " x " << header.getHeight() << " x "
+              << header.getDepth() << "\n"
+              << "  MIP levels:     " << header.getNumMIPLevels() << "\n"
+              << "  array members:  " << header.getNumArrayMembers() << "\n"
+              << "  faces:          " << header.getNumFaces() << "\n"
+              << "  pixel format:   " << PixelFormatName(header.getPixelType().PixelTypeID) << "\n"
+              << "  channel type:   " << ChannelTypeName(header.getChannelType()) << "\n"
+              << "  colour space:   " << ColourSpaceName(header.getColourSpace()) << "\n"
+              << "  premultiplied:  " << (header.isPreMultiplied() ? "yes" : "no") << "\n"
+              << "  data size:      " << header.getDataSize() << " bytes\n";
 
-    const orbtexture::MetaDataMap& map = *texture.getMetaDataMap();
     unsigned items = 0;
-    for (unsigned i = 0; i < map.GetSize(); ++i)
-        items += map.GetValue(i).GetSize();
+    header.forEachMetaData([&](const MetaDataBlock&) { ++items; });
     std::cout << "  metadata:       " << items << " item" << (items == 1 ? "" : "s") << ", "
-              << texture.getMetaDataSize() << " bytes\n";
-    for (unsigned i = 0; i < map.GetSize(); ++i)
-    {
-        const orbtexture::MetaDataKeyMap& keys = map.GetValue(i);
-        for (unsigned j = 0; j < keys.GetSize(); ++j)
-        {
-            const MetaDataBlock& block = keys.GetValue(j);
-            std::cout << "    fourCC " << FourCCText(block.fourCC) << ", key " << block.key << ", " << block.dataSize
-                      << " bytes";
-            if (block.fourCC == ORBTEX_METADATA_FOURCC)
-                std::cout << ": " << DescribeOwnItem(texture, block);
-            std::cout << "\n";
-        }
-    }
+              << header.getMetaDataSize() << " bytes\n";
+    header.forEachMetaData([&](const MetaDataBlock& block) {
+        std::cout << "    fourCC " << FourCCText(block.fourCC) << ", key " << block.key << ", " << block.dataSize
+                  << " bytes";
+        if (block.fourCC == ORBTEX_METADATA_FOURCC)
+            std::cout << ": " << DescribeOwnItem(header, block);
+        std::cout << "\n";
+    });
+    if (shortfall)
+        std::cout << "  short data:     " << shortfall << " bytes of pixel data missing (read as zeros)\n";
 }
 
 } // namespace
@@ -133,6 +132,7 @@ void PrintTexture(const std::string& path, const orbtexture::CORBTexture& textur
 int RunInfo(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> files;
+    bool allowShort = false;
     for (const std::string& argument : arguments)
     {
         if (IsHelpFlag(argument))
@@ -140,9 +140,12 @@ int RunInfo(const std::vector<std::string>& arguments)
             std::cout << kInfoHelp;
             return kExitOk;
         }
-        if (argument.size() > 1 && argument[0] == '-')
+        if (argument == "--allow-short")
+            allowShort = true;
+        else if (argument.size() > 1 && argument[0] == '-')
             return UsageError("info", "unknown option '" + argument + "'");
-        files.push_back(argument);
+        else
+            files.push_back(argument);
     }
     if (files.empty())
         return UsageError("info", "info needs at least one FILE");
@@ -150,16 +153,23 @@ int RunInfo(const std::vector<std::string>& arguments)
     int status = kExitOk;
     for (size_t i = 0; i < files.size(); ++i)
     {
-        const orbtexture::CORBTexture texture(files[i].c_str());
-        if (!texture.getDataPtr())
+        orbtexture::CORBTextureHeader header;
+        if (!ORBTReadTextureHeader(files[i].c_str(), header))
         {
-            PrintError(files[i], DescribeLoadFailure(files[i]));
+            PrintError(files[i], ORBTGetLastError());
+            status = kExitFailure;
+            continue;
+        }
+        const uint64_t shortfall = ORBTGetLastLoadShortfall();
+        if (shortfall && !allowShort)
+        {
+            PrintError(files[i], "pixel data short by " + std::to_string(shortfall) + " bytes");
             status = kExitFailure;
             continue;
         }
         if (i)
             std::cout << "\n";
-        PrintTexture(files[i], texture);
+        PrintTexture(files[i], header, shortfall);
     }
     return status;
 }

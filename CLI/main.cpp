@@ -1,6 +1,8 @@
 // orbtex: command-line front end of ORBTexLib.
 
+#include <exception>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -31,9 +33,7 @@ void PrintUsage(std::ostream& out)
            "'orbtex COMMAND --help' describes a command.\n";
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int Run(int argc, char** argv)
 {
     if (argc < 2)
     {
@@ -60,4 +60,30 @@ int main(int argc, char** argv)
         if (name == command.name)
             return command.run(std::vector<std::string>(argv + 2, argv + argc));
     return cli::UsageError("", "unknown command '" + name + "'");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    cli::InstallSignalCleanup();
+    // Last resort: the commands report their own failures, and nothing else
+    // may end the program without a line saying why.
+    try
+    {
+        return Run(argc, argv);
+    }
+    catch (const std::bad_alloc&)
+    {
+        std::cerr << "orbtex: out of memory\n";
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "orbtex: unexpected error: " << error.what() << "\n";
+    }
+    catch (...)
+    {
+        std::cerr << "orbtex: unexpected error\n";
+    }
+    return cli::kExitFailure;
 }

@@ -127,8 +127,80 @@ TEST(OrbtexCli, InfoReportsEachBadFileOnOneLine)
     EXPECT_NE(run.err.find("huge.orb: texture too large"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("empty-item.orb: empty metadata item (fourCC 0x45454545, key 4)"), std::string::npos)
         << run.err;
-    EXPECT_NE(run.err.find("missing.orb: No such file or directory"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("missing.orb: cannot open file: No such file or directory"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("garbage.orb: not an .orb texture"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("truncated.orb: truncated header"), std::string::npos) << run.err;
     EXPECT_NE(run.out.find("good.orb"), std::string::npos);
+}
+
+namespace
+{
+
+// A native file of an rgba8 texture of the given size holding 'dataBytes' bytes of pixel data.
+std::vector<uint8_t> NativeFile(uint32_t width, uint32_t height, size_t dataBytes)
+{
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = ORBStandard8PixelType;
+    record.width = width;
+    record.height = height;
+    std::vector<uint8_t> bytes(sizeof record + dataBytes, 0x5A);
+    std::memcpy(bytes.data(), &record, sizeof record);
+    return bytes;
+}
+
+} // namespace
+
+// info reads headers only: a header declaring 4 GiB over a 56-byte file is
+// answered at once, and data shorter than declared are an error unless allowed.
+TEST(OrbtexCli, InfoRefusesShortPixelDataUnlessAllowed)
+{
+    ScratchDir dir;
+    testsupport::WriteBytes(dir / "vast.orb", NativeFile(65535, 16384, 4));
+    testsupport::WriteBytes(dir / "short.orb", NativeFile(2, 2, 13));
+    testsupport::WriteBytes(dir / "whole.orb", NativeFile(2, 2, 16));
+    const std::string files = "'" + (dir / "vast.orb") + "' '" + (dir / "short.orb") + "' '" + (dir / "whole.orb") + "'";
+
+    RunResult run = Orbtex(dir, "info " + files);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + (dir / "vast.orb") + ": pixel data short by 4294901756 bytes\n" + "orbtex: " +
+                           (dir / "short.orb") + ": pixel data short by 3 bytes\n");
+    EXPECT_EQ(run.out.find("vast.orb"), std::string::npos);
+    EXPECT_NE(run.out.find("whole.orb"), std::string::npos);
+
+    run = Orbtex(dir, "info --allow-short " + files);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(run.err.empty()) << run.err;
+    EXPECT_NE(run.out.find("size:           65535 x 16384 x 1"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("data size:      4294901760 bytes\n  metadata:       0 items, 0 bytes\n"
+                           "  short data:     4294901756 bytes of pixel data missing (read as zeros)\n"),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find("short data:     3 bytes"), std::string::npos) << run.out;
+    // Only the short files carry the line.
+    size_t lines = 0;
+    for (size_t at = run.out.find("short data:"); at != std::string::npos; at = run.out.find("short data:", at + 1))
+        ++lines;
+    EXPECT_EQ(lines, 2u);
+}
+
+// Files starting with the size of an older header are named as such.
+TEST(OrbtexCli, LegacyHeadersAreNamed)
+{
+    ScratchDir dir;
+    for (const uint32_t word : {52u, 44u})
+    {
+        std::vector<uint8_t> bytes = NativeFile(2, 2, 16);
+        testsupport::PutValue<uint32_t>(bytes, 0, word);
+        const std::string path = dir / ("legacy" + std::to_string(word) + ".orb");
+        testsupport::WriteBytes(path, bytes);
+        const std::string expected = "orbtex: " + path + ": legacy .orb header (version " +
+                                     (word == 52 ? "2" : "1") + ") is not supported by this version\n";
+        for (const std::string& command : {"info '" + path + "'", "convert '" + path + "' '" + (dir / "out.orb") + "'"})
+        {
+            const RunResult run = Orbtex(dir, command);
+            EXPECT_EQ(run.status, 1) << command;
+            EXPECT_EQ(run.err, expected) << command;
+        }
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
 }

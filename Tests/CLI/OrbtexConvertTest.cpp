@@ -107,6 +107,32 @@ std::vector<uint8_t> Png16(const std::vector<uint16_t>& rgba)
     return png;
 }
 
+// A PNG of signature, IHDR and IEND only: enough for its size to be read.
+std::vector<uint8_t> PngHeader(uint32_t width, uint32_t height, uint8_t bitDepth)
+{
+    std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    std::vector<uint8_t> header;
+    AppendBigEndian(header, width);
+    AppendBigEndian(header, height);
+    header.insert(header.end(), {bitDepth, 6, 0, 0, 0});
+    AppendChunk(png, "IHDR", header);
+    AppendChunk(png, "IEND", {});
+    return png;
+}
+
+// A 24-bit BMP header without pixels.
+std::vector<uint8_t> BmpHeader(uint32_t width, uint32_t height)
+{
+    std::vector<uint8_t> bmp = {'B', 'M'};
+    for (const uint32_t value : {54u, 0u, 54u, 40u, width, height})
+        testsupport::AppendValue(bmp, value);
+    testsupport::AppendValue<uint16_t>(bmp, 1);
+    testsupport::AppendValue<uint16_t>(bmp, 24);
+    for (int i = 0; i < 6; ++i)
+        testsupport::AppendValue<uint32_t>(bmp, 0);
+    return bmp;
+}
+
 } // namespace
 
 TEST(OrbtexConvert, OrbToPngToOrbKeepsEveryByte)
@@ -251,8 +277,8 @@ TEST(OrbtexConvert, ErrorsNameTheFileAndLeaveNoOutput)
         {"convert " + in + " " + out + " --format r7g8", 1, "15 bits per pixel is not a whole number of bytes"},
         {"convert " + in + " " + out + " --type huge", 1, "in.orb: unknown channel type 'huge'"},
         {"convert " + in + " " + out + " --format DXT1", 1, "in.orb: no encoder for DXT1"},
-        {"convert " + Quote(dir / "missing.png") + " " + out, 1, "missing.png: No such file or directory"},
-        {"convert " + Quote(dir / "missing.orb") + " " + out, 1, "missing.orb: No such file or directory"},
+        {"convert " + Quote(dir / "missing.png") + " " + out, 1, "missing.png: cannot open file: No such file or directory"},
+        {"convert " + Quote(dir / "missing.orb") + " " + out, 1, "missing.orb: cannot open file: No such file or directory"},
         {"convert " + in + " " + Quote(dir / "nowhere/out.png"), 1, "nowhere/out.png: cannot write file"},
         {"convert " + in + " " + Quote(dir / "out.xyz"), 1, "out.xyz: cannot write '.xyz' files"},
         {"convert " + in + " " + out + " --colour-space purple", 2, "--colour-space is linear or srgb"},
@@ -288,4 +314,133 @@ TEST(OrbtexConvert, FormatsListsEveryName)
                              "sf ", "SignedFloat", "uf ", "linear, srgb"})
         EXPECT_NE(run.out.find(name), std::string::npos) << name;
     EXPECT_EQ(run.out.find("NumCompressed"), std::string::npos);
+}
+
+// A file may repeat a metadata key; the loader keeps the later item but
+// counts both in the header, and the output must still describe what it holds.
+TEST(OrbtexConvert, RepeatedMetaDataKeyGivesAFileThatLoads)
+{
+    ScratchDir dir;
+    std::vector<uint8_t> bytes;
+    ORBTextureHeaderV3 record;
+    record.pixelFormat = ORBStandard8PixelType;
+    record.width = record.height = 2;
+    record.metaDataSize = (12 + 4) + (12 + 8);
+    testsupport::AppendValue(bytes, record);
+    for (const uint32_t size : {4u, 8u})
+    {
+        for (const uint32_t word : {0x54534554u, 7u, size})
+            testsupport::AppendValue(bytes, word);
+        for (uint32_t i = 0; i < size; ++i)
+            bytes.push_back(uint8_t(size * 16 + i));
+    }
+    for (uint8_t i = 0; i < 16; ++i)
+        bytes.push_back(uint8_t(200 + i));
+    testsupport::WriteBytes(dir / "twice.orb", bytes);
+
+    const RunResult run = Orbtex(dir, "convert " + Quote(dir / "twice.orb") + " " + Quote(dir / "out.orb"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    const CORBTexture out((dir / "out.orb").c_str());
+    ASSERT_NE(out.getDataPtr(), nullptr) << ORBTGetLastError();
+    EXPECT_EQ(out.getMetaDataSize(), 12u + 8u);
+    const MetaDataBlock item = out.getMetaData(0x54534554u, 7);
+    ASSERT_EQ(item.dataSize, 8u);
+    EXPECT_EQ(std::vector<uint8_t>(item.data, item.data + 8), (std::vector<uint8_t>{128, 129, 130, 131, 132, 133, 134, 135}));
+    EXPECT_EQ(Bytes(out, 16), std::vector<uint8_t>(bytes.end() - 16, bytes.end()));
+}
+
+TEST(OrbtexConvert, ShortInputNeedsAllowShort)
+{
+    ScratchDir dir;
+    std::vector<uint8_t> bytes;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    bytes = testsupport::ReadBytes(dir / "in.orb");
+    bytes.resize(bytes.size() - 5);
+    testsupport::WriteBytes(dir / "short.orb", bytes);
+
+    RunResult run = Orbtex(dir, "convert " + Quote(dir / "short.orb") + " " + Quote(dir / "out.orb"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + (dir / "short.orb") + ": pixel data short by 5 bytes\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
+
+    run = Orbtex(dir, "convert " + Quote(dir / "short.orb") + " " + Quote(dir / "out.orb") + " --allow-short");
+    ASSERT_EQ(run.status, 0) << run.err;
+    const CORBTexture out((dir / "out.orb").c_str());
+    ASSERT_NE(out.getDataPtr(), nullptr);
+    const std::vector<uint8_t> pixels = Bytes(out, 128);
+    EXPECT_EQ(std::vector<uint8_t>(pixels.begin(), pixels.end() - 5), Bytes(Pattern(), 123));
+    EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 5, pixels.end()), std::vector<uint8_t>(5, 0));
+}
+
+// Qualities follow the codecs built: ORBTC and ETC1/ETC2 colour take 0 and 1,
+// ETC2 with 1-bit alpha and EAC up to 5.
+TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    const std::string in = Quote(dir / "in.orb");
+    const std::string out = Quote(dir / "out.orb");
+    struct Case
+    {
+        const char* format;
+        int quality;
+        const char* refusal; // null: converts
+    };
+    const Case cases[] = {
+        {"ETC1", 1, nullptr},
+        {"ETC1", 2, "quality 2 of ETC1 is not supported by this version (0 and 1 are)"},
+        {"ETC2_RGBA", 5, "quality 5 of ETC2_RGBA is not supported by this version (0 and 1 are)"},
+        {"ORBTC_4bpp_RGB", 1, nullptr},
+        {"ORBTC_4bpp_RGB", 2, "quality 2 of ORBTC_4bpp_RGB is not supported by this version (0 and 1 are)"},
+        {"ETC2_RGB_A1", 5, nullptr},
+        {"ETC2_RGB_A1", 6, "quality 6 of ETC2_RGB_A1 is not supported by this version (0 to 5 are)"},
+        {"r5g6b5", 9, nullptr},
+    };
+    for (const Case& c : cases)
+    {
+        const std::string arguments =
+            "convert " + in + " " + out + " --format " + c.format + " --quality " + std::to_string(c.quality);
+        const RunResult run = Orbtex(dir, arguments);
+        if (!c.refusal)
+        {
+            EXPECT_EQ(run.status, 0) << arguments << "\n" << run.err;
+            continue;
+        }
+        EXPECT_EQ(run.status, 1) << arguments;
+        EXPECT_EQ(run.err, "orbtex: " + (dir / "in.orb") + ": " + c.refusal + "\n");
+    }
+}
+
+TEST(OrbtexConvert, ImagesAboveTheLimitsAreNamed)
+{
+    ScratchDir dir;
+    const std::string side = "above the decoder's limit of 16777216 pixels a side";
+    struct Case
+    {
+        const char* name;
+        std::vector<uint8_t> bytes;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"wide.png", PngHeader(20000000, 1, 8), "image too large: 20000000 x 1 pixels, " + side},
+        {"tall.png", PngHeader(1, 16777217, 8), "image too large: 1 x 16777217 pixels, " + side},
+        {"wide.bmp", BmpHeader(16777217, 1), "image too large: 16777217 x 1 pixels, " + side},
+        {"square.png", PngHeader(20000, 20000, 8),
+         "image too large: 20000 x 20000 pixels need 1600000000 bytes as r8g8b8a8, above the load limit of "
+         "1073741824 bytes"},
+        // Half the pixels, but two bytes a channel.
+        {"deep.png", PngHeader(12000, 12000, 16),
+         "image too large: 12000 x 12000 pixels need 1152000000 bytes as r16g16b16a16, above the load limit of "
+         "1073741824 bytes"},
+        // At the side limit, the missing image data are what fails.
+        {"edge.png", PngHeader(16777216, 1, 8), "cannot decode image: "},
+    };
+    for (const Case& c : cases)
+    {
+        testsupport::WriteBytes(dir / c.name, c.bytes);
+        const RunResult run = Orbtex(dir, "convert " + Quote(dir / c.name) + " " + Quote(dir / "out.orb"));
+        EXPECT_EQ(run.status, 1) << c.name;
+        EXPECT_EQ(run.err.rfind("orbtex: " + (dir / c.name) + ": " + c.message, 0), 0u) << run.err;
+        EXPECT_EQ(CountLines(run.err), 1) << run.err;
+    }
 }

@@ -3,10 +3,17 @@
 
 // Runs the built orbtex program in a scratch directory.
 
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "../Support/TestFiles.h"
 
@@ -40,6 +47,68 @@ inline int CountLines(const std::string& text)
     for (char c : text)
         lines += c == '\n';
     return lines;
+}
+
+// Starts orbtex with 'arguments' and, if given, the environment variable
+// 'variable' set; its output goes to dir/stdout and dir/stderr. Interrupt and
+// termination act by default whatever the test runner ignores.
+inline pid_t SpawnOrbtex(const ScratchDir& dir, const std::vector<std::string>& arguments,
+                         const std::string& variable = "", const std::string& value = "")
+{
+    const std::string out = dir / "stdout", err = dir / "stderr";
+    std::vector<std::string> words = {ORBTEX_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    const pid_t pid = ::fork();
+    if (pid == 0)
+    {
+        ::signal(SIGINT, SIG_DFL);
+        ::signal(SIGTERM, SIG_DFL);
+        const int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (o < 0 || e < 0 || ::dup2(o, 1) < 0 || ::dup2(e, 2) < 0)
+            ::_exit(127);
+        if (!variable.empty())
+            ::setenv(variable.c_str(), value.c_str(), 1);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+    return pid;
+}
+
+// The wait status of a spawned orbtex; -1 if it ran past 'seconds' (it is
+// then killed).
+inline int WaitOrbtex(pid_t pid, int seconds = 30)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    int status = 0;
+    while (::waitpid(pid, &status, WNOHANG) == 0)
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+        {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, &status, 0);
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return status;
+}
+
+// Hidden temporary files orbtex leaves in 'dir' (".NAME.orbtex-PID.EXT").
+inline std::vector<std::string> TemporaryFiles(const ScratchDir& dir)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+    {
+        const std::string name = entry.path().filename().string();
+        if (name[0] == '.' && name.find(".orbtex-") != std::string::npos)
+            names.push_back(name);
+    }
+    return names;
 }
 
 } // namespace testsupport
