@@ -255,7 +255,12 @@ bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string
     std::vector<unsigned char> bytes;
     if (!ReadFileBytes(path, bytes, reason))
         return false;
+    // The bytes are in memory already and the texture they must equal is
+    // held too: the load limit, meant for inputs, does not apply here.
+    const uint64_t limit = ORBTGetLoadLimit();
+    ORBTSetLoadLimit(UINT64_MAX);
     const CORBTexture loaded(bytes.data(), bytes.size());
+    ORBTSetLoadLimit(limit);
     bytes = std::vector<unsigned char>();
     if (!loaded.getDataPtr())
     {
