@@ -181,37 +181,17 @@ std::string Describe(PixelType format, uint32_t type)
     return PixelFormatName(format.PixelTypeID) + " " + ChannelTypeShortName(type);
 }
 
-// Highest compressor quality of each named format's encoder, as the
-// library's codecs are built in this version: neither the ORBTC optimiser
-// (2 and up) nor the exhaustive ETC1 and ETC2 colour searches (2 to 5) are;
-// ETC2 with 1-bit alpha and EAC take every quality up to 5. Other targets
-// ignore the quality.
-struct QualityLimit
-{
-    uint32_t format;
-    int highest;
-};
-constexpr QualityLimit kQualityLimits[] = {
-    {orbtexture::ePF_ORBTC_2bpp_RGB, 1}, {orbtexture::ePF_ORBTC_2bpp_RGBA, 1}, {orbtexture::ePF_ORBTC_4bpp_RGB, 1},
-    {orbtexture::ePF_ORBTC_4bpp_RGBA, 1}, {orbtexture::ePF_ETC1, 1},          {orbtexture::ePF_ETC2_RGB, 1},
-    {orbtexture::ePF_ETC2_RGBA, 1},       {orbtexture::ePF_ETC2_RGB_A1, 5},   {orbtexture::ePF_EAC_R11, 5},
-    {orbtexture::ePF_EAC_RG11, 5},
-};
-
+// Named formats whose compressor of the asked quality is not built yet are
+// named as such; channel layouts take no quality.
 bool QualitySupported(PixelType target, int quality, std::string& reason)
 {
-    if (!target.isNamedFormat())
+    const int highest = orbtexture::HighestCompressorQuality(target);
+    if (!target.isNamedFormat() || highest < 0 || quality <= highest)
         return true;
-    for (const QualityLimit& limit : kQualityLimits)
-        if (limit.format == target.lowWord() && quality > limit.highest)
-        {
-            reason = "quality " + std::to_string(quality) + " of " + PixelFormatName(target.PixelTypeID) +
-                     " is not supported by this version (" +
-                     (limit.highest == 1 ? std::string("0 and 1") : "0 to " + std::to_string(limit.highest)) +
-                     " are)";
-            return false;
-        }
-    return true;
+    reason = "quality " + std::to_string(quality) + " of " + PixelFormatName(target.PixelTypeID) +
+             " is not supported by this version (" +
+             (highest == 1 ? std::string("0 and 1") : "0 to " + std::to_string(highest)) + " are)";
+    return false;
 }
 
 bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string& reason)

@@ -45,17 +45,25 @@ struct Bits4
 
 constexpr FormatDescriptor Format(const char* name, uint8_t bitsPerPixel, uint8_t x, uint8_t y,
                                   EIntermediateLayout layout, Bits4 dither, CodecCall decode = nullptr,
-                                  CodecCall encode = nullptr)
+                                  CodecCall encode = nullptr, int8_t highestQuality = -1)
 {
     return FormatDescriptor{name, bitsPerPixel, x, y, 1, false, layout, {dither.r, dither.g, dither.b, dither.a},
-                            eChannelNone, false, false, decode, encode};
+                            eChannelNone, false, false, decode, encode, encode ? highestQuality : int8_t(-1)};
 }
 
+// The ETC compressors: the fast searches (0, 1) for every member of the
+// family; the exhaustive colour search (2 to 5) is not built yet, and the
+// 1-bit alpha and EAC forms serve those qualities with their own searches.
+constexpr int8_t kFastOnly = 1;
+constexpr int8_t kEveryETCQuality = 5;
+
 // ORBTC decoders cope with any size; the RGB forms store opaque alpha.
+// The block compressors serve qualities 0 and 1; the optimiser (2 and up) is
+// not built yet.
 constexpr FormatDescriptor ORBTC(const char* name, uint8_t bitsPerPixel, uint8_t x, uint8_t y, Bits4 dither,
                                  bool opaque, CodecCall decode, CodecCall encode)
 {
-    FormatDescriptor row = Format(name, bitsPerPixel, x, y, eIntermediateRGBA8, dither, decode, encode);
+    FormatDescriptor row = Format(name, bitsPerPixel, x, y, eIntermediateRGBA8, dither, decode, encode, 1);
     row.decodesAnySize = true;
     row.opaqueAlphaFirst = opaque;
     return row;
@@ -88,7 +96,7 @@ constexpr FormatDescriptor kFormats[] = {
     ORBTC("ORBTC_4bpp_RGBA", 4, 8, 8, k4443, false, DecodeORBTC<false, 0>, EncodeORBTC<true, false, 0>),
     ORBTC("ORBTCII_2bpp", 2, 8, 4, k4443, false, nullptr, nullptr),
     ORBTC("ORBTCII_4bpp", 4, 4, 4, k4443, false, nullptr, nullptr),
-    Format("ETC1", 4, 4, 4, eIntermediateRGB8, k4444, DecodeETC, EncodeETC),
+    Format("ETC1", 4, 4, 4, eIntermediateRGB8, k4444, DecodeETC, EncodeETC, kFastOnly),
     Format("DXT1", 4, 4, 4, eIntermediateRGBA8, {5, 6, 5, 1}),
     Format("DXT2", 8, 4, 4, eIntermediateRGBA8, k5658),
     Format("DXT3", 8, 4, 4, eIntermediateRGBA8, k5658),
@@ -104,11 +112,11 @@ constexpr FormatDescriptor kFormats[] = {
     Format("RGB9E5", 32, 1, 1, eIntermediateRGB32F, {14, 14, 14, 0}),
     Format("RGBG8888", 16, 2, 1, eIntermediateRGBA8, k8880),
     Format("GRGB8888", 16, 2, 1, eIntermediateRGBA8, k8880),
-    Format("ETC2_RGB", 4, 4, 4, eIntermediateRGB8, {4, 4, 4, 0}, DecodeETC, EncodeETC),
-    Format("ETC2_RGBA", 8, 4, 4, eIntermediateRGBA8, k4444, DecodeETC, EncodeETC),
-    Format("ETC2_RGB_A1", 4, 4, 4, eIntermediateRGBA8, {5, 5, 5, 1}, DecodeETC, EncodeETC),
-    Format("EAC_R11", 4, 4, 4, eIntermediateR16, {11, 0, 0, 0}, DecodeETC, EncodeETC),
-    Format("EAC_RG11", 8, 4, 4, eIntermediateRG16, {11, 11, 0, 0}, DecodeETC, EncodeETC),
+    Format("ETC2_RGB", 4, 4, 4, eIntermediateRGB8, {4, 4, 4, 0}, DecodeETC, EncodeETC, kFastOnly),
+    Format("ETC2_RGBA", 8, 4, 4, eIntermediateRGBA8, k4444, DecodeETC, EncodeETC, kFastOnly),
+    Format("ETC2_RGB_A1", 4, 4, 4, eIntermediateRGBA8, {5, 5, 5, 1}, DecodeETC, EncodeETC, kEveryETCQuality),
+    Format("EAC_R11", 4, 4, 4, eIntermediateR16, {11, 0, 0, 0}, DecodeETC, EncodeETC, kEveryETCQuality),
+    Format("EAC_RG11", 8, 4, 4, eIntermediateRG16, {11, 11, 0, 0}, DecodeETC, EncodeETC, kEveryETCQuality),
     ASTC("ASTC_4x4", 4, 4, 1),
     ASTC("ASTC_5x4", 5, 4, 1),
     ASTC("ASTC_5x5", 5, 5, 1),
@@ -172,6 +180,11 @@ bool CanTranscodeTo(PixelType format)
 bool CanTranscodeFrom(PixelType format)
 {
     return !format.isNamedFormat() || DescribeFormat(format.lowWord()).decode != nullptr;
+}
+
+int HighestCompressorQuality(PixelType format)
+{
+    return format.isNamedFormat() ? DescribeFormat(format.lowWord()).highestQuality : -1;
 }
 
 void DitherTargetBits(PixelType target, uint8_t bits[4])

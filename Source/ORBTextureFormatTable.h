@@ -55,6 +55,7 @@ struct FormatDescriptor
     bool opaqueAlphaFirst;         // alpha is set to 255 in the encoder's input first
     CodecCall decode;
     CodecCall encode;
+    int8_t highestQuality;         // qualities 0 to this have a compressor in this build; -1 without encoder
 };
 
 // The descriptor of a named format value; values from ePF_NumCompressed + 1 on

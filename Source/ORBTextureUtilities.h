@@ -29,6 +29,11 @@ ORBT_API bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariable
 ORBT_API bool CanTranscodeTo(PixelType format);
 ORBT_API bool CanTranscodeFrom(PixelType format);
 
+// The highest compressor quality whose compressor is part of this build for a
+// named format (qualities 0 to it work); -1 for a named format without an
+// encoder and for channel layouts, which take no quality.
+ORBT_API int HighestCompressorQuality(PixelType format);
+
 // Pixel loop between two channel-layout textures of equal dimensions; returns
 // the bytes written.
 ORBT_API unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,

@@ -275,3 +275,27 @@ TEST(TranscodeTrivial, CountsTargetBytesOfEverySurface)
     // (4 + 1) pixels in each of 3 members, 2 bytes each.
     EXPECT_EQ(TranscodeTrivial(source, target, from, to, eColourSpaceLinear, eColourSpaceLinear), 30u);
 }
+
+TEST(Transcode, HighestQualityIsWhatTheCompressorsServe)
+{
+    // Each named format with an encoder compresses at its highest quality and
+    // fails one above it; the table and the codecs must agree.
+    std::vector<uint8_t> pixels(16 * 16 * 4);
+    for (size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = uint8_t(i * 37);
+    for (uint32_t format = 0; format < ePF_NumCompressed; ++format)
+    {
+        SCOPED_TRACE(format);
+        const int highest = HighestCompressorQuality(PixelType(format));
+        EXPECT_EQ(highest >= 0, CanTranscodeTo(PixelType(format)));
+        if (highest < 0)
+            continue;
+        CORBTexture texture = RGBA8(16, 16, pixels);
+        EXPECT_TRUE(Transcode(texture, PixelType(format), eVarUnsignedByteNorm, eColourSpaceLinear,
+                              ECompressorQuality(highest)));
+        texture = RGBA8(16, 16, pixels);
+        EXPECT_FALSE(Transcode(texture, PixelType(format), eVarUnsignedByteNorm, eColourSpaceLinear,
+                               ECompressorQuality(highest + 1)));
+    }
+    EXPECT_EQ(HighestCompressorQuality(PixelType(ORBStandard8PixelType)), -1);
+}
