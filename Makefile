@@ -5,6 +5,7 @@
 #   make test COMPILER=clang++   any of these with another compiler
 #   make install PREFIX=/usr/local
 #   make bench             build and run the benchmarks
+#   make fuzz-smoke        build the fuzz targets with clang, run each FUZZ_SECONDS (60) under ASan and UBSan
 
 SANITIZE ?= 0
 PREFIX ?= /usr/local
@@ -23,7 +24,7 @@ ifneq ($(COMPILER),)
 CMAKE_ARGS += -DCMAKE_CXX_COMPILER=$(COMPILER)
 endif
 
-.PHONY: all setup configure build demo test install bench clean
+.PHONY: all setup configure build demo test install bench clean fuzz-smoke
 
 all: build
 
@@ -50,3 +51,26 @@ bench: build
 
 clean:
 	rm -rf build build-*
+
+FUZZ_SECONDS ?= 60
+
+# Each target starts from a fresh working corpus plus its generated seeds and
+# the inputs of past findings (Fuzz/regressions/<target>/); crash inputs and
+# logs go to build-fuzz/fuzz-smoke/. Any crash or sanitizer report fails.
+fuzz-smoke: setup
+	@cmake -S . -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DORBT_BUILD_FUZZ=ON -DORBT_BUILD_TESTS=OFF -DORBT_BUILD_CLI=OFF >/dev/null
+	@cmake --build build-fuzz -j $(JOBS)
+	@rm -rf build-fuzz/fuzz-smoke; status=0; \
+	for fuzzer in build-fuzz/Fuzz/*fuzz; do \
+	    name=$$(basename $$fuzzer); out=build-fuzz/fuzz-smoke/$$name; \
+	    mkdir -p $$out/corpus $$out/artifacts; \
+	    if UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	        $$fuzzer -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
+	        -artifact_prefix=$$out/artifacts/ $$out/corpus build-fuzz/Fuzz/corpus/$$name \
+	        $$(test -d Fuzz/regressions/$$name && echo Fuzz/regressions/$$name) >$$out/log 2>&1; then \
+	        echo "fuzz-smoke: $$name: $$(sed -n 's/^stat::number_of_executed_units: *//p' $$out/log) runs, no findings"; \
+	    else \
+	        status=1; tail -n 30 $$out/log; \
+	        echo "fuzz-smoke: $$name: FAILED (log $$out/log, inputs in $$out/artifacts/)"; \
+	    fi; \
+	done; exit $$status

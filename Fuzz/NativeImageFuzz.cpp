@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
 
     sink = sink ^ uint8_t(texture.getOrientation(eAxisZ));
-    sink = sink ^ uint8_t(texture.getBumpMapScale());
+    sink = sink ^ uint8_t(texture.getBumpMapScale() != 0.0f);
     sink = sink ^ uint8_t(texture.getBumpMapOrder().length() + texture.getCubeMapOrder().length());
     uint32_t x, y, z;
     texture.getBorder(x, y, z);

@@ -16,8 +16,9 @@ namespace orbtexture
 // for 23 and 24; one 16-bit value a pixel for 25, two for 26. Quality 0 fast,
 // 1 fast and perceptual, 2 and 3 exhaustive (4 and 5 stand for 2 and 3).
 // Returns the compressed size; null pointers or a zero size ask for it only.
-// 0 for a quality above 5, isSigned with a format other than 25 or 26, a
-// format outside the family, or a quality this build has no compressor for.
+// 0 for a quality above 5, isSigned with a format other than 25 or 26 at a
+// quality below 4 (4 and 5 skip that test), a format outside the family, or a
+// quality this build has no compressor for.
 ORBT_API unsigned int ETCCompress(const void* input, void* output, const unsigned int& width,
                                   const unsigned int& height, int quality, unsigned int format, bool isSigned);
 
