@@ -100,7 +100,7 @@ void DecodeORBTC(const Input& input, unsigned width, unsigned height, bool exten
 {
     for (int twoBit = 0; twoBit < 2; ++twoBit)
     {
-        const unsigned blockWidth = twoBit ? 8 : 4, minWidth = twoBit ? 16 : 8;
+        const unsigned minWidth = twoBit ? 16 : 8;
         const unsigned w = width, h = height;
         // Exactly the bytes the decoder reports consuming.
         const unsigned trueW = w > minWidth ? w : minWidth, trueH = h > 8 ? h : 8;
@@ -270,16 +270,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
 
     // Encoders at small sizes: the block searches are slow under the
-    // sanitizers, the EAC ones most (every block is a full search).
+    // sanitizers, the EAC ones most (each block tries every candidate), so
+    // EAC gets one block a call.
     const bool eac = named && (formatByte == ePF_EAC_R11 || formatByte == ePF_EAC_RG11);
-    const unsigned encodeLimit = eac ? 8 : 16;
+    const unsigned encodeLimit = eac ? 4 : 16;
     const unsigned encodeWidth = 1 + (width - 1) % encodeLimit, encodeHeight = 1 + (height - 1) % encodeLimit;
     const unsigned ew = encodeWidth, eh = encodeHeight;
 
     // rgba8 pixels to the chosen format, and a layout back again.
     {
-        CORBTexture texture = MakeTexture(input, ORBStandard8PixelType, ew, eh, levels, eVarUnsignedByteNorm,
-                                          colourSpace);
+        CORBTexture texture = MakeTexture(input, ORBStandard8PixelType, ew, eh, eac ? 1 : levels,
+                                          eVarUnsignedByteNorm, colourSpace);
         const bool ok = Transcode(texture, format, channelType, colourSpace, ECompressorQuality(quality), dither);
         CheckTranscoded(texture, ok, format, channelType);
         if (ok && HasWideChannel(format))
