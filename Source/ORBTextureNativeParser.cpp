@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <unordered_set>
 
 #include "ORBTextureFormat.h"
 #include "ORBTextureFormatTable.h"
@@ -17,6 +18,13 @@ namespace
 // Legacy headers start with their own size.
 constexpr uint32_t kLegacyHeaderV2Size = 52;
 constexpr uint32_t kLegacyHeaderV1Size = 44;
+
+// What a metadata item costs in memory beyond its data, counted against the
+// load limit so that a file of many tiny items cannot cost many times its
+// size: the block record, its key and its allocation; and for the first item
+// of a fourCC, the map that holds that fourCC's items (16 slots at least).
+constexpr uint64_t kItemOverhead = 64;
+constexpr uint64_t kFourCCOverhead = 512;
 
 } // namespace
 
@@ -68,6 +76,7 @@ ELoadReason CNativeFileParser::ReadHeader(CORBTextureHeader& header)
 ELoadReason CNativeFileParser::WalkMetaData(uint32_t declared, std::vector<MetaDataBlock>& blocks)
 {
     const uint64_t limit = ORBTGetLoadLimit();
+    std::unordered_set<uint32_t> fourCCs;
     uint64_t consumed = 0;
     while (declared != 0)
     {
@@ -99,7 +108,9 @@ ELoadReason CNativeFileParser::WalkMetaData(uint32_t declared, std::vector<MetaD
         }
         if (consumed > 0xFFFFFFFFu)
             return SetLoadError(eLoadTooLarge);
-        m_metaDataBytes += block.dataSize;
+        m_metaDataBytes += block.dataSize + kItemOverhead;
+        if (fourCCs.insert(block.fourCC).second)
+            m_metaDataBytes += kFourCCOverhead;
         if (m_metaDataBytes > limit)
             return SetLoadError(eLoadOverLimit, (unsigned long long)m_metaDataBytes, (unsigned long long)limit);
         if (block.dataSize)

@@ -35,8 +35,8 @@ public:
     // Bytes of pixel data the header declares; valid after ReadHeader.
     uint64_t DataSize() const { return m_dataSize; }
 
-    // Refuses with eLoadOverLimit if metadata and pixel data together need
-    // more than the load limit.
+    // Refuses with eLoadOverLimit if metadata (with the memory its items take
+    // beyond their data) and pixel data together need more than the load limit.
     ELoadReason CheckLoadLimit();
 
     // Reads DataSize() bytes of pixel data into 'destination'. Data ending

@@ -3,6 +3,7 @@
 // large metadata.
 
 #include <cstring>
+#include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -164,16 +165,36 @@ TEST(NativeParser, LoadLimitRefusesBeforeAllocating)
     ASSERT_TRUE(ORBTReadTextureHeader((dir / "tiny.orb").c_str(), header));
     EXPECT_EQ(ORBTGetLastLoadShortfall(), 4294901760u - 4);
 
-    // Metadata count too: 64 bytes of pixels and 2 x 4 of items.
+    // Metadata count too, with what their items cost beyond their data: 64
+    // bytes of pixels, 2 x 4 of items under one fourCC, and 2 x 64 + 512 of
+    // bookkeeping.
     const std::vector<uint8_t> file = Rgba8File(4, 4, 2);
     {
-        ScopedLoadLimit limit(71);
+        ScopedLoadLimit limit(711);
         EXPECT_EQ(CORBTexture(file.data(), file.size()).getDataPtr(), nullptr);
-        EXPECT_STREQ(ORBTGetLastError(), "texture needs 72 bytes, above the load limit of 71 bytes");
+        EXPECT_STREQ(ORBTGetLastError(), "texture needs 712 bytes, above the load limit of 711 bytes");
     }
     {
-        ScopedLoadLimit limit(72);
+        ScopedLoadLimit limit(712);
         EXPECT_NE(CORBTexture(file.data(), file.size()).getDataPtr(), nullptr);
+    }
+    // A file of many one-byte items under as many fourCCs is refused while
+    // it reads them, long before its memory would be many times its size.
+    std::vector<uint8_t> vendors = FileBytes(ORBStandard8PixelType, 1, 1, 4);
+    const uint32_t items = 10000;
+    PutValue<uint32_t>(vendors, 48, items * 13);
+    vendors.resize(52);
+    for (uint32_t i = 0; i < items; ++i)
+    {
+        const uint32_t words[3] = {i, 0, 1};
+        AppendValue(vendors, words);
+        vendors.push_back(1);
+    }
+    vendors.insert(vendors.end(), 4, 0);
+    {
+        ScopedLoadLimit limit(uint64_t(vendors.size()) * 10);
+        EXPECT_EQ(CORBTexture(vendors.data(), vendors.size()).getDataPtr(), nullptr);
+        EXPECT_EQ(std::string(ORBTGetLastError()).rfind("texture needs ", 0), 0u);
     }
     ORBTSetLoadLimit(0);
     EXPECT_EQ(ORBTGetLoadLimit(), uint64_t(1) << 30);
