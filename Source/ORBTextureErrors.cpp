@@ -45,7 +45,9 @@ std::atomic<uint64_t> gLoadLimit(kDefaultLoadLimit);
 
 } // namespace
 
-ELoadReason SetLoadError(ELoadReason reason, ...)
+// The reason is a plain unsigned: va_start wants a parameter that needs no
+// promotion.
+ELoadReason SetLoadError(unsigned reason, ...)
 {
     if (reason >= eNumLoadReasons)
         reason = eLoadReadError;
@@ -55,7 +57,7 @@ ELoadReason SetLoadError(ELoadReason reason, ...)
     std::vsnprintf(text, sizeof(text), kLoadMessages[reason], arguments);
     va_end(arguments);
     tLastError = text;
-    return reason;
+    return ELoadReason(reason);
 }
 
 void SetLastErrorText(const char* text) { tLastError = text ? text : ""; }

@@ -36,7 +36,7 @@ enum ELoadReason : uint32_t
 
 // Sets the thread's last-error text from a reason's message and returns the
 // reason. The arguments fill the message's conversions.
-ELoadReason SetLoadError(ELoadReason reason, ...);
+ELoadReason SetLoadError(unsigned reason, ...);
 
 // Sets the thread's last-error text as given; "" clears it.
 void SetLastErrorText(const char* text);

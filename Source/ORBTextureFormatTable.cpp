@@ -48,7 +48,7 @@ constexpr FormatDescriptor Format(const char* name, uint8_t bitsPerPixel, uint8_
                                   CodecCall encode = nullptr, int8_t highestQuality = -1)
 {
     return FormatDescriptor{name, bitsPerPixel, x, y, 1, false, layout, {dither.r, dither.g, dither.b, dither.a},
-                            eChannelNone, false, false, decode, encode, encode ? highestQuality : int8_t(-1)};
+                            eChannelNone, false, false, decode, encode, highestQuality};
 }
 
 // The ETC compressors: the fast searches (0, 1) for every member of the
@@ -58,12 +58,15 @@ constexpr int8_t kFastOnly = 1;
 constexpr int8_t kEveryETCQuality = 5;
 
 // ORBTC decoders cope with any size; the RGB forms store opaque alpha.
-// The block compressors serve qualities 0 and 1; the optimiser (2 and up) is
-// not built yet.
+// The ORBTC block compressors serve qualities 0 and 1; the optimiser (2 and
+// up) is not built yet.
+constexpr int8_t kBlockCompressors = 1;
 constexpr FormatDescriptor ORBTC(const char* name, uint8_t bitsPerPixel, uint8_t x, uint8_t y, Bits4 dither,
-                                 bool opaque, CodecCall decode, CodecCall encode)
+                                 bool opaque, CodecCall decode = nullptr, CodecCall encode = nullptr,
+                                 int8_t highestQuality = -1)
 {
-    FormatDescriptor row = Format(name, bitsPerPixel, x, y, eIntermediateRGBA8, dither, decode, encode, 1);
+    FormatDescriptor row = Format(name, bitsPerPixel, x, y, eIntermediateRGBA8, dither, decode, encode,
+                                  highestQuality);
     row.decodesAnySize = true;
     row.opaqueAlphaFirst = opaque;
     return row;
@@ -90,12 +93,16 @@ constexpr Bits4 k555 = {5, 5, 5, 0}, k4443 = {4, 4, 4, 3}, k4444 = {4, 4, 4, 4},
 
 // Indexed by EORBTPixelFormat.
 constexpr FormatDescriptor kFormats[] = {
-    ORBTC("ORBTC_2bpp_RGB", 2, 16, 8, k555, true, DecodeORBTC<true, 0>, EncodeORBTC<false, true, 0>),
-    ORBTC("ORBTC_2bpp_RGBA", 2, 16, 8, k4443, false, DecodeORBTC<true, 0>, EncodeORBTC<true, true, 0>),
-    ORBTC("ORBTC_4bpp_RGB", 4, 8, 8, k555, true, DecodeORBTC<false, 0>, EncodeORBTC<false, false, 0>),
-    ORBTC("ORBTC_4bpp_RGBA", 4, 8, 8, k4443, false, DecodeORBTC<false, 0>, EncodeORBTC<true, false, 0>),
-    ORBTC("ORBTCII_2bpp", 2, 8, 4, k4443, false, nullptr, nullptr),
-    ORBTC("ORBTCII_4bpp", 4, 4, 4, k4443, false, nullptr, nullptr),
+    ORBTC("ORBTC_2bpp_RGB", 2, 16, 8, k555, true, DecodeORBTC<true, 0>, EncodeORBTC<false, true, 0>,
+          kBlockCompressors),
+    ORBTC("ORBTC_2bpp_RGBA", 2, 16, 8, k4443, false, DecodeORBTC<true, 0>, EncodeORBTC<true, true, 0>,
+          kBlockCompressors),
+    ORBTC("ORBTC_4bpp_RGB", 4, 8, 8, k555, true, DecodeORBTC<false, 0>, EncodeORBTC<false, false, 0>,
+          kBlockCompressors),
+    ORBTC("ORBTC_4bpp_RGBA", 4, 8, 8, k4443, false, DecodeORBTC<false, 0>, EncodeORBTC<true, false, 0>,
+          kBlockCompressors),
+    ORBTC("ORBTCII_2bpp", 2, 8, 4, k4443, false),
+    ORBTC("ORBTCII_4bpp", 4, 4, 4, k4443, false),
     Format("ETC1", 4, 4, 4, eIntermediateRGB8, k4444, DecodeETC, EncodeETC, kFastOnly),
     Format("DXT1", 4, 4, 4, eIntermediateRGBA8, {5, 6, 5, 1}),
     Format("DXT2", 8, 4, 4, eIntermediateRGBA8, k5658),
