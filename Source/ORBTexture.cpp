@@ -47,19 +47,8 @@ EContainer ContainerForLoad(const CORBTString& path)
     return EContainer::Native;
 }
 
-// Extension of a container this build has no reader for, or null.
-const char* UnsupportedContainer(EContainer container)
-{
-    switch (container)
-    {
-    case EContainer::KTX: return "ktx";
-    case EContainer::DDS: return "dds";
-    case EContainer::ASTC: return "astc";
-    default: return nullptr;
-    }
-}
-
-// Opens a file to load, setting the last error if it cannot be.
+// Opens a file to load and keeps it open only for a container this build
+// reads (the native one); otherwise sets the last error and returns null.
 FILE* OpenForLoad(const char* filePath)
 {
     SetLastErrorText("");
@@ -72,8 +61,21 @@ FILE* OpenForLoad(const char* filePath)
     errno = 0;
     FILE* file = std::fopen(filePath, "rb");
     if (!file)
+    {
         SetLoadError(eLoadCannotOpen, errno ? std::strerror(errno) : "unknown error");
-    return file;
+        return nullptr;
+    }
+    const char* unsupported = nullptr;
+    switch (ContainerForLoad(CORBTString(filePath)))
+    {
+    case EContainer::KTX: unsupported = "ktx"; break;
+    case EContainer::DDS: unsupported = "dds"; break;
+    case EContainer::ASTC: unsupported = "astc"; break;
+    default: return file;
+    }
+    std::fclose(file);
+    SetLoadError(eLoadContainerUnsupported, unsupported);
+    return nullptr;
 }
 
 EContainer ContainerForSave(const CORBTString& extension)
@@ -125,12 +127,7 @@ CORBTexture::CORBTexture(const char* filePath) : m_uiDataSize(0), m_pTextureData
     if (!file)
         return;
 
-    bool loaded = false;
-    const EContainer container = ContainerForLoad(CORBTString(filePath));
-    if (container == EContainer::Native)
-        loaded = privateLoadORBFile(file);
-    else
-        SetLoadError(eLoadContainerUnsupported, UnsupportedContainer(container));
+    const bool loaded = privateLoadORBFile(file);
     std::fclose(file);
 
     if (loaded)
@@ -251,12 +248,7 @@ bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& 
     FILE* file = OpenForLoad(filePath);
     if (!file)
         return false;
-    bool read = false;
-    const EContainer container = ContainerForLoad(CORBTString(filePath));
-    if (container == EContainer::Native)
-        read = ReadNativeHeader(file, header);
-    else
-        SetLoadError(eLoadContainerUnsupported, UnsupportedContainer(container));
+    const bool read = ReadNativeHeader(file, header);
     std::fclose(file);
     return read;
 }

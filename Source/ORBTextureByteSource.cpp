@@ -41,12 +41,11 @@ uint64_t CMemoryByteSource::Skip(uint64_t size)
 }
 
 CFileByteSource::CFileByteSource(FILE* file)
-    : m_file(file), m_size(kUnknown), m_position(0), m_error(0), m_directory(false)
+    : m_file(file), m_size(kUnknown), m_position(0), m_error(0)
 {
     struct stat status;
     if (!file || fstat(fileno(file), &status) != 0)
         return;
-    m_directory = S_ISDIR(status.st_mode);
     const long start = S_ISREG(status.st_mode) ? std::ftell(file) : -1;
     if (start >= 0 && status.st_size >= start)
         m_size = uint64_t(status.st_size) - uint64_t(start);

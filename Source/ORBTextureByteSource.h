@@ -60,15 +60,12 @@ public:
     uint64_t Remaining() const override;
     bool Failed() const override { return m_error != 0; }
     int Error() const override { return m_error; }
-    // True if the file is a directory (reads would fail).
-    bool IsDirectory() const { return m_directory; }
 
 private:
     FILE* m_file;
     uint64_t m_size;     // bytes from the start position to the end, or kUnknown
     uint64_t m_position; // bytes consumed since the start position
     int m_error;
-    bool m_directory;
 };
 
 } // namespace orbtexture

@@ -12,6 +12,22 @@
 namespace orbtexture
 {
 
+namespace
+{
+
+// A format without a codec call: nothing is decoded or encoded, and the
+// result holds zeros rather than whatever the heap held. Returns the 0 bytes
+// written.
+unsigned ReplaceWithZeros(CORBTexture& texture, CORBTexture& result)
+{
+    if (result.getDataPtr())
+        std::memset(result.getDataPtr(), 0, result.getDataSize());
+    texture = std::move(result);
+    return 0;
+}
+
+} // namespace
+
 unsigned DecompressNonTrivial(CORBTexture& texture)
 {
     const uint32_t format = texture.getPixelType().lowWord();
@@ -25,17 +41,14 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
     header.setChannelType(intermediateType);
     const bool isSigned = IsSignedChannelType(texture.getChannelType());
     CORBTexture result(header);
-    // Without a decoder the pixels are zero rather than whatever the heap held.
-    if (!descriptor.decode && result.getDataPtr())
-        std::memset(result.getDataPtr(), 0, result.getDataSize());
+    if (!descriptor.decode)
+        return ReplaceWithZeros(texture, result);
 
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(intermediate.PixelTypeID) / 8;
     const unsigned minX = descriptor.minX, minY = descriptor.minY, minZ = descriptor.minZ;
 
     unsigned sum = 0;
     ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
-        if (!descriptor.decode)
-            return;
         CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
                                 texture.getWidth(mip), texture.getHeight(mip), texture.getDepth(mip),
                                 EORBTPixelFormat(format), isSigned, ECompressorQuality(0)};
@@ -67,17 +80,14 @@ unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQ
     header.setPixelFormat(format);
     CORBTexture result(header);
     const bool isSigned = IsSignedChannelType(result.getChannelType());
-    // Without an encoder nothing is written; the block holds zeros, not heap contents.
-    if (!descriptor.encode && result.getDataPtr())
-        std::memset(result.getDataPtr(), 0, result.getDataSize());
+    if (!descriptor.encode)
+        return ReplaceWithZeros(texture, result);
 
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(texture.getPixelType().PixelTypeID) / 8;
     const unsigned minX = descriptor.minX, minY = descriptor.minY, minZ = descriptor.minZ;
 
     unsigned sum = 0;
     ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
-        if (!descriptor.encode)
-            return;
         const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip), depth = texture.getDepth(mip);
         CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
                                 width, height, depth, EORBTPixelFormat(format.lowWord()), isSigned, quality};

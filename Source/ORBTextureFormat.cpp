@@ -126,7 +126,7 @@ bool ORBTGetPixelFormatFromName(const char* text, uint64_t& pixelFormat)
     while (i < name.size())
     {
         const char letter = char(std::tolower(static_cast<unsigned char>(name[i++])));
-        if (!std::strchr("rgbalix", letter) || letter == 0)
+        if (!std::strchr("rgbalix", letter))
             return FailName(name, std::string("unknown channel letter '") + name[i - 1] + "'");
         if (count == 4)
             return FailName(name, "more than four channels");

@@ -28,7 +28,11 @@ constexpr uint64_t kFourCCOverhead = 512;
 
 } // namespace
 
-CNativeFileParser::CNativeFileParser(CByteSource& source, EMetaDataWalk walk) : m_source(source), m_walk(walk) {}
+CNativeFileParser::CNativeFileParser(CByteSource& source, EMetaDataWalk walk) : m_source(source), m_walk(walk)
+{
+    SetLastErrorText("");
+    SetLastLoadShortfall(0);
+}
 
 ELoadReason CNativeFileParser::ReadFailure(ELoadReason atEnd)
 {

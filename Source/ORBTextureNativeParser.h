@@ -26,6 +26,7 @@ enum class EMetaDataWalk : uint8_t
 class CNativeFileParser
 {
 public:
+    // Starts a parse: the thread's last error and shortfall are cleared.
     CNativeFileParser(CByteSource& source, EMetaDataWalk walk);
 
     // Reads and checks the header and the metadata, leaving the source at the

@@ -16,8 +16,6 @@ namespace
 bool LoadNative(CByteSource& source, EMetaDataWalk walk, CORBTextureHeader& header,
                 std::unique_ptr<uint8_t[]>& data, uint64_t& size)
 {
-    SetLastErrorText("");
-    SetLastLoadShortfall(0);
     CNativeFileParser parser(source, walk);
     if (parser.ReadHeader(header) != eLoadOK || parser.CheckLoadLimit() != eLoadOK)
         return false;
@@ -99,8 +97,6 @@ bool CORBTexture::privateSaveORBFile(FILE* file) const
 
 bool ReadNativeHeader(FILE* file, CORBTextureHeader& header)
 {
-    SetLastErrorText("");
-    SetLastLoadShortfall(0);
     CFileByteSource source(file);
     CNativeFileParser parser(source, EMetaDataWalk::File);
     uint64_t missing = 0;

@@ -17,23 +17,19 @@ namespace orbtexture
 template <typename Visitor>
 auto ForEachSurface(const CORBTextureHeader& header, Visitor&& visit)
 {
-    using Result = decltype(visit(uint32_t(), uint32_t(), uint32_t()));
-    if constexpr (std::is_void_v<Result>)
-    {
-        for (uint32_t member = 0; member < header.getNumArrayMembers(); ++member)
-            for (uint32_t face = 0; face < header.getNumFaces(); ++face)
-                for (uint32_t mip = 0; mip < header.getNumMIPLevels(); ++mip)
+    constexpr bool kVoid = std::is_void_v<decltype(visit(uint32_t(), uint32_t(), uint32_t()))>;
+    [[maybe_unused]] bool result = false;
+    for (uint32_t member = 0; member < header.getNumArrayMembers(); ++member)
+        for (uint32_t face = 0; face < header.getNumFaces(); ++face)
+            for (uint32_t mip = 0; mip < header.getNumMIPLevels(); ++mip)
+            {
+                if constexpr (kVoid)
                     visit(mip, member, face);
-    }
-    else
-    {
-        bool result = false;
-        for (uint32_t member = 0; member < header.getNumArrayMembers(); ++member)
-            for (uint32_t face = 0; face < header.getNumFaces(); ++face)
-                for (uint32_t mip = 0; mip < header.getNumMIPLevels(); ++mip)
+                else
                     result = visit(mip, member, face);
+            }
+    if constexpr (!kVoid)
         return result;
-    }
 }
 
 } // namespace orbtexture
