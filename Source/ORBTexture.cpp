@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "ORBTextureContainerParser.h"
 #include "ORBTextureErrors.h"
 #include "ORBTextureNativeParser.h"
 #include "ORBTextureSizeRules.h"
@@ -15,18 +16,36 @@ namespace orbtexture
 namespace
 {
 
-// Containers chosen by file extension.
-enum class EContainer
+// Opens a file to load; null, with the last error set, if it cannot.
+FILE* OpenForLoad(const char* filePath)
 {
-    Native,
-    KTX,
-    DDS,
-    ASTC,
-    CHeader
-};
+    SetLastErrorText("");
+    SetLastLoadShortfall(0);
+    if (!filePath)
+    {
+        SetLoadError(eLoadCannotOpen, "no file name");
+        return nullptr;
+    }
+    errno = 0;
+    FILE* file = std::fopen(filePath, "rb");
+    if (!file)
+        SetLoadError(eLoadCannotOpen, errno ? std::strerror(errno) : "unknown error");
+    return file;
+}
 
-// Lower-cased extension: from the last '.' on, the dot included or not; the
-// whole path when it has no dot.
+EContainer ContainerForSave(const CORBTString& extension)
+{
+    if (extension == "ktx")
+        return EContainer::KTX;
+    if (extension == "dds")
+        return EContainer::DDS;
+    if (extension == "h")
+        return EContainer::CHeader;
+    return EContainer::Native;
+}
+
+} // namespace
+
 CORBTString LowerCaseExtension(const CORBTString& path, bool withDot)
 {
     const unsigned int dot = path.find_last_of('.');
@@ -47,49 +66,22 @@ EContainer ContainerForLoad(const CORBTString& path)
     return EContainer::Native;
 }
 
-// Opens a file to load and keeps it open only for a container this build
-// reads (the native one); otherwise sets the last error and returns null.
-FILE* OpenForLoad(const char* filePath)
+std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByteSource& source, EMetaDataWalk walk)
 {
-    SetLastErrorText("");
-    SetLastLoadShortfall(0);
-    if (!filePath)
-    {
-        SetLoadError(eLoadCannotOpen, "no file name");
-        return nullptr;
-    }
-    errno = 0;
-    FILE* file = std::fopen(filePath, "rb");
-    if (!file)
-    {
-        SetLoadError(eLoadCannotOpen, errno ? std::strerror(errno) : "unknown error");
-        return nullptr;
-    }
     const char* unsupported = nullptr;
-    switch (ContainerForLoad(CORBTString(filePath)))
+    switch (container)
     {
     case EContainer::KTX: unsupported = "ktx"; break;
     case EContainer::DDS: unsupported = "dds"; break;
     case EContainer::ASTC: unsupported = "astc"; break;
-    default: return file;
+    default: return OpenORBParser(source, walk);
     }
-    std::fclose(file);
+    SetLastErrorText("");
+    SetLastLoadShortfall(0);
     SetLoadError(eLoadContainerUnsupported, unsupported);
     return nullptr;
 }
 
-EContainer ContainerForSave(const CORBTString& extension)
-{
-    if (extension == "ktx")
-        return EContainer::KTX;
-    if (extension == "dds")
-        return EContainer::DDS;
-    if (extension == "h")
-        return EContainer::CHeader;
-    return EContainer::Native;
-}
-
-} // namespace
 
 CORBTexture::CORBTexture() : m_uiDataSize(getDataSize(-1, true, true)), m_pTextureData(nullptr) {}
 
@@ -126,14 +118,81 @@ CORBTexture::CORBTexture(const char* filePath) : m_uiDataSize(0), m_pTextureData
     FILE* file = OpenForLoad(filePath);
     if (!file)
         return;
-
-    const bool loaded = privateLoadORBFile(file);
+    bool loaded = false;
+    switch (ContainerForLoad(CORBTString(filePath)))
+    {
+    case EContainer::KTX: loaded = privateLoadKTXFile(file); break;
+    case EContainer::DDS: loaded = privateLoadDDSFile(file); break;
+    case EContainer::ASTC: loaded = privateLoadASTCFile(file); break;
+    default: loaded = privateLoadORBFile(file); break;
+    }
     std::fclose(file);
-
-    if (loaded)
-        m_uiDataSize = getDataSize(-1, true, true);
-    else
+    if (!loaded)
         privateReset();
+}
+
+bool CORBTexture::privateLoad(CByteSource& source, int container, bool memoryImage)
+{
+    std::unique_ptr<CContainerParser> parser = MakeContainerParser(
+        EContainer(container), source, memoryImage ? EMetaDataWalk::MemoryImage : EMetaDataWalk::File);
+    CORBTextureHeader header;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t size = 0;
+    if (!parser || !LoadWithParser(*parser, source, header, data, size))
+        return false;
+    privateAdopt(std::move(header), data.release(), uint32_t(size));
+    return true;
+}
+
+bool CORBTexture::privateLoadORBFile(FILE* file)
+{
+    if (!file)
+        return false;
+    CFileByteSource source(file);
+    return privateLoad(source, int(EContainer::Native), false);
+}
+
+bool CORBTexture::privateLoadDDSFile(FILE* file)
+{
+    if (!file)
+        return false;
+    CFileByteSource source(file);
+    return privateLoad(source, int(EContainer::DDS), false);
+}
+
+bool CORBTexture::privateLoadKTXFile(FILE* file)
+{
+    if (!file)
+        return false;
+    CFileByteSource source(file);
+    return privateLoad(source, int(EContainer::KTX), false);
+}
+
+bool CORBTexture::privateLoadASTCFile(FILE* file)
+{
+    if (!file)
+        return false;
+    CFileByteSource source(file);
+    return privateLoad(source, int(EContainer::ASTC), false);
+}
+
+void CORBTexture::privateLoadORBMemory(const uint8_t* image, size_t size)
+{
+    privateReset();
+    CMemoryByteSource source(image, size);
+    privateLoad(source, int(EContainer::Native), true);
+}
+
+bool CORBTexture::loadFromMemory(const void* image, size_t size, const CORBTString& name)
+{
+    privateReset();
+    if (!image)
+        size = 0;
+    CMemoryByteSource source(image, size);
+    if (privateLoad(source, int(ContainerForLoad(name)), true))
+        return true;
+    privateReset();
+    return false;
 }
 
 CORBTexture::~CORBTexture() { delete[] m_pTextureData; }
@@ -214,41 +273,64 @@ void CORBTexture::addPaddingMetaData(uint32_t alignment)
     addMetaData(padding);
 }
 
-bool CORBTexture::saveFile(const CORBTString& filePath) const
+template <typename Writer>
+bool CORBTexture::privateWriteFile(const CORBTString& path, Writer&& write) const
 {
-    const CORBTString extension = LowerCaseExtension(filePath, false);
-    CORBTString outputPath = filePath;
-    switch (ContainerForSave(extension))
-    {
-    case EContainer::Native:
-        if (extension != "orb")
-            outputPath += ".orb";
-        break;
-    default: return false; // no writer for this container in this build
-    }
-
-    FILE* file = std::fopen(outputPath.c_str(), "wb");
+    FILE* file = std::fopen(path.c_str(), "wb");
     if (!file)
         return false;
-    const bool written = privateSaveORBFile(file);
+    const bool written = write(file);
     const bool closed = std::fclose(file) == 0;
     if (!written || !closed)
     {
-        std::remove(outputPath.c_str());
+        std::remove(path.c_str());
         return false;
     }
     return true;
+}
+
+bool CORBTexture::saveFile(const CORBTString& filePath) const
+{
+    const CORBTString extension = LowerCaseExtension(filePath, false);
+    switch (ContainerForSave(extension))
+    {
+    default: break; // native
+    }
+    CORBTString outputPath = filePath;
+    if (extension != "orb")
+        outputPath += ".orb";
+    return privateWriteFile(outputPath, [&](FILE* file) { return privateSaveORBFile(file); });
 }
 
 } // namespace orbtexture
 
 bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& header)
 {
+    CORBTString container;
+    CORBTArray<CORBTString> fields;
+    return ORBTReadTextureFileInfo(filePath, header, container, fields);
+}
+
+bool ORBTReadTextureFileInfo(const char* filePath, orbtexture::CORBTextureHeader& header,
+                             CORBTString& container,
+                             CORBTArray<CORBTString>& fields)
+{
     using namespace orbtexture;
+    container = "";
+    fields = CORBTArray<CORBTString>();
     FILE* file = OpenForLoad(filePath);
     if (!file)
         return false;
-    const bool read = ReadNativeHeader(file, header);
+    CFileByteSource source(file);
+    std::unique_ptr<CContainerParser> parser =
+        MakeContainerParser(ContainerForLoad(CORBTString(filePath)), source, EMetaDataWalk::File);
+    bool read = false;
+    if (parser)
+    {
+        read = ReadHeaderWithParser(*parser, header);
+        container = parser->ContainerName();
+        fields = parser->Fields();
+    }
     std::fclose(file);
     return read;
 }

@@ -6,11 +6,15 @@
 #include <cstdio>
 
 #include "ORBTextureHeader.h"
+#include "ORBTextureLegacy.h"
+#include "Tools/ORBTArray.h"
 #include "Tools/ORBTDefines.h"
 #include "Tools/ORBTString.h"
 
 namespace orbtexture
 {
+
+class CByteSource;
 
 // A texture: a header with one block holding every surface. Surfaces are
 // ordered MIP level (largest first), then array member, then face; each
@@ -56,10 +60,34 @@ public:
     // natively, with ".orb" appended unless the path already ends in it. A
     // failed save removes the file it created.
     bool saveFile(const CORBTString& filePath) const;
+    // Saves level 0, member 0, face 0 of an ASTC texture as a .astc file.
+    bool saveASTCFile(const CORBTString& filePath) const;
+    // Saves a legacy .orb file for one legacy API, at the path exactly as given.
+    bool saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const;
+
+    // Loads an image of a file of any container from memory, never reading
+    // past 'size' bytes; 'name' chooses the container by its extension as a
+    // file name does (".dds", ".ktx", ".astc", else native). On failure the
+    // texture is empty and ORBTGetLastError() tells why. A native image
+    // follows the sized memory-image constructor.
+    bool loadFromMemory(const void* image, size_t size, const CORBTString& name);
 
 private:
     bool privateLoadORBFile(FILE* file);
     bool privateSaveORBFile(FILE* file) const;
+    bool privateLoadDDSFile(FILE* file);
+    bool privateSaveDDSFile(FILE* file) const;
+    bool privateLoadKTXFile(FILE* file);
+    bool privateSaveKTXFile(FILE* file) const;
+    bool privateLoadASTCFile(FILE* file);
+    bool privateSaveASTCFile(FILE* file) const;
+    bool privateSaveCHeaderFile(FILE* file, CORBTString name) const;
+    bool privateSaveLegacyORBFile(FILE* file, ELegacyApi api) const;
+    // Every loader: the container's parser over a file or an image.
+    bool privateLoad(CByteSource& source, int container, bool memoryImage);
+    // Opens 'path' for writing, runs 'write' and removes the file if it fails.
+    template <typename Writer>
+    bool privateWriteFile(const CORBTString& path, Writer&& write) const;
     // Shared by both memory-image constructors; 'size' bounds every read.
     void privateLoadORBMemory(const uint8_t* image, size_t size);
     // Takes over a loaded header and its data block of 'size' bytes.
@@ -79,5 +107,13 @@ private:
 // set, where loading the file would fail; ORBTGetLastLoadShortfall() tells how
 // many bytes of pixel data the file lacks.
 ORBT_API bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& header);
+
+// As ORBTReadTextureHeader, and names the container ("orb", "dds", "ktx",
+// "astc", "legacy orb (version 2)") and lists the container's own header
+// fields as "name: value" lines in file order. After a failure the fields read
+// before the problem are still listed.
+ORBT_API bool ORBTReadTextureFileInfo(const char* filePath, orbtexture::CORBTextureHeader& header,
+                                      CORBTString& container,
+                                      CORBTArray<CORBTString>& fields);
 
 #endif

@@ -34,6 +34,10 @@ const char* const kLoadMessages[] = {
     "metadata item (fourCC 0x%08X, key %u) runs past the end of the file",
     "pixel data missing",
     "pixel data short by %llu bytes",
+    "not a %s file (wrong identifier)",
+    "%s header: %s",
+    "%s: no pixel format for %s",
+    "%u MIP levels, but a largest side of %u allows at most %u",
 };
 static_assert(sizeof(kLoadMessages) / sizeof(kLoadMessages[0]) == eNumLoadReasons, "one message per reason");
 

@@ -31,6 +31,10 @@ enum ELoadReason : uint32_t
     eLoadMetaDataPastEnd,      // fourCC, key
     eLoadNoPixelData,
     eLoadShortPixelData,       // missing bytes
+    eLoadBadSignature,         // container name
+    eLoadBadHeader,            // container name, what is wrong
+    eLoadNoPixelFormat,        // container name, the container's format code
+    eLoadTooManyMIPLevels,     // levels, largest side, levels allowed
     eNumLoadReasons
 };
 

@@ -184,6 +184,29 @@ ORBT_API bool isStandardPixelType(PixelType pixelType, EORBTVariableType channel
 ORBT_API EChannelName MapCharToEnum(uint8_t letter);
 ORBT_API uint8_t MapEnumToChar(EChannelName channel);
 
+// Pixel format, channel type and colour space to and from the format codes of
+// the graphics APIs. True when a mapping exists. The forward functions answer
+// the OpenGL internal format, the OpenGL ES internal format, format, type and
+// type size; a Direct3D 9 format (a FourCC as a little-endian word for the
+// compressed formats); a DXGI format. The inverse functions leave their
+// outputs unchanged when they answer false.
+ORBT_API bool getOpenGLFormat(const unsigned long long& pixelFormat, const EORBTVariableType& channelType,
+                              const EORBTColourSpace& colourSpace, unsigned int& glInternalFormat,
+                              unsigned int& glBaseInternalFormat, unsigned int& glFormat, unsigned int& glType,
+                              unsigned int& glTypeSize);
+ORBT_API bool getDirect3DFormat(const unsigned long long& pixelFormat, const EORBTVariableType& channelType,
+                                const EORBTColourSpace& colourSpace, unsigned int& d3dFormat);
+ORBT_API bool getDirectXGIFormat(const unsigned long long& pixelFormat, const EORBTVariableType& channelType,
+                                 const EORBTColourSpace& colourSpace, unsigned int& dxgiFormat);
+ORBT_API bool getOrbCoreFormatOGL(unsigned long long& pixelFormat, EORBTVariableType& channelType,
+                                  EORBTColourSpace& colourSpace, const unsigned int& glInternalFormat,
+                                  const unsigned int& glFormat, const unsigned int& glType);
+ORBT_API bool getOrbCoreFormatD3D(unsigned long long& pixelFormat, EORBTVariableType& channelType,
+                                  EORBTColourSpace& colourSpace, bool& isPreMultiplied,
+                                  const unsigned int& d3dFormat);
+ORBT_API bool getOrbCoreFormatDXGI(unsigned long long& pixelFormat, EORBTVariableType& channelType,
+                                   EORBTColourSpace& colourSpace, const unsigned int& dxgiFormat);
+
 } // namespace orbtexture
 
 // Bits per pixel: the sum of the widths for a channel layout, a table entry

@@ -74,6 +74,20 @@ public:
     void setIsFileCompressed(bool isFileCompressed);
     void setIsPreMultiplied(bool isPreMultiplied);
 
+    // Format codes of the graphics APIs for this header's pixel format,
+    // channel type and colour space (ORBTextureFormat.h); the getters answer
+    // false or 0 where the API has no code. The setters set pixel format,
+    // channel type and colour space (D3D also the premultiplied flag) and
+    // leave the header unchanged when the code is unknown.
+    bool getOGLFormat(uint32_t& internalFormat, uint32_t& format, uint32_t& type) const;
+    bool getOGLESFormat(uint32_t& internalFormat, uint32_t& format, uint32_t& type) const;
+    uint32_t getD3DFormat() const;
+    uint32_t getDXGIFormat() const;
+    bool setOGLFormat(const uint32_t& internalFormat, const uint32_t& format, const uint32_t& type);
+    bool setOGLESFormat(const uint32_t& internalFormat, const uint32_t& format, const uint32_t& type);
+    bool setD3DFormat(const uint32_t& d3dFormat);
+    bool setDXGIFormat(const uint32_t& dxgiFormat);
+
     // Typed metadata reads; each answers a default when the item is absent.
     EORBTOrientation getOrientation(EORBTAxis axis) const;
     bool isBumpMap() const;

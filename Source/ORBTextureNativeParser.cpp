@@ -28,46 +28,51 @@ constexpr uint64_t kFourCCOverhead = 512;
 
 } // namespace
 
-CNativeFileParser::CNativeFileParser(CByteSource& source, EMetaDataWalk walk) : m_source(source), m_walk(walk)
+std::unique_ptr<CContainerParser> OpenORBParser(CByteSource& source, EMetaDataWalk walk)
 {
     SetLastErrorText("");
     SetLastLoadShortfall(0);
+    uint32_t word;
+    if (!source.ReadWord(word))
+    {
+        if (source.Error() == EISDIR)
+            SetLoadError(eLoadIsDirectory);
+        else if (source.Failed())
+            SetLoadError(eLoadReadError, std::strerror(source.Error()));
+        else
+            SetLoadError(eLoadTooShort);
+        return nullptr;
+    }
+    if (word == ORBTEX_VERSION_3)
+        return std::unique_ptr<CContainerParser>(new CNativeFileParser(source, walk, word));
+    if (word == kLegacyHeaderV2Size || word == kLegacyHeaderV1Size)
+    {
+        SetLoadError(eLoadLegacyUnsupported, word == kLegacyHeaderV2Size ? 2u : 1u);
+        return nullptr;
+    }
+    SetLoadError(eLoadNotATexture, word);
+    return nullptr;
 }
 
-ELoadReason CNativeFileParser::ReadFailure(ELoadReason atEnd)
+CNativeFileParser::CNativeFileParser(CByteSource& source, EMetaDataWalk walk, uint32_t firstWord)
+    : CContainerParser(source), m_walk(walk), m_firstWord(firstWord)
 {
-    if (m_source.Error() == EISDIR)
-        return SetLoadError(eLoadIsDirectory);
-    if (m_source.Failed())
-        return SetLoadError(eLoadReadError, std::strerror(m_source.Error()));
-    return SetLoadError(atEnd);
 }
 
 ELoadReason CNativeFileParser::ReadHeader(CORBTextureHeader& header)
 {
     ORBTextureHeaderV3 record;
-    uint32_t word;
-    if (!m_source.ReadWord(word))
-        return ReadFailure(eLoadTooShort);
-    if (word == kLegacyHeaderV2Size || word == kLegacyHeaderV1Size)
-        return SetLoadError(eLoadLegacyUnsupported, word == kLegacyHeaderV2Size ? 2u : 1u);
-    if (word != ORBTEX_VERSION_3)
-        return SetLoadError(eLoadNotATexture, word);
-    record.version = word;
+    record.version = m_firstWord;
     if (!m_source.ReadExact(reinterpret_cast<uint8_t*>(&record) + 4, ORBTEX_V3_HEADER_SIZE - 4))
         return ReadFailure(eLoadTruncatedHeader);
     const uint32_t declared = record.metaDataSize;
     record.metaDataSize = 0;
 
-    // Everything the header alone decides, before any allocation.
-    if (HasOversizedChannel(PixelType(record.pixelFormat)))
-        return SetLoadError(eLoadOversizedChannel);
-    if (record.numMIPMaps == 0 || record.numSurfaces == 0 || record.numFaces == 0)
-        return SetLoadError(eLoadNoSurfaces);
-    if (!CheckedTotalDataSize(record, m_dataSize))
-        return SetLoadError(eLoadTooLarge);
-    if (m_dataSize == 0)
-        return SetLoadError(eLoadUnknownSize, ORBTGetPixelFormatName(record.pixelFormat).c_str());
+    // Everything the header alone decides, before any allocation. Deep MIP
+    // chains are the native file's to keep.
+    const ELoadReason checked = CheckHeader(CORBTextureHeader(record), false);
+    if (checked != eLoadOK)
+        return checked;
 
     std::vector<MetaDataBlock> blocks;
     const ELoadReason walked = WalkMetaData(declared, blocks);
@@ -131,15 +136,6 @@ ELoadReason CNativeFileParser::WalkMetaData(uint32_t declared, std::vector<MetaD
     return eLoadOK;
 }
 
-ELoadReason CNativeFileParser::CheckLoadLimit()
-{
-    const uint64_t limit = ORBTGetLoadLimit();
-    const uint64_t needed = m_metaDataBytes + m_dataSize;
-    if (needed > limit)
-        return SetLoadError(eLoadOverLimit, (unsigned long long)needed, (unsigned long long)limit);
-    return eLoadOK;
-}
-
 ELoadReason CNativeFileParser::FinishData(uint64_t held, uint64_t& missing)
 {
     if (m_source.Failed())
@@ -153,20 +149,16 @@ ELoadReason CNativeFileParser::FinishData(uint64_t held, uint64_t& missing)
     return eLoadOK;
 }
 
-ELoadReason CNativeFileParser::ReadData(uint8_t* destination, uint64_t& missing)
+ELoadReason CNativeFileParser::ReadData(uint8_t* block, uint64_t& missing)
 {
-    const size_t total = size_t(m_dataSize);
-    const size_t prefix = std::min<size_t>(m_prefixSize, total);
-    std::memcpy(destination, m_prefix, prefix);
-    const size_t read = prefix + m_source.Read(destination + prefix, total - prefix);
-    std::memset(destination + read, 0, total - read);
+    const uint64_t total = m_dataSize;
+    const uint64_t prefix = std::min<uint64_t>(m_prefixSize, total);
+    if (!block)
+        return FinishData(m_prefixSize + m_source.Skip(total - prefix), missing);
+    std::memcpy(block, m_prefix, size_t(prefix));
+    const size_t read = size_t(prefix) + m_source.Read(block + prefix, size_t(total - prefix));
+    std::memset(block + read, 0, size_t(total) - read);
     return FinishData(read + (m_prefixSize - prefix), missing);
-}
-
-ELoadReason CNativeFileParser::CountData(uint64_t& missing)
-{
-    const uint64_t prefix = std::min<uint64_t>(m_prefixSize, m_dataSize);
-    return FinishData(m_prefixSize + m_source.Skip(m_dataSize - prefix), missing);
 }
 
 } // namespace orbtexture
