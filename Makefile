@@ -6,6 +6,7 @@
 #   make install PREFIX=/usr/local
 #   make bench             build and run the benchmarks
 #   make fuzz-smoke        build the fuzz targets with clang, run each FUZZ_SECONDS (60) under ASan and UBSan
+#   make fuzz              the same, 600 seconds a target unless FUZZ_SECONDS says; FUZZ_ONLY=name picks targets
 
 SANITIZE ?= 0
 PREFIX ?= /usr/local
@@ -24,7 +25,7 @@ ifneq ($(COMPILER),)
 CMAKE_ARGS += -DCMAKE_CXX_COMPILER=$(COMPILER)
 endif
 
-.PHONY: all setup configure build demo test install bench clean fuzz-smoke
+.PHONY: all setup configure build demo test install bench clean fuzz-smoke fuzz
 
 all: build
 
@@ -52,25 +53,37 @@ bench: build
 clean:
 	rm -rf build build-*
 
-FUZZ_SECONDS ?= 60
+FUZZ_SECONDS ?=
+# Run only the targets named here (default: all).
+FUZZ_ONLY ?=
 
 # Each target starts from a fresh working corpus plus its generated seeds and
 # the inputs of past findings (Fuzz/regressions/<target>/); crash inputs and
-# logs go to build-fuzz/fuzz-smoke/. Any crash or sanitizer report fails.
-fuzz-smoke: setup
+# logs go to build-fuzz/fuzz-smoke/<target>/. Any crash, leak, sanitizer
+# report or use of more than 2 GiB fails.
+define run-fuzzers
 	@cmake -S . -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DORBT_BUILD_FUZZ=ON -DORBT_BUILD_TESTS=OFF -DORBT_BUILD_CLI=OFF >/dev/null
 	@cmake --build build-fuzz -j $(JOBS)
-	@rm -rf build-fuzz/fuzz-smoke; status=0; \
-	for fuzzer in build-fuzz/Fuzz/*fuzz; do \
+	@status=0; \
+	for fuzzer in $(if $(FUZZ_ONLY),$(addprefix build-fuzz/Fuzz/,$(FUZZ_ONLY)),build-fuzz/Fuzz/*fuzz); do \
 	    name=$$(basename $$fuzzer); out=build-fuzz/fuzz-smoke/$$name; \
-	    mkdir -p $$out/corpus $$out/artifacts; \
+	    rm -rf $$out; mkdir -p $$out/corpus $$out/artifacts; \
 	    if UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-	        $$fuzzer -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
+	        $$fuzzer -max_total_time=$(1) -timeout=30 -rss_limit_mb=2048 -print_final_stats=1 \
 	        -artifact_prefix=$$out/artifacts/ $$out/corpus build-fuzz/Fuzz/corpus/$$name \
 	        $$(test -d Fuzz/regressions/$$name && echo Fuzz/regressions/$$name) >$$out/log 2>&1; then \
-	        echo "fuzz-smoke: $$name: $$(sed -n 's/^stat::number_of_executed_units: *//p' $$out/log) runs, no findings"; \
+	        echo "fuzz: $$name: $$(sed -n 's/^stat::number_of_executed_units: *//p' $$out/log) runs in $(1) s, no findings"; \
 	    else \
 	        status=1; tail -n 30 $$out/log; \
-	        echo "fuzz-smoke: $$name: FAILED (log $$out/log, inputs in $$out/artifacts/)"; \
+	        echo "fuzz: $$name: FAILED (log $$out/log, inputs in $$out/artifacts/)"; \
 	    fi; \
 	done; exit $$status
+endef
+
+# A minute a target (FUZZ_SECONDS to change it); CI runs this.
+fuzz-smoke: setup
+	$(call run-fuzzers,$(or $(FUZZ_SECONDS),60))
+
+# Ten minutes a target by default.
+fuzz: setup
+	$(call run-fuzzers,$(or $(FUZZ_SECONDS),600))

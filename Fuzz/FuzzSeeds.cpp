@@ -10,6 +10,7 @@
 
 #include <sys/stat.h>
 
+#include "FuzzSeeds.h"
 #include "ORBTextureFormat.h"
 #include "ORBTextureInfo.h"
 
@@ -150,7 +151,38 @@ bool WriteCorpus(const std::string& dir, const std::vector<Bytes>& inputs)
     return true;
 }
 
+struct Registered
+{
+    std::string target;
+    FuzzSeedFunction seeds;
+};
+
+std::vector<Registered>& Registry()
+{
+    static std::vector<Registered> registry;
+    return registry;
+}
+
 } // namespace
+
+FuzzSeedRegistration::FuzzSeedRegistration(const char* target, FuzzSeedFunction seeds)
+{
+    Registry().push_back({target, seeds});
+}
+
+FuzzBytes ReadFuzzSeedFile(const std::string& path)
+{
+    FuzzBytes bytes;
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file)
+        return bytes;
+    uint8_t buffer[4096];
+    size_t got;
+    while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0)
+        bytes.insert(bytes.end(), buffer, buffer + got);
+    std::fclose(file);
+    return bytes;
+}
 
 int main(int argc, char** argv)
 {
@@ -162,9 +194,10 @@ int main(int argc, char** argv)
     const std::string root = argv[1];
     mkdir(root.c_str(), 0755);
     const std::vector<Bytes> images = NativeImages();
-    const bool ok = WriteCorpus(root + "/nativeimagefuzz", images) &&
-                    WriteCorpus(root + "/fileroundtripfuzz", images) &&
-                    WriteCorpus(root + "/codecfuzz", CodecInputs());
+    bool ok = WriteCorpus(root + "/nativeimagefuzz", images) &&
+              WriteCorpus(root + "/fileroundtripfuzz", images) && WriteCorpus(root + "/codecfuzz", CodecInputs());
+    for (const Registered& registered : Registry())
+        ok = ok && WriteCorpus(root + "/" + registered.target, registered.seeds());
     if (!ok)
     {
         std::fprintf(stderr, "fuzzseeds: cannot write under %s\n", root.c_str());
