@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "ORBTextureASTCFile.h"
 #include "ORBTextureContainerParser.h"
 #include "ORBTextureErrors.h"
 #include "ORBTextureNativeParser.h"
@@ -73,7 +74,7 @@ std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByt
     {
     case EContainer::KTX: unsupported = "ktx"; break;
     case EContainer::DDS: unsupported = "dds"; break;
-    case EContainer::ASTC: unsupported = "astc"; break;
+    case EContainer::ASTC: return MakeASTCParser(source);
     default: return OpenORBParser(source, walk);
     }
     SetLastErrorText("");
@@ -294,12 +295,26 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
     const CORBTString extension = LowerCaseExtension(filePath, false);
     switch (ContainerForSave(extension))
     {
+    case EContainer::CHeader:
+    {
+        // Symbols are named by the path up to its first '.', without directories.
+        CORBTString name = filePath.substr(0, filePath.find_first_of('.'));
+        const unsigned int separator = name.find_last_of("\\/");
+        if (separator != CORBTString::npos)
+            name = name.substr(separator + 1);
+        return privateWriteFile(filePath, [&](FILE* file) { return privateSaveCHeaderFile(file, name); });
+    }
     default: break; // native
     }
     CORBTString outputPath = filePath;
     if (extension != "orb")
         outputPath += ".orb";
     return privateWriteFile(outputPath, [&](FILE* file) { return privateSaveORBFile(file); });
+}
+
+bool CORBTexture::saveASTCFile(const CORBTString& filePath) const
+{
+    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveASTCFile(file); });
 }
 
 } // namespace orbtexture

@@ -1,0 +1,141 @@
+// .astc files: a 16-byte header (magic, block size, 24-bit dimensions) and
+// the blocks of one surface.
+
+#include "ORBTextureASTCFile.h"
+
+#include <cstring>
+
+#include "ORBTexture.h"
+#include "ORBTextureFormatTable.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+constexpr uint32_t kASTCMagic = 0x5CA1AB13;
+constexpr uint32_t kASTCHeaderSize = 16;
+constexpr uint32_t kFirstASTCFormat = ePF_ASTC_4x4;
+constexpr uint32_t kLastASTCFormat = ePF_ASTC_6x6x6;
+
+uint32_t Read24(const uint8_t* bytes) { return uint32_t(bytes[0]) | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16; }
+
+void Write24(uint8_t* bytes, uint32_t value)
+{
+    bytes[0] = uint8_t(value);
+    bytes[1] = uint8_t(value >> 8);
+    bytes[2] = uint8_t(value >> 16);
+}
+
+bool InBlockRange(uint32_t size) { return size >= 3 && size <= 12; }
+
+// The ASTC format of a block size; false when there is none. Z of 1 selects
+// among the two-dimensional formats, any other among the three-dimensional.
+bool FormatOfBlockSize(uint32_t x, uint32_t y, uint32_t z, uint32_t& format)
+{
+    for (uint32_t candidate = kFirstASTCFormat; candidate <= kLastASTCFormat; ++candidate)
+    {
+        const FormatDescriptor& descriptor = DescribeFormat(candidate);
+        if (descriptor.minX == x && descriptor.minY == y && descriptor.minZ == z)
+        {
+            format = candidate;
+            return true;
+        }
+    }
+    return false;
+}
+
+class CASTCFileParser : public CContainerParser
+{
+public:
+    explicit CASTCFileParser(CByteSource& source) : CContainerParser(source) {}
+
+    const char* ContainerName() const override { return "astc"; }
+
+    ELoadReason ReadHeader(CORBTextureHeader& header) override
+    {
+        uint8_t bytes[kASTCHeaderSize];
+        const size_t got = m_source.Read(bytes, sizeof bytes);
+        if (got != sizeof bytes)
+            return ReadFailure(got == 0 ? eLoadTooShort : eLoadTruncatedHeader);
+
+        uint32_t magic;
+        std::memcpy(&magic, bytes, 4);
+        AddField("magic", "0x%08X", magic);
+        if (magic != kASTCMagic)
+            return SetLoadError(eLoadBadSignature, "astc");
+        const uint32_t x = bytes[4], y = bytes[5], z = bytes[6];
+        const uint32_t width = Read24(bytes + 7), height = Read24(bytes + 10), depth = Read24(bytes + 13);
+        AddField("block size", "%u x %u x %u", x, y, z);
+        AddField("width", "%u", width);
+        AddField("height", "%u", height);
+        AddField("depth", "%u", depth);
+
+        char what[64];
+        if (!InBlockRange(x) || !InBlockRange(y) || (z != 1 && !InBlockRange(z)))
+        {
+            std::snprintf(what, sizeof what, "block size %u x %u x %u out of range", x, y, z);
+            return SetLoadError(eLoadBadHeader, "astc", what);
+        }
+        uint32_t format;
+        if (!FormatOfBlockSize(x, y, z, format))
+        {
+            std::snprintf(what, sizeof what, "block size %u x %u x %u is no ASTC format", x, y, z);
+            return SetLoadError(eLoadBadHeader, "astc", what);
+        }
+
+        CORBTextureHeader parsed;
+        parsed.setPixelFormat(PixelType(format));
+        parsed.setWidth(width);
+        parsed.setHeight(height);
+        parsed.setDepth(depth);
+        const ELoadReason checked = CheckHeader(parsed);
+        if (checked != eLoadOK)
+            return checked;
+        header = parsed;
+        return eLoadOK;
+    }
+
+protected:
+    ELoadReason ReadData(uint8_t* block, uint64_t&) override { return TakeData(block, m_dataSize); }
+};
+
+} // namespace
+
+std::unique_ptr<CContainerParser> MakeASTCParser(CByteSource& source)
+{
+    return std::unique_ptr<CContainerParser>(new CASTCFileParser(source));
+}
+
+bool CORBTexture::privateSaveASTCFile(FILE* file) const
+{
+    if (!file)
+        return false;
+
+    uint8_t header[kASTCHeaderSize] = {};
+    std::memcpy(header, &kASTCMagic, 4);
+    // Formats other than ASTC write block sizes of 0.
+    const uint64_t format = getPixelType().PixelTypeID;
+    if (format >= kFirstASTCFormat && format <= kLastASTCFormat)
+    {
+        const FormatDescriptor& descriptor = DescribeFormat(uint32_t(format));
+        header[4] = descriptor.minX;
+        header[5] = descriptor.minY;
+        header[6] = descriptor.minZ;
+    }
+    // Dimensions keep their low 24 bits.
+    Write24(header + 7, getWidth(0));
+    Write24(header + 10, getHeight(0));
+    Write24(header + 13, getDepth(0));
+    if (std::fwrite(header, 1, sizeof header, file) != sizeof header)
+        return false;
+
+    // The first surface only: level 0, member 0, face 0.
+    const uint32_t size = getDataSize(0, false, false);
+    if (size > m_uiDataSize || (size && !m_pTextureData))
+        return false;
+    return std::fwrite(getDataPtr(0, 0, 0), 1, size, file) == size;
+}
+
+} // namespace orbtexture
