@@ -8,6 +8,7 @@
 #include "ORBTextureASTCFile.h"
 #include "ORBTextureContainerParser.h"
 #include "ORBTextureErrors.h"
+#include "ORBTextureKTX.h"
 #include "ORBTextureNativeParser.h"
 #include "ORBTextureSizeRules.h"
 
@@ -72,7 +73,7 @@ std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByt
     const char* unsupported = nullptr;
     switch (container)
     {
-    case EContainer::KTX: unsupported = "ktx"; break;
+    case EContainer::KTX: return MakeKTXParser(source);
     case EContainer::DDS: unsupported = "dds"; break;
     case EContainer::ASTC: return MakeASTCParser(source);
     default: return OpenORBParser(source, walk);
@@ -295,6 +296,8 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
     const CORBTString extension = LowerCaseExtension(filePath, false);
     switch (ContainerForSave(extension))
     {
+    case EContainer::KTX:
+        return privateWriteFile(filePath, [&](FILE* file) { return privateSaveKTXFile(file); });
     case EContainer::CHeader:
     {
         // Symbols are named by the path up to its first '.', without directories.
