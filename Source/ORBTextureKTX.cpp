@@ -319,8 +319,10 @@ ELoadReason CKTXFileParser::WalkKeyValueData(uint32_t size, uint32_t& orientatio
 // contiguous in memory. Many short rows are read through the staging buffer.
 ELoadReason CKTXFileParser::ReadRows(const KTXLevelLayout& level, uint8_t* surface)
 {
-    const uint64_t perBatch = level.rowStored ? std::max<uint64_t>(1, kStagingSize / level.rowStored) : 1;
-    if (perBatch == 1 || level.rowStored == 0)
+    if (level.rowStored == level.rowBytes)
+        return TakeData(surface, level.rows * level.rowBytes);
+    const uint64_t perBatch = std::max<uint64_t>(1, kStagingSize / level.rowStored);
+    if (perBatch == 1)
     {
         for (uint64_t row = 0; row < level.rows; ++row)
         {

@@ -343,6 +343,12 @@ TEST(KTXFile, Refusals)
     noFaces.faces = 0;
     KTXHeader deep = header;
     deep.levels = 3; // 2 x 2 has two levels at most
+    // A side with its top bit set allows 32 levels.
+    KTXHeader tall = header;
+    tall.height = 0x80000000u;
+    tall.levels = 33;
+    KTXHeader tallValid = tall;
+    tallValid.levels = 32;
     // 4096 array members of 16 bytes each claimed by a file of 20 bytes of data.
     KTXHeader members = header;
     members.arrayElements = 4096;
@@ -366,6 +372,8 @@ TEST(KTXFile, Refusals)
         {"declares no surfaces", KTXFile(noLevels, {}, {})},
         {"declares no surfaces", KTXFile(noFaces, {}, body)},
         {"3 MIP levels, but a largest side of 2 allows at most 2", KTXFile(deep, {}, body)},
+        {"33 MIP levels, but a largest side of 2147483648 allows at most 32", KTXFile(tall, {}, body)},
+        {"texture too large: its data size does not fit in 32 bits", KTXFile(tallValid, {}, body)},
         {"pixel data short by 65520 bytes", KTXFile(members, {}, body)},
         {"ktx header: key/value pair 0 of 13 bytes runs past bytesOfKeyValueData", KTXFile(header, pastBlock, body)},
         {"ktx header: key/value pair 0 runs past bytesOfKeyValueData", KTXFile(header, {0, 0}, body)},

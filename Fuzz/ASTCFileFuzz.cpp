@@ -1,0 +1,81 @@
+// Loads the input as a .astc image; a texture that loads is touched, saved
+// with the .astc writer and reloaded, and the written file must repeat the
+// input's header (dimensions of 0 excepted, which load as 1) and blocks.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "ORBTexture.h"
+
+using namespace orbtexture;
+
+namespace
+{
+
+[[noreturn]] void Fail(const char* what)
+{
+    std::fprintf(stderr, "astcfilefuzz: %s\n", what);
+    std::abort();
+}
+
+const std::string& ScratchPath()
+{
+    static const std::string path = [] {
+        const char* dir = std::getenv("TMPDIR");
+        return std::string(dir && *dir ? dir : "/tmp") + "/orbt-astcfilefuzz-" + std::to_string(getpid()) + ".astc";
+    }();
+    return path;
+}
+
+std::vector<uint8_t> ReadFile(const std::string& path)
+{
+    std::vector<uint8_t> bytes;
+    if (FILE* file = std::fopen(path.c_str(), "rb"))
+    {
+        uint8_t chunk[4096];
+        size_t n;
+        while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0)
+            bytes.insert(bytes.end(), chunk, chunk + n);
+        std::fclose(file);
+    }
+    return bytes;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    CORBTexture texture;
+    if (!texture.loadFromMemory(data, size, "fuzz.astc"))
+        return 0;
+    const uint32_t total = texture.getDataSize();
+    if (size < 16 + uint64_t(total) || total == 0)
+        Fail("loaded more data than the image holds");
+    volatile uint8_t sink = texture.getDataPtr()[total - 1];
+    (void)sink;
+
+    const std::string& path = ScratchPath();
+    if (!texture.saveASTCFile(path.c_str()))
+        Fail("saveASTCFile failed for a loaded texture");
+    const std::vector<uint8_t> written = ReadFile(path);
+    const CORBTexture reloaded(path.c_str());
+    std::remove(path.c_str());
+
+    std::vector<uint8_t> expected(data, data + 16 + total);
+    for (size_t field = 7; field < 16; field += 3)
+        if (!expected[field] && !expected[field + 1] && !expected[field + 2])
+            expected[field] = 1;
+    if (written != expected)
+        Fail("written file differs from the input");
+    if (!reloaded.getDataPtr() || reloaded.getPixelType() != texture.getPixelType() ||
+        reloaded.getDataSize() != total || std::memcmp(reloaded.getDataPtr(), texture.getDataPtr(), total) != 0)
+        Fail("reload differs");
+    return 0;
+}

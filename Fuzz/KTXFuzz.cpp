@@ -1,0 +1,95 @@
+// Loads the input as a KTX image; a texture that loads is touched, saved as
+// KTX (which must succeed exactly when its format has OpenGL codes) and
+// reloaded: dimensions, counts, orientation and, for the same pixel format,
+// the pixel block must come back.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <unistd.h>
+
+#include "ORBTexture.h"
+
+using namespace orbtexture;
+
+namespace
+{
+
+[[noreturn]] void Fail(const char* what)
+{
+    std::fprintf(stderr, "ktxfuzz: %s\n", what);
+    std::abort();
+}
+
+// One file per process, so parallel jobs do not share it.
+const std::string& ScratchPath()
+{
+    static const std::string path = [] {
+        const char* dir = std::getenv("TMPDIR");
+        return std::string(dir && *dir ? dir : "/tmp") + "/orbt-ktxfuzz-" + std::to_string(getpid()) + ".ktx";
+    }();
+    return path;
+}
+
+uint8_t Touch(const CORBTexture& texture)
+{
+    uint8_t sink = 0;
+    const uint32_t levels = texture.getNumMIPLevels() < 40 ? texture.getNumMIPLevels() : 40;
+    for (uint32_t mip = 0; mip < levels; ++mip)
+        for (uint32_t member = 0; member < texture.getNumArrayMembers() && member < 64; ++member)
+            for (uint32_t face = 0; face < texture.getNumFaces() && face < 64; ++face)
+            {
+                const uint8_t* surface = texture.getDataPtr(mip, member, face);
+                const uint32_t size = texture.getDataSize(int(mip), false, false);
+                if (size)
+                    sink ^= surface[size - 1];
+            }
+    sink ^= uint8_t(texture.getOrientation(eAxisX) + texture.getOrientation(eAxisY) + texture.getOrientation(eAxisZ));
+    return sink;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    CORBTexture texture;
+    if (!texture.loadFromMemory(data, size, "fuzz.ktx"))
+    {
+        if (texture.getDataPtr() || texture.getDataSize())
+            Fail("a refused image left data behind");
+        return 0;
+    }
+    volatile uint8_t sink = Touch(texture);
+    (void)sink;
+
+    unsigned int internalFormat, baseFormat, format, type, typeSize;
+    const bool mapped = getOpenGLFormat(texture.getPixelType().PixelTypeID, texture.getChannelType(),
+                                        texture.getColourSpace(), internalFormat, baseFormat, format, type, typeSize);
+    const std::string& path = ScratchPath();
+    const bool saved = texture.saveFile(path.c_str());
+    if (saved != mapped)
+        Fail(mapped ? "save failed for a format with OpenGL codes" : "saved a format without OpenGL codes");
+    if (!saved)
+        return 0;
+    const CORBTexture reloaded(path.c_str());
+    std::remove(path.c_str());
+    if (!reloaded.getDataPtr())
+        Fail("a saved file does not reload");
+    if (reloaded.getWidth() != texture.getWidth() || reloaded.getHeight() != texture.getHeight() ||
+        reloaded.getDepth() != texture.getDepth() || reloaded.getNumMIPLevels() != texture.getNumMIPLevels() ||
+        reloaded.getNumArrayMembers() != texture.getNumArrayMembers() ||
+        reloaded.getNumFaces() != texture.getNumFaces())
+        Fail("dimensions or counts differ after the round trip");
+    for (EORBTAxis axis : {eAxisX, eAxisY, eAxisZ})
+        if (reloaded.getOrientation(axis) != texture.getOrientation(axis))
+            Fail("orientation differs after the round trip");
+    if (reloaded.getPixelType() == texture.getPixelType() &&
+        (reloaded.getDataSize() != texture.getDataSize() ||
+         std::memcmp(reloaded.getDataPtr(), texture.getDataPtr(), texture.getDataSize()) != 0))
+        Fail("pixel block differs after the round trip");
+    return 0;
+}
