@@ -297,6 +297,7 @@ TEST(FormatMaps, Direct3D)
     EXPECT_EQ(D3D(L("abgr", 32, 32, 32, 32), 12), 116u);
     EXPECT_EQ(D3D(L("r", 16), 12), 111u);
     EXPECT_EQ(D3D(ORBStandard8PixelType, 0), 0u);
+    EXPECT_EQ(D3D(L("r", 16), 0xFFFFFFFFu), 0u); // a row without a second type matches no stray type
 
     EXPECT_EQ(D3D(ePF_DXT1, 5), 0x31545844u); // "DXT1"
     EXPECT_EQ(D3D(ePF_DXT2, 0), FourCC("DXT2"));
