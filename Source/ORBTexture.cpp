@@ -305,7 +305,7 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
         const unsigned int separator = name.find_last_of("\\/");
         if (separator != CORBTString::npos)
             name = name.substr(separator + 1);
-        return privateWriteFile(filePath, [&](FILE* file) { return privateSaveCHeaderFile(file, name); });
+        return saveCHeaderFile(filePath, name);
     }
     default: break; // native
     }
@@ -318,6 +318,11 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
 bool CORBTexture::saveASTCFile(const CORBTString& filePath) const
 {
     return privateWriteFile(filePath, [&](FILE* file) { return privateSaveASTCFile(file); });
+}
+
+bool CORBTexture::saveCHeaderFile(const CORBTString& filePath, const CORBTString& symbolName) const
+{
+    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveCHeaderFile(file, symbolName); });
 }
 
 } // namespace orbtexture

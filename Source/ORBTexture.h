@@ -62,6 +62,9 @@ public:
     bool saveFile(const CORBTString& filePath) const;
     // Saves level 0, member 0, face 0 of an ASTC texture as a .astc file.
     bool saveASTCFile(const CORBTString& filePath) const;
+    // Writes the native file as a C source array named 'symbolName' (used as
+    // given), whatever the path; saveFile of a ".h" path names it by the path.
+    bool saveCHeaderFile(const CORBTString& filePath, const CORBTString& symbolName) const;
     // Saves a legacy .orb file for one legacy API, at the path exactly as given.
     bool saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const;
 

@@ -407,11 +407,11 @@ bool CORBTexture::privateSaveKTXFile(FILE* file) const
 {
     if (!file)
         return false;
-    // A texture without format codes would make a file nothing reads.
+    // A format without OpenGL codes is written with the outputs of the failed
+    // look-up (zeros, type size 1 for a named format); no reader takes it.
     unsigned int internalFormat = 0, baseInternalFormat = 0, format = 0, type = 0, typeSize = 0;
-    if (!getOpenGLFormat(m_sHeader.pixelFormat, getChannelType(), getColourSpace(), internalFormat,
-                         baseInternalFormat, format, type, typeSize))
-        return false;
+    getOpenGLFormat(m_sHeader.pixelFormat, getChannelType(), getColourSpace(), internalFormat, baseInternalFormat,
+                    format, type, typeSize);
 
     KTXHeaderWords words;
     words.endianness = kKTXEndianness;

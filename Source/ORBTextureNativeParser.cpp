@@ -65,6 +65,18 @@ ELoadReason CNativeFileParser::ReadHeader(CORBTextureHeader& header)
     record.version = m_firstWord;
     if (!m_source.ReadExact(reinterpret_cast<uint8_t*>(&record) + 4, ORBTEX_V3_HEADER_SIZE - 4))
         return ReadFailure(eLoadTruncatedHeader);
+    AddField("version", "0x%08X", record.version);
+    AddField("flags", "0x%08X", record.flags);
+    AddField("pixelFormat", "0x%016llX", (unsigned long long)record.pixelFormat);
+    AddField("colourSpace", "%u", record.colourSpace);
+    AddField("channelType", "%u", record.channelType);
+    AddField("height", "%u", record.height);
+    AddField("width", "%u", record.width);
+    AddField("depth", "%u", record.depth);
+    AddField("numSurfaces", "%u", record.numSurfaces);
+    AddField("numFaces", "%u", record.numFaces);
+    AddField("numMIPMaps", "%u", record.numMIPMaps);
+    AddField("metaDataSize", "%u", record.metaDataSize);
     const uint32_t declared = record.metaDataSize;
     record.metaDataSize = 0;
 

@@ -395,10 +395,16 @@ TEST(KTXFile, Refusals)
     CORBTexture texture;
     EXPECT_TRUE(texture.loadFromMemory(valid.data(), valid.size(), "case.ktx")) << ORBTGetLastError();
 
-    // A texture without OpenGL codes is not written, and leaves no file.
+    // A texture without OpenGL codes is written with zero codes, and that
+    // file is refused.
     const CORBTexture bc7 = Filled(CORBTextureHeader(ePF_BC7, 4, 4));
-    EXPECT_FALSE(bc7.saveFile((dir / "bc7.ktx").c_str()));
-    EXPECT_FALSE(std::filesystem::exists(dir / "bc7.ktx"));
+    ASSERT_TRUE(bc7.saveFile((dir / "bc7.ktx").c_str()));
+    const Bytes written = ReadBytes(dir / "bc7.ktx");
+    ASSERT_GE(written.size(), 32u);
+    for (size_t offset : {16, 24, 28, 32})
+        EXPECT_EQ(written[offset], 0) << offset;
+    EXPECT_EQ(written[20], 1); // glTypeSize of a named format without codes
+    EXPECT_EQ(CORBTexture((dir / "bc7.ktx").c_str()).getDataPtr(), nullptr);
 }
 
 TEST(KTXFile, PipesAndLongKeyValueData)
