@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "ORBTextureContainerParser.h"
+#include "ORBTextureDDS.h"
 #include "ORBTextureErrors.h"
 #include "ORBTextureNativeParser.h"
 #include "ORBTextureSizeRules.h"
@@ -72,7 +73,7 @@ std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByt
     switch (container)
     {
     case EContainer::KTX: unsupported = "ktx"; break;
-    case EContainer::DDS: unsupported = "dds"; break;
+    case EContainer::DDS: return OpenDDSParser(source);
     case EContainer::ASTC: unsupported = "astc"; break;
     default: return OpenORBParser(source, walk);
     }
@@ -294,6 +295,7 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
     const CORBTString extension = LowerCaseExtension(filePath, false);
     switch (ContainerForSave(extension))
     {
+    case EContainer::DDS: return privateWriteFile(filePath, [&](FILE* file) { return privateSaveDDSFile(file); });
     default: break; // native
     }
     CORBTString outputPath = filePath;
