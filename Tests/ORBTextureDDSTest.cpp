@@ -388,7 +388,12 @@ TEST(DDSFile, MasksPickTheirRow)
         {0x41, 24, 0xFF0000, 0xFF00, 0xFF, 0, 0},          // and the others its absence
         {0x40, 24, 0xFF0000, 0xFF00, 0xFF, 0x12345678, 20}, // a zero alpha mask is not compared
         {0x40, 32, 0xFFFF, 0xFFFF0000, 0xFF, 0xFF, 34},     // row 34 compares red and green
-        {0x20040, 8, 0xFF, 0, 0, 0, 0},                     // the RGB flag comes first
+        // The first group flag decides: RGB, bump luminance, bump, luminance, alpha.
+        {0x20040, 8, 0xFF, 0, 0, 0, 0},
+        {0x40040, 32, 0xFF, 0xFF00, 0xFF0000, 0, 0},
+        {0xC0000, 16, 0xFF, 0xFF00, 0, 0, 0},
+        {0xA0000, 8, 0xFF, 0, 0, 0, 0},
+        {0x20002, 8, 0, 0, 0, 0xFF, 0},
         {0x40001, 32, 0xFF, 0xFF00, 0xFF0000, 0, 62},       // bump rows ignore the alpha bit
         {0x80000, 32, 0xFF, 0, 0, 0xFF000000, 63},          // red alone picks 63 ...
         {0x80000, 32, 0x12, 0, 0, 0xFF000000, 64},          // ... or 64
