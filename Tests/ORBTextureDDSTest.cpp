@@ -150,6 +150,11 @@ TEST(DDSFile, RefusedFilesLeaveAnEmptyTexture)
     tooManyLevels.flags |= 0x20000;
     tooManyLevels.mips = 4;
     tooManyLevels.data = Pattern(16 + 4 + 1 + 1);
+    // The largest side 2^31 allows 32 levels.
+    DDSFile widest = tooManyLevels;
+    widest.width = 0x80000000u;
+    widest.height = 1;
+    widest.mips = 33;
     DDSFile noLevels = tooManyLevels;
     noLevels.mips = 0;
     DDSFile shortData = MaskFile(0x20000, 8, 0xFF, 0, 0, 0);
@@ -188,6 +193,7 @@ TEST(DDSFile, RefusedFilesLeaveAnEmptyTexture)
         {"dds: no pixel format for DXGI format 999", DX10File(999, 16).Bytes()},
         {"dds: no pixel format for DXGI format 0", DX10File(0, 16).Bytes()},
         {"4 MIP levels, but a largest side of 4 allows at most 3", tooManyLevels.Bytes()},
+        {"33 MIP levels, but a largest side of 2147483648 allows at most 32", widest.Bytes()},
         {"declares no surfaces", noLevels.Bytes()},
         {"pixel data short by 1 bytes", shortData.Bytes()},
         {"pixel data missing", emptyDXT1.Bytes()},
