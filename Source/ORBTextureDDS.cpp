@@ -319,6 +319,7 @@ ELoadReason CDDSParser::ReadHeader(CORBTextureHeader& header)
 
 ELoadReason CDDSParser::ReadDX10(CORBTextureHeader& header)
 {
+    // Indexed by file offset; only the DX10 part is read here.
     uint8_t bytes[kMainSize + kDX10Size];
     const uint64_t remaining = m_source.Remaining();
     if (remaining != CByteSource::kUnknown && remaining < kDX10Size)
