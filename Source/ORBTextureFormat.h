@@ -185,11 +185,16 @@ ORBT_API EChannelName MapCharToEnum(uint8_t letter);
 ORBT_API uint8_t MapEnumToChar(EChannelName channel);
 
 // Pixel format, channel type and colour space to and from the format codes of
-// the graphics APIs. True when a mapping exists. The forward functions answer
-// the OpenGL internal format, the OpenGL ES internal format, format, type and
-// type size; a Direct3D 9 format (a FourCC as a little-endian word for the
-// compressed formats); a DXGI format. The inverse functions leave their
-// outputs unchanged when they answer false.
+// the graphics APIs (ORBTextureFormatMaps.cpp). True when a mapping exists.
+// getOpenGLFormat answers the internal format, the base internal format (the
+// internal format OpenGL ES takes), format, type and type size; on false it
+// writes 0 to all five for a channel layout, and for a named format 0 to
+// format and type and 1 to type size, leaving the internal formats.
+// getDirect3DFormat answers a Direct3D 9 format (a FourCC as a little-endian
+// word for the compressed formats), getDirectXGIFormat a DXGI format; both
+// write 0 on false. A colour space other than sRGB counts as linear. The
+// inverse functions leave their outputs unchanged when they answer false;
+// getOrbCoreFormatOGL never reads glFormat.
 ORBT_API bool getOpenGLFormat(const unsigned long long& pixelFormat, const EORBTVariableType& channelType,
                               const EORBTColourSpace& colourSpace, unsigned int& glInternalFormat,
                               unsigned int& glBaseInternalFormat, unsigned int& glFormat, unsigned int& glType,

@@ -76,9 +76,12 @@ public:
 
     // Format codes of the graphics APIs for this header's pixel format,
     // channel type and colour space (ORBTextureFormat.h); the getters answer
-    // false or 0 where the API has no code. The setters set pixel format,
-    // channel type and colour space (D3D also the premultiplied flag) and
-    // leave the header unchanged when the code is unknown.
+    // false or 0 where the API has no code, the OpenGL ones writing their
+    // outputs as getOpenGLFormat does. getOGLESFormat answers the base
+    // internal format as the internal format. The setters set pixel format,
+    // channel type and colour space (D3D also the premultiplied flag, through
+    // setIsPreMultiplied) and leave the header unchanged when the code is
+    // unknown.
     bool getOGLFormat(uint32_t& internalFormat, uint32_t& format, uint32_t& type) const;
     bool getOGLESFormat(uint32_t& internalFormat, uint32_t& format, uint32_t& type) const;
     uint32_t getD3DFormat() const;
