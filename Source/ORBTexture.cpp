@@ -7,6 +7,7 @@
 
 #include "ORBTextureASTCFile.h"
 #include "ORBTextureContainerParser.h"
+#include "ORBTextureDDS.h"
 #include "ORBTextureErrors.h"
 #include "ORBTextureKTX.h"
 #include "ORBTextureNativeParser.h"
@@ -70,18 +71,13 @@ EContainer ContainerForLoad(const CORBTString& path)
 
 std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByteSource& source, EMetaDataWalk walk)
 {
-    const char* unsupported = nullptr;
     switch (container)
     {
     case EContainer::KTX: return MakeKTXParser(source);
-    case EContainer::DDS: unsupported = "dds"; break;
+    case EContainer::DDS: return MakeDDSParser(source);
     case EContainer::ASTC: return MakeASTCParser(source);
     default: return OpenORBParser(source, walk);
     }
-    SetLastErrorText("");
-    SetLastLoadShortfall(0);
-    SetLoadError(eLoadContainerUnsupported, unsupported);
-    return nullptr;
 }
 
 
@@ -307,6 +303,7 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
             name = name.substr(separator + 1);
         return saveCHeaderFile(filePath, name);
     }
+    case EContainer::DDS: return privateWriteFile(filePath, [&](FILE* file) { return privateSaveDDSFile(file); });
     default: break; // native
     }
     CORBTString outputPath = filePath;

@@ -19,7 +19,6 @@ enum ELoadReason : uint32_t
     eLoadTooShort,
     eLoadNotATexture,          // first word
     eLoadLegacyUnsupported,    // header version
-    eLoadContainerUnsupported, // extension
     eLoadTruncatedHeader,
     eLoadOversizedChannel,
     eLoadNoSurfaces,
