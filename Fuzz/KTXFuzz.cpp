@@ -70,13 +70,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const bool mapped = getOpenGLFormat(texture.getPixelType().PixelTypeID, texture.getChannelType(),
                                         texture.getColourSpace(), internalFormat, baseFormat, format, type, typeSize);
     const std::string& path = ScratchPath();
-    const bool saved = texture.saveFile(path.c_str());
-    if (saved != mapped)
-        Fail(mapped ? "save failed for a format with OpenGL codes" : "saved a format without OpenGL codes");
-    if (!saved)
-        return 0;
+    if (!texture.saveFile(path.c_str()))
+        Fail("save failed");
     const CORBTexture reloaded(path.c_str());
     std::remove(path.c_str());
+    // A format without OpenGL codes is written with zero codes, which no
+    // reader takes.
+    if (!mapped)
+    {
+        if (reloaded.getDataPtr())
+            Fail("a file of zero OpenGL codes reloads");
+        return 0;
+    }
     if (!reloaded.getDataPtr())
         Fail("a saved file does not reload");
     if (reloaded.getWidth() != texture.getWidth() || reloaded.getHeight() != texture.getHeight() ||
