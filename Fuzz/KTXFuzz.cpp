@@ -75,11 +75,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const CORBTexture reloaded(path.c_str());
     std::remove(path.c_str());
     // A format without OpenGL codes is written with zero codes, which no
-    // reader takes.
-    if (!mapped)
+    // reader takes; some codes have no way back (GL_LUMINANCE16_ALPHA16).
+    unsigned long long backFormat = 0;
+    EORBTVariableType backType = eVarUnsignedByteNorm;
+    EORBTColourSpace backSpace = eColourSpaceLinear;
+    if (!mapped || !getOrbCoreFormatOGL(backFormat, backType, backSpace, internalFormat, format, type))
     {
         if (reloaded.getDataPtr())
-            Fail("a file of zero OpenGL codes reloads");
+            Fail("a file of codes that name no format reloads");
         return 0;
     }
     if (!reloaded.getDataPtr())
