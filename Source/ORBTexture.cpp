@@ -302,6 +302,11 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
     return privateWriteFile(outputPath, [&](FILE* file) { return privateSaveORBFile(file); });
 }
 
+bool CORBTexture::saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const
+{
+    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveLegacyORBFile(file, api); });
+}
+
 } // namespace orbtexture
 
 bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& header)
