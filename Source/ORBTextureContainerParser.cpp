@@ -59,7 +59,7 @@ ELoadReason CContainerParser::CheckHeader(const CORBTextureHeader& header, bool 
     {
         const uint32_t largest = std::max({record.width, record.height, record.depth, 1u});
         uint32_t allowed = 1;
-        while (allowed < 33 && (largest >> allowed) != 0)
+        while (allowed < 32 && (largest >> allowed) != 0)
             ++allowed;
         if (record.numMIPMaps > allowed)
             return SetLoadError(eLoadTooManyMIPLevels, record.numMIPMaps, largest, allowed);

@@ -160,6 +160,9 @@ ELoadReason CLegacyFileParser::ReadData(uint8_t* block, uint64_t& missing)
                 if (block)
                     surface = block + m_levelStart[mip] + (uint64_t(member) * m_faces + face) * size;
                 const ELoadReason taken = TakeData(surface, size);
+                // Nothing at all after the header: told apart as on every path.
+                if (taken == eLoadShortPixelData && m_dataLeft == StoredDataSize())
+                    return SetLoadError(eLoadNoPixelData);
                 if (taken != eLoadOK)
                     return taken;
             }
