@@ -33,7 +33,10 @@ public:
     ELoadReason ReadHeader(CORBTextureHeader& header) override;
 
     // A memory image holds array member 0 only.
-    uint64_t StoredDataSize() const override { return m_walk == EMetaDataWalk::MemoryImage ? m_member0Size : m_dataSize; }
+    uint64_t StoredDataSize() const override
+    {
+        return m_walk == EMetaDataWalk::MemoryImage ? m_member0Size : m_dataSize;
+    }
     uint64_t ExtraBytes() const override { return m_metaDataBytes; }
 
 protected:
