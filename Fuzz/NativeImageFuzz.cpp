@@ -10,6 +10,11 @@ using namespace orbtexture;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
+    // A legacy image holds array member 0 only, so a few bytes can claim a
+    // block as large as the load limit; the copies made here must fit the
+    // fuzzer's memory bound.
+    static const bool limited = (ORBTSetLoadLimit(256u << 20), true);
+    (void)limited;
     const CORBTexture texture(data, size);
     const uint8_t* block = texture.getDataPtr();
     if (!block)

@@ -485,6 +485,15 @@ TEST(LegacyFiles, RefusedHeadersAndShortData)
         EXPECT_FALSE(memory.loadFromMemory(c.bytes.data(), c.bytes.size(), "x.orb"));
         EXPECT_STREQ(ORBTGetLastError(), c.expected);
     }
+    // An image needs member 0 only, so its other members cost memory that
+    // the image does not hold: the load limit bounds them.
+    const std::vector<uint8_t> many = LegacyFile(52, 1, 1, 0, 0, 0x17006500, {1, 2});
+    CORBTexture memory;
+    {
+        testsupport::ScopedLoadLimit limit(1u << 20);
+        EXPECT_FALSE(memory.loadFromMemory(many.data(), many.size(), "x.orb"));
+        EXPECT_STREQ(ORBTGetLastError(), "texture needs 771803648 bytes, above the load limit of 1048576 bytes");
+    }
     // A large header is refused before its block exists.
     WriteBytes(dir / "vast.orb", LegacyFile(52, 16384, 16384, 0, 18, 1, rgba));
     EXPECT_EQ(CORBTexture((dir / "vast.orb").c_str()).getDataPtr(), nullptr);
