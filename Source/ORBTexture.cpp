@@ -322,6 +322,11 @@ bool CORBTexture::saveCHeaderFile(const CORBTString& filePath, const CORBTString
     return privateWriteFile(filePath, [&](FILE* file) { return privateSaveCHeaderFile(file, symbolName); });
 }
 
+bool CORBTexture::saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const
+{
+    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveLegacyORBFile(file, api); });
+}
+
 } // namespace orbtexture
 
 bool ORBTReadTextureHeader(const char* filePath, orbtexture::CORBTextureHeader& header)

@@ -21,7 +21,6 @@ const char* const kLoadMessages[] = {
     "read error: %s",
     "file too short to be a texture",
     "not an .orb texture (first word 0x%08X)",
-    "legacy .orb header (version %u) is not supported by this version",
     "truncated header",
     "channel layout has a channel wider than 32 bits",
     "declares no surfaces",

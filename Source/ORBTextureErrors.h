@@ -18,7 +18,6 @@ enum ELoadReason : uint32_t
     eLoadReadError,            // errno text
     eLoadTooShort,
     eLoadNotATexture,          // first word
-    eLoadLegacyUnsupported,    // header version
     eLoadTruncatedHeader,
     eLoadOversizedChannel,
     eLoadNoSurfaces,

@@ -7,6 +7,8 @@
 
 #include "ORBTextureFormat.h"
 #include "ORBTextureFormatTable.h"
+#include "ORBTextureLegacy.h"
+#include "ORBTextureLegacyFile.h"
 #include "ORBTextureSizeRules.h"
 
 namespace orbtexture
@@ -14,10 +16,6 @@ namespace orbtexture
 
 namespace
 {
-
-// Legacy headers start with their own size.
-constexpr uint32_t kLegacyHeaderV2Size = 52;
-constexpr uint32_t kLegacyHeaderV1Size = 44;
 
 // What a metadata item costs in memory beyond its data, counted against the
 // load limit so that a file of many tiny items cannot cost many times its
@@ -45,11 +43,8 @@ std::unique_ptr<CContainerParser> OpenORBParser(CByteSource& source, EMetaDataWa
     }
     if (word == ORBTEX_VERSION_3)
         return std::unique_ptr<CContainerParser>(new CNativeFileParser(source, walk, word));
-    if (word == kLegacyHeaderV2Size || word == kLegacyHeaderV1Size)
-    {
-        SetLoadError(eLoadLegacyUnsupported, word == kLegacyHeaderV2Size ? 2u : 1u);
-        return nullptr;
-    }
+    if (word == ORBTEX_LEGACY_V2_HEADER_SIZE || word == ORBTEX_LEGACY_V1_HEADER_SIZE)
+        return MakeLegacyORBParser(source, walk, word);
     SetLoadError(eLoadNotATexture, word);
     return nullptr;
 }

@@ -183,21 +183,35 @@ TEST(OrbtexCli, InfoRefusesShortPixelDataUnlessAllowed)
     EXPECT_EQ(lines, 2u);
 }
 
-// Files starting with the size of an older header are named as such.
-TEST(OrbtexCli, LegacyHeadersAreNamed)
+// Files with an older header are read; one whose legacy format has no
+// meaning is refused with the container named.
+TEST(OrbtexCli, LegacyFilesAreRead)
 {
     ScratchDir dir;
+    CORBTexture texture(CORBTextureHeader(PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID, 8, 4, 1, 2, 1, 6,
+                                          eColourSpaceLinear, eVarUnsignedShortNorm));
+    std::memset(texture.getDataPtr(), 7, texture.getDataSize());
+    const std::string path = dir / "legacy.orb";
+    ASSERT_TRUE(texture.saveFileLegacyORB(path.c_str(), eLegacyApi1));
+    RunResult run = Orbtex(dir, "info '" + path + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("size:           4 x 8 x 1"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("faces:          6"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("pixel format:   r5g6b5"), std::string::npos) << run.out;
+
     for (const uint32_t word : {52u, 44u})
     {
-        std::vector<uint8_t> bytes = NativeFile(2, 2, 16);
-        testsupport::PutValue<uint32_t>(bytes, 0, word);
-        const std::string path = dir / ("legacy" + std::to_string(word) + ".orb");
-        testsupport::WriteBytes(path, bytes);
-        const std::string expected = "orbtex: " + path + ": legacy .orb header (version " +
-                                     (word == 52 ? "2" : "1") + ") is not supported by this version\n";
-        for (const std::string& command : {"info '" + path + "'", "convert '" + path + "' '" + (dir / "out.orb") + "'"})
+        std::vector<uint8_t> bytes(word + 16, 0);
+        const uint32_t header[5] = {word, 2, 2, 0, 14};
+        std::memcpy(bytes.data(), header, sizeof header);
+        const std::string unknown = dir / ("legacy" + std::to_string(word) + ".orb");
+        testsupport::WriteBytes(unknown, bytes);
+        const std::string expected = "orbtex: " + unknown + ": legacy orb (version " + (word == 52 ? "2" : "1") +
+                                     "): no pixel format for legacy format 14\n";
+        for (const std::string& command :
+             {"info '" + unknown + "'", "convert '" + unknown + "' '" + (dir / "out.orb") + "'"})
         {
-            const RunResult run = Orbtex(dir, command);
+            run = Orbtex(dir, command);
             EXPECT_EQ(run.status, 1) << command;
             EXPECT_EQ(run.err, expected) << command;
         }

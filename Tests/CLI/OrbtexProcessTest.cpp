@@ -132,14 +132,14 @@ TEST(OrbtexProcess, FifoInputsAreOpenedOnce)
     EXPECT_EQ(std::memcmp(out.getDataPtr(), pattern.getDataPtr(), pattern.getDataSize()), 0);
 
     // A file that fails to load is reported from the one reading.
-    std::vector<uint8_t> legacy = orb;
-    testsupport::PutValue<uint32_t>(legacy, 0, 52);
+    std::vector<uint8_t> unknown = orb;
+    testsupport::PutValue<uint32_t>(unknown, 0, 0x12345678);
     for (const char* command : {"info", "convert"})
     {
-        run = OrbtexOnFifo(dir, "pipe.orb", legacy, command,
+        run = OrbtexOnFifo(dir, "pipe.orb", unknown, command,
                            std::string(command) == "convert" ? Quote(dir / "bad.orb") : "");
         EXPECT_EQ(run.status, 1) << command << ": " << run.err;
-        EXPECT_NE(run.err.find("pipe.orb: legacy .orb header (version 2)"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("pipe.orb: not an .orb texture (first word 0x12345678)"), std::string::npos) << run.err;
     }
 
     const uint8_t pixels[8] = {1, 2, 3, 4, 250, 251, 252, 253};

@@ -1,0 +1,497 @@
+// Legacy .orb files: the pixel enumeration in both directions, the header
+// conversions and their flags, the writer's bytes and surface order, and the
+// loaders of files and memory images.
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ORBTexture.h"
+#include "ORBTextureLegacy.h"
+#include "Support/TestFiles.h"
+
+using namespace orbtexture;
+using testsupport::ReadBytes;
+using testsupport::ScratchDir;
+using testsupport::WriteBytes;
+
+namespace
+{
+
+constexpr uint32_t kNone = 0xFFFFFFFFu;
+
+struct Forward
+{
+    bool known;
+    uint64_t format;
+    EORBTColourSpace space;
+    EORBTVariableType type;
+    bool premultiplied;
+};
+
+Forward MapForward(uint32_t legacy)
+{
+    Forward f{};
+    f.known = ORBTMapLegacyTextureEnumToNewFormat(ORBTPixelType(legacy), f.format, f.space, f.type, f.premultiplied);
+    return f;
+}
+
+uint32_t MapBack(const Forward& f, ELegacyApi api)
+{
+    return MapNewFormatToLegacyEnum(PixelType(f.format), f.space, f.type, f.premultiplied, api);
+}
+
+uint64_t Layout(const char* names, uint8_t b1, uint8_t b2 = 0, uint8_t b3 = 0, uint8_t b4 = 0)
+{
+    const size_t n = std::strlen(names);
+    return PixelType(names[0], n > 1 ? names[1] : 0, n > 2 ? names[2] : 0, n > 3 ? names[3] : 0, b1, b2, b3, b4)
+        .PixelTypeID;
+}
+
+// A legacy file: the first headerSize bytes of a version 2 header, then 'data'.
+std::vector<uint8_t> LegacyFile(uint32_t headerSize, uint32_t height, uint32_t width, uint32_t mipMapCount,
+                                uint32_t formatAndFlags, uint32_t numSurfaces, const std::vector<uint8_t>& data)
+{
+    const uint32_t words[13] = {headerSize, height, width, mipMapCount, formatAndFlags, 0, 0,
+                                0,          0,      0,     0,           0x2142524F,     numSurfaces};
+    std::vector<uint8_t> bytes(reinterpret_cast<const uint8_t*>(words),
+                               reinterpret_cast<const uint8_t*>(words) + headerSize);
+    bytes.insert(bytes.end(), data.begin(), data.end());
+    return bytes;
+}
+
+// Every surface filled with its own byte: 0x40 * mip + 8 * member + face.
+uint8_t SurfaceByte(uint32_t mip, uint32_t member, uint32_t face) { return uint8_t(0x40 * mip + 8 * member + face); }
+
+CORBTexture Labelled(const CORBTextureHeader& header)
+{
+    CORBTexture texture(header);
+    for (uint32_t mip = 0; mip < texture.getNumMIPLevels(); ++mip)
+        for (uint32_t member = 0; member < texture.getNumArrayMembers(); ++member)
+            for (uint32_t face = 0; face < texture.getNumFaces(); ++face)
+                std::memset(texture.getDataPtr(mip, member, face), SurfaceByte(mip, member, face),
+                            texture.getDataSize(int(mip), false, false));
+    return texture;
+}
+
+} // namespace
+
+TEST(LegacyFormats, ForwardRows)
+{
+    const Forward rgb565 = MapForward(2), again = MapForward(19);
+    EXPECT_EQ(rgb565.format, Layout("rgb", 5, 6, 5));
+    EXPECT_EQ(rgb565.type, eVarUnsignedShortNorm);
+    EXPECT_TRUE(again.format == rgb565.format && again.type == rgb565.type);
+    for (uint32_t legacy : {98u, 145u})
+    {
+        const Forward srgb = MapForward(legacy);
+        EXPECT_TRUE(srgb.format == ORBStandard8PixelType && srgb.space == eColourSpaceSRGB && !srgb.premultiplied)
+            << legacy;
+    }
+    EXPECT_TRUE(MapForward(146).premultiplied);
+    EXPECT_EQ(MapForward(4).format, Layout("rgb", 8, 8, 8));
+    EXPECT_EQ(MapForward(4).type, eVarUnsignedIntegerNorm);
+    EXPECT_EQ(MapForward(125).type, eVarSignedFloat);
+
+    // Undefined values and values past the table: format 51, type 14.
+    for (uint32_t legacy : {14u, 128u, 143u, 182u, 0xFFFFFFFFu})
+    {
+        const Forward none = MapForward(legacy);
+        EXPECT_TRUE(!none.known && none.format == 51 && none.type == 14) << legacy;
+    }
+    unsigned defined = 0;
+    for (uint32_t legacy = 0; legacy < 256; ++legacy)
+        defined += MapForward(legacy).known;
+    EXPECT_EQ(defined, 139u);
+    PixelType type;
+    EORBTColourSpace space;
+    EORBTVariableType channelType;
+    bool premultiplied;
+    EXPECT_TRUE(MapLegacyEnumToNewFormat(ORBTPixelType(13), type, space, channelType, premultiplied));
+    EXPECT_EQ(type.PixelTypeID, uint64_t(ePF_ORBTC_4bpp_RGBA));
+}
+
+// Forward then back through the group a value belongs to gives the value,
+// except where the rows disagree.
+TEST(LegacyFormats, ForwardThenReverse)
+{
+    auto groupOf = [](uint32_t v) -> std::vector<ELegacyApi> {
+        if ((v >= 16 && v <= 29) || v == 54)
+            return {eLegacyApi1, eLegacyApi2, eLegacyApi4};
+        if (v <= 13 || (v >= 37 && v <= 53) || (v >= 64 && v <= 70))
+            return {eLegacyApi3, eLegacyApi5};
+        if (v >= 80 && v <= 127)
+            return {eLegacyApi6};
+        return {eLegacyApi7};
+    };
+    auto expected = [](uint32_t v, const Forward& f, ELegacyApi api) -> uint32_t {
+        switch (v)
+        {
+        case 22: // 'l' 8: the reverse row is 'i' 8
+        case 23: // 'l','a': the reverse row is 'a','i'
+        case 9:  // format 18 has no number in this group
+        case 98: // sRGB layouts have none in group 6
+        case 124:
+        case 125: return kNone;
+        case 10: return 70;
+        case 11: return 69;
+        case 44: return 43;
+        case 123: return 119;
+        }
+        // Group 3 has layouts only of channel types 8 and up.
+        if (api == eLegacyApi3 || api == eLegacyApi5)
+            if (!PixelType(f.format).isNamedFormat() && f.type < eVarUnsignedIntegerNorm)
+                return kNone;
+        return v;
+    };
+    for (uint32_t v = 0; v < 182; ++v)
+    {
+        const Forward f = MapForward(v);
+        if (!f.known)
+            continue;
+        for (ELegacyApi api : groupOf(v))
+            EXPECT_EQ(MapBack(f, api), expected(v, f, api)) << "legacy " << v << ", api " << api;
+        EXPECT_EQ(MapBack(f, eLegacyApiNone), kNone);
+        EXPECT_EQ(MapBack(f, ELegacyApi(8)), kNone);
+    }
+    // Some go home through another group.
+    EXPECT_EQ(MapBack(MapForward(7), eLegacyApi1), 22u);
+    EXPECT_EQ(MapBack(MapForward(124), eLegacyApi7), 156u);
+    EXPECT_EQ(MapBack(MapForward(98), eLegacyApi7), 145u);
+}
+
+TEST(LegacyFormats, ReverseOnlyNumbers)
+{
+    auto back = [](uint64_t format, EORBTVariableType type, EORBTColourSpace space, ELegacyApi api,
+                   bool premultiplied = false) {
+        return uint32_t(MapNewFormatToLegacyEnum(PixelType(format), space, type, premultiplied, api));
+    };
+    const EORBTColourSpace lin = eColourSpaceLinear, srgb = eColourSpaceSRGB;
+    // Group 6 numbers of compressed formats without forward rows.
+    EXPECT_EQ(back(ePF_DXT1, eVarUnsignedIntegerNorm, lin, eLegacyApi6), 128u);
+    EXPECT_EQ(back(ePF_DXT1, eVarUnsignedIntegerNorm, srgb, eLegacyApi6), 129u);
+    EXPECT_EQ(back(ePF_DXT5, eVarUnsignedIntegerNorm, srgb, eLegacyApi6), 133u);
+    EXPECT_EQ(back(ePF_BC4, eVarSignedIntegerNorm, srgb, eLegacyApi6), 135u);
+    EXPECT_EQ(back(ePF_BC5, eVarUnsignedIntegerNorm, lin, eLegacyApi6), 136u);
+    EXPECT_EQ(back(ePF_DXT1, eVarUnsignedByteNorm, lin, eLegacyApi6), kNone);
+    for (uint32_t v = 128; v <= 137; ++v)
+        EXPECT_FALSE(MapForward(v).known) << v;
+    EXPECT_EQ(back(ePF_DXT4, eVarUnsignedByteNorm, srgb, eLegacyApi5), 35u);
+    // 44's forward row is 'a','r','g','b'; its reverse row is 'a','b','g','r' of type 9.
+    EXPECT_EQ(back(Layout("abgr", 2, 10, 10, 10), eVarSignedIntegerNorm, lin, eLegacyApi3), 44u);
+    // Named formats ignore type and colour space outside group 6.
+    EXPECT_EQ(back(ePF_ORBTC_2bpp_RGB, eVarSignedFloat, srgb, eLegacyApi2), 24u);
+    EXPECT_EQ(back(ePF_ORBTC_4bpp_RGB, eVarSignedFloat, srgb, eLegacyApi3), 13u);
+    // Group 7 tells premultiplied rows apart; group 1 does not look.
+    EXPECT_EQ(back(ORBStandard8PixelType, eVarUnsignedByteNorm, srgb, eLegacyApi7, true), 146u);
+    EXPECT_EQ(back(ORBStandard8PixelType, eVarUnsignedByteNorm, lin, eLegacyApi7, true), 153u);
+    EXPECT_EQ(back(ORBStandard8PixelType, eVarUnsignedByteNorm, lin, eLegacyApi7), 152u);
+    EXPECT_EQ(back(ORBStandard8PixelType, eVarUnsignedByteNorm, srgb, eLegacyApi1, true), 18u);
+    EXPECT_EQ(back(ORBStandard8PixelType, eVarUnsignedShortNorm, lin, eLegacyApi7), kNone);
+}
+
+TEST(LegacyHeaders, FlagsBecomeMetaData)
+{
+    ORB_Texture_Header v2;
+    v2.height = 8;
+    v2.width = 16;
+    v2.mipMapCount = 3; // counted without the MIP flag
+    v2.pixelFormatAndFlags = 146 | 0x400 | 0x1000 | 0x10000;
+    v2.numSurfaces = 12;
+    ORBTextureHeaderV3 record;
+    MetaDataMap items;
+    items[0x11111111][1] = MetaDataBlock(0x11111111, 1, 1, nullptr);
+    ConvertTextureHeader2To3(v2, record, items);
+    EXPECT_EQ(record.version, 0x0342524Fu);
+    EXPECT_EQ(record.flags, 2u);
+    EXPECT_TRUE(record.height == 8 && record.width == 16);
+    EXPECT_EQ(record.depth, 1u);
+    EXPECT_EQ(record.numMIPMaps, 4u);
+    EXPECT_EQ(record.numFaces, 6u);
+    EXPECT_EQ(record.numSurfaces, 2u);
+    EXPECT_EQ(record.metaDataSize, 12u + 8 + 12 + 3);
+    ASSERT_EQ(items.GetSize(), 1u);
+    EXPECT_EQ(items.GetKey(0), 0x0342524Fu);
+    const MetaDataKeyMap& own = items.GetValue(0);
+    ASSERT_EQ(own.GetSize(), 2u);
+    const MetaDataBlock* bump = own.Find(1);
+    ASSERT_TRUE(bump && bump->dataSize == 8);
+    const float one = 1.0f;
+    EXPECT_EQ(std::memcmp(bump->data, &one, 4), 0);
+    EXPECT_EQ(std::memcmp(bump->data + 4, "xyz", 4), 0);
+    const MetaDataBlock* orientation = own.Find(3);
+    ASSERT_TRUE(orientation && orientation->dataSize == 3);
+    EXPECT_EQ(std::vector<uint8_t>(orientation->data, orientation->data + 3), (std::vector<uint8_t>{0, 2, 0}));
+
+    // numSurfaces below the face count still gives one member; version 1 has one.
+    v2.numSurfaces = 0;
+    ConvertTextureHeader2To3(v2, record, items);
+    EXPECT_EQ(record.numSurfaces, 1u);
+    v2.pixelFormatAndFlags = 22;
+    v2.numSurfaces = 5;
+    ConvertTextureHeader2To3(v2, record, items);
+    EXPECT_EQ(record.numSurfaces, 5u);
+    EXPECT_EQ(record.numFaces, 1u);
+    EXPECT_EQ(record.flags, 0u);
+    EXPECT_EQ(record.metaDataSize, 0u);
+    EXPECT_EQ(items.GetSize(), 0u);
+    ORBTextureHeaderV1 v1;
+    v1.pixelFormatAndFlags = 22 | 0x1000;
+    ConvertTextureHeader1To3(v1, record, items);
+    EXPECT_EQ(record.numSurfaces, 1u);
+    EXPECT_EQ(record.numFaces, 6u);
+}
+
+TEST(LegacyHeaders, FreeConversionOfEitherSize)
+{
+    // A version 1 header is read from exactly 44 bytes.
+    ORBTextureHeaderV1 v1;
+    v1.height = 4;
+    v1.width = 4;
+    v1.mipMapCount = 2;
+    v1.pixelFormatAndFlags = 5 | 0x10000;
+    std::unique_ptr<uint8_t[]> exact(new uint8_t[44]);
+    std::memcpy(exact.get(), reinterpret_cast<const uint8_t*>(&v1), 44);
+    ORBTextureHeaderV3 record;
+    MetaDataMap items;
+    ASSERT_TRUE(ORBTConvertOldTextureHeaderToV3(reinterpret_cast<const ORB_Texture_Header*>(exact.get()), record,
+                                                &items));
+    EXPECT_EQ(record.numMIPMaps, 1u); // no MIP flag
+    EXPECT_EQ(record.numSurfaces, 1u);
+    EXPECT_EQ(record.metaDataSize, 15u);
+
+    ORB_Texture_Header v2;
+    v2.width = v2.height = 4;
+    v2.mipMapCount = 2;
+    v2.pixelFormatAndFlags = 5 | 0x100 | 0x1000 | 0x10000;
+    v2.numSurfaces = 12;
+    ASSERT_TRUE(ORBTConvertOldTextureHeaderToV3(&v2, record, nullptr));
+    EXPECT_EQ(record.numMIPMaps, 3u);
+    EXPECT_EQ(record.numSurfaces, 2u);
+    EXPECT_EQ(record.metaDataSize, 0u);
+    EXPECT_FALSE(ORBTConvertOldTextureHeaderToV3(nullptr, record, &items));
+}
+
+TEST(LegacyHeaders, NativeToVersion2)
+{
+    CORBTextureHeader header(ePF_ORBTC_2bpp_RGBA, 16, 32, 1, 3, 2, 6);
+    header.setBumpMap(3.0f);
+    header.setOrientation(eOrientUp);
+    ORB_Texture_Header v2 = ConvertTextureHeader3To2(header, eLegacyApi3);
+    EXPECT_EQ(v2.pixelFormatAndFlags, 12u | 0x100 | 0x400 | 0x1000 | 0x8000 | 0x10000);
+    EXPECT_EQ(v2.alphaMask, 1u);
+    EXPECT_EQ(v2.numSurfaces, 12u);
+    EXPECT_EQ(v2.mipMapCount, 2u);
+    EXPECT_EQ(v2.bitCount, 2u);
+    EXPECT_EQ(v2.textureDataSize, header.getDataSize());
+
+    header = CORBTextureHeader(ePF_ORBTC_4bpp_RGB, 16, 16);
+    header.setOrientation(EORBTOrientation(eOrientLeft | eOrientOut)); // Y down
+    v2 = ConvertTextureHeader3To2(header, eLegacyApi1);
+    EXPECT_EQ(v2.pixelFormatAndFlags, 25u);
+    EXPECT_EQ(v2.alphaMask, 0u);
+    header.setPixelFormat(ePF_ORBTC_4bpp_RGBA);
+    EXPECT_EQ(ConvertTextureHeader3To2(header, eLegacyApi1).pixelFormatAndFlags, 25u | 0x8000);
+    // No legacy number: every bit set, flags included.
+    EXPECT_EQ(ConvertTextureHeader3To2(header, eLegacyApiNone).pixelFormatAndFlags, kNone);
+    EXPECT_EQ(ConvertTextureHeader3To2(header, eLegacyApiNone).alphaMask, 1u);
+}
+
+TEST(LegacyFiles, WrittenBytes)
+{
+    ScratchDir dir;
+    CORBTexture texture = Labelled(CORBTextureHeader(ORBStandard8PixelType, 4, 8, 1, 3, 2, 6));
+    texture.setBumpMap(2.0f);
+    texture.setOrientation(eOrientUp);
+    const std::string path = dir / "written.legacy";
+    ASSERT_TRUE(texture.saveFileLegacyORB(path.c_str(), eLegacyApi1));
+    EXPECT_FALSE(std::filesystem::exists(path + ".orb"));
+    const std::vector<uint8_t> bytes = ReadBytes(path);
+    const uint32_t data = (8 * 4 + 4 * 2 + 2 * 1) * 4 * 12;
+    ASSERT_EQ(bytes.size(), 52u + data);
+    uint32_t words[13];
+    std::memcpy(words, bytes.data(), 52);
+    const uint32_t expected[13] = {52, 4, 8, 2, 18 | 0x100 | 0x400 | 0x1000 | 0x10000, data, 32, 0, 0, 0, 0,
+                                   0x2142524F, 12};
+    for (int i = 0; i < 13; ++i)
+        EXPECT_EQ(words[i], expected[i]) << "word " << i;
+    EXPECT_EQ(std::string(bytes.begin() + 44, bytes.begin() + 48), "ORB!");
+
+    // Member outermost, then face, then level.
+    size_t at = 52;
+    for (uint32_t member = 0; member < 2; ++member)
+        for (uint32_t face = 0; face < 6; ++face)
+            for (uint32_t mip = 0; mip < 3; ++mip)
+            {
+                const size_t size = (8u >> mip) * (4u >> mip) * 4;
+                EXPECT_EQ(bytes[at], SurfaceByte(mip, member, face)) << member << face << mip;
+                EXPECT_EQ(bytes[at + size - 1], SurfaceByte(mip, member, face)) << member << face << mip;
+                at += size;
+            }
+}
+
+TEST(LegacyFiles, WriterRefusals)
+{
+    ScratchDir dir;
+    const CORBTexture texture = Labelled(CORBTextureHeader(ORBStandard8PixelType, 4, 4));
+    EXPECT_FALSE(texture.saveFileLegacyORB((dir / "none.orb").c_str(), eLegacyApiNone));
+    EXPECT_FALSE(texture.saveFileLegacyORB((dir / "eight.orb").c_str(), ELegacyApi(8)));
+    EXPECT_FALSE(Labelled(CORBTextureHeader(ePF_ASTC_4x4, 4, 4)).saveFileLegacyORB((dir / "astc.orb").c_str(),
+                                                                                  eLegacyApi7));
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    EXPECT_FALSE(texture.saveFileLegacyORB((dir / "missing/x.orb").c_str(), eLegacyApi1));
+}
+
+TEST(LegacyFiles, HandMadeFiles)
+{
+    ScratchDir dir;
+    // Version 1: 4 x 2, two levels, legacy 4 ('r','g','b' 8,8,8 of type 8).
+    std::vector<uint8_t> pixels;
+    for (uint8_t i = 0; i < 4 * 2 * 3 + 2 * 1 * 3; ++i)
+        pixels.push_back(uint8_t(i + 1));
+    const std::vector<uint8_t> v1 = LegacyFile(44, 2, 4, 1, 4 | 0x100, 0, pixels);
+    WriteBytes(dir / "v1.orb", v1);
+    const CORBTexture fromV1((dir / "v1.orb").c_str());
+    ASSERT_NE(fromV1.getDataPtr(), nullptr) << ORBTGetLastError();
+    EXPECT_EQ(fromV1.getPixelType().PixelTypeID, Layout("rgb", 8, 8, 8));
+    EXPECT_EQ(fromV1.getChannelType(), eVarUnsignedIntegerNorm);
+    EXPECT_TRUE(fromV1.getWidth() == 4 && fromV1.getHeight() == 2 && fromV1.getNumMIPLevels() == 2);
+    EXPECT_EQ(fromV1.getMetaDataSize(), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(fromV1.getDataPtr(), fromV1.getDataPtr() + fromV1.getDataSize()), pixels);
+
+    // Version 2 cube map, 12 surfaces: two members. Level 0 is 2 x 2 'l' 8
+    // (4 bytes), level 1 one byte; the file holds member, face, level.
+    std::vector<uint8_t> surfaces;
+    for (uint32_t member = 0; member < 2; ++member)
+        for (uint32_t face = 0; face < 6; ++face)
+        {
+            surfaces.insert(surfaces.end(), 4, SurfaceByte(0, member, face));
+            surfaces.push_back(SurfaceByte(1, member, face));
+        }
+    const std::vector<uint8_t> v2 = LegacyFile(52, 2, 2, 1, 22 | 0x1000 | 0x10000, 12, surfaces);
+    WriteBytes(dir / "v2.orb", v2);
+    const CORBTexture cube((dir / "v2.orb").c_str());
+    ASSERT_NE(cube.getDataPtr(), nullptr) << ORBTGetLastError();
+    EXPECT_EQ(cube.getNumArrayMembers(), 2u);
+    EXPECT_EQ(cube.getNumFaces(), 6u);
+    EXPECT_EQ(cube.getOrientation(eAxisY), eOrientUp);
+    for (uint32_t member = 0; member < 2; ++member)
+        for (uint32_t face = 0; face < 6; ++face)
+            for (uint32_t mip = 0; mip < 2; ++mip)
+                EXPECT_EQ(*cube.getDataPtr(mip, member, face), SurfaceByte(mip, member, face));
+
+    CORBTextureHeader header;
+    CORBTString container;
+    CORBTArray<CORBTString> fields;
+    ASSERT_TRUE(ORBTReadTextureFileInfo((dir / "v2.orb").c_str(), header, container, fields));
+    EXPECT_EQ(container, "legacy orb (version 2)");
+    ASSERT_EQ(fields.GetSize(), 13u);
+    EXPECT_EQ(fields[4], "pixelFormatAndFlags: 0x00011016");
+    EXPECT_EQ(fields[12], "numSurfaces: 12");
+
+    // A memory image fills member 0 only, face then level; the rest is zero.
+    CORBTexture memory;
+    ASSERT_TRUE(memory.loadFromMemory(v2.data(), v2.size(), "x.orb")) << ORBTGetLastError();
+    ASSERT_EQ(memory.getNumArrayMembers(), 2u);
+    for (uint32_t face = 0; face < 6; ++face)
+        for (uint32_t mip = 0; mip < 2; ++mip)
+        {
+            EXPECT_EQ(*memory.getDataPtr(mip, 0, face), SurfaceByte(mip, 0, face)) << face << " " << mip;
+            EXPECT_EQ(*memory.getDataPtr(mip, 1, face), 0) << face << " " << mip;
+        }
+    // It must still hold the other members' bytes, as a file must.
+    const std::vector<uint8_t> image(v2.begin(), v2.begin() + 52 + 6 * 5);
+    EXPECT_FALSE(memory.loadFromMemory(image.data(), image.size(), "x.orb"));
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 30 bytes");
+    WriteBytes(dir / "image.orb", image);
+    EXPECT_EQ(CORBTexture((dir / "image.orb").c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 30 bytes");
+}
+
+TEST(LegacyFiles, RoundTripEachApiGroup)
+{
+    ScratchDir dir;
+    struct Case
+    {
+        ELegacyApi api;
+        uint64_t format;
+        EORBTVariableType type;
+        EORBTColourSpace space;
+        bool premultiplied;
+        uint32_t height, width, mips, members, faces;
+    };
+    const Case cases[] = {
+        {eLegacyApi2, Layout("rgb", 5, 6, 5), eVarUnsignedShortNorm, eColourSpaceLinear, false, 8, 16, 4, 2, 6},
+        {eLegacyApi4, ePF_ORBTCII_4bpp, eVarUnsignedByteNorm, eColourSpaceLinear, false, 16, 8, 3, 3, 1},
+        {eLegacyApi3, Layout("argb", 8, 8, 8, 8), eVarUnsignedIntegerNorm, eColourSpaceLinear, false, 4, 4, 3, 1, 6},
+        {eLegacyApi5, ePF_UYVY, eVarUnsignedByteNorm, eColourSpaceLinear, false, 2, 8, 2, 2, 1},
+        {eLegacyApi6, Layout("rg", 16, 16), eVarSignedShortNorm, eColourSpaceLinear, false, 5, 3, 3, 2, 6},
+        {eLegacyApi7, Layout("bgra", 8, 8, 8, 8), eVarUnsignedByteNorm, eColourSpaceSRGB, true, 4, 4, 3, 2, 6},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.api);
+        CORBTexture texture(CORBTextureHeader(c.format, c.height, c.width, 1, c.mips, c.members, c.faces, c.space,
+                                              c.type, c.premultiplied));
+        for (uint32_t i = 0; i < texture.getDataSize(); ++i)
+            texture.getDataPtr()[i] = uint8_t(i * 131 + 7);
+        const std::string path = dir / "round.orb";
+        ASSERT_TRUE(texture.saveFileLegacyORB(path.c_str(), c.api));
+        const CORBTexture loaded(path.c_str());
+        ASSERT_NE(loaded.getDataPtr(), nullptr) << ORBTGetLastError();
+        const ORBTextureHeaderV3 a = texture.getFileHeader(), b = loaded.getFileHeader();
+        EXPECT_EQ(b.flags, c.premultiplied ? 2u : 0u);
+        // Everything but the flags word, which has no premultiplied bit in the file.
+        EXPECT_EQ(std::memcmp(reinterpret_cast<const uint8_t*>(&a) + 8, reinterpret_cast<const uint8_t*>(&b) + 8, 44),
+                  0);
+        ASSERT_EQ(loaded.getDataSize(), texture.getDataSize());
+        EXPECT_EQ(std::memcmp(loaded.getDataPtr(), texture.getDataPtr(), texture.getDataSize()), 0);
+    }
+}
+
+TEST(LegacyFiles, RefusedHeadersAndShortData)
+{
+    ScratchDir dir;
+    const std::vector<uint8_t> rgba(4 * 4 * 4, 9);
+    const std::vector<uint8_t> full = LegacyFile(52, 4, 4, 0, 18, 1, rgba);
+    struct Case
+    {
+        const char* expected;
+        std::vector<uint8_t> bytes;
+    };
+    const Case cases[] = {
+        {"truncated header", std::vector<uint8_t>(full.begin(), full.begin() + 50)},
+        {"declares no surfaces", LegacyFile(52, 4, 4, 0xFFFFFFFF, 18 | 0x100, 1, rgba)},
+        {"4 MIP levels, but a largest side of 4 allows at most 3", LegacyFile(44, 4, 4, 3, 18, 0, rgba)},
+        {"legacy orb (version 2): no pixel format for legacy format 14", LegacyFile(52, 4, 4, 0, 14, 1, rgba)},
+        {"legacy orb (version 1): no pixel format for legacy format 200", LegacyFile(44, 4, 4, 0, 200, 0, rgba)},
+        {"texture too large: its data size does not fit in 32 bits", LegacyFile(52, 65536, 65536, 0, 18, 1, rgba)},
+        {"pixel data short by 1 bytes",
+         LegacyFile(52, 4, 4, 0, 18, 1, std::vector<uint8_t>(rgba.begin(), rgba.end() - 1))},
+        {"pixel data missing", LegacyFile(44, 4, 4, 0, 18, 0, {})},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.expected);
+        WriteBytes(dir / "case.orb", c.bytes);
+        EXPECT_EQ(CORBTexture((dir / "case.orb").c_str()).getDataPtr(), nullptr);
+        EXPECT_STREQ(ORBTGetLastError(), c.expected);
+        CORBTextureHeader header;
+        EXPECT_FALSE(ORBTReadTextureHeader((dir / "case.orb").c_str(), header));
+        EXPECT_STREQ(ORBTGetLastError(), c.expected);
+        CORBTexture memory;
+        EXPECT_FALSE(memory.loadFromMemory(c.bytes.data(), c.bytes.size(), "x.orb"));
+        EXPECT_STREQ(ORBTGetLastError(), c.expected);
+    }
+    // An image that claims members it does not hold costs nothing.
+    const std::vector<uint8_t> many = LegacyFile(52, 1, 1, 0, 0, 0x17006500, {1, 2});
+    CORBTexture memory;
+    EXPECT_FALSE(memory.loadFromMemory(many.data(), many.size(), "x.orb"));
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 771803646 bytes");
+    // A large header is refused before its block exists.
+    WriteBytes(dir / "vast.orb", LegacyFile(52, 16384, 16384, 0, 18, 1, rgba));
+    EXPECT_EQ(CORBTexture((dir / "vast.orb").c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 1073741760 bytes");
+}
