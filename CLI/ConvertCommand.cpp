@@ -2,6 +2,7 @@
 // image files and native textures.
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include "FormatNames.h"
 #include "ImageFiles.h"
 #include "ORBTextureInfo.h"
+#include "ORBTextureLegacy.h"
 #include "ORBTextureUtilities.h"
 
 namespace cli
@@ -25,12 +27,15 @@ const char* const kConvertHelp =
     "usage: orbtex convert IN OUT [options]\n"
     "\n"
     "Converts IN to another pixel format, channel type or colour space and\n"
-    "writes OUT. IN is a .orb texture or an image file (PNG, JPEG, TGA, BMP,\n"
-    "PSD, GIF, HDR). 8-bit images load as r8g8b8a8 ubn, 16-bit ones as\n"
-    "r16g16b16a16 usn, HDR as r32g32b32a32 sf; grey images expand to RGBA.\n"
-    "OUT is a .orb texture or a PNG, TGA or BMP image; an image receives the\n"
-    "first surface of level 0, converted to r8g8b8a8 after the conversion\n"
-    "asked for (so '--format ETC1 out.png' shows the compressed result).\n"
+    "writes OUT. IN is a texture (.orb, legacy .orb, .dds, .ktx, .astc) or an\n"
+    "image file (PNG, JPEG, TGA, BMP, PSD, GIF, HDR). 8-bit images load as\n"
+    "r8g8b8a8 ubn, 16-bit ones as r16g16b16a16 usn, HDR as r32g32b32a32 sf;\n"
+    "grey images expand to RGBA.\n"
+    "OUT is a texture (.orb, .dds, .ktx, .astc), a C source array (.h) or a\n"
+    "PNG, TGA or BMP image; an image receives the first surface of level 0,\n"
+    "converted to r8g8b8a8 after the conversion asked for (so '--format ETC1\n"
+    "out.png' shows the compressed result). A .astc file holds one surface:\n"
+    "level 0 of member 0, face 0.\n"
     "\n"
     "Options:\n"
     "  --format NAME          target format (default: the source's): a named\n"
@@ -50,8 +55,11 @@ const char* const kConvertHelp =
     "                         are stacked vertically\n"
     "  --allow-short          accept a .orb IN whose pixel data end early (the\n"
     "                         missing bytes read as zeros)\n"
+    "  --legacy-api N         write a .orb OUT as a legacy file for legacy API\n"
+    "                         N (1 to 7); its pixel format must have a legacy\n"
+    "                         number for that API\n"
     "\n"
-    "A .orb OUT is read back and compared with what was meant to be written\n"
+    "A texture OUT is read back and compared with what was meant to be written\n"
     "before it replaces OUT. 'orbtex formats' lists every format and type name.\n"
     "Exit status: 0 done, 1 failed (no output file is left), 2 usage error.\n";
 
@@ -75,7 +83,36 @@ struct ConvertOptions
     bool dither = false;
     bool allSurfaces = false;
     bool allowShort = false;
+    int legacyApi = 0; // 0: a native .orb
 };
+
+// What OUT becomes, by its extension.
+enum class OutputKind
+{
+    Native,
+    Legacy,
+    DDS,
+    KTX,
+    ASTC,
+    CHeader,
+    Image
+};
+
+OutputKind KindOfOutput(const ConvertOptions& options)
+{
+    const std::string extension = FileExtension(options.output);
+    if (IsWritableImageExtension(extension))
+        return OutputKind::Image;
+    if (extension == ".dds")
+        return OutputKind::DDS;
+    if (extension == ".ktx")
+        return OutputKind::KTX;
+    if (extension == ".astc")
+        return OutputKind::ASTC;
+    if (extension == ".h")
+        return OutputKind::CHeader;
+    return options.legacyApi ? OutputKind::Legacy : OutputKind::Native;
+}
 
 bool ParseColourSpace(const std::string& word, EORBTColourSpace& space)
 {
@@ -106,24 +143,29 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
             target = arguments[++i];
             return true;
         };
-        std::string quality;
+        std::string number;
         if (argument == "--format" || argument == "--type" || argument == "--colour-space" ||
-            argument == "--input-colour-space" || argument == "--quality")
+            argument == "--input-colour-space" || argument == "--quality" || argument == "--legacy-api")
         {
-            std::string& target = argument == "--format"         ? options.format
+            const bool numeric = argument == "--quality" || argument == "--legacy-api";
+            std::string& target = numeric                        ? number
+                                  : argument == "--format"       ? options.format
                                   : argument == "--type"         ? options.type
                                   : argument == "--colour-space" ? options.colourSpace
-                                  : argument == "--quality"      ? quality
                                                                  : options.inputColourSpace;
             if (!value(target))
                 return UsageError("convert", argument + " needs a value");
-            if (argument == "--quality")
+            if (numeric)
             {
+                const bool quality = argument == "--quality";
+                const long lowest = quality ? 0 : 1, highest = quality ? 1000 : 7;
                 char* end = nullptr;
-                const long number = std::strtol(quality.c_str(), &end, 10);
-                if (quality.empty() || *end != '\0' || number < 0 || number > 1000)
-                    return UsageError("convert", "--quality needs a number from 0, not '" + quality + "'");
-                options.quality = int(number);
+                const long parsed = std::strtol(number.c_str(), &end, 10);
+                if (number.empty() || *end != '\0' || parsed < lowest || parsed > highest)
+                    return UsageError("convert", quality ? "--quality needs a number from 0, not '" + number + "'"
+                                                         : "--legacy-api needs a number from 1 to 7, not '" +
+                                                               number + "'");
+                (quality ? options.quality : options.legacyApi) = int(parsed);
             }
         }
         else if (argument == "--dither")
@@ -147,6 +189,8 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
     if (!ParseColourSpace(options.inputColourSpace, unused))
         return UsageError("convert",
                           "--input-colour-space is linear or srgb, not '" + options.inputColourSpace + "'");
+    if (options.legacyApi && FileExtension(options.output) != ".orb")
+        return UsageError("convert", "--legacy-api needs a .orb output");
     return -1;
 }
 
@@ -273,20 +317,126 @@ bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string
     return true;
 }
 
-// A native file under a temporary name, checked, then renamed into place.
-bool WriteTexture(const std::string& path, CORBTexture& texture, std::string& reason)
+// Reads a written foreign or legacy file back by name and compares what the
+// container keeps: sizes and pixel data (of the first surface only for .astc).
+// Such containers may describe the format by other codes, and keep little or
+// no metadata, so neither is compared.
+bool SurfacesLoadBack(const std::string& path, const CORBTexture& expected, bool firstSurfaceOnly,
+                      std::string& reason)
 {
+    const uint64_t limit = ORBTGetLoadLimit();
+    ORBTSetLoadLimit(UINT64_MAX);
+    const CORBTexture loaded(path.c_str());
+    ORBTSetLoadLimit(limit);
+    if (!loaded.getDataPtr())
+    {
+        reason = ORBTGetLastError();
+        return false;
+    }
+    const bool sameShape =
+        loaded.getWidth() == expected.getWidth() && loaded.getHeight() == expected.getHeight() &&
+        loaded.getDepth() == expected.getDepth() && loaded.getBitsPerPixel() == expected.getBitsPerPixel() &&
+        (firstSurfaceOnly || (loaded.getNumMIPLevels() == expected.getNumMIPLevels() &&
+                              loaded.getNumArrayMembers() == expected.getNumArrayMembers() &&
+                              loaded.getNumFaces() == expected.getNumFaces()));
+    if (!sameShape)
+    {
+        reason = "header differs";
+        return false;
+    }
+    const uint32_t size = firstSurfaceOnly ? expected.getDataSize(0, false, false) : expected.getDataSize();
+    if (std::memcmp(expected.getDataPtr(), loaded.getDataPtr(), size) != 0)
+    {
+        reason = "pixel data differ";
+        return false;
+    }
+    return true;
+}
+
+// Name of the C array of a header output: the file name up to its first '.',
+// with anything a C identifier cannot hold replaced by '_'.
+std::string CSymbolName(const std::string& path)
+{
+    std::string name = std::filesystem::path(path).filename().string();
+    name = name.substr(0, name.find('.'));
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)))
+            c = '_';
+    if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0])))
+        name = "_" + name;
+    return name;
+}
+
+// Why the container of 'kind' cannot describe the texture's format; empty
+// when it can.
+std::string UnrepresentableReason(OutputKind kind, const CORBTexture& texture, int legacyApi)
+{
+    const std::string described = Describe(texture.getPixelType(), texture.getChannelType());
+    uint32_t internalFormat, format, type;
+    switch (kind)
+    {
+    case OutputKind::DDS:
+        if (texture.getD3DFormat() == 0 && texture.getDXGIFormat() == 0)
+            return described + " has no DDS format code";
+        break;
+    case OutputKind::KTX:
+        if (!texture.getOGLFormat(internalFormat, format, type))
+            return described + " has no KTX (OpenGL) format code";
+        break;
+    case OutputKind::Legacy:
+        if (orbtexture::MapNewFormatToLegacyEnum(texture.getPixelType(), texture.getColourSpace(),
+                                                 texture.getChannelType(), texture.isPreMultiplied(),
+                                                 orbtexture::ELegacyApi(legacyApi)) == uint32_t(-1))
+            return described + " has no legacy format number for legacy API " + std::to_string(legacyApi);
+        break;
+    case OutputKind::ASTC:
+    {
+        const uint64_t id = texture.getPixelType().PixelTypeID;
+        if (id < orbtexture::ePF_ASTC_4x4 || id > orbtexture::ePF_ASTC_6x6x6)
+            return "a .astc file holds an ASTC format, not " + PixelFormatName(id);
+        break;
+    }
+    default: break;
+    }
+    return "";
+}
+
+// A texture file under a temporary name, read back and checked, then renamed
+// into place.
+bool WriteTexture(const ConvertOptions& options, OutputKind kind, CORBTexture& texture, std::string& reason)
+{
+    reason = UnrepresentableReason(kind, texture, options.legacyApi);
+    if (!reason.empty())
+        return false;
     // addMetaData of a key already present counts the item twice.
     texture.recountMetaDataSize();
-    PendingOutput output(path);
+    PendingOutput output(options.output);
+    const CORBTString temporary(output.TemporaryPath().c_str());
     errno = 0;
-    if (!texture.saveFile(output.TemporaryPath().c_str()))
+    bool saved = false;
+    switch (kind)
+    {
+    case OutputKind::Legacy:
+        saved = texture.saveFileLegacyORB(temporary, orbtexture::ELegacyApi(options.legacyApi));
+        break;
+    case OutputKind::ASTC: saved = texture.saveASTCFile(temporary); break;
+    case OutputKind::CHeader:
+        saved = texture.saveCHeaderFile(temporary, CORBTString(CSymbolName(options.output).c_str()));
+        break;
+    default: saved = texture.saveFile(temporary); break; // native, DDS and KTX by extension
+    }
+    if (!saved)
     {
         reason = std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : "");
         return false;
     }
     PauseBeforeCommit();
-    if (!LoadsBack(output.TemporaryPath(), texture, reason))
+    bool loadsBack = true;
+    if (kind == OutputKind::Native)
+        loadsBack = LoadsBack(output.TemporaryPath(), texture, reason);
+    else if (kind != OutputKind::CHeader)
+        loadsBack = SurfacesLoadBack(output.TemporaryPath(), texture, kind == OutputKind::ASTC, reason);
+    if (!loadsBack)
     {
         reason = "written file does not load back: " + reason;
         return false;
@@ -353,10 +503,11 @@ int RunConvert(const std::vector<std::string>& arguments)
         return parsed;
 
     const std::string outExtension = FileExtension(options.output);
-    const bool imageOutput = IsWritableImageExtension(outExtension);
-    if (!imageOutput && outExtension != ".orb")
+    const OutputKind outputKind = KindOfOutput(options);
+    if (outputKind == OutputKind::Native && outExtension != ".orb")
     {
-        PrintError(options.output, "cannot write '" + outExtension + "' files; use .orb, .png, .tga or .bmp");
+        PrintError(options.output, "cannot write '" + outExtension +
+                                       "' files; use .orb, .dds, .ktx, .astc, .h, .png, .tga or .bmp");
         return kExitFailure;
     }
 
@@ -413,7 +564,7 @@ int RunConvert(const std::vector<std::string>& arguments)
         return kExitFailure;
     }
 
-    if (imageOutput)
+    if (outputKind == OutputKind::Image)
     {
         std::string failedPath;
         if (!WriteImages(options, texture, failedPath, reason))
@@ -424,7 +575,7 @@ int RunConvert(const std::vector<std::string>& arguments)
         return kExitOk;
     }
 
-    if (!WriteTexture(options.output, texture, reason))
+    if (!WriteTexture(options, outputKind, texture, reason))
     {
         PrintError(options.output, reason);
         return kExitFailure;

@@ -18,11 +18,12 @@ namespace cli
 const char* const kInfoHelp =
     "usage: orbtex info [--allow-short] FILE...\n"
     "\n"
-    "Prints, for each texture file, its size, MIP levels, array members, faces,\n"
-    "pixel format, channel type, colour space, premultiplication, data size and\n"
-    "every metadata item. The library's own items (orientation, border, bump map,\n"
-    "cube-map order, atlas, padding) are decoded. Only the header and metadata\n"
-    "are read into memory.\n"
+    "Prints, for each texture file (.orb, legacy .orb, .dds, .ktx, .astc), its\n"
+    "container, size, MIP levels, array members, faces, pixel format, channel\n"
+    "type, colour space, premultiplication, data size and every metadata item,\n"
+    "then the container's own header fields. The library's own items\n"
+    "(orientation, border, bump map, cube-map order, atlas, padding) are\n"
+    "decoded. Only the headers and metadata are read into memory.\n"
     "\n"
     "A file whose pixel data are shorter than its header declares is an error;\n"
     "with --allow-short it is described, with a line giving the missing bytes.\n"
@@ -98,9 +99,11 @@ std::string DescribeOwnItem(const orbtexture::CORBTextureHeader& header, const M
     return out.str();
 }
 
-void PrintTexture(const std::string& path, const orbtexture::CORBTextureHeader& header, uint64_t shortfall)
+void PrintTexture(const std::string& path, const std::string& container, const orbtexture::CORBTextureHeader& header,
+                  const CORBTArray<CORBTString>& fields, uint64_t shortfall)
 {
     std::cout << path << "\n"
+              << "  container:      " << container << "\n"
               << "  size:           " << header.getWidth() << " x " << header.getHeight() << " x "
               << header.getDepth() << "\n"
               << "  MIP levels:     " << header.getNumMIPLevels() << "\n"
@@ -125,6 +128,9 @@ void PrintTexture(const std::string& path, const orbtexture::CORBTextureHeader& 
     });
     if (shortfall)
         std::cout << "  short data:     " << shortfall << " bytes of pixel data missing (read as zeros)\n";
+    std::cout << "  " << container << " header:\n";
+    for (unsigned int i = 0; i < fields.GetSize(); ++i)
+        std::cout << "    " << fields[i].c_str() << "\n";
 }
 
 } // namespace
@@ -154,7 +160,9 @@ int RunInfo(const std::vector<std::string>& arguments)
     for (size_t i = 0; i < files.size(); ++i)
     {
         orbtexture::CORBTextureHeader header;
-        if (!ORBTReadTextureHeader(files[i].c_str(), header))
+        CORBTString container;
+        CORBTArray<CORBTString> fields;
+        if (!ORBTReadTextureFileInfo(files[i].c_str(), header, container, fields))
         {
             PrintError(files[i], ORBTGetLastError());
             status = kExitFailure;
@@ -169,7 +177,7 @@ int RunInfo(const std::vector<std::string>& arguments)
         }
         if (i)
             std::cout << "\n";
-        PrintTexture(files[i], header, shortfall);
+        PrintTexture(files[i], container.c_str(), header, fields, shortfall);
     }
     return status;
 }
