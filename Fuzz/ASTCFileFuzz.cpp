@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
+#include "FuzzSupport.h"
 #include "ORBTexture.h"
 
 using namespace orbtexture;
@@ -19,33 +18,12 @@ using namespace orbtexture;
 namespace
 {
 
-[[noreturn]] void Fail(const char* what)
-{
-    std::fprintf(stderr, "astcfilefuzz: %s\n", what);
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what) { FuzzFail("astcfilefuzz", what); }
 
 const std::string& ScratchPath()
 {
-    static const std::string path = [] {
-        const char* dir = std::getenv("TMPDIR");
-        return std::string(dir && *dir ? dir : "/tmp") + "/orbt-astcfilefuzz-" + std::to_string(getpid()) + ".astc";
-    }();
+    static const std::string path = FuzzScratchPath("astcfilefuzz", "out", ".astc");
     return path;
-}
-
-std::vector<uint8_t> ReadFile(const std::string& path)
-{
-    std::vector<uint8_t> bytes;
-    if (FILE* file = std::fopen(path.c_str(), "rb"))
-    {
-        uint8_t chunk[4096];
-        size_t n;
-        while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0)
-            bytes.insert(bytes.end(), chunk, chunk + n);
-        std::fclose(file);
-    }
-    return bytes;
 }
 
 } // namespace
@@ -64,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string& path = ScratchPath();
     if (!texture.saveASTCFile(path.c_str()))
         Fail("saveASTCFile failed for a loaded texture");
-    const std::vector<uint8_t> written = ReadFile(path);
+    const std::vector<uint8_t> written = FuzzReadFile(path);
     const CORBTexture reloaded(path.c_str());
     std::remove(path.c_str());
 

@@ -12,8 +12,7 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
+#include "FuzzSupport.h"
 #include "ORBTexture.h"
 
 using namespace orbtexture;
@@ -21,34 +20,12 @@ using namespace orbtexture;
 namespace
 {
 
-[[noreturn]] void Fail(const char* what)
-{
-    std::fprintf(stderr, "ddsfuzz: %s\n", what);
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what) { FuzzFail("ddsfuzz", what); }
 
-// One file per process, so parallel jobs do not share it.
 const std::string& ScratchPath()
 {
-    static const std::string path = [] {
-        const char* dir = std::getenv("TMPDIR");
-        return std::string(dir && *dir ? dir : "/tmp") + "/orbt-ddsfuzz-" + std::to_string(getpid()) + ".dds";
-    }();
+    static const std::string path = FuzzScratchPath("ddsfuzz", "out", ".dds");
     return path;
-}
-
-std::vector<uint8_t> ReadFile(const std::string& path)
-{
-    std::vector<uint8_t> bytes;
-    if (FILE* file = std::fopen(path.c_str(), "rb"))
-    {
-        uint8_t chunk[4096];
-        size_t n;
-        while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0)
-            bytes.insert(bytes.end(), chunk, chunk + n);
-        std::fclose(file);
-    }
-    return bytes;
 }
 
 uint32_t Word(const std::vector<uint8_t>& bytes, size_t offset)
@@ -92,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string& path = ScratchPath();
     if (!texture.saveFile(path.c_str()))
         Fail("saveFile failed for a texture the loader accepted");
-    const std::vector<uint8_t> bytes = ReadFile(path);
+    const std::vector<uint8_t> bytes = FuzzReadFile(path);
     const bool dx10 = bytes.size() >= 128 && (Word(bytes, 80) & 4) && Word(bytes, 84) == 0x30315844;
     const size_t headerSize = dx10 ? 148 : 128;
     if (bytes.size() != headerSize + texture.getDataSize())

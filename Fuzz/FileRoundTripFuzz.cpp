@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
+#include "FuzzSupport.h"
 #include "ORBTexture.h"
 
 using namespace orbtexture;
@@ -19,34 +18,16 @@ using namespace orbtexture;
 namespace
 {
 
+const std::string& ScratchPath()
+{
+    static const std::string path = FuzzScratchPath("fileroundtripfuzz", "out", ".orb");
+    return path;
+}
+
 [[noreturn]] void Fail(const char* reload, const char* what)
 {
     std::fprintf(stderr, "fileroundtripfuzz: %s reload differs: %s\n", reload, what);
     std::abort();
-}
-
-// One file per process, so parallel jobs do not share it.
-const std::string& ScratchPath()
-{
-    static const std::string path = [] {
-        const char* dir = std::getenv("TMPDIR");
-        return std::string(dir && *dir ? dir : "/tmp") + "/orbt-roundtrip-" + std::to_string(getpid()) + ".orb";
-    }();
-    return path;
-}
-
-std::vector<uint8_t> ReadFile(const std::string& path)
-{
-    std::vector<uint8_t> bytes;
-    if (FILE* file = std::fopen(path.c_str(), "rb"))
-    {
-        uint8_t chunk[4096];
-        size_t n;
-        while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0)
-            bytes.insert(bytes.end(), chunk, chunk + n);
-        std::fclose(file);
-    }
-    return bytes;
 }
 
 void Compare(const CORBTexture& original, const CORBTexture& reloaded, const char* how)
@@ -103,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::abort();
     }
     const CORBTexture fromFile(path.c_str());
-    const std::vector<uint8_t> bytes = ReadFile(path);
+    const std::vector<uint8_t> bytes = FuzzReadFile(path);
     std::remove(path.c_str());
 
     if (bytes.size() != size_t(ORBTEX_V3_HEADER_SIZE) + texture.getMetaDataSize() + texture.getDataSize())

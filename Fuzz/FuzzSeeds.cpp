@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 
 #include "FuzzSeeds.h"
+#include "FuzzSupport.h"
 #include "ORBTextureFormat.h"
 #include "ORBTextureInfo.h"
 
@@ -170,19 +171,7 @@ FuzzSeedRegistration::FuzzSeedRegistration(const char* target, FuzzSeedFunction 
     Registry().push_back({target, seeds});
 }
 
-FuzzBytes ReadFuzzSeedFile(const std::string& path)
-{
-    FuzzBytes bytes;
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file)
-        return bytes;
-    uint8_t buffer[4096];
-    size_t got;
-    while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0)
-        bytes.insert(bytes.end(), buffer, buffer + got);
-    std::fclose(file);
-    return bytes;
-}
+FuzzBytes ReadFuzzSeedFile(const std::string& path) { return FuzzReadFile(path); }
 
 int main(int argc, char** argv)
 {

@@ -10,8 +10,7 @@
 #include <cstring>
 #include <string>
 
-#include <unistd.h>
-
+#include "FuzzSupport.h"
 #include "ORBTexture.h"
 
 using namespace orbtexture;
@@ -19,37 +18,12 @@ using namespace orbtexture;
 namespace
 {
 
-[[noreturn]] void Fail(const char* what)
-{
-    std::fprintf(stderr, "ktxfuzz: %s\n", what);
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what) { FuzzFail("ktxfuzz", what); }
 
-// One file per process, so parallel jobs do not share it.
 const std::string& ScratchPath()
 {
-    static const std::string path = [] {
-        const char* dir = std::getenv("TMPDIR");
-        return std::string(dir && *dir ? dir : "/tmp") + "/orbt-ktxfuzz-" + std::to_string(getpid()) + ".ktx";
-    }();
+    static const std::string path = FuzzScratchPath("ktxfuzz", "out", ".ktx");
     return path;
-}
-
-uint8_t Touch(const CORBTexture& texture)
-{
-    uint8_t sink = 0;
-    const uint32_t levels = texture.getNumMIPLevels() < 40 ? texture.getNumMIPLevels() : 40;
-    for (uint32_t mip = 0; mip < levels; ++mip)
-        for (uint32_t member = 0; member < texture.getNumArrayMembers() && member < 64; ++member)
-            for (uint32_t face = 0; face < texture.getNumFaces() && face < 64; ++face)
-            {
-                const uint8_t* surface = texture.getDataPtr(mip, member, face);
-                const uint32_t size = texture.getDataSize(int(mip), false, false);
-                if (size)
-                    sink ^= surface[size - 1];
-            }
-    sink ^= uint8_t(texture.getOrientation(eAxisX) + texture.getOrientation(eAxisY) + texture.getOrientation(eAxisZ));
-    return sink;
 }
 
 } // namespace
@@ -63,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             Fail("a refused image left data behind");
         return 0;
     }
-    volatile uint8_t sink = Touch(texture);
+    volatile uint8_t sink = FuzzTouchSurfaces(texture);
     (void)sink;
 
     unsigned int internalFormat, baseFormat, format, type, typeSize;

@@ -14,8 +14,7 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
+#include "FuzzSupport.h"
 #include "ORBTexture.h"
 #include "ORBTextureLegacy.h"
 
@@ -24,50 +23,9 @@ using namespace orbtexture;
 namespace
 {
 
-[[noreturn]] void Fail(const char* what)
-{
-    std::fprintf(stderr, "legacyfuzz: %s\n", what);
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what) { FuzzFail("legacyfuzz", what); }
 
-// Files per process, so parallel jobs do not share them.
-std::string ScratchPath(const char* role)
-{
-    const char* dir = std::getenv("TMPDIR");
-    return std::string(dir && *dir ? dir : "/tmp") + "/orbt-legacyfuzz-" + std::to_string(getpid()) + "-" + role +
-           ".orb";
-}
-
-std::vector<uint8_t> ReadFile(const std::string& path)
-{
-    std::vector<uint8_t> bytes;
-    if (FILE* file = std::fopen(path.c_str(), "rb"))
-    {
-        uint8_t chunk[4096];
-        size_t n;
-        while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0)
-            bytes.insert(bytes.end(), chunk, chunk + n);
-        std::fclose(file);
-    }
-    return bytes;
-}
-
-uint8_t Touch(const CORBTexture& texture)
-{
-    uint8_t sink = 0;
-    const uint32_t levels = texture.getNumMIPLevels() < 40 ? texture.getNumMIPLevels() : 40;
-    for (uint32_t mip = 0; mip < levels; ++mip)
-        for (uint32_t member = 0; member < texture.getNumArrayMembers() && member < 64; ++member)
-            for (uint32_t face = 0; face < texture.getNumFaces() && face < 64; ++face)
-            {
-                const uint8_t* surface = texture.getDataPtr(mip, member, face);
-                const uint32_t size = texture.getDataSize(int(mip), false, false);
-                if (size)
-                    sink ^= surface[size - 1];
-            }
-    sink ^= uint8_t(texture.getOrientation(eAxisY) + texture.isBumpMap() + texture.getBitsPerPixel());
-    return sink;
-}
+std::string ScratchPath(const char* role) { return FuzzScratchPath("legacyfuzz", role, ".orb"); }
 
 bool SameCounts(const CORBTexture& a, const CORBTexture& b)
 {
@@ -143,7 +101,7 @@ void SaveAndReload(const CORBTexture& texture)
     }
 
     const CORBTexture fromFile(path.c_str());
-    const std::vector<uint8_t> bytes = ReadFile(path);
+    const std::vector<uint8_t> bytes = FuzzReadFile(path);
     std::remove(path.c_str());
     if (bytes.size() != size_t(52) + texture.getDataSize())
         Fail("legacy file size");
@@ -210,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (const CORBTexture* texture : loaded)
         if (texture->getDataPtr())
         {
-            volatile uint8_t sink = Touch(*texture);
+            volatile uint8_t sink = FuzzTouchSurfaces(*texture);
             (void)sink;
             SaveAndReload(*texture);
         }

@@ -97,6 +97,10 @@ private:
     void privateAdopt(CORBTextureHeader&& header, uint8_t* data, uint32_t size);
     // Back to the empty default texture.
     void privateReset();
+    // Whether the block holds 'size' bytes: a header edited after
+    // construction may describe more data than the block has, and writers
+    // refuse it rather than read past the block.
+    bool privateHoldsData(uint32_t size) const { return size <= m_uiDataSize && (size == 0 || m_pTextureData); }
 
     uint32_t m_uiDataSize;
     uint8_t* m_pTextureData;

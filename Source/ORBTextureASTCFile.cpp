@@ -133,7 +133,7 @@ bool CORBTexture::privateSaveASTCFile(FILE* file) const
 
     // The first surface only: level 0, member 0, face 0.
     const uint32_t size = getDataSize(0, false, false);
-    if (size > m_uiDataSize || (size && !m_pTextureData))
+    if (!privateHoldsData(size))
         return false;
     return std::fwrite(getDataPtr(0, 0, 0), 1, size, file) == size;
 }

@@ -56,7 +56,7 @@ bool CORBTexture::privateSaveCHeaderFile(FILE* file, CORBTString name) const
     // Refuse a block that does not hold what the header describes, or an item
     // without its data, rather than read past them.
     const uint32_t total = getDataSize(-1, true, true);
-    if (!file || total > m_uiDataSize || (total && !m_pTextureData))
+    if (!file || !privateHoldsData(total))
         return false;
     bool itemsHeld = true;
     forEachMetaData([&](const MetaDataBlock& item) { itemsHeld = itemsHeld && (item.data || !item.dataSize); });

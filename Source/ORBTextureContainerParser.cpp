@@ -84,6 +84,16 @@ void CContainerParser::AddField(const char* name, const char* format, ...)
     m_fields.Append(line);
 }
 
+ELoadReason CContainerParser::RefuseWith(ELoadReason reason, const char* container, const char* format, ...)
+{
+    char detail[160];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(detail, sizeof detail, format, arguments);
+    va_end(arguments);
+    return SetLoadError(reason, container, detail);
+}
+
 bool LoadWithParser(CContainerParser& parser, CByteSource& source, CORBTextureHeader& header,
                     std::unique_ptr<uint8_t[]>& data, uint64_t& size)
 {

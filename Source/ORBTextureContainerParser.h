@@ -92,6 +92,11 @@ protected:
 
     void AddField(const char* name, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
+    // Sets a reason whose message takes the container's name and a detail
+    // (eLoadBadHeader, eLoadNoPixelFormat), the detail formatted as printf.
+    ELoadReason RefuseWith(ELoadReason reason, const char* container, const char* format, ...)
+        __attribute__((format(printf, 4, 5)));
+
     CByteSource& m_source;
     uint64_t m_dataSize = 0;
     // Data bytes still expected by TakeData, for the shortfall message.

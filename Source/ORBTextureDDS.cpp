@@ -228,32 +228,10 @@ private:
     void AddMainFields(const uint8_t* bytes);
     ELoadReason ReadDX10(CORBTextureHeader& header);
     ELoadReason SetMaskFormat(CORBTextureHeader& header, const uint8_t* bytes);
-    ELoadReason BadHeader(const char* format, ...) __attribute__((format(printf, 2, 3)));
-    ELoadReason NoPixelFormat(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     bool m_dx10 = false;
     ORBTextureHeaderV3 m_record;
 };
-
-ELoadReason CDDSParser::BadHeader(const char* format, ...)
-{
-    char text[160];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return SetLoadError(eLoadBadHeader, "dds", text);
-}
-
-ELoadReason CDDSParser::NoPixelFormat(const char* format, ...)
-{
-    char text[160];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return SetLoadError(eLoadNoPixelFormat, "dds", text);
-}
 
 void CDDSParser::AddMainFields(const uint8_t* bytes)
 {
@@ -292,7 +270,7 @@ ELoadReason CDDSParser::ReadHeader(CORBTextureHeader& header)
     AddMainFields(bytes);
     const uint32_t size = GetWord(bytes, kAtSize);
     if (size != kHeaderSize)
-        return BadHeader("size %u, not %u", size, kHeaderSize);
+        return RefuseWith(eLoadBadHeader, "dds", "size %u, not %u", size, kHeaderSize);
 
     const uint32_t flags = GetWord(bytes, kAtFlags);
     const uint32_t pixelFlags = GetWord(bytes, kAtPixelFormatFlags);
@@ -341,14 +319,14 @@ ELoadReason CDDSParser::ReadDX10(CORBTextureHeader& header)
     case kDimension1D: header.setHeight(1); header.setDepth(1); break;
     case kDimension2D: header.setDepth(1); break;
     case kDimension3D: break;
-    default: return BadHeader("resourceDimension %u", dimension);
+    default: return RefuseWith(eLoadBadHeader, "dds", "resourceDimension %u", dimension);
     }
     if (miscFlag & kMiscTextureCube)
         header.setNumFaces(6);
     header.setNumArrayMembers(arraySize ? arraySize : 1);
     // An unknown code would leave no pixel format: refused here.
     if (!header.setDXGIFormat(dxgiFormat))
-        return NoPixelFormat("DXGI format %u", dxgiFormat);
+        return RefuseWith(eLoadNoPixelFormat, "dds", "DXGI format %u", dxgiFormat);
     return eLoadOK;
 }
 
@@ -369,9 +347,9 @@ ELoadReason CDDSParser::SetMaskFormat(CORBTextureHeader& header, const uint8_t* 
     {
         char fourCC[16];
         DescribeFourCC(code, fourCC);
-        return NoPixelFormat("FourCC %s", fourCC);
+        return RefuseWith(eLoadNoPixelFormat, "dds", "FourCC %s", fourCC);
     }
-    return NoPixelFormat("Direct3D format %u (pixel format flags 0x%X, %u bits, masks 0x%X 0x%X 0x%X 0x%X)", code,
+    return RefuseWith(eLoadNoPixelFormat, "dds", "Direct3D format %u (pixel format flags 0x%X, %u bits, masks 0x%X 0x%X 0x%X 0x%X)", code,
                          pixelFlags, bits, masks[0], masks[1], masks[2], masks[3]);
 }
 
@@ -393,7 +371,7 @@ ELoadReason CDDSParser::ReadData(uint8_t* block, uint64_t& missing)
     // The surfaces must fill the block exactly; with every surface at least
     // a byte, the walk below is bounded by the data size.
     if (end != m_dataSize)
-        return BadHeader("surfaces hold %llu bytes of %llu", (unsigned long long)end,
+        return RefuseWith(eLoadBadHeader, "dds", "surfaces hold %llu bytes of %llu", (unsigned long long)end,
                          (unsigned long long)m_dataSize);
 
     for (uint64_t member = 0; member < members; ++member)
@@ -422,10 +400,8 @@ bool CORBTexture::privateSaveDDSFile(FILE* file) const
 {
     if (!file)
         return false;
-    // A header edited after construction may describe more data than the
-    // block holds; refuse rather than read past it.
     const uint32_t total = getDataSize(-1, true, true);
-    if (total > m_uiDataSize || (total && !m_pTextureData))
+    if (!privateHoldsData(total))
         return false;
 
     const uint32_t levels = getNumMIPLevels(), faces = getNumFaces(), members = getNumArrayMembers();

@@ -11,6 +11,18 @@
 namespace orbtexture
 {
 
+// A channel layout from its channel letters (first channel in the lowest
+// byte; up to four) and their widths, for constant tables.
+constexpr uint64_t ChannelLayout(const char* names, unsigned w0, unsigned w1 = 0, unsigned w2 = 0, unsigned w3 = 0)
+{
+    const uint64_t n0 = uint8_t(names[0]);
+    const uint64_t n1 = n0 ? uint8_t(names[1]) : 0;
+    const uint64_t n2 = n1 ? uint8_t(names[2]) : 0;
+    const uint64_t n3 = n2 ? uint8_t(names[3]) : 0;
+    return n0 | n1 << 8 | n2 << 16 | n3 << 24 | uint64_t(w0) << 32 | uint64_t(w1) << 40 | uint64_t(w2) << 48 |
+           uint64_t(w3) << 56;
+}
+
 // One codec call on one surface. For decoding, width, height and depth are the
 // level's true dimensions and 'destination' has room for whole blocks; for
 // encoding they are the dimensions raised to the format's minimum, and

@@ -125,7 +125,6 @@ protected:
     ELoadReason ReadData(uint8_t* block, uint64_t& missing) override;
 
 private:
-    ELoadReason BadHeader(const char* format, ...) __attribute__((format(printf, 2, 3)));
     ELoadReason WalkKeyValueData(uint32_t size, uint32_t& orientation);
     ELoadReason ReadRows(const KTXLevelLayout& level, uint8_t* surface);
 
@@ -134,16 +133,6 @@ private:
     bool m_orientationFound = false;
     std::vector<uint8_t> m_staging;
 };
-
-ELoadReason CKTXFileParser::BadHeader(const char* format, ...)
-{
-    char what[128];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(what, sizeof what, format, arguments);
-    va_end(arguments);
-    return SetLoadError(eLoadBadHeader, "ktx", what);
-}
 
 ELoadReason CKTXFileParser::ReadHeader(CORBTextureHeader& header)
 {
@@ -174,7 +163,7 @@ ELoadReason CKTXFileParser::ReadHeader(CORBTextureHeader& header)
     // Words are read in this machine's order, so a file of the other order
     // would be misread throughout.
     if (words.endianness == kKTXEndiannessSwapped)
-        return BadHeader("endianness 0x%08X: big-endian files are not supported", words.endianness);
+        return RefuseWith(eLoadBadHeader, "ktx", "endianness 0x%08X: big-endian files are not supported", words.endianness);
 
     CORBTextureHeader parsed;
     parsed.setWidth(words.pixelWidth);
@@ -204,7 +193,7 @@ ELoadReason CKTXFileParser::ReadHeader(CORBTextureHeader& header)
 
     const uint64_t remaining = m_source.Remaining();
     if (remaining != CByteSource::kUnknown && words.bytesOfKeyValueData > remaining)
-        return BadHeader("bytesOfKeyValueData %u runs past the end of the file", words.bytesOfKeyValueData);
+        return RefuseWith(eLoadBadHeader, "ktx", "bytesOfKeyValueData %u runs past the end of the file", words.bytesOfKeyValueData);
     uint32_t orientation = 0;
     const ELoadReason walked = WalkKeyValueData(words.bytesOfKeyValueData, orientation);
     if (walked != eLoadOK)
@@ -230,12 +219,12 @@ ELoadReason CKTXFileParser::WalkKeyValueData(uint32_t size, uint32_t& orientatio
     {
         uint32_t pairSize;
         if (size - consumed < 4)
-            return BadHeader("key/value pair %u runs past bytesOfKeyValueData", pairs);
+            return RefuseWith(eLoadBadHeader, "ktx", "key/value pair %u runs past bytesOfKeyValueData", pairs);
         if (!m_source.ReadWord(pairSize))
             return ReadFailure(eLoadTruncatedHeader);
         consumed += 4;
         if (pairSize > size - consumed)
-            return BadHeader("key/value pair %u of %u bytes runs past bytesOfKeyValueData", pairs, pairSize);
+            return RefuseWith(eLoadBadHeader, "ktx", "key/value pair %u of %u bytes runs past bytesOfKeyValueData", pairs, pairSize);
 
         // The start of the pair is kept to name it; the rest streams past,
         // counting letters for an orientation value.
@@ -444,7 +433,7 @@ bool CORBTexture::privateSaveKTXFile(FILE* file) const
         return false;
 
     const uint32_t total = getDataSize(-1, true, true);
-    if (!m_pTextureData || total > m_uiDataSize)
+    if (!m_pTextureData || !privateHoldsData(total))
         return false;
 
     bool ok = true;

@@ -186,10 +186,8 @@ bool CORBTexture::privateSaveLegacyORBFile(FILE* file, ELegacyApi api) const
     const ORB_Texture_Header header = ConvertTextureHeader3To2(getHeader(), api);
     if (header.pixelFormatAndFlags == eLegacyFormatNone)
         return false;
-    // A header edited after construction may describe more data than the
-    // block holds; refuse rather than read past it.
     const uint32_t total = getDataSize(-1, true, true);
-    if (total > m_uiDataSize || (total && !m_pTextureData))
+    if (!privateHoldsData(total))
         return false;
 
     if (std::fwrite(&header, sizeof header, 1, file) != 1)

@@ -16,10 +16,8 @@ void CORBTexture::privateAdopt(CORBTextureHeader&& header, uint8_t* data, uint32
 
 bool CORBTexture::privateSaveORBFile(FILE* file) const
 {
-    // A header edited after construction may describe more data than the
-    // block holds; refuse rather than read past it.
     const uint32_t total = getDataSize(-1, true, true);
-    if (total > m_uiDataSize || (total && !m_pTextureData))
+    if (!privateHoldsData(total))
         return false;
 
     std::fwrite(&m_sHeader, ORBTEX_V3_HEADER_SIZE, 1, file);

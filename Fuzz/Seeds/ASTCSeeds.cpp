@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
 
 #include "FuzzSeeds.h"
 #include "ORBTexture.h"
@@ -21,14 +20,7 @@ FuzzBytes Written(const CORBTextureHeader& header)
     CORBTexture texture(header);
     for (uint32_t i = 0; i < texture.getDataSize(); ++i)
         texture.getDataPtr()[i] = uint8_t(i * 31 + 7);
-    const char* dir = std::getenv("TMPDIR");
-    const std::string path =
-        std::string(dir && *dir ? dir : "/tmp") + "/orbt-astcseed-" + std::to_string(getpid()) + ".astc";
-    FuzzBytes bytes;
-    if (texture.saveASTCFile(path.c_str()))
-        bytes = ReadFuzzSeedFile(path);
-    std::remove(path.c_str());
-    return bytes;
+    return SavedSeed(".astc", [&](const std::string& path) { return texture.saveASTCFile(path.c_str()); });
 }
 
 std::vector<FuzzBytes> ASTCSeeds()

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include <unistd.h>
 
 #include "FuzzSeeds.h"
 #include "ORBTexture.h"
@@ -23,14 +22,7 @@ FuzzBytes Written(uint64_t format, EORBTVariableType type, uint32_t width, uint3
     CORBTexture texture(CORBTextureHeader(format, height, width, depth, levels, members, faces, space, type), nullptr);
     for (uint32_t i = 0; i < texture.getDataSize(); ++i)
         texture.getDataPtr()[i] = uint8_t(i * 29 + 3);
-    const char* dir = std::getenv("TMPDIR");
-    const std::string path =
-        std::string(dir && *dir ? dir : "/tmp") + "/orbt-ddsseed-" + std::to_string(getpid()) + ".dds";
-    FuzzBytes bytes;
-    if (texture.saveFile(path.c_str()))
-        bytes = ReadFuzzSeedFile(path);
-    std::remove(path.c_str());
-    return bytes;
+    return SavedSeed(".dds", [&](const std::string& path) { return texture.saveFile(path.c_str()); });
 }
 
 void PutWord(FuzzBytes& bytes, size_t offset, uint32_t word)

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
 
 #include "FuzzSeeds.h"
 #include "ORBTexture.h"
@@ -24,14 +23,7 @@ FuzzBytes Written(const CORBTextureHeader& header, uint32_t orientation = 0)
         texture.getDataPtr()[i] = uint8_t(i * 29 + 3);
     if (orientation)
         texture.setOrientation(EORBTOrientation(orientation));
-    const char* dir = std::getenv("TMPDIR");
-    const std::string path =
-        std::string(dir && *dir ? dir : "/tmp") + "/orbt-ktxseed-" + std::to_string(getpid()) + ".ktx";
-    FuzzBytes bytes;
-    if (texture.saveFile(path.c_str()))
-        bytes = ReadFuzzSeedFile(path);
-    std::remove(path.c_str());
-    return bytes;
+    return SavedSeed(".ktx", [&](const std::string& path) { return texture.saveFile(path.c_str()); });
 }
 
 void PutWord(FuzzBytes& bytes, size_t at, uint32_t word) { std::memcpy(bytes.data() + at, &word, 4); }

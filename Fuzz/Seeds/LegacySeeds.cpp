@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
 
 #include "FuzzSeeds.h"
 #include "ORBTexture.h"
@@ -26,14 +25,7 @@ FuzzBytes Written(const CORBTextureHeader& header, ELegacyApi api, bool flipped 
         texture.setOrientation(eOrientUp);
     if (bump)
         texture.setBumpMap(1.0f);
-    const char* dir = std::getenv("TMPDIR");
-    const std::string path =
-        std::string(dir && *dir ? dir : "/tmp") + "/orbt-legacyseed-" + std::to_string(getpid()) + ".orb";
-    FuzzBytes bytes;
-    if (texture.saveFileLegacyORB(path.c_str(), api))
-        bytes = ReadFuzzSeedFile(path);
-    std::remove(path.c_str());
-    return bytes;
+    return SavedSeed(".orb", [&](const std::string& path) { return texture.saveFileLegacyORB(path.c_str(), api); });
 }
 
 // A version 1 file: header words, then 'dataBytes' bytes of a pattern.
