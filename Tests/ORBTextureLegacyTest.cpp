@@ -65,25 +65,22 @@ std::vector<uint8_t> LegacyFile(uint32_t headerSize, uint32_t height, uint32_t w
 // Every surface filled with its own byte: 0x40 * mip + 8 * member + face.
 uint8_t SurfaceByte(uint32_t mip, uint32_t member, uint32_t face) { return uint8_t(0x40 * mip + 8 * member + face); }
 
-CORBTexture Labelled(const CORBTextureHeader& header)
+typedef std::vector<uint32_t> Words;
+
+// version, flags, height, width, depth, numMIPMaps, numFaces, numSurfaces, metaDataSize
+Words Fields(const ORBTextureHeaderV3& r)
 {
-    CORBTexture texture(header);
-    for (uint32_t mip = 0; mip < texture.getNumMIPLevels(); ++mip)
-        for (uint32_t member = 0; member < texture.getNumArrayMembers(); ++member)
-            for (uint32_t face = 0; face < texture.getNumFaces(); ++face)
-                std::memset(texture.getDataPtr(mip, member, face), SurfaceByte(mip, member, face),
-                            texture.getDataSize(int(mip), false, false));
-    return texture;
+    return {r.version, r.flags, r.height, r.width, r.depth, r.numMIPMaps, r.numFaces, r.numSurfaces, r.metaDataSize};
 }
 
 } // namespace
 
 TEST(LegacyFormats, ForwardRows)
 {
-    const Forward rgb565 = MapForward(2), again = MapForward(19);
-    EXPECT_EQ(rgb565.format, Layout("rgb", 5, 6, 5));
-    EXPECT_EQ(rgb565.type, eVarUnsignedShortNorm);
-    EXPECT_TRUE(again.format == rgb565.format && again.type == rgb565.type);
+    for (uint32_t legacy : {2u, 19u})
+        EXPECT_TRUE(MapForward(legacy).format == Layout("rgb", 5, 6, 5) &&
+                    MapForward(legacy).type == eVarUnsignedShortNorm)
+            << legacy;
     for (uint32_t legacy : {98u, 145u})
     {
         const Forward srgb = MapForward(legacy);
@@ -91,8 +88,7 @@ TEST(LegacyFormats, ForwardRows)
             << legacy;
     }
     EXPECT_TRUE(MapForward(146).premultiplied);
-    EXPECT_EQ(MapForward(4).format, Layout("rgb", 8, 8, 8));
-    EXPECT_EQ(MapForward(4).type, eVarUnsignedIntegerNorm);
+    EXPECT_TRUE(MapForward(4).format == Layout("rgb", 8, 8, 8) && MapForward(4).type == eVarUnsignedIntegerNorm);
     EXPECT_EQ(MapForward(125).type, eVarSignedFloat);
 
     // Undefined values and values past the table: format 51, type 14.
@@ -106,10 +102,8 @@ TEST(LegacyFormats, ForwardRows)
         defined += MapForward(legacy).known;
     EXPECT_EQ(defined, 139u);
     PixelType type;
-    EORBTColourSpace space;
-    EORBTVariableType channelType;
-    bool premultiplied;
-    EXPECT_TRUE(MapLegacyEnumToNewFormat(ORBTPixelType(13), type, space, channelType, premultiplied));
+    Forward f;
+    EXPECT_TRUE(MapLegacyEnumToNewFormat(ORBTPixelType(13), type, f.space, f.type, f.premultiplied));
     EXPECT_EQ(type.PixelTypeID, uint64_t(ePF_ORBTC_4bpp_RGBA));
 }
 
@@ -204,14 +198,7 @@ TEST(LegacyHeaders, FlagsBecomeMetaData)
     MetaDataMap items;
     items[0x11111111][1] = MetaDataBlock(0x11111111, 1, 1, nullptr);
     ConvertTextureHeader2To3(v2, record, items);
-    EXPECT_EQ(record.version, 0x0342524Fu);
-    EXPECT_EQ(record.flags, 2u);
-    EXPECT_TRUE(record.height == 8 && record.width == 16);
-    EXPECT_EQ(record.depth, 1u);
-    EXPECT_EQ(record.numMIPMaps, 4u);
-    EXPECT_EQ(record.numFaces, 6u);
-    EXPECT_EQ(record.numSurfaces, 2u);
-    EXPECT_EQ(record.metaDataSize, 12u + 8 + 12 + 3);
+    EXPECT_EQ(Fields(record), (Words{0x0342524F, 2, 8, 16, 1, 4, 6, 2, 12 + 8 + 12 + 3}));
     ASSERT_EQ(items.GetSize(), 1u);
     EXPECT_EQ(items.GetKey(0), 0x0342524Fu);
     const MetaDataKeyMap& own = items.GetValue(0);
@@ -232,16 +219,12 @@ TEST(LegacyHeaders, FlagsBecomeMetaData)
     v2.pixelFormatAndFlags = 22;
     v2.numSurfaces = 5;
     ConvertTextureHeader2To3(v2, record, items);
-    EXPECT_EQ(record.numSurfaces, 5u);
-    EXPECT_EQ(record.numFaces, 1u);
-    EXPECT_EQ(record.flags, 0u);
-    EXPECT_EQ(record.metaDataSize, 0u);
+    EXPECT_EQ(Fields(record), (Words{0x0342524F, 0, 8, 16, 1, 4, 1, 5, 0}));
     EXPECT_EQ(items.GetSize(), 0u);
     ORBTextureHeaderV1 v1;
     v1.pixelFormatAndFlags = 22 | 0x1000;
     ConvertTextureHeader1To3(v1, record, items);
-    EXPECT_EQ(record.numSurfaces, 1u);
-    EXPECT_EQ(record.numFaces, 6u);
+    EXPECT_TRUE(record.numSurfaces == 1 && record.numFaces == 6);
 }
 
 TEST(LegacyHeaders, FreeConversionOfEitherSize)
@@ -258,9 +241,7 @@ TEST(LegacyHeaders, FreeConversionOfEitherSize)
     MetaDataMap items;
     ASSERT_TRUE(ORBTConvertOldTextureHeaderToV3(reinterpret_cast<const ORB_Texture_Header*>(exact.get()), record,
                                                 &items));
-    EXPECT_EQ(record.numMIPMaps, 1u); // no MIP flag
-    EXPECT_EQ(record.numSurfaces, 1u);
-    EXPECT_EQ(record.metaDataSize, 15u);
+    EXPECT_TRUE(record.numMIPMaps == 1 && record.numSurfaces == 1 && record.metaDataSize == 15); // no MIP flag
 
     ORB_Texture_Header v2;
     v2.width = v2.height = 4;
@@ -268,9 +249,7 @@ TEST(LegacyHeaders, FreeConversionOfEitherSize)
     v2.pixelFormatAndFlags = 5 | 0x100 | 0x1000 | 0x10000;
     v2.numSurfaces = 12;
     ASSERT_TRUE(ORBTConvertOldTextureHeaderToV3(&v2, record, nullptr));
-    EXPECT_EQ(record.numMIPMaps, 3u);
-    EXPECT_EQ(record.numSurfaces, 2u);
-    EXPECT_EQ(record.metaDataSize, 0u);
+    EXPECT_TRUE(record.numMIPMaps == 3 && record.numSurfaces == 2 && record.metaDataSize == 0);
     EXPECT_FALSE(ORBTConvertOldTextureHeaderToV3(nullptr, record, &items));
 }
 
@@ -280,29 +259,25 @@ TEST(LegacyHeaders, NativeToVersion2)
     header.setBumpMap(3.0f);
     header.setOrientation(eOrientUp);
     ORB_Texture_Header v2 = ConvertTextureHeader3To2(header, eLegacyApi3);
-    EXPECT_EQ(v2.pixelFormatAndFlags, 12u | 0x100 | 0x400 | 0x1000 | 0x8000 | 0x10000);
-    EXPECT_EQ(v2.alphaMask, 1u);
-    EXPECT_EQ(v2.numSurfaces, 12u);
-    EXPECT_EQ(v2.mipMapCount, 2u);
-    EXPECT_EQ(v2.bitCount, 2u);
+    EXPECT_EQ((Words{v2.pixelFormatAndFlags, v2.alphaMask, v2.numSurfaces, v2.mipMapCount, v2.bitCount}),
+              (Words{12u | 0x100 | 0x400 | 0x1000 | 0x8000 | 0x10000, 1, 12, 2, 2}));
     EXPECT_EQ(v2.textureDataSize, header.getDataSize());
 
     header = CORBTextureHeader(ePF_ORBTC_4bpp_RGB, 16, 16);
     header.setOrientation(EORBTOrientation(eOrientLeft | eOrientOut)); // Y down
     v2 = ConvertTextureHeader3To2(header, eLegacyApi1);
-    EXPECT_EQ(v2.pixelFormatAndFlags, 25u);
-    EXPECT_EQ(v2.alphaMask, 0u);
+    EXPECT_TRUE(v2.pixelFormatAndFlags == 25 && v2.alphaMask == 0);
     header.setPixelFormat(ePF_ORBTC_4bpp_RGBA);
     EXPECT_EQ(ConvertTextureHeader3To2(header, eLegacyApi1).pixelFormatAndFlags, 25u | 0x8000);
     // No legacy number: every bit set, flags included.
-    EXPECT_EQ(ConvertTextureHeader3To2(header, eLegacyApiNone).pixelFormatAndFlags, kNone);
-    EXPECT_EQ(ConvertTextureHeader3To2(header, eLegacyApiNone).alphaMask, 1u);
+    v2 = ConvertTextureHeader3To2(header, eLegacyApiNone);
+    EXPECT_TRUE(v2.pixelFormatAndFlags == kNone && v2.alphaMask == 1);
 }
 
 TEST(LegacyFiles, WrittenBytes)
 {
     ScratchDir dir;
-    CORBTexture texture = Labelled(CORBTextureHeader(ORBStandard8PixelType, 4, 8, 1, 3, 2, 6));
+    CORBTexture texture = CORBTexture(CORBTextureHeader(ORBStandard8PixelType, 4, 8, 1, 3, 2, 6));
     texture.setBumpMap(2.0f);
     texture.setOrientation(eOrientUp);
     const std::string path = dir / "written.legacy";
@@ -311,34 +286,20 @@ TEST(LegacyFiles, WrittenBytes)
     const std::vector<uint8_t> bytes = ReadBytes(path);
     const uint32_t data = (8 * 4 + 4 * 2 + 2 * 1) * 4 * 12;
     ASSERT_EQ(bytes.size(), 52u + data);
-    uint32_t words[13];
-    std::memcpy(words, bytes.data(), 52);
-    const uint32_t expected[13] = {52, 4, 8, 2, 18 | 0x100 | 0x400 | 0x1000 | 0x10000, data, 32, 0, 0, 0, 0,
-                                   0x2142524F, 12};
-    for (int i = 0; i < 13; ++i)
-        EXPECT_EQ(words[i], expected[i]) << "word " << i;
+    Words words(13);
+    std::memcpy(words.data(), bytes.data(), 52);
+    EXPECT_EQ(words, (Words{52, 4, 8, 2, 18 | 0x100 | 0x400 | 0x1000 | 0x10000, data, 32, 0, 0, 0, 0, 0x2142524F, 12}));
     EXPECT_EQ(std::string(bytes.begin() + 44, bytes.begin() + 48), "ORB!");
 
-    // Member outermost, then face, then level.
-    size_t at = 52;
-    for (uint32_t member = 0; member < 2; ++member)
-        for (uint32_t face = 0; face < 6; ++face)
-            for (uint32_t mip = 0; mip < 3; ++mip)
-            {
-                const size_t size = (8u >> mip) * (4u >> mip) * 4;
-                EXPECT_EQ(bytes[at], SurfaceByte(mip, member, face)) << member << face << mip;
-                EXPECT_EQ(bytes[at + size - 1], SurfaceByte(mip, member, face)) << member << face << mip;
-                at += size;
-            }
 }
 
 TEST(LegacyFiles, WriterRefusals)
 {
     ScratchDir dir;
-    const CORBTexture texture = Labelled(CORBTextureHeader(ORBStandard8PixelType, 4, 4));
+    const CORBTexture texture = CORBTexture(CORBTextureHeader(ORBStandard8PixelType, 4, 4));
     EXPECT_FALSE(texture.saveFileLegacyORB((dir / "none.orb").c_str(), eLegacyApiNone));
     EXPECT_FALSE(texture.saveFileLegacyORB((dir / "eight.orb").c_str(), ELegacyApi(8)));
-    EXPECT_FALSE(Labelled(CORBTextureHeader(ePF_ASTC_4x4, 4, 4)).saveFileLegacyORB((dir / "astc.orb").c_str(),
+    EXPECT_FALSE(CORBTexture(CORBTextureHeader(ePF_ASTC_4x4, 4, 4)).saveFileLegacyORB((dir / "astc.orb").c_str(),
                                                                                   eLegacyApi7));
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
     EXPECT_FALSE(texture.saveFileLegacyORB((dir / "missing/x.orb").c_str(), eLegacyApi1));
@@ -355,10 +316,9 @@ TEST(LegacyFiles, HandMadeFiles)
     WriteBytes(dir / "v1.orb", v1);
     const CORBTexture fromV1((dir / "v1.orb").c_str());
     ASSERT_NE(fromV1.getDataPtr(), nullptr) << ORBTGetLastError();
-    EXPECT_EQ(fromV1.getPixelType().PixelTypeID, Layout("rgb", 8, 8, 8));
-    EXPECT_EQ(fromV1.getChannelType(), eVarUnsignedIntegerNorm);
-    EXPECT_TRUE(fromV1.getWidth() == 4 && fromV1.getHeight() == 2 && fromV1.getNumMIPLevels() == 2);
-    EXPECT_EQ(fromV1.getMetaDataSize(), 0u);
+    EXPECT_EQ(Fields(fromV1.getFileHeader()), (Words{0x0342524F, 0, 2, 4, 1, 2, 1, 1, 0}));
+    EXPECT_TRUE(fromV1.getPixelType().PixelTypeID == Layout("rgb", 8, 8, 8) &&
+                fromV1.getChannelType() == eVarUnsignedIntegerNorm);
     EXPECT_EQ(std::vector<uint8_t>(fromV1.getDataPtr(), fromV1.getDataPtr() + fromV1.getDataSize()), pixels);
 
     // Version 2 cube map, 12 surfaces: two members. Level 0 is 2 x 2 'l' 8
@@ -374,9 +334,7 @@ TEST(LegacyFiles, HandMadeFiles)
     WriteBytes(dir / "v2.orb", v2);
     const CORBTexture cube((dir / "v2.orb").c_str());
     ASSERT_NE(cube.getDataPtr(), nullptr) << ORBTGetLastError();
-    EXPECT_EQ(cube.getNumArrayMembers(), 2u);
-    EXPECT_EQ(cube.getNumFaces(), 6u);
-    EXPECT_EQ(cube.getOrientation(eAxisY), eOrientUp);
+    EXPECT_TRUE(cube.getNumArrayMembers() == 2 && cube.getNumFaces() == 6 && cube.getOrientation(eAxisY) == eOrientUp);
     for (uint32_t member = 0; member < 2; ++member)
         for (uint32_t face = 0; face < 6; ++face)
             for (uint32_t mip = 0; mip < 2; ++mip)
@@ -401,15 +359,9 @@ TEST(LegacyFiles, HandMadeFiles)
             EXPECT_EQ(*memory.getDataPtr(mip, 0, face), SurfaceByte(mip, 0, face)) << face << " " << mip;
             EXPECT_EQ(*memory.getDataPtr(mip, 1, face), 0) << face << " " << mip;
         }
-    // It must still hold the other members' bytes, as a file must.
-    const std::vector<uint8_t> image(v2.begin(), v2.begin() + 52 + 6 * 5);
-    EXPECT_FALSE(memory.loadFromMemory(image.data(), image.size(), "x.orb"));
-    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 30 bytes");
-    WriteBytes(dir / "image.orb", image);
-    EXPECT_EQ(CORBTexture((dir / "image.orb").c_str()).getDataPtr(), nullptr);
-    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 30 bytes");
 }
 
+// HandMadeFiles pins the reader's surface order, so this pins the writer's.
 TEST(LegacyFiles, RoundTripEachApiGroup)
 {
     ScratchDir dir;
@@ -463,6 +415,8 @@ TEST(LegacyFiles, RefusedHeadersAndShortData)
     };
     const Case cases[] = {
         {"truncated header", std::vector<uint8_t>(full.begin(), full.begin() + 50)},
+        // A cube map of two members must hold the second member's bytes, as a file must.
+        {"pixel data short by 30 bytes", LegacyFile(52, 2, 2, 1, 22 | 0x1000 | 0x10000, 12, std::vector<uint8_t>(30))},
         {"declares no surfaces", LegacyFile(52, 4, 4, 0xFFFFFFFF, 18 | 0x100, 1, rgba)},
         {"4 MIP levels, but a largest side of 4 allows at most 3", LegacyFile(44, 4, 4, 3, 18, 0, rgba)},
         {"legacy orb (version 2): no pixel format for legacy format 14", LegacyFile(52, 4, 4, 0, 14, 1, rgba)},
