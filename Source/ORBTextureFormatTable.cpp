@@ -2,6 +2,10 @@
 
 #include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ORBTC/ORBTCCodec.h"
+#include "Codecs/OneBPPCodec.h"
+#include "Codecs/RGB9E5Codec.h"
+#include "Codecs/RGBGCodec.h"
+#include "Codecs/YUVCodec.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture
@@ -36,6 +40,51 @@ unsigned EncodeETC(const CodecSurface& surface)
 {
     return ETCCompress(surface.source, surface.destination, surface.width, surface.height, int(surface.quality),
                        surface.format, surface.isSigned);
+}
+
+// The small codecs work by rows, so the slices of a volume are more rows.
+unsigned DecodeYUV(const CodecSurface& surface)
+{
+    return YUVDecompress(surface.source, surface.destination, surface.width, surface.height * surface.depth,
+                         surface.format);
+}
+
+unsigned EncodeYUV(const CodecSurface& surface)
+{
+    return YUVCompress(surface.source, surface.destination, surface.width, surface.height * surface.depth,
+                       surface.format);
+}
+
+unsigned DecodeRGBG(const CodecSurface& surface)
+{
+    return RGBGDecompress(surface.source, surface.destination, surface.width, surface.height * surface.depth,
+                          surface.format);
+}
+
+unsigned EncodeRGBG(const CodecSurface& surface)
+{
+    return RGBGCompress(surface.source, surface.destination, surface.width, surface.height * surface.depth,
+                        surface.format);
+}
+
+unsigned DecodeOneBPP(const CodecSurface& surface)
+{
+    return OneBPPDecompress(surface.source, surface.destination, surface.width, surface.height * surface.depth);
+}
+
+unsigned EncodeOneBPP(const CodecSurface& surface)
+{
+    return OneBPPCompress(surface.source, surface.destination, surface.width, surface.height * surface.depth);
+}
+
+unsigned DecodeRGB9E5(const CodecSurface& surface)
+{
+    return RGB9E5Decompress(surface.source, surface.destination, surface.width, surface.height * surface.depth);
+}
+
+unsigned EncodeRGB9E5(const CodecSurface& surface)
+{
+    return RGB9E5Compress(surface.source, surface.destination, surface.width, surface.height * surface.depth);
 }
 
 struct Bits4
@@ -80,9 +129,13 @@ constexpr FormatDescriptor ASTC(const char* name, uint8_t x, uint8_t y, uint8_t 
     return row;
 }
 
+// The small fixed-rate codecs ignore the quality: every quality works.
+constexpr int8_t kAnyQuality = INT8_MAX;
+
 constexpr FormatDescriptor BW1bpp()
 {
-    FormatDescriptor row = Format("BW1bpp", 1, 8, 1, eIntermediateRGBA8, {1, 1, 1, 0});
+    FormatDescriptor row = Format("BW1bpp", 1, 8, 1, eIntermediateRGBA8, {1, 1, 1, 0}, DecodeOneBPP, EncodeOneBPP,
+                                  kAnyQuality);
     row.decodesAnySize = true;
     row.ditherGrey = eChannelIntensity;
     return row;
@@ -113,12 +166,12 @@ constexpr FormatDescriptor kFormats[] = {
     Format("BC5", 8, 4, 4, eIntermediateRGBA8, {8, 8, 0, 0}),
     Format("BC6", 0, 1, 1, eIntermediateRGBA8, {16, 16, 16, 0}),
     Format("BC7", 0, 1, 1, eIntermediateRGBA8, k8880),
-    Format("UYVY", 16, 2, 1, eIntermediateRGBA8, k8880),
-    Format("YUY2", 16, 2, 1, eIntermediateRGBA8, k8880),
+    Format("UYVY", 16, 2, 1, eIntermediateRGBA8, k8880, DecodeYUV, EncodeYUV, kAnyQuality),
+    Format("YUY2", 16, 2, 1, eIntermediateRGBA8, k8880, DecodeYUV, EncodeYUV, kAnyQuality),
     BW1bpp(),
-    Format("RGB9E5", 32, 1, 1, eIntermediateRGB32F, {14, 14, 14, 0}),
-    Format("RGBG8888", 16, 2, 1, eIntermediateRGBA8, k8880),
-    Format("GRGB8888", 16, 2, 1, eIntermediateRGBA8, k8880),
+    Format("RGB9E5", 32, 1, 1, eIntermediateRGB32F, {14, 14, 14, 0}, DecodeRGB9E5, EncodeRGB9E5, kAnyQuality),
+    Format("RGBG8888", 16, 2, 1, eIntermediateRGBA8, k8880, DecodeRGBG, EncodeRGBG, kAnyQuality),
+    Format("GRGB8888", 16, 2, 1, eIntermediateRGBA8, k8880, DecodeRGBG, EncodeRGBG, kAnyQuality),
     Format("ETC2_RGB", 4, 4, 4, eIntermediateRGB8, {4, 4, 4, 0}, DecodeETC, EncodeETC, kFastOnly),
     Format("ETC2_RGBA", 8, 4, 4, eIntermediateRGBA8, k4444, DecodeETC, EncodeETC, kFastOnly),
     Format("ETC2_RGB_A1", 4, 4, 4, eIntermediateRGBA8, {5, 5, 5, 1}, DecodeETC, EncodeETC, kEveryETCQuality),

@@ -1,0 +1,108 @@
+#include "Codecs/YUVCodec.h"
+
+#include <algorithm>
+
+namespace orbtexture
+{
+
+namespace
+{
+
+unsigned char ClampToByte(float value)
+{
+    return static_cast<unsigned char>(std::min(255.0f, std::max(0.0f, value)));
+}
+
+// Byte offsets of Y0, U, Y1, V within a packed group.
+struct GroupOrder
+{
+    unsigned y0, u, y1, v;
+};
+
+bool OrderOf(EORBTPixelFormat format, GroupOrder& order)
+{
+    if (format == ePF_UYVY)
+        order = {1, 0, 3, 2};
+    else if (format == ePF_YUY2)
+        order = {0, 1, 2, 3};
+    else
+        return false;
+    return true;
+}
+
+} // namespace
+
+void ConvertYUVToRGB(int y, int u, int v, unsigned char& red, unsigned char& green, unsigned char& blue)
+{
+    const int c = (y - 16) * 298;
+    const int d = u - 128, e = v - 128;
+    const auto finish = [](int value) { return static_cast<unsigned char>(std::min(std::max(value, 0) >> 8, 255)); };
+    red = finish(c + 409 * e + 128);
+    green = finish(c - 100 * d - 208 * e + 128);
+    blue = finish(c + 517 * d + 128);
+}
+
+void ConvertRGBToYUV(Pixel<unsigned char> first, Pixel<unsigned char> second, unsigned char& y0, unsigned char& y1,
+                     unsigned char& u, unsigned char& v)
+{
+    y0 = ClampToByte(0.257f * first.red + 0.504f * first.green + 0.098f * first.blue + 16.5f);
+    u = ClampToByte(-0.148f * first.red - 0.291f * first.green + 0.439f * first.blue + 128.5f);
+    y1 = ClampToByte(0.257f * second.red + 0.504f * second.green + 0.098f * second.blue + 16.5f);
+    v = ClampToByte(0.439f * second.red - 0.368f * second.green - 0.071f * second.blue + 128.5f);
+}
+
+unsigned int YUVCompress(const void* source, void* destination, const unsigned int& width,
+                         const unsigned int& height, const EORBTPixelFormat& format)
+{
+    GroupOrder order;
+    if (!OrderOf(format, order) || height == 0)
+        return 0;
+    const unsigned char* in = static_cast<const unsigned char*>(source);
+    unsigned char* out = static_cast<unsigned char*>(destination);
+    const unsigned pairs = width >> 1;
+    for (unsigned y = 0; y < height; ++y)
+    {
+        const unsigned char* row = in + size_t(y) * width * 4;
+        for (unsigned p = 0; p < pairs; ++p, out += 4)
+        {
+            const unsigned char* a = row + size_t(p) * 8;
+            ConvertRGBToYUV({a[0], a[1], a[2], a[3]}, {a[4], a[5], a[6], a[7]}, out[order.y0], out[order.y1],
+                            out[order.u], out[order.v]);
+        }
+    }
+    return width * height * 2;
+}
+
+unsigned int YUVDecompress(const void* source, void* destination, const unsigned int& width,
+                           const unsigned int& height, const EORBTPixelFormat& format)
+{
+    GroupOrder order;
+    if (!OrderOf(format, order) || height == 0)
+        return 0;
+    const unsigned char* in = static_cast<const unsigned char*>(source);
+    unsigned char* out = static_cast<unsigned char*>(destination);
+    const size_t stride = size_t(width >> 1) * 4;
+    for (unsigned y = 0; y < height; ++y)
+    {
+        unsigned char* row = out + size_t(y) * width * 4;
+        for (unsigned x = 0; x + 1 < width; x += 2)
+        {
+            const unsigned char* group = in + y * stride + size_t(x >> 1) * 4;
+            unsigned char* pixel = row + size_t(x) * 4;
+            ConvertYUVToRGB(group[order.y0], group[order.u], group[order.v], pixel[0], pixel[1], pixel[2]);
+            ConvertYUVToRGB(group[order.y1], group[order.u], group[order.v], pixel[4], pixel[5], pixel[6]);
+            pixel[3] = pixel[7] = 255;
+        }
+        // A last odd column has no group of its own: it repeats its left
+        // neighbour (opaque black in a one-pixel row).
+        if (width & 1)
+        {
+            unsigned char* last = row + size_t(width - 1) * 4;
+            for (unsigned c = 0; c < 4; ++c)
+                last[c] = width > 1 ? last[int(c) - 4] : (c == 3 ? 255 : 0);
+        }
+    }
+    return width * height * 4;
+}
+
+} // namespace orbtexture
