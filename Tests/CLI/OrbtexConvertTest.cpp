@@ -395,6 +395,9 @@ TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
         {"ETC2_RGB_A1", 5, nullptr},
         {"ETC2_RGB_A1", 6, "quality 6 of ETC2_RGB_A1 is not supported by this version (0 to 5 are)"},
         {"r5g6b5", 9, nullptr},
+        {"YUY2", 9, nullptr}, // the small fixed-rate codecs take any quality
+        {"RGB9E5", 9, nullptr},
+        {"BW1bpp", 0, nullptr},
     };
     for (const Case& c : cases)
     {
