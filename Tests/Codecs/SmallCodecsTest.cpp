@@ -195,7 +195,7 @@ TEST(SmallCodecsTranscode, GradientRoundTrips)
     EXPECT_LE(RoundTripError(PixelType(ePF_RGBG8888), 16, 8, original, decoded), 13);
     EXPECT_LE(RoundTripError(PixelType(ePF_GRGB8888), 16, 8, original, decoded), 13);
     EXPECT_EQ(decoded[1], original[1]);
-    EXPECT_LE(RoundTripError(PixelType(ePF_RGB9E5), 16, 8, original, decoded), 1);
+    EXPECT_EQ(RoundTripError(PixelType(ePF_RGB9E5), 16, 8, original, decoded), 0); // 9 bits hold every byte
 
     RoundTripError(PixelType(ePF_BW1bpp), 16, 8, original, decoded);
     for (size_t i = 0; i < original.size(); i += 4)
