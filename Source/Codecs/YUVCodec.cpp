@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Codecs/PixelPairGroups.h"
+
 namespace orbtexture
 {
 
@@ -57,19 +59,10 @@ unsigned int YUVCompress(const void* source, void* destination, const unsigned i
     GroupOrder order;
     if (!OrderOf(format, order) || height == 0)
         return 0;
-    const unsigned char* in = static_cast<const unsigned char*>(source);
-    unsigned char* out = static_cast<unsigned char*>(destination);
-    const unsigned pairs = width >> 1;
-    for (unsigned y = 0; y < height; ++y)
-    {
-        const unsigned char* row = in + size_t(y) * width * 4;
-        for (unsigned p = 0; p < pairs; ++p, out += 4)
-        {
-            const unsigned char* a = row + size_t(p) * 8;
-            ConvertRGBToYUV({a[0], a[1], a[2], a[3]}, {a[4], a[5], a[6], a[7]}, out[order.y0], out[order.y1],
-                            out[order.u], out[order.v]);
-        }
-    }
+    PackPixelPairs(source, destination, width, height, [&](const unsigned char* a, unsigned char* out) {
+        ConvertRGBToYUV({a[0], a[1], a[2], a[3]}, {a[4], a[5], a[6], a[7]}, out[order.y0], out[order.y1],
+                        out[order.u], out[order.v]);
+    });
     return width * height * 2;
 }
 
@@ -79,29 +72,11 @@ unsigned int YUVDecompress(const void* source, void* destination, const unsigned
     GroupOrder order;
     if (!OrderOf(format, order) || height == 0)
         return 0;
-    const unsigned char* in = static_cast<const unsigned char*>(source);
-    unsigned char* out = static_cast<unsigned char*>(destination);
-    const size_t stride = size_t(width >> 1) * 4;
-    for (unsigned y = 0; y < height; ++y)
-    {
-        unsigned char* row = out + size_t(y) * width * 4;
-        for (unsigned x = 0; x + 1 < width; x += 2)
-        {
-            const unsigned char* group = in + y * stride + size_t(x >> 1) * 4;
-            unsigned char* pixel = row + size_t(x) * 4;
-            ConvertYUVToRGB(group[order.y0], group[order.u], group[order.v], pixel[0], pixel[1], pixel[2]);
-            ConvertYUVToRGB(group[order.y1], group[order.u], group[order.v], pixel[4], pixel[5], pixel[6]);
-            pixel[3] = pixel[7] = 255;
-        }
-        // A last odd column has no group of its own: it repeats its left
-        // neighbour (opaque black in a one-pixel row).
-        if (width & 1)
-        {
-            unsigned char* last = row + size_t(width - 1) * 4;
-            for (unsigned c = 0; c < 4; ++c)
-                last[c] = width > 1 ? last[int(c) - 4] : (c == 3 ? 255 : 0);
-        }
-    }
+    UnpackPixelPairs(source, destination, width, height, [&](const unsigned char* group, unsigned char* pixel) {
+        ConvertYUVToRGB(group[order.y0], group[order.u], group[order.v], pixel[0], pixel[1], pixel[2]);
+        ConvertYUVToRGB(group[order.y1], group[order.u], group[order.v], pixel[4], pixel[5], pixel[6]);
+        pixel[3] = pixel[7] = 255;
+    });
     return width * height * 4;
 }
 
