@@ -1,0 +1,56 @@
+#ifndef ASTCCODEC_H
+#define ASTCCODEC_H
+
+// ASTC through the external encoder: pixels go to `astcenc` as a temporary
+// KTX file and come back as a temporary .astc file (and the other way round
+// to decode). The program is found through PATH; temporary files live in
+// $TMPDIR (default /tmp/) and are named after the process and thread.
+
+#include "Tools/ORBTDefines.h"
+
+namespace orbtexture
+{
+
+// The calling POSIX thread's identity as a number.
+unsigned long long getThreadID();
+
+// The process id.
+unsigned long long getProcessID();
+
+// Fills 'buffer' (4096 bytes) with $TMPDIR, or "/tmp/" when unset, ending in
+// '/'. Returns the length; 0 for an empty TMPDIR, which leaves the buffer
+// untouched so that names are relative to the working directory.
+unsigned int getTempDir(char* buffer);
+
+// Fills 'buffer' (4096 bytes) with the temporary directory and
+// "ORBTexLib_<process>_<thread>.<extension>". Returns the length, or a
+// negative value when the name does not fit.
+int getTempFile(char* buffer, const char* extension);
+
+// Runs astcenc with 'arguments' (null-terminated, without the program name),
+// its output sent to /dev/null. True when the program ran to an exit of its
+// own other than 127; its exit code then goes to 'exitCode' when given.
+bool executeASTCEnc(const char* const* arguments, int* exitCode);
+
+// True when astcenc can be started.
+ORBT_API bool isASTCEncAvailable();
+
+// Compresses width x height x depth RGBA8 pixels to ASTC blocks of
+// blockX x blockY x blockZ. 'quality' 0 to 4 picks -veryfast, -fast,
+// -medium, -thorough, -exhaustive; 5 and above -medium. Returns the bytes
+// written, 0 on failure. With a null pointer nothing runs and the size of the
+// blocks is returned.
+ORBT_API unsigned int ASTCCompress(const void* source, void* destination, unsigned int width, unsigned int height,
+                                   unsigned int depth, unsigned char blockX, unsigned char blockY,
+                                   unsigned char blockZ, int quality);
+
+// Decodes ASTC blocks of the named format 'format' (an EORBTPixelFormat from
+// ePF_ASTC_4x4 to ePF_ASTC_6x6x6) to width x height x depth RGBA8 pixels.
+// Returns the bytes written, 0 on failure. With a null pointer nothing runs
+// and width * height * depth * 4 is returned.
+ORBT_API unsigned int ASTCDecompress(const void* source, void* destination, unsigned int width, unsigned int height,
+                                     unsigned int depth, unsigned int format);
+
+} // namespace orbtexture
+
+#endif
