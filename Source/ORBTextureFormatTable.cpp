@@ -1,5 +1,6 @@
 #include "ORBTextureFormatTable.h"
 
+#include "Codecs/ASTCCodec.h"
 #include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ORBTC/ORBTCCodec.h"
 #include "Codecs/OneBPPCodec.h"
@@ -87,6 +88,20 @@ unsigned EncodeRGB9E5(const CodecSurface& surface)
     return RGB9E5Compress(surface.source, surface.destination, surface.width, surface.height * surface.depth);
 }
 
+unsigned DecodeASTC(const CodecSurface& surface)
+{
+    return ASTCDecompress(surface.source, surface.destination, surface.width, surface.height, surface.depth,
+                          surface.format);
+}
+
+// The block size is the format's minimum size.
+unsigned EncodeASTC(const CodecSurface& surface)
+{
+    const FormatDescriptor& format = DescribeFormat(surface.format);
+    return ASTCCompress(surface.source, surface.destination, surface.width, surface.height, surface.depth,
+                        format.minX, format.minY, format.minZ, int(surface.quality));
+}
+
 struct Bits4
 {
     uint8_t r, g, b, a;
@@ -121,16 +136,19 @@ constexpr FormatDescriptor ORBTC(const char* name, uint8_t bitsPerPixel, uint8_t
     return row;
 }
 
+// The small fixed-rate codecs ignore the quality: every quality works.
+constexpr int8_t kAnyQuality = INT8_MAX;
+
+// ASTC runs the external encoder, whose switches cover qualities 0 to 4; 5 and
+// above are its default.
 constexpr FormatDescriptor ASTC(const char* name, uint8_t x, uint8_t y, uint8_t z)
 {
-    FormatDescriptor row = Format(name, 0, x, y, eIntermediateRGBA8, {0, 0, 0, 0});
+    FormatDescriptor row = Format(name, 0, x, y, eIntermediateRGBA8, {0, 0, 0, 0}, DecodeASTC, EncodeASTC,
+                                  kAnyQuality);
     row.minZ = z;
     row.sizedByBlocks = true;
     return row;
 }
-
-// The small fixed-rate codecs ignore the quality: every quality works.
-constexpr int8_t kAnyQuality = INT8_MAX;
 
 constexpr FormatDescriptor BW1bpp()
 {

@@ -12,25 +12,26 @@ namespace orbtexture
 {
 
 // The calling POSIX thread's identity as a number.
-unsigned long long getThreadID();
+ORBT_API unsigned long long getThreadID();
 
 // The process id.
-unsigned long long getProcessID();
+ORBT_API unsigned long long getProcessID();
 
 // Fills 'buffer' (4096 bytes) with $TMPDIR, or "/tmp/" when unset, ending in
-// '/'. Returns the length; 0 for an empty TMPDIR, which leaves the buffer
-// untouched so that names are relative to the working directory.
-unsigned int getTempDir(char* buffer);
+// '/'. Returns the length; 0 for an empty TMPDIR (names are then relative to
+// the working directory). A directory the buffer cannot hold leaves it empty
+// and returns the length it would need, 4096 or more.
+ORBT_API unsigned int getTempDir(char* buffer);
 
 // Fills 'buffer' (4096 bytes) with the temporary directory and
 // "ORBTexLib_<process>_<thread>.<extension>". Returns the length, or a
 // negative value when the name does not fit.
-int getTempFile(char* buffer, const char* extension);
+ORBT_API int getTempFile(char* buffer, const char* extension);
 
 // Runs astcenc with 'arguments' (null-terminated, without the program name),
 // its output sent to /dev/null. True when the program ran to an exit of its
 // own other than 127; its exit code then goes to 'exitCode' when given.
-bool executeASTCEnc(const char* const* arguments, int* exitCode);
+ORBT_API bool executeASTCEnc(const char* const* arguments, int* exitCode);
 
 // True when astcenc can be started.
 ORBT_API bool isASTCEncAvailable();

@@ -23,14 +23,15 @@ namespace testsupport
 class ScratchDir
 {
 public:
-    ScratchDir()
+    // 'suffix' tells apart several directories of one test.
+    explicit ScratchDir(const std::string& suffix = "")
     {
         const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
         std::string name = std::string(info ? info->test_suite_name() : "suite") + "_" + (info ? info->name() : "test");
         for (char& c : name)
             if (!std::isalnum(static_cast<unsigned char>(c)))
                 c = '_';
-        m_Path = std::filesystem::temp_directory_path() / ("orbtex_test_" + name + "_" + std::to_string(::getpid()));
+        m_Path = std::filesystem::temp_directory_path() / ("orbtex_test_" + name + "_" + std::to_string(::getpid()) + suffix);
         std::filesystem::remove_all(m_Path);
         std::filesystem::create_directories(m_Path);
     }

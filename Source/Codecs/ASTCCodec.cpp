@@ -1,0 +1,275 @@
+#include "Codecs/ASTCCodec.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Codecs/ASTCToolOutput.h"
+#include "ORBTexture.h"
+#include "ORBTextureFormatTable.h"
+#include "ORBTextureUtilities.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+constexpr size_t kPathBufferSize = 4096;
+
+// Removes a temporary file when the owner goes out of scope, unless kept.
+class CTemporaryFile
+{
+public:
+    explicit CTemporaryFile(const char* path) : m_path(path) {}
+    ~CTemporaryFile()
+    {
+        if (!m_kept)
+            std::remove(m_path);
+    }
+    void keep() { m_kept = true; }
+
+private:
+    const char* m_path;
+    bool m_kept = false;
+};
+
+// The loaded texture is what astcenc was asked for: one surface of the given
+// size and format. Anything else would not fit the caller's buffer.
+bool IsExpectedSurface(const CORBTexture& texture, unsigned int width, unsigned int height, unsigned int depth,
+                       uint64_t format)
+{
+    return texture.getDataPtr() && texture.getPixelType().PixelTypeID == format && texture.getWidth() == width &&
+           texture.getHeight() == height && texture.getDepth() == depth && texture.getNumMIPLevels() == 1 &&
+           texture.getNumArrayMembers() == 1 && texture.getNumFaces() == 1;
+}
+
+// The ASTC format of a block size, or 0 when there is none.
+uint32_t FormatOfBlock(unsigned int x, unsigned int y, unsigned int z)
+{
+    for (uint32_t format = ePF_ASTC_4x4; format <= ePF_ASTC_6x6x6; ++format)
+    {
+        const FormatDescriptor& descriptor = DescribeFormat(format);
+        if (descriptor.minX == x && descriptor.minY == y && descriptor.minZ == z)
+            return format;
+    }
+    return 0;
+}
+
+bool IsASTCFormat(unsigned int format) { return format >= ePF_ASTC_4x4 && format <= ePF_ASTC_6x6x6; }
+
+const char* QualitySwitch(int quality)
+{
+    switch (quality)
+    {
+    case 0: return "-veryfast";
+    case 1: return "-fast";
+    case 3: return "-thorough";
+    case 4: return "-exhaustive";
+    default: return "-medium";
+    }
+}
+
+} // namespace
+
+unsigned long long getThreadID() { return static_cast<unsigned long long>(pthread_self()); }
+
+unsigned long long getProcessID() { return static_cast<unsigned long long>(getpid()); }
+
+unsigned int getTempDir(char* buffer)
+{
+    const char* directory = std::getenv("TMPDIR");
+    if (!directory)
+        directory = "/tmp/";
+    const size_t length = std::strlen(directory);
+    buffer[0] = '\0';
+    if (length == 0)
+        return 0;
+    const bool slash = directory[length - 1] == '/';
+    const size_t total = length + (slash ? 0 : 1);
+    // A directory that does not fit leaves the buffer empty and tells the
+    // length it needs, so that getTempFile refuses it.
+    if (total >= kPathBufferSize)
+        return static_cast<unsigned int>(total);
+    std::memcpy(buffer, directory, length);
+    if (!slash)
+        buffer[length] = '/';
+    buffer[total] = '\0';
+    return static_cast<unsigned int>(total);
+}
+
+int getTempFile(char* buffer, const char* extension)
+{
+    const unsigned int length = getTempDir(buffer);
+    if (length >= kPathBufferSize)
+        return -1;
+    const int written = std::snprintf(buffer + length, kPathBufferSize - length, "ORBTexLib_%llu_%llu.%s",
+                                      getProcessID(), getThreadID(), extension);
+    if (written < 0 || size_t(written) >= kPathBufferSize - length)
+    {
+        buffer[0] = '\0';
+        return -1;
+    }
+    return int(length) + written;
+}
+
+bool executeASTCEnc(const char* const* arguments, int* exitCode)
+{
+    size_t count = 0;
+    while (arguments && arguments[count])
+        ++count;
+    // The list is built before fork: the child only redirects and execs.
+    char** list = static_cast<char**>(std::malloc((count + 2) * sizeof(char*)));
+    if (!list)
+        return false;
+    list[0] = const_cast<char*>("astcenc");
+    for (size_t i = 0; i < count; ++i)
+        list[i + 1] = const_cast<char*>(arguments[i]);
+    list[count + 1] = nullptr;
+
+    const pid_t child = fork();
+    if (child == -1)
+    {
+        std::free(list);
+        return false;
+    }
+    if (child == 0)
+    {
+        const int null = open("/dev/null", O_WRONLY);
+        if (null != -1)
+        {
+            dup2(null, STDOUT_FILENO);
+            dup2(null, STDERR_FILENO);
+            if (null > STDERR_FILENO)
+                close(null);
+        }
+        execvp("astcenc", list);
+        _exit(127);
+    }
+    std::free(list);
+
+    int status = 0;
+    pid_t waited;
+    do
+        waited = waitpid(child, &status, 0);
+    while (waited == -1 && errno == EINTR);
+    if (waited != child || !WIFEXITED(status) || WEXITSTATUS(status) == 127)
+        return false;
+    if (exitCode)
+        *exitCode = WEXITSTATUS(status);
+    return true;
+}
+
+bool isASTCEncAvailable()
+{
+    const char* const none[] = {nullptr};
+    return executeASTCEnc(none, nullptr);
+}
+
+unsigned int ASTCCompress(const void* source, void* destination, unsigned int width, unsigned int height,
+                          unsigned int depth, unsigned char blockX, unsigned char blockY, unsigned char blockZ,
+                          int quality)
+{
+    const uint32_t format = FormatOfBlock(blockX, blockY, blockZ);
+    if (!format || width == 0 || height == 0 || depth == 0)
+        return 0;
+    const uint64_t size = uint64_t((width + blockX - 1) / blockX) * ((height + blockY - 1) / blockY) *
+                          ((depth + blockZ - 1) / blockZ) * 16;
+    if (size > UINT32_MAX)
+        return 0;
+    if (!source || !destination)
+        return static_cast<unsigned int>(size);
+
+    char ktxPath[kPathBufferSize];
+    if (getTempFile(ktxPath, "ktx") < 0)
+        return 0;
+    {
+        const CORBTextureHeader header(ORBStandard8PixelType, height, width, depth, 1, 1, 1, eColourSpaceLinear,
+                                       eVarUnsignedByteNorm);
+        const CORBTexture input(header, source);
+        if (!input.saveFile(CORBTString(ktxPath)))
+            return 0;
+    }
+    CTemporaryFile ktxFile(ktxPath);
+
+    char astcPath[kPathBufferSize];
+    if (getTempFile(astcPath, "astc") < 0)
+        return 0;
+    char block[32];
+    if (blockZ == 1)
+        std::snprintf(block, sizeof block, "%dx%d", blockX, blockY);
+    else
+        std::snprintf(block, sizeof block, "%dx%dx%d", blockX, blockY, blockZ);
+
+    const char* arguments[] = {"-c", ktxPath, astcPath, block, QualitySwitch(quality), nullptr};
+    int exitCode = 0;
+    bool ran = executeASTCEnc(arguments, &exitCode);
+    // astcenc 2.0 and later reject "-c" (and "-veryfast") with status 1: retry once with their names.
+    if (ran && exitCode == 1)
+    {
+        arguments[0] = "-cl";
+        if (quality == 0)
+            arguments[4] = "-fastest";
+        ran = executeASTCEnc(arguments, &exitCode);
+    }
+    if (!ran || exitCode != 0)
+        return 0;
+
+    CTemporaryFile astcFile(astcPath);
+    const CORBTexture compressed(astcPath);
+    if (!IsExpectedSurface(compressed, width, height, depth, format) ||
+        compressed.getDataSize(-1, true, true) != size)
+        return 0;
+    std::memcpy(destination, compressed.getDataPtr(0), size_t(size));
+    return static_cast<unsigned int>(size);
+}
+
+unsigned int ASTCDecompress(const void* source, void* destination, unsigned int width, unsigned int height,
+                            unsigned int depth, unsigned int format)
+{
+    if (!IsASTCFormat(format) || width == 0 || height == 0 || depth == 0)
+        return 0;
+    const uint64_t size = uint64_t(width) * height * depth * 4;
+    if (size > UINT32_MAX)
+        return 0;
+    if (!source || !destination)
+        return static_cast<unsigned int>(size);
+
+    char astcPath[kPathBufferSize];
+    if (getTempFile(astcPath, "astc") < 0)
+        return 0;
+    {
+        const CORBTextureHeader header(format, height, width, depth);
+        const CORBTexture input(header, source);
+        if (!input.saveASTCFile(CORBTString(astcPath)))
+            return 0;
+    }
+    CTemporaryFile astcFile(astcPath);
+
+    char ktxPath[kPathBufferSize];
+    if (getTempFile(ktxPath, "ktx") < 0)
+        return 0;
+    const char* const arguments[] = {"-dl", astcPath, ktxPath, nullptr};
+    int exitCode = 0;
+    if (!executeASTCEnc(arguments, &exitCode) || exitCode != 0)
+        return 0;
+
+    CTemporaryFile ktxFile(ktxPath);
+    CORBTexture decoded;
+    if (!LoadDecodedKTX(ktxPath, width, height, depth, decoded) ||
+        !Transcode(decoded, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear,
+                   ECompressorQuality(2), false) ||
+        !IsExpectedSurface(decoded, width, height, depth, ORBStandard8PixelType) ||
+        decoded.getDataSize(-1, true, true) != size)
+        return 0;
+    std::memcpy(destination, decoded.getDataPtr(0), size_t(size));
+    return static_cast<unsigned int>(size);
+}
+
+} // namespace orbtexture
