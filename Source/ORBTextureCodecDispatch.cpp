@@ -52,20 +52,29 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
         CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
                                 texture.getWidth(mip), texture.getHeight(mip), texture.getDepth(mip),
                                 EORBTPixelFormat(format), isSigned, ECompressorQuality(0)};
+        const size_t surfaceBytes = size_t(surface.width) * surface.height * surface.depth * bytesPerPixel;
         const bool small = surface.width < minX || surface.height < minY || surface.depth < minZ;
+        unsigned written;
         if (descriptor.decodesAnySize || !small)
         {
-            sum += descriptor.decode(surface);
-            return;
+            written = descriptor.decode(surface);
         }
-        // Decoders that write whole blocks get a block-sized buffer.
-        const size_t padded = size_t(std::max(surface.width, minX)) * std::max(surface.height, minY) *
-                              std::max(surface.depth, minZ) * bytesPerPixel;
-        std::unique_ptr<unsigned char[]> buffer(new unsigned char[padded]);
-        unsigned char* destination = surface.destination;
-        surface.destination = buffer.get();
-        sum += descriptor.decode(surface);
-        std::memcpy(destination, buffer.get(), size_t(surface.width) * surface.height * surface.depth * bytesPerPixel);
+        else
+        {
+            // Decoders that write whole blocks get a block-sized buffer.
+            const size_t padded = size_t(std::max(surface.width, minX)) * std::max(surface.height, minY) *
+                                  std::max(surface.depth, minZ) * bytesPerPixel;
+            std::unique_ptr<unsigned char[]> buffer(new unsigned char[padded]);
+            unsigned char* destination = surface.destination;
+            surface.destination = buffer.get();
+            written = descriptor.decode(surface);
+            std::memcpy(destination, buffer.get(), surfaceBytes);
+            surface.destination = destination;
+        }
+        // A decoder that failed (the external ASTC tool missing, say) leaves zeros.
+        if (written == 0)
+            std::memset(surface.destination, 0, surfaceBytes);
+        sum += written;
     });
 
     texture = std::move(result);
@@ -119,7 +128,11 @@ unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQ
                                                       surface.width, surface.height, surface.depth, 1, &alpha,
                                                       &opaque);
         }
-        sum += descriptor.encode(surface);
+        const unsigned written = descriptor.encode(surface);
+        // A failed encoder leaves a zeroed block rather than what the heap held.
+        if (written == 0)
+            std::memset(surface.destination, 0, result.getDataSize(int(mip), false, false));
+        sum += written;
     });
 
     texture = std::move(result);

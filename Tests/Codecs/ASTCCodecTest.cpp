@@ -240,6 +240,15 @@ TEST(ASTCRunner, MissingToolGivesZeroAndLeavesNoFile)
     // The compressor removes its KTX file; the decompressor its .astc file
     // (a KTX result was never made).
     EXPECT_TRUE(DirectoryEntries(tmp.path()).empty());
+
+    // Through Transcode: encoding fails, decoding gives zeros, never what the
+    // heap held.
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 8, 8), pixels.data());
+    EXPECT_FALSE(Transcode(texture, PixelType(ePF_ASTC_4x4), eVarUnsignedByteNorm, eColourSpaceLinear));
+    EXPECT_EQ(std::count(texture.getDataPtr(), texture.getDataPtr() + texture.getDataSize(), 0), 64);
+    std::fill_n(texture.getDataPtr(), texture.getDataSize(), uint8_t(0xAB));
+    EXPECT_TRUE(Transcode(texture, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear));
+    EXPECT_EQ(std::count(texture.getDataPtr(), texture.getDataPtr() + texture.getDataSize(), 0), 256);
 }
 
 TEST(ASTCRunner, SizeQueriesRunNothing)
