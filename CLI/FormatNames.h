@@ -19,8 +19,9 @@ std::string ChannelTypeName(uint32_t channelType);
 
 std::string ColourSpaceName(uint32_t colourSpace);
 
-// Reads a format name as ORBTGetPixelFormatFromName does; false with a
-// reason otherwise.
+// Reads a format name as ORBTGetPixelFormatFromName does, and the block
+// compression names BC1, BC2 and BC3 (DXT1, DXT3, DXT5) in any case; false
+// with a reason otherwise.
 bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason);
 
 // Reads a channel type by its short name (ubn) or its enumerator name without
