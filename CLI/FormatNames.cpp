@@ -26,6 +26,14 @@ constexpr Alias kAliases[] = {
 
 } // namespace
 
+const char* PixelFormatAlias(uint64_t pixelFormat)
+{
+    for (const Alias& alias : kAliases)
+        if (alias.format == pixelFormat)
+            return alias.name;
+    return nullptr;
+}
+
 bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason)
 {
     for (const Alias& alias : kAliases)

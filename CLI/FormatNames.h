@@ -24,6 +24,10 @@ std::string ColourSpaceName(uint32_t colourSpace);
 // with a reason otherwise.
 bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason);
 
+// The other name ParsePixelFormat reads for a named format (BC1 for DXT1);
+// null if it has none.
+const char* PixelFormatAlias(uint64_t pixelFormat);
+
 // Reads a channel type by its short name (ubn) or its enumerator name without
 // "eVar" (UnsignedByteNorm), in any case.
 bool ParseChannelType(const std::string& name, uint32_t& channelType);

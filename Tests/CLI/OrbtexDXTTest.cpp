@@ -206,8 +206,9 @@ TEST(OrbtexDXT, ImageOutputDitherAndQuality)
     EXPECT_NE(Bytes(CORBTexture((dir / "plain.orb").c_str())), expected);
 }
 
-// BC1, BC2 and BC3 name DXT1, DXT3 and DXT5 in any case.
-TEST(OrbtexDXT, BCNames)
+// BC1, BC2 and BC3 name DXT1, DXT3 and DXT5 in any case; 'formats' shows them
+// and marks what convert writes and reads, the DXT path included.
+TEST(OrbtexDXT, BCNamesAndFormatsMarks)
 {
     ScratchDir dir;
     ASSERT_TRUE(Layered().saveFile((dir / "in.orb").c_str()));
@@ -217,6 +218,33 @@ TEST(OrbtexDXT, BCNames)
         const RunResult run = Orbtex(dir, Convert(dir, "in.orb", "out.orb", std::string("--format ") + name));
         ASSERT_EQ(run.status, 0) << name << "\n" << run.err;
         EXPECT_EQ(CORBTexture((dir / "out.orb").c_str()).getPixelType(), PixelType(format)) << name;
+    }
+
+    const RunResult run = Orbtex(dir, "formats");
+    ASSERT_EQ(run.status, 0);
+    // "  NAME  BPP  BLOCK  WRITE READ": the last two words of a format's row.
+    const auto marks = [&](const std::string& name) {
+        const size_t at = run.out.find("\n  " + name + " ");
+        if (at == std::string::npos)
+            return std::string("missing");
+        const std::string row = run.out.substr(at + 1, run.out.find('\n', at + 1) - at - 1);
+        const size_t last = row.find_last_of(' '), before = row.find_last_not_of(' ', last);
+        return row.substr(row.find_last_of(' ', before) + 1, before - row.find_last_of(' ', before)) + " " +
+               row.substr(last + 1);
+    };
+    EXPECT_EQ(marks("DXT1 (BC1)"), "yes yes");
+    EXPECT_EQ(marks("DXT2"), "yes yes");
+    EXPECT_EQ(marks("DXT3 (BC2)"), "yes yes");
+    EXPECT_EQ(marks("DXT5 (BC3)"), "yes yes");
+    EXPECT_EQ(marks("BC4"), "- -");
+    EXPECT_EQ(marks("BC7"), "- -");
+    // Other rows follow the library's answer, whatever codecs it has gained.
+    for (uint64_t format : {uint64_t(ePF_ORBTCII_2bpp), uint64_t(ePF_ETC1), uint64_t(ePF_ASTC_4x4)})
+    {
+        const std::string name = ORBTGetPixelFormatName(format).c_str();
+        EXPECT_EQ(marks(name), std::string(CanTranscodeTo(PixelType(format)) ? "yes" : "-") + " " +
+                                   (CanTranscodeFrom(PixelType(format)) ? "yes" : "-"))
+            << name;
     }
 }
 
