@@ -1,6 +1,8 @@
 // orbtex convert to and from DXT1 to DXT5, which it serves with the block
 // codec itself, surface by surface.
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -9,6 +11,7 @@
 #include <stb_image.h>
 #include <stb_image_write.h>
 
+#include "../Support/ForeignReaders.h"
 #include "Codecs/DXTCodec.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
@@ -279,4 +282,56 @@ TEST(OrbtexDXT, RefusalsNameTheFileAndLeaveNoOutput)
         EXPECT_FALSE(std::filesystem::exists(dir / "out.astc"));
         EXPECT_TRUE(testsupport::TemporaryFiles(dir).empty());
     }
+}
+
+// Other programs read the DDS files convert writes with DXT formats. Their
+// decoders interpolate the four-colour entries in exact thirds, where the
+// codec's decoder uses (21 c0 + 11 c1) >> 5 and (11 c0 + 21 c1) >> 5: those
+// entries differ by up to 3 in a channel (the largest difference over all
+// end-point pairs). Alpha, end points and three-colour entries agree exactly.
+TEST(OrbtexDXTInterop, ForeignReadersDecodeWrittenDDS)
+{
+    const bool pillow = testsupport::HavePillow(), magick = testsupport::HaveImageMagick();
+    if (!pillow && !magick)
+        GTEST_SKIP() << "neither Pillow (/usr/bin/python3 with python3-pil) nor ImageMagick is installed";
+    ScratchDir dir;
+    // 13x7 and 5x3 images with alpha above and below 128, and a four-level
+    // 12x8 texture (the readers show level 0 only, but must take the header
+    // of a chain).
+    CORBTexture photo(CORBTextureHeader(ORBStandard8PixelType, 7, 13));
+    CORBTexture small(CORBTextureHeader(ORBStandard8PixelType, 3, 5));
+    Fill(photo);
+    Fill(small);
+    ASSERT_TRUE(stbi_write_png((dir / "photo.png").c_str(), 13, 7, 4, photo.getDataPtr(), 13 * 4));
+    ASSERT_TRUE(stbi_write_png((dir / "small.png").c_str(), 5, 3, 4, small.getDataPtr(), 5 * 4));
+    CORBTexture chain(CORBTextureHeader(ORBStandard8PixelType, 8, 12, 1, 4));
+    Fill(chain);
+    ASSERT_TRUE(chain.saveFile((dir / "chain.orb").c_str()));
+
+    for (const char* input : {"photo.png", "small.png", "chain.orb"})
+        for (const char* format : {"BC1", "BC2", "BC3"})
+        {
+            SCOPED_TRACE(std::string(input) + " " + format);
+            const RunResult run = Orbtex(dir, Convert(dir, input, "out.dds", std::string("--format ") + format));
+            ASSERT_EQ(run.status, 0) << run.err;
+            const CORBTexture written((dir / "out.dds").c_str());
+            ASSERT_NE(written.getDataPtr(), nullptr) << ORBTGetLastError();
+            const CORBTexture decoded = Decompressed(written);
+            const std::vector<uint8_t> ours(decoded.getDataPtr(), decoded.getDataPtr() + decoded.getDataSize(0));
+            for (const auto reader : {pillow ? testsupport::PillowRGBA : nullptr,
+                                      magick ? testsupport::MagickRGBA : nullptr})
+            {
+                if (!reader)
+                    continue;
+                std::vector<uint8_t> theirs;
+                ASSERT_TRUE(reader(dir, dir / "out.dds", theirs));
+                ASSERT_EQ(theirs.size(), ours.size());
+                int worstColour = 0, worstAlpha = 0;
+                for (size_t i = 0; i < ours.size(); ++i)
+                    (i % 4 == 3 ? worstAlpha : worstColour) =
+                        std::max(i % 4 == 3 ? worstAlpha : worstColour, std::abs(int(theirs[i]) - int(ours[i])));
+                EXPECT_LE(worstColour, 3);
+                EXPECT_EQ(worstAlpha, 0);
+            }
+        }
 }
