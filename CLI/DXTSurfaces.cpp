@@ -27,10 +27,11 @@ struct Slice
     uint8_t* pixels;
 };
 
-// Calls visit(slice) for every depth slice of every surface of 'blockTexture'
-// (DXT 'selector') and the same slice of 'pixelTexture' (r8g8b8a8, same
-// sizes); the visit returns false with a reason to stop. A surface whose size
-// in the DXT texture is not its slices' blocks stops the walk too.
+// Calls visit(slice, mip, slice bytes) for every depth slice of every surface
+// of 'blockTexture' (DXT 'selector') and the same slice of 'pixelTexture'
+// (r8g8b8a8, same sizes); the visit returns false with a reason to stop. A
+// surface whose size in the DXT texture is not its slices' blocks stops the
+// walk too.
 template <typename Visit>
 bool ForEachSlice(const CORBTexture& blockTexture, const CORBTexture& pixelTexture, unsigned selector,
                   std::string& reason, Visit&& visit)
