@@ -14,6 +14,7 @@
 
 #include "CliSupport.h"
 #include "Commands.h"
+#include "DXTSurfaces.h"
 #include "FormatNames.h"
 #include "ImageFiles.h"
 #include "ORBTextureInfo.h"
@@ -39,7 +40,8 @@ const char* const kConvertHelp =
     "\n"
     "Options:\n"
     "  --format NAME          target format (default: the source's): a named\n"
-    "                         format such as ETC1 or ORBTC_4bpp_RGB, or a channel\n"
+    "                         format such as ETC1, ORBTC_4bpp_RGB or DXT5 (BC1,\n"
+    "                         BC2, BC3 name DXT1, DXT3, DXT5), or a channel\n"
     "                         layout such as r8g8b8a8, r5g6b5, l8, a8, r11g11b10\n"
     "  --type TYPE            target channel type, e.g. ubn, sf (default: the\n"
     "                         source's if it suits the layout's channel widths,\n"
@@ -48,8 +50,19 @@ const char* const kConvertHelp =
     "                         target colour space (default: the source's)\n"
     "  --input-colour-space linear|srgb\n"
     "                         colour space of an image-file IN (default: linear)\n"
-    "  --quality N            compressor quality (default 0)\n"
-    "  --dither               dither to the target's bit depth first\n"
+    "  --quality N            compressor quality (default 0), by target:\n"
+    "                         ETC: 0 fast, 1 fast perceptual, 2 exhaustive,\n"
+    "                         3 exhaustive perceptual, 4 and 5 as 2 and 3;\n"
+    "                         this version's ETC1, ETC2_RGB and ETC2_RGBA take\n"
+    "                         0 and 1, ETC2_RGB_A1 and EAC 0 to 5\n"
+    "                         ORBTC: 0 and 1 (the block compressors)\n"
+    "                         ASTC: 0 -veryfast, 1 -fast, 2 -medium,\n"
+    "                         3 -thorough, 4 -exhaustive, 5 and above -medium\n"
+    "                         DXT, UYVY, YUY2, BW1bpp, RGB9E5, RGBG8888,\n"
+    "                         GRGB8888 and channel layouts ignore it; a quality\n"
+    "                         this version cannot serve is refused\n"
+    "  --dither               dither to the target's bit depth first (for DXT\n"
+    "                         after the conversion to r8g8b8a8)\n"
     "  --all-surfaces         image OUT: one file per level, member and face,\n"
     "                         named OUT-levelL-memberM-faceF.EXT; depth slices\n"
     "                         are stacked vertically\n"
@@ -451,6 +464,11 @@ bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std:
 {
     const std::string extension = FileExtension(options.output);
     CORBTexture rgba8(texture);
+    if (DXTSelector(rgba8.getPixelType()) && !DecompressDXTSurfaces(rgba8, reason))
+    {
+        failedPath = options.output;
+        return false;
+    }
     if (!orbtexture::Transcode(rgba8, PixelType(orbtexture::ORBStandard8PixelType), orbtexture::eVarUnsignedByteNorm,
                                rgba8.getColourSpace()))
     {
@@ -541,12 +559,12 @@ int RunConvert(const std::vector<std::string>& arguments)
     if (!options.colourSpace.empty())
         ParseColourSpace(options.colourSpace, targetSpace);
 
-    if (!orbtexture::CanTranscodeFrom(sourceFormat))
+    if (!ConvertReads(sourceFormat))
     {
         PrintError(options.input, "no decoder for " + PixelFormatName(sourceFormat.PixelTypeID) + " in this version");
         return kExitFailure;
     }
-    if (!orbtexture::CanTranscodeTo(targetFormat))
+    if (!ConvertWrites(targetFormat))
     {
         PrintError(options.input, "no encoder for " + PixelFormatName(targetFormat.PixelTypeID) + " in this version");
         return kExitFailure;
@@ -556,11 +574,27 @@ int RunConvert(const std::vector<std::string>& arguments)
         PrintError(options.input, reason);
         return kExitFailure;
     }
-    if (!orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
-                               orbtexture::ECompressorQuality(options.quality), options.dither))
+    // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
+    if (DXTSelector(sourceFormat) && !DecompressDXTSurfaces(texture, reason))
+    {
+        PrintError(options.input, reason);
+        return kExitFailure;
+    }
+    const bool dxtTarget = DXTSelector(targetFormat) != 0;
+    const bool transcoded =
+        dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
+                                          orbtexture::eVarUnsignedByteNorm, targetSpace)
+                  : orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
+                                          orbtexture::ECompressorQuality(options.quality), options.dither);
+    if (!transcoded)
     {
         PrintError(options.input, "cannot convert " + Describe(sourceFormat, sourceType) + " to " +
                                       Describe(targetFormat, targetType));
+        return kExitFailure;
+    }
+    if (dxtTarget && !CompressDXTSurfaces(texture, targetFormat, targetType, options.dither, reason))
+    {
+        PrintError(options.input, reason);
         return kExitFailure;
     }
 

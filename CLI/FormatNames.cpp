@@ -1,13 +1,47 @@
 #include "FormatNames.h"
 
+#include <strings.h>
+
 #include "ORBTextureInfo.h"
 #include "ORBTextureFormat.h"
 
 namespace cli
 {
 
+namespace
+{
+
+struct Alias
+{
+    const char* name;
+    uint64_t format;
+};
+
+// The BC names of the formats that have one; BC4 to BC7 are the library's own.
+constexpr Alias kAliases[] = {
+    {"BC1", orbtexture::ePF_DXT1},
+    {"BC2", orbtexture::ePF_DXT3},
+    {"BC3", orbtexture::ePF_DXT5},
+};
+
+} // namespace
+
+const char* PixelFormatAlias(uint64_t pixelFormat)
+{
+    for (const Alias& alias : kAliases)
+        if (alias.format == pixelFormat)
+            return alias.name;
+    return nullptr;
+}
+
 bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason)
 {
+    for (const Alias& alias : kAliases)
+        if (strcasecmp(name.c_str(), alias.name) == 0)
+        {
+            pixelFormat = alias.format;
+            return true;
+        }
     if (ORBTGetPixelFormatFromName(name.c_str(), pixelFormat))
         return true;
     reason = std::string(ORBTGetLastError()) + " (orbtex formats lists the names)";

@@ -19,9 +19,14 @@ std::string ChannelTypeName(uint32_t channelType);
 
 std::string ColourSpaceName(uint32_t colourSpace);
 
-// Reads a format name as ORBTGetPixelFormatFromName does; false with a
-// reason otherwise.
+// Reads a format name as ORBTGetPixelFormatFromName does, and the block
+// compression names BC1, BC2 and BC3 (DXT1, DXT3, DXT5) in any case; false
+// with a reason otherwise.
 bool ParsePixelFormat(const std::string& name, uint64_t& pixelFormat, std::string& reason);
+
+// The other name ParsePixelFormat reads for a named format (BC1 for DXT1);
+// null if it has none.
+const char* PixelFormatAlias(uint64_t pixelFormat);
 
 // Reads a channel type by its short name (ubn) or its enumerator name without
 // "eVar" (UnsignedByteNorm), in any case.

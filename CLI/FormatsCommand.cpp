@@ -5,6 +5,7 @@
 
 #include "CliSupport.h"
 #include "Commands.h"
+#include "DXTSurfaces.h"
 #include "FormatNames.h"
 #include "ORBTextureFormat.h"
 
@@ -15,7 +16,8 @@ const char* const kFormatsHelp =
     "usage: orbtex formats\n"
     "\n"
     "Lists the pixel format names, the channel layout syntax and the channel\n"
-    "type names that 'orbtex convert' accepts.\n";
+    "type names that 'orbtex convert' accepts, and for each named format\n"
+    "whether convert can write it and read it in this version.\n";
 
 int RunFormats(const std::vector<std::string>& arguments)
 {
@@ -29,17 +31,24 @@ int RunFormats(const std::vector<std::string>& arguments)
         return UsageError("formats", "unexpected argument '" + argument + "'");
     }
 
-    std::cout << "Named formats (--format, any case):\n"
-              << "  " << std::left << std::setw(18) << "name" << std::right << std::setw(6) << "bpp"
-              << "  block\n";
+    std::cout << "Named formats (--format, any case); write and read: whether convert\n"
+                 "encodes to and decodes from the format in this version:\n"
+              << "  " << std::left << std::setw(18) << "name" << std::right << std::setw(6) << "bpp" << "  "
+              << std::left << std::setw(7) << "block" << std::setw(7) << "write" << "read\n";
     for (uint32_t format = 0; format < orbtexture::ePF_NumCompressed; ++format)
     {
         unsigned x, y, z;
         ORBTGetFormatMinDims(format, x, y, z);
         const uint32_t bits = ORBTGetBitsPerPixel(format);
-        std::cout << "  " << std::left << std::setw(18) << PixelFormatName(format) << std::right << std::setw(6)
-                  << (bits ? std::to_string(bits) : std::string("-")) << "  " << x << "x" << y
-                  << (z > 1 ? "x" + std::to_string(z) : std::string()) << "\n";
+        const char* alias = PixelFormatAlias(format);
+        const std::string name = PixelFormatName(format) + (alias ? std::string(" (") + alias + ")" : "");
+        const std::string block =
+            std::to_string(x) + "x" + std::to_string(y) + (z > 1 ? "x" + std::to_string(z) : std::string());
+        const orbtexture::PixelType type(format);
+        std::cout << "  " << std::left << std::setw(18) << name << std::right << std::setw(6)
+                  << (bits ? std::to_string(bits) : std::string("-")) << "  " << std::left << std::setw(7) << block
+                  << std::setw(7) << (ConvertWrites(type) ? "yes" : "-") << (ConvertReads(type) ? "yes" : "-")
+                  << "\n";
     }
     std::cout << "\n"
                  "Channel layouts (--format): up to four channels, each a letter and a\n"

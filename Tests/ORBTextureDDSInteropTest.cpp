@@ -2,83 +2,35 @@
 // library writes with the same pixels; nvcompress writes DXT files that this
 // library reads with the right header. A missing program skips its test.
 
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "ORBTexture.h"
+#include "Support/ForeignReaders.h"
 #include "Support/TestFiles.h"
 
 using namespace orbtexture;
 using testsupport::AppendValue;
+using testsupport::HaveImageMagick;
+using testsupport::HavePillow;
+using testsupport::kConvert;
+using testsupport::LogText;
+using testsupport::MagickRGBA;
+using testsupport::PillowRGBA;
 using testsupport::ReadBytes;
+using testsupport::RunCommand;
 using testsupport::ScratchDir;
 using testsupport::WriteBytes;
 
 namespace
 {
 
-const char* const kPython = "/usr/bin/python3";
-const char* const kConvert = "/usr/bin/convert";
 const char* const kNVCompress = "/usr/bin/nvcompress";
-
-// Runs a shell command with its output sent to 'log'; true on exit status 0.
-bool RunCommand(const std::string& command, const std::string& log)
-{
-    const int status = std::system((command + " >'" + log + "' 2>&1").c_str());
-    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-std::string LogText(const std::string& log)
-{
-    const std::vector<uint8_t> bytes = ReadBytes(log);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-bool HavePillow()
-{
-    return access(kPython, X_OK) == 0 && std::system("/usr/bin/python3 -c 'import PIL' >/dev/null 2>&1") == 0;
-}
-
-// Pillow's decoding of a file as raw RGBA bytes.
-bool PillowRGBA(const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba)
-{
-    const std::string script = dir / "dump.py";
-    const std::vector<uint8_t> text = [] {
-        const char* source = "import sys\n"
-                             "from PIL import Image\n"
-                             "image = Image.open(sys.argv[1])\n"
-                             "open(sys.argv[2], 'wb').write(image.convert('RGBA').tobytes())\n";
-        return std::vector<uint8_t>(source, source + std::strlen(source));
-    }();
-    WriteBytes(script, text);
-    const std::string out = dir / "pillow.rgba", log = dir / "pillow.log";
-    if (!RunCommand(std::string(kPython) + " '" + script + "' '" + path + "' '" + out + "'", log))
-    {
-        ADD_FAILURE() << "Pillow cannot read " << path << ":\n" << LogText(log);
-        return false;
-    }
-    rgba = ReadBytes(out);
-    return true;
-}
-
-// ImageMagick's decoding of a file as raw 8-bit RGBA bytes.
-bool MagickRGBA(const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba)
-{
-    const std::string out = dir / "magick.rgba", log = dir / "magick.log";
-    if (!RunCommand(std::string(kConvert) + " '" + path + "' -depth 8 'rgba:" + out + "'", log))
-    {
-        ADD_FAILURE() << "ImageMagick cannot read " << path << ":\n" << LogText(log);
-        return false;
-    }
-    rgba = ReadBytes(out);
-    return true;
-}
 
 struct Sample
 {
@@ -171,7 +123,7 @@ TEST(DDSInterop, PillowReadsUncompressedFiles)
 
 TEST(DDSInterop, ImageMagickReadsUncompressedFiles)
 {
-    if (access(kConvert, X_OK) != 0)
+    if (!HaveImageMagick())
         GTEST_SKIP() << "ImageMagick (" << kConvert << ") is not installed";
     ExpectReaderSeesSamples(MagickRGBA);
 }
@@ -231,7 +183,7 @@ TEST(DDSInterop, NVCompressFilesLoadAsBlocks)
             EXPECT_EQ(rewritten, original);
             EXPECT_EQ(rewritten.size(), 16u * 8 * 4);
         }
-        if (access(kConvert, X_OK) == 0)
+        if (HaveImageMagick())
         {
             std::vector<uint8_t> original, rewritten;
             ASSERT_TRUE(MagickRGBA(dir, out, original));

@@ -276,7 +276,7 @@ TEST(OrbtexConvert, ErrorsNameTheFileAndLeaveNoOutput)
         {"convert " + in + " " + out + " --format r9q", 1, "in.orb: unknown format 'r9q'"},
         {"convert " + in + " " + out + " --format r7g8", 1, "15 bits per pixel is not a whole number of bytes"},
         {"convert " + in + " " + out + " --type huge", 1, "in.orb: unknown channel type 'huge'"},
-        {"convert " + in + " " + out + " --format DXT1", 1, "in.orb: no encoder for DXT1"},
+        {"convert " + in + " " + out + " --format BC4", 1, "in.orb: no encoder for BC4"},
         {"convert " + Quote(dir / "missing.png") + " " + out, 1, "missing.png: cannot open file: No such file or directory"},
         {"convert " + Quote(dir / "missing.orb") + " " + out, 1, "missing.orb: cannot open file: No such file or directory"},
         {"convert " + in + " " + Quote(dir / "nowhere/out.png"), 1, "nowhere/out.png: cannot write file"},
