@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "CliSupport.h"
+#include "Codecs/ASTCCodec.h"
 #include "Commands.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
@@ -56,7 +57,8 @@ const char* const kConvertHelp =
     "                         this version's ETC1, ETC2_RGB and ETC2_RGBA take\n"
     "                         0 and 1, ETC2_RGB_A1 and EAC 0 to 5\n"
     "                         ORBTC: 0 and 1 (the block compressors)\n"
-    "                         ASTC: 0 -veryfast, 1 -fast, 2 -medium,\n"
+    "                         ASTC (astcenc's presets): 0 -veryfast (called\n"
+    "                         -fastest by astcenc 2.0 on), 1 -fast, 2 -medium,\n"
     "                         3 -thorough, 4 -exhaustive, 5 and above -medium\n"
     "                         DXT, UYVY, YUY2, BW1bpp, RGB9E5, RGBG8888,\n"
     "                         GRGB8888 and channel layouts ignore it; a quality\n"
@@ -233,6 +235,12 @@ EORBTVariableType DefaultChannelType(PixelType target, EORBTVariableType source)
                            : orbtexture::eVarUnsignedIntegerNorm;
 }
 
+bool IsASTCFormat(PixelType format)
+{
+    return format.isNamedFormat() && format.PixelTypeID >= orbtexture::ePF_ASTC_4x4 &&
+           format.PixelTypeID <= orbtexture::ePF_ASTC_6x6x6;
+}
+
 std::string Describe(PixelType format, uint32_t type)
 {
     return PixelFormatName(format.PixelTypeID) + " " + ChannelTypeShortName(type);
@@ -403,12 +411,9 @@ std::string UnrepresentableReason(OutputKind kind, const CORBTexture& texture, i
             return described + " has no legacy format number for legacy API " + std::to_string(legacyApi);
         break;
     case OutputKind::ASTC:
-    {
-        const uint64_t id = texture.getPixelType().PixelTypeID;
-        if (id < orbtexture::ePF_ASTC_4x4 || id > orbtexture::ePF_ASTC_6x6x6)
-            return "a .astc file holds an ASTC format, not " + PixelFormatName(id);
+        if (!IsASTCFormat(texture.getPixelType()))
+            return "a .astc file holds an ASTC format, not " + PixelFormatName(texture.getPixelType().PixelTypeID);
         break;
-    }
     default: break;
     }
     return "";
@@ -574,6 +579,14 @@ int RunConvert(const std::vector<std::string>& arguments)
         PrintError(options.input, reason);
         return kExitFailure;
     }
+    // The library decodes a named source even into its own format.
+    for (const PixelType format : {sourceFormat, targetFormat})
+        if (IsASTCFormat(format) && !orbtexture::isASTCEncAvailable())
+        {
+            PrintError(options.input,
+                       PixelFormatName(format.PixelTypeID) + " needs the astcenc program, which is not on PATH");
+            return kExitFailure;
+        }
     // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
     if (DXTSelector(sourceFormat) && !DecompressDXTSurfaces(texture, reason))
     {

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "CliSupport.h"
+#include "Codecs/ASTCCodec.h"
 #include "Commands.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
@@ -50,6 +51,8 @@ int RunFormats(const std::vector<std::string>& arguments)
                   << std::setw(7) << (ConvertWrites(type) ? "yes" : "-") << (ConvertReads(type) ? "yes" : "-")
                   << "\n";
     }
+    std::cout << "\nASTC formats are encoded and decoded by the astcenc program, "
+              << (orbtexture::isASTCEncAvailable() ? "found" : "not found") << " on PATH.\n";
     std::cout << "\n"
                  "Channel layouts (--format): up to four channels, each a letter and a\n"
                  "width of 1 to 32 bits, first channel first, whole bytes in total:\n"
