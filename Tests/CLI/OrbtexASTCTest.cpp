@@ -13,13 +13,13 @@
 
 using namespace orbtexture;
 using testsupport::Orbtex;
+using testsupport::Quote;
 using testsupport::RunResult;
 using testsupport::ScratchDir;
 
 namespace
 {
 
-std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
 // An opaque 20 x 14 rgba8 gradient with two levels.
 CORBTexture Gradient()

@@ -10,6 +10,7 @@
 
 using namespace orbtexture;
 using testsupport::Orbtex;
+using testsupport::Quote;
 using testsupport::RunResult;
 using testsupport::ScratchDir;
 using testsupport::Slurp;
@@ -17,7 +18,6 @@ using testsupport::Slurp;
 namespace
 {
 
-std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
 // An rgba8 texture of 8x4 pixels with a 4x2 second level, distinct bytes.
 CORBTexture Pattern()

@@ -15,6 +15,7 @@
 using namespace orbtexture;
 using testsupport::CountLines;
 using testsupport::Orbtex;
+using testsupport::Quote;
 using testsupport::RunResult;
 using testsupport::ScratchDir;
 
@@ -49,7 +50,6 @@ std::vector<std::string> Listing(const ScratchDir& dir)
     return names;
 }
 
-std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
 void AppendBigEndian(std::vector<uint8_t>& bytes, uint32_t value)
 {

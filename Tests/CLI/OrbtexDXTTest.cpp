@@ -21,13 +21,13 @@
 
 using namespace orbtexture;
 using testsupport::Orbtex;
+using testsupport::Quote;
 using testsupport::RunResult;
 using testsupport::ScratchDir;
 
 namespace
 {
 
-std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
 std::string Convert(const ScratchDir& dir, const std::string& in, const std::string& out,
                     const std::string& options = "")

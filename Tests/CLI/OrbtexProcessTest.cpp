@@ -23,6 +23,7 @@
 using namespace orbtexture;
 using testsupport::CountLines;
 using testsupport::Orbtex;
+using testsupport::Quote;
 using testsupport::RunResult;
 using testsupport::ScratchDir;
 using testsupport::SpawnOrbtex;
@@ -32,7 +33,6 @@ using testsupport::WaitOrbtex;
 namespace
 {
 
-std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
 // An 8x4 rgba8 texture of distinct bytes.
 CORBTexture Pattern()

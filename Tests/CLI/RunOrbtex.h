@@ -32,6 +32,9 @@ inline std::string Slurp(const std::string& path)
     return std::string(bytes.begin(), bytes.end());
 }
 
+// A path as one shell word (paths here hold no quote).
+inline std::string Quote(const std::string& path) { return "'" + path + "'"; }
+
 // 'arguments' are passed through the shell as written.
 inline RunResult Orbtex(const ScratchDir& dir, const std::string& arguments)
 {
