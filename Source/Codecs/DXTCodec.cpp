@@ -12,14 +12,9 @@ namespace orbtexture
 namespace
 {
 
-inline unsigned int alphaOf(const unsigned int* pixel)
+inline unsigned int keyOf(unsigned int r, unsigned int g, unsigned int b)
 {
-    return reinterpret_cast<const unsigned char*>(pixel)[3];
-}
-
-inline unsigned short keyOf(unsigned int r, unsigned int g, unsigned int b)
-{
-    return static_cast<unsigned short>(((r & 0xF8u) << 8) | ((g & 0xFCu) << 3) | (b >> 3));
+    return ((r & 0xF8u) << 8) | ((g & 0xFCu) << 3) | (b >> 3);
 }
 
 inline void putWord16(unsigned char* out, unsigned int value)
@@ -34,7 +29,7 @@ inline void putWord32(unsigned char* out, unsigned int value)
         out[i] = static_cast<unsigned char>(value >> (8 * i));
 }
 
-inline unsigned short keyOfPoint(const float point[3], const float mean[3])
+inline unsigned int keyOfPoint(const float point[3], const float mean[3])
 {
     unsigned int channel[3];
     for (int c = 0; c < 3; ++c)
@@ -44,6 +39,55 @@ inline unsigned short keyOfPoint(const float point[3], const float mean[3])
         channel[c] = static_cast<unsigned int>(v);
     }
     return keyOf(channel[0], channel[1], channel[2]);
+}
+
+// The 16 pixels of a block in raster order, with their keys.
+struct BlockPixels
+{
+    int red[16], green[16], blue[16];
+    unsigned int alpha[16];
+    unsigned int key[16];
+};
+
+// 'pixels' is the top left pixel of the block, 'rowBytes' the image row stride.
+void loadBlock(const unsigned char* pixels, size_t rowBytes, BlockPixels& block)
+{
+    for (int i = 0; i < 16; ++i)
+    {
+        const unsigned char* p = pixels + (i >> 2) * rowBytes + (i & 3) * 4;
+        block.red[i] = p[0];
+        block.green[i] = p[1];
+        block.blue[i] = p[2];
+        block.alpha[i] = p[3];
+        block.key[i] = keyOf(p[0], p[1], p[2]);
+    }
+}
+
+// 1, 2 or 3 (three or more) distinct keys; colours[1] is the first key that
+// differs from colours[0] = keys[0].
+int countKeys(const unsigned int* keys, unsigned int colours[2])
+{
+    const unsigned int first = keys[0];
+    int i = 1;
+    while (i < 16 && keys[i] == first)
+        ++i;
+    colours[0] = colours[1] = first;
+    if (i == 16)
+        return 1;
+    const unsigned int second = keys[i];
+    colours[1] = second;
+    bool more = false;
+    for (; i < 16; ++i)
+        more |= keys[i] != first && keys[i] != second;
+    return more ? 3 : 2;
+}
+
+bool anyBelow128(const unsigned int* alphas)
+{
+    bool below = false;
+    for (int i = 0; i < 16; ++i)
+        below |= alphas[i] < 128;
+    return below;
 }
 
 // Principal axis of the deviations: power iteration on the covariance matrix.
@@ -81,150 +125,172 @@ void principalAxis(const float* red, const float* green, const float* blue, floa
     }
 }
 
-// Colour half of a block: colour words and the 32-bit index word.
-void compressColour(const unsigned int* pixels, int stride, bool dxt1, unsigned char* out)
+// Colour words and index word of a block of one or two keys.
+void fewKeys(const BlockPixels& block, int count, const unsigned int colours[2], bool punch, unsigned int& color0,
+             unsigned int& color1, unsigned int& indices)
 {
-    float red[16], green[16], blue[16];
-    unsigned int alphas[16];
-    unsigned int slots[16] = {};
-    for (int i = 0; i < 16; ++i)
+    const unsigned int lower = colours[0] < colours[1] ? colours[0] : colours[1];
+    const unsigned int upper = colours[0] < colours[1] ? colours[1] : colours[0];
+    if (count == 1)
     {
-        const unsigned char* p = reinterpret_cast<const unsigned char*>(pixels + (i >> 2) * stride + (i & 3));
-        red[i] = p[0];
-        green[i] = p[1];
-        blue[i] = p[2];
-        alphas[i] = p[3];
-    }
-    unsigned short colours[2] = {0, 0};
-    const int count = countColours(red, green, blue, colours);
-    const bool punch = dxt1 && canHavePunchThrough(alphas);
-    unsigned int color0 = 0, color1 = 0;
-
-    if (count < 3)
-    {
-        const unsigned int first = colours[0];
-        const unsigned int second = count == 2 ? colours[1] : colours[0];
-        const unsigned int lower = first < second ? first : second;
-        const unsigned int upper = first < second ? second : first;
-        if (count == 1)
-        {
-            color0 = punch ? 0 : first;
-            color1 = punch ? first : 0;
-        }
-        else
-        {
-            color0 = punch ? lower : upper;
-            color1 = punch ? upper : lower;
-        }
-        for (int i = 0; i < 16; ++i)
-        {
-            unsigned int code = 0;
-            const unsigned int key = keyOf(static_cast<unsigned int>(red[i]), static_cast<unsigned int>(green[i]),
-                                           static_cast<unsigned int>(blue[i]));
-            if (punch && alphas[i] < 128)
-                code = 3;
-            else if (count == 1)
-                code = punch ? 1 : 0;
-            else if (punch)
-                code = key == upper ? 1 : 0;
-            else
-                code = key == lower ? 1 : 0;
-            slots[i] = code << 30;
-        }
+        color0 = punch ? 0 : colours[0];
+        color1 = punch ? colours[0] : 0;
     }
     else
     {
-        float mean[3] = {0, 0, 0};
-        for (int i = 0; i < 16; ++i)
-        {
-            mean[0] += red[i];
-            mean[1] += green[i];
-            mean[2] += blue[i];
-        }
-        for (int c = 0; c < 3; ++c)
-            mean[c] *= 0.0625f;
-        for (int i = 0; i < 16; ++i)
-        {
-            red[i] -= mean[0];
-            green[i] -= mean[1];
-            blue[i] -= mean[2];
-        }
-        float axis[3];
-        principalAxis(red, green, blue, axis);
+        color0 = punch ? lower : upper;
+        color1 = punch ? upper : lower;
+    }
+    // Code 1 goes to the key stored in color1 (one key with punch-through: all of them).
+    const unsigned int one = punch ? upper : (count == 1 ? ~0u : lower);
+    indices = 0;
+    for (int i = 0; i < 16; ++i)
+    {
+        const unsigned int code = punch && block.alpha[i] < 128 ? 3u : (block.key[i] == one ? 1u : 0u);
+        indices |= code << (2 * i);
+    }
+}
 
-        float low = 0, high = 0;
-        float point0[3] = {0, 0, 0}, point1[3] = {0, 0, 0};
-        for (int i = 0; i < 16; ++i)
+// Colour words and index word of a block of three or more keys, fitted on its
+// principal axis.
+void fitKeys(const BlockPixels& block, bool punch, unsigned int& color0, unsigned int& color1, unsigned int& indices)
+{
+    // Byte sums stay far below 2^24, so they are exact as float sums would be.
+    int sum[3] = {0, 0, 0};
+    for (int i = 0; i < 16; ++i)
+    {
+        sum[0] += block.red[i];
+        sum[1] += block.green[i];
+        sum[2] += block.blue[i];
+    }
+    float mean[3];
+    for (int c = 0; c < 3; ++c)
+        mean[c] = static_cast<float>(sum[c]) * 0.0625f;
+    float red[16], green[16], blue[16];
+    for (int i = 0; i < 16; ++i)
+    {
+        red[i] = static_cast<float>(block.red[i]) - mean[0];
+        green[i] = static_cast<float>(block.green[i]) - mean[1];
+        blue[i] = static_cast<float>(block.blue[i]) - mean[2];
+    }
+    float axis[3];
+    principalAxis(red, green, blue, axis);
+
+    // The end points depend only on the extreme projections, so ties need no order.
+    float low = 0, high = 0;
+    for (int i = 0; i < 16; ++i)
+    {
+        const float t = red[i] * axis[0] + green[i] * axis[1] + blue[i] * axis[2];
+        high = t > high ? t : high;
+        low = t < low ? t : low;
+    }
+    float point0[3], point1[3];
+    for (int c = 0; c < 3; ++c)
+    {
+        point0[c] = low < 0.0f ? low * axis[c] : 0.0f;
+        point1[c] = high > 0.0f ? high * axis[c] : 0.0f;
+    }
+    unsigned int key0 = keyOfPoint(point0, mean);
+    unsigned int key1 = keyOfPoint(point1, mean);
+    if (punch ? key0 >= key1 : key0 < key1)
+    {
+        const unsigned int k = key0;
+        key0 = key1;
+        key1 = k;
+        for (int c = 0; c < 3; ++c)
         {
-            const float t = red[i] * axis[0] + green[i] * axis[1] + blue[i] * axis[2];
-            if (t > high)
-            {
-                high = t;
-                for (int c = 0; c < 3; ++c)
-                    point1[c] = t * axis[c];
-            }
-            if (low > t)
-            {
-                low = t;
-                for (int c = 0; c < 3; ++c)
-                    point0[c] = t * axis[c];
-            }
-        }
-        unsigned int key0 = keyOfPoint(point0, mean);
-        unsigned int key1 = keyOfPoint(point1, mean);
-        if (punch ? key0 >= key1 : key0 < key1)
-        {
-            const unsigned int k = key0;
-            key0 = key1;
-            key1 = k;
-            for (int c = 0; c < 3; ++c)
-            {
-                const float p = point0[c];
-                point0[c] = point1[c];
-                point1[c] = p;
-            }
-        }
-        color0 = key0;
-        color1 = key1;
-        if (key0 != key1)
-        {
-            float direction[3];
-            float length2 = 0;
-            for (int c = 0; c < 3; ++c)
-            {
-                direction[c] = point1[c] - point0[c];
-                length2 += direction[c] * direction[c];
-            }
-            for (int c = 0; c < 3; ++c)
-                direction[c] /= length2;
-            static const unsigned int fourCodes[4] = {0, 2, 3, 1};
-            static const unsigned int threeCodes[3] = {0, 2, 1};
-            for (int i = 0; i < 16; ++i)
-            {
-                if (punch && alphas[i] < 128)
-                {
-                    slots[i] = 3u << 30;
-                    continue;
-                }
-                const float s = (red[i] - point0[0]) * direction[0] + (green[i] - point0[1]) * direction[1] +
-                                (blue[i] - point0[2]) * direction[2];
-                // Positions outside the table leave the slot as it is.
-                const float f = (punch ? 2.0f : 3.0f) * s + 0.5f;
-                const int limit = punch ? 3 : 4;
-                if (f > -1.0f && f < static_cast<float>(limit))
-                {
-                    const int index = static_cast<int>(f);
-                    slots[i] = (punch ? threeCodes[index] : fourCodes[index]) << 30;
-                }
-            }
+            const float p = point0[c];
+            point0[c] = point1[c];
+            point1[c] = p;
         }
     }
-    unsigned int indices = 0;
+    color0 = key0;
+    color1 = key1;
+    indices = 0;
+    if (key0 == key1)
+        return;
+
+    float direction[3];
+    float length2 = 0;
+    for (int c = 0; c < 3; ++c)
+    {
+        direction[c] = point1[c] - point0[c];
+        length2 += direction[c] * direction[c];
+    }
+    for (int c = 0; c < 3; ++c)
+        direction[c] /= length2;
+    // Codes by truncated position, two bits each: 0, 2, 3, 1 and 0, 2, 1.
+    const float steps = punch ? 2.0f : 3.0f;
+    const float limit = punch ? 3.0f : 4.0f;
+    const unsigned int table = punch ? 0x18u : 0x78u;
     for (int i = 0; i < 16; ++i)
-        indices = (indices >> 2) | slots[i];
+    {
+        const float s = (red[i] - point0[0]) * direction[0] + (green[i] - point0[1]) * direction[1] +
+                        (blue[i] - point0[2]) * direction[2];
+        // Positions outside the table keep code 0, as does position 0.
+        const float f = steps * s + 0.5f;
+        const int index = static_cast<int>(f > -1.0f && f < limit ? f : 0.0f);
+        unsigned int code = (table >> (2 * index)) & 3u;
+        if (punch && block.alpha[i] < 128)
+            code = 3;
+        indices |= code << (2 * i);
+    }
+}
+
+// Colour half of a block: colour words and the 32-bit index word.
+void compressColour(const BlockPixels& block, bool dxt1, unsigned char* out)
+{
+    unsigned int colours[2];
+    const int count = countKeys(block.key, colours);
+    const bool punch = dxt1 && anyBelow128(block.alpha);
+    unsigned int color0, color1, indices;
+    if (count < 3)
+        fewKeys(block, count, colours, punch, color0, color1, indices);
+    else
+        fitKeys(block, punch, color0, color1, indices);
     putWord16(out, color0);
     putWord16(out + 2, color1);
     putWord32(out + 4, indices);
+}
+
+void explicitAlpha(const unsigned int* alphas, unsigned char* out)
+{
+    for (int y = 0; y < 4; ++y)
+    {
+        unsigned int row = 0;
+        for (int x = 0; x < 4; ++x)
+            row |= (alphas[4 * y + x] >> 4) << (4 * x);
+        putWord16(out + 2 * y, row);
+    }
+}
+
+void interpolatedAlpha(const unsigned int* alphas, unsigned char* out)
+{
+    unsigned int alpha0 = 0, alpha1 = 255;
+    for (int i = 0; i < 16; ++i)
+    {
+        alpha0 = alphas[i] > alpha0 ? alphas[i] : alpha0;
+        alpha1 = alphas[i] < alpha1 ? alphas[i] : alpha1;
+    }
+    std::memset(out, 0, 8);
+    out[0] = static_cast<unsigned char>(alpha0);
+    out[1] = static_cast<unsigned char>(alpha1);
+    if (alpha0 == alpha1)
+        return;
+    // Codes by the number of thresholds 0.5, 1.5 ... 6.5 at or below t.
+    static const unsigned long long codes[8] = {1, 7, 6, 5, 4, 3, 2, 0};
+    const float scale = 7.0f / static_cast<float>(alpha0 - alpha1);
+    unsigned long long bits = 0;
+    for (int i = 0; i < 16; ++i)
+    {
+        const float t = static_cast<float>(alphas[i] - alpha1) * scale;
+        int step = 0;
+        for (int k = 0; k < 7; ++k)
+            step += t >= static_cast<float>(k) + 0.5f;
+        bits |= codes[step] << (16 + 3 * i);
+    }
+    for (int b = 2; b < 8; ++b)
+        out[b] = static_cast<unsigned char>(bits >> (8 * b));
 }
 
 // Decodes one block to 16 R, G, B, A pixels in raster order.
@@ -304,72 +370,35 @@ void decodeBlock(const unsigned char* block, unsigned int format, unsigned char*
 
 void storeAlpha(unsigned int* pixels, unsigned short* block, int stride)
 {
-    unsigned char* out = reinterpret_cast<unsigned char*>(block);
-    for (int y = 0; y < 4; ++y)
-    {
-        unsigned int row = 0;
-        for (int x = 0; x < 4; ++x)
-            row |= (alphaOf(pixels + y * stride + x) >> 4) << (4 * x);
-        putWord16(out + 2 * y, row);
-    }
+    BlockPixels pixelBlock;
+    loadBlock(reinterpret_cast<const unsigned char*>(pixels), static_cast<size_t>(stride) * 4, pixelBlock);
+    explicitAlpha(pixelBlock.alpha, reinterpret_cast<unsigned char*>(block));
 }
 
 void storeInterpolatedAlpha(unsigned int* pixels, unsigned int* block, int stride)
 {
-    unsigned int alphas[16];
-    unsigned int alpha0 = 0, alpha1 = 255;
-    for (int i = 0; i < 16; ++i)
-    {
-        alphas[i] = alphaOf(pixels + (i >> 2) * stride + (i & 3));
-        alpha0 = alphas[i] > alpha0 ? alphas[i] : alpha0;
-        alpha1 = alphas[i] < alpha1 ? alphas[i] : alpha1;
-    }
-    unsigned char* out = reinterpret_cast<unsigned char*>(block);
-    std::memset(out, 0, 8);
-    out[0] = static_cast<unsigned char>(alpha0);
-    out[1] = static_cast<unsigned char>(alpha1);
-    if (alpha0 == alpha1)
-        return;
-    static const unsigned int codes[8] = {1, 7, 6, 5, 4, 3, 2, 0};
-    const float scale = 7.0f / static_cast<float>(alpha0 - alpha1);
-    unsigned long long bits = 0;
-    for (int i = 0; i < 16; ++i)
-    {
-        const float t = static_cast<float>(alphas[i] - alpha1) * scale;
-        int step = 0;
-        while (step < 7 && !(t < static_cast<float>(step) + 0.5f))
-            ++step;
-        bits |= static_cast<unsigned long long>(codes[step]) << (16 + 3 * i);
-    }
-    for (int b = 2; b < 8; ++b)
-        out[b] = static_cast<unsigned char>(bits >> (8 * b));
+    BlockPixels pixelBlock;
+    loadBlock(reinterpret_cast<const unsigned char*>(pixels), static_cast<size_t>(stride) * 4, pixelBlock);
+    interpolatedAlpha(pixelBlock.alpha, reinterpret_cast<unsigned char*>(block));
 }
 
 int countColours(float* red, float* green, float* blue, unsigned short* colours)
 {
-    int count = 1;
-    colours[0] = keyOf(static_cast<unsigned int>(red[0]), static_cast<unsigned int>(green[0]),
-                       static_cast<unsigned int>(blue[0]));
-    for (int i = 1; i < 16; ++i)
-    {
-        const unsigned short key = keyOf(static_cast<unsigned int>(red[i]), static_cast<unsigned int>(green[i]),
-                                         static_cast<unsigned int>(blue[i]));
-        if (key == colours[0] || (count == 2 && key == colours[1]))
-            continue;
-        if (count == 2)
-            return 3;
-        colours[1] = key;
-        count = 2;
-    }
+    unsigned int keys[16];
+    for (int i = 0; i < 16; ++i)
+        keys[i] = keyOf(static_cast<unsigned int>(red[i]), static_cast<unsigned int>(green[i]),
+                        static_cast<unsigned int>(blue[i]));
+    unsigned int found[2];
+    const int count = countKeys(keys, found);
+    colours[0] = static_cast<unsigned short>(found[0]);
+    if (count > 1)
+        colours[1] = static_cast<unsigned short>(found[1]);
     return count;
 }
 
 bool canHavePunchThrough(unsigned int* alphas)
 {
-    for (int i = 0; i < 16; ++i)
-        if (alphas[i] < 128)
-            return true;
-    return false;
+    return anyBelow128(alphas);
 }
 
 unsigned int DXTCompress(const void* source, void* destination, const unsigned int& width,
@@ -404,27 +433,26 @@ unsigned int DXTCompress(const void* source, void* destination, const unsigned i
     }
 
     const bool dxt1 = format == 1;
-    const size_t blockBytes = dxt1 ? 8 : 16;
+    const bool explicitAlphaBlocks = format == 2 || format == 3;
+    const size_t rowBytes = static_cast<size_t>(paddedWidth) * 4;
+    const unsigned char* rows = reinterpret_cast<const unsigned char*>(pixels);
     unsigned char* out = static_cast<unsigned char*>(destination);
+    BlockPixels block;
     for (unsigned int by = 0; by < paddedHeight; by += 4)
     {
-        for (unsigned int bx = 0; bx < paddedWidth; bx += 4, out += blockBytes)
+        for (unsigned int bx = 0; bx < paddedWidth; bx += 4)
         {
-            unsigned int* block = const_cast<unsigned int*>(pixels + static_cast<size_t>(by) * paddedWidth + bx);
-            const int stride = static_cast<int>(paddedWidth);
-            if (format == 2 || format == 3)
+            loadBlock(rows + by * rowBytes + static_cast<size_t>(bx) * 4, rowBytes, block);
+            if (!dxt1)
             {
-                unsigned short alpha[4];
-                storeAlpha(block, alpha, stride);
-                std::memcpy(out, alpha, 8);
+                if (explicitAlphaBlocks)
+                    explicitAlpha(block.alpha, out);
+                else
+                    interpolatedAlpha(block.alpha, out);
+                out += 8;
             }
-            else if (!dxt1)
-            {
-                unsigned int alpha[2];
-                storeInterpolatedAlpha(block, alpha, stride);
-                std::memcpy(out, alpha, 8);
-            }
-            compressColour(block, stride, dxt1, dxt1 ? out : out + 8);
+            compressColour(block, dxt1, out);
+            out += 8;
         }
     }
     const unsigned int total = paddedWidth * paddedHeight;
