@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -293,15 +294,24 @@ void interpolatedAlpha(const unsigned int* alphas, unsigned char* out)
         out[b] = static_cast<unsigned char>(bits >> (8 * b));
 }
 
-// Decodes one block to 16 R, G, B, A pixels in raster order.
-void decodeBlock(const unsigned char* block, unsigned int format, unsigned char* pixels)
+// Shift of each pixel byte R, G, B, A within a 32-bit word stored in host order.
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr unsigned int kByteShift[4] = {24, 16, 8, 0};
+#else
+constexpr unsigned int kByteShift[4] = {0, 8, 16, 24};
+#endif
+
+inline uint32_t pixelWord(unsigned int r, unsigned int g, unsigned int b, unsigned int a)
 {
-    const bool dxt1 = format == 1;
-    const bool explicitAlpha = format == 2 || format == 3;
-    const unsigned char* colour = dxt1 ? block : block + 8;
+    return (r << kByteShift[0]) | (g << kByteShift[1]) | (b << kByteShift[2]) | (a << kByteShift[3]);
+}
+
+// The four colours of a block as pixel words; 'dxt1' gives them alpha.
+void colourTable(const unsigned char* colour, bool dxt1, bool fourColoursAlways, uint32_t words[4])
+{
     const unsigned int c0 = colour[0] | (colour[1] << 8);
     const unsigned int c1 = colour[2] | (colour[3] << 8);
-    unsigned int table[4][4];
+    unsigned int table[4][3];
     const unsigned int ends[2] = {c0, c1};
     for (int e = 0; e < 2; ++e)
     {
@@ -310,60 +320,100 @@ void decodeBlock(const unsigned char* block, unsigned int format, unsigned char*
         table[e][1] = (g << 2) | (g >> 4);
         table[e][2] = (b << 3) | (b >> 2);
     }
-    const bool fourColours = explicitAlpha || c0 > c1;
+    const bool fourColours = fourColoursAlways || c0 > c1;
     for (int c = 0; c < 3; ++c)
     {
-        if (fourColours)
-        {
-            table[2][c] = (21 * table[0][c] + 11 * table[1][c]) >> 5;
-            table[3][c] = (11 * table[0][c] + 21 * table[1][c]) >> 5;
-        }
-        else
-        {
-            table[2][c] = (table[0][c] + table[1][c]) >> 1;
-            table[3][c] = 0;
-        }
+        const unsigned int a = table[0][c], b = table[1][c];
+        table[2][c] = fourColours ? (21 * a + 11 * b) >> 5 : (a + b) >> 1;
+        table[3][c] = fourColours ? (11 * a + 21 * b) >> 5 : 0;
     }
     for (int e = 0; e < 4; ++e)
-        table[e][3] = dxt1 && (e < 3 || fourColours) ? 255 : 0;
+        words[e] = pixelWord(table[e][0], table[e][1], table[e][2], dxt1 && (e < 3 || fourColours) ? 255 : 0);
+}
 
+enum class AlphaKind
+{
+    None,
+    Explicit,
+    Interpolated,
+};
+
+// Decodes one block into 4 rows of 4 R, G, B, A pixels, 'rowBytes' apart.
+template <AlphaKind kind>
+void decodeBlock(const unsigned char* block, unsigned char* pixels, size_t rowBytes)
+{
+    const unsigned char* colour = kind == AlphaKind::None ? block : block + 8;
+    uint32_t words[4];
+    colourTable(colour, kind == AlphaKind::None, kind == AlphaKind::Explicit, words);
     const unsigned int indices = colour[4] | (colour[5] << 8) | (colour[6] << 16) |
                                  (static_cast<unsigned int>(colour[7]) << 24);
-    for (int i = 0; i < 16; ++i)
-    {
-        const unsigned int* entry = table[(indices >> (2 * i)) & 3];
-        for (int c = 0; c < 4; ++c)
-            pixels[4 * i + c] = static_cast<unsigned char>(entry[c]);
-    }
-    if (dxt1)
-        return;
-    if (explicitAlpha)
+
+    // Alpha as words to OR into the colour words, whose alpha is 0 here.
+    uint32_t alphaWords[16];
+    if (kind == AlphaKind::Explicit)
     {
         for (int i = 0; i < 16; ++i)
         {
-            const unsigned int row = block[2 * (i >> 2)] | (block[2 * (i >> 2) + 1] << 8);
-            const unsigned int a = (row >> (4 * (i & 3))) & 15;
-            pixels[4 * i + 3] = static_cast<unsigned char>((a << 4) | a);
+            const unsigned int a = (block[i >> 1] >> (4 * (i & 1))) & 15;
+            alphaWords[i] = ((a << 4) | a) << kByteShift[3];
         }
-        return;
     }
-    const unsigned int a0 = block[0], a1 = block[1];
-    unsigned int alphas[8] = {a0, a1, 0, 0, 0, 0, 0, 255};
-    if (a0 > a1)
+    else if (kind == AlphaKind::Interpolated)
     {
-        for (unsigned int k = 1; k <= 6; ++k)
-            alphas[1 + k] = ((7 - k) * a0 + k * a1) / 7;
+        const unsigned int a0 = block[0], a1 = block[1];
+        unsigned int alphas[8] = {a0, a1, 0, 0, 0, 0, 0, 255};
+        if (a0 > a1)
+        {
+            for (unsigned int k = 1; k <= 6; ++k)
+                alphas[1 + k] = ((7 - k) * a0 + k * a1) / 7;
+        }
+        else
+        {
+            for (unsigned int k = 1; k <= 4; ++k)
+                alphas[1 + k] = ((5 - k) * a0 + k * a1) / 5;
+        }
+        unsigned long long bits = 0;
+        for (int b = 7; b >= 2; --b)
+            bits = (bits << 8) | block[b];
+        for (int i = 0; i < 16; ++i)
+            alphaWords[i] = alphas[(bits >> (3 * i)) & 7] << kByteShift[3];
     }
-    else
+    for (int y = 0; y < 4; ++y)
     {
-        for (unsigned int k = 1; k <= 4; ++k)
-            alphas[1 + k] = ((5 - k) * a0 + k * a1) / 5;
+        const unsigned int codes = indices >> (8 * y);
+        uint32_t row[4] = {words[codes & 3], words[(codes >> 2) & 3], words[(codes >> 4) & 3], words[(codes >> 6) & 3]};
+        if (kind != AlphaKind::None)
+            for (int x = 0; x < 4; ++x)
+                row[x] |= alphaWords[4 * y + x];
+        std::memcpy(pixels + y * rowBytes, row, sizeof row);
     }
-    unsigned long long bits = 0;
-    for (int b = 7; b >= 2; --b)
-        bits = (bits << 8) | block[b];
-    for (int i = 0; i < 16; ++i)
-        pixels[4 * i + 3] = static_cast<unsigned char>(alphas[(bits >> (3 * i)) & 7]);
+}
+
+// Decodes the blocks of a width x height image; edge blocks are clipped.
+template <AlphaKind kind>
+void decodeImage(const unsigned char* in, unsigned char* out, unsigned int width, unsigned int height)
+{
+    const size_t blockBytes = kind == AlphaKind::None ? 8 : 16;
+    const size_t rowBytes = static_cast<size_t>(width) * 4;
+    unsigned char clipped[64];
+    for (unsigned int by = 0; by < height; by += 4)
+    {
+        unsigned char* row = out + by * rowBytes;
+        const unsigned int rows = height - by < 4 ? height - by : 4;
+        for (unsigned int bx = 0; bx < width; bx += 4, in += blockBytes)
+        {
+            const unsigned int columns = width - bx < 4 ? width - bx : 4;
+            if (rows == 4 && columns == 4)
+            {
+                decodeBlock<kind>(in, row + static_cast<size_t>(bx) * 4, rowBytes);
+                continue;
+            }
+            decodeBlock<kind>(in, clipped, 16);
+            for (unsigned int y = 0; y < rows; ++y)
+                std::memcpy(row + y * rowBytes + static_cast<size_t>(bx) * 4, clipped + 16 * y,
+                            static_cast<size_t>(columns) * 4);
+        }
+    }
 }
 
 } // namespace
@@ -464,23 +514,14 @@ unsigned int DXTDecompress(const void* source, void* destination, const unsigned
 {
     if (!source || !destination)
         return width * height * 4;
-    const size_t blockBytes = format == 1 ? 8 : 16;
     const unsigned char* in = static_cast<const unsigned char*>(source);
     unsigned char* out = static_cast<unsigned char*>(destination);
-    unsigned char decoded[64];
-    // Blocks over the padded size are clipped to the image directly.
-    for (unsigned int by = 0; by < height; by += 4)
-    {
-        for (unsigned int bx = 0; bx < width; bx += 4, in += blockBytes)
-        {
-            decodeBlock(in, format, decoded);
-            const unsigned int columns = width - bx < 4 ? width - bx : 4;
-            const unsigned int rows = height - by < 4 ? height - by : 4;
-            for (unsigned int y = 0; y < rows; ++y)
-                std::memcpy(out + ((static_cast<size_t>(by) + y) * width + bx) * 4, decoded + 16 * y,
-                            static_cast<size_t>(columns) * 4);
-        }
-    }
+    if (format == 1)
+        decodeImage<AlphaKind::None>(in, out, width, height);
+    else if (format == 2 || format == 3)
+        decodeImage<AlphaKind::Explicit>(in, out, width, height);
+    else
+        decodeImage<AlphaKind::Interpolated>(in, out, width, height);
     return width * height * 4;
 }
 
