@@ -53,14 +53,18 @@ struct BlockPixels
 // 'pixels' is the top left pixel of the block, 'rowBytes' the image row stride.
 void loadBlock(const unsigned char* pixels, size_t rowBytes, BlockPixels& block)
 {
-    for (int i = 0; i < 16; ++i)
+    for (int y = 0; y < 4; ++y)
     {
-        const unsigned char* p = pixels + (i >> 2) * rowBytes + (i & 3) * 4;
-        block.red[i] = p[0];
-        block.green[i] = p[1];
-        block.blue[i] = p[2];
-        block.alpha[i] = p[3];
-        block.key[i] = keyOf(p[0], p[1], p[2]);
+        const unsigned char* p = pixels + y * rowBytes;
+        for (int x = 0; x < 4; ++x, p += 4)
+        {
+            const int i = 4 * y + x;
+            block.red[i] = p[0];
+            block.green[i] = p[1];
+            block.blue[i] = p[2];
+            block.alpha[i] = p[3];
+            block.key[i] = keyOf(p[0], p[1], p[2]);
+        }
     }
 }
 
@@ -91,47 +95,12 @@ bool anyBelow128(const unsigned int* alphas)
     return below;
 }
 
-// Principal axis of the deviations: power iteration on the covariance matrix.
-void principalAxis(const float* red, const float* green, const float* blue, float axis[3])
-{
-    float rr = 0, gg = 0, bb = 0, rg = 0, rb = 0, gb = 0;
-    for (int i = 0; i < 16; ++i)
-    {
-        rr += red[i] * red[i];
-        gg += green[i] * green[i];
-        bb += blue[i] * blue[i];
-        rg += red[i] * green[i];
-        rb += red[i] * blue[i];
-        gb += green[i] * blue[i];
-    }
-    axis[0] = axis[1] = axis[2] = 1.0f;
-    for (int step = 0; step < 100; ++step)
-    {
-        float next[3] = {rr * axis[0] + rg * axis[1] + rb * axis[2], rg * axis[0] + gg * axis[1] + gb * axis[2],
-                         rb * axis[0] + gb * axis[1] + bb * axis[2]};
-        const float length = std::sqrt(next[0] * next[0] + next[1] * next[1] + next[2] * next[2]);
-        // A vector the matrix maps to zero would divide by zero: keep the last one.
-        if (!(length > 0.0f) || !std::isfinite(length))
-            return;
-        float distance = 0.0f;
-        for (int c = 0; c < 3; ++c)
-        {
-            next[c] /= length;
-            const float d = next[c] - axis[c];
-            distance += d * d;
-            axis[c] = next[c];
-        }
-        if (std::sqrt(distance) < 0.00001f)
-            return;
-    }
-}
-
 // Colour words and index word of a block of one or two keys.
-void fewKeys(const BlockPixels& block, int count, const unsigned int colours[2], bool punch, unsigned int& color0,
-             unsigned int& color1, unsigned int& indices)
+void fewKeys(const BlockPixels& block, int count, const unsigned int colours[2], bool punch, unsigned char* out)
 {
     const unsigned int lower = colours[0] < colours[1] ? colours[0] : colours[1];
     const unsigned int upper = colours[0] < colours[1] ? colours[1] : colours[0];
+    unsigned int color0, color1;
     if (count == 1)
     {
         color0 = punch ? 0 : colours[0];
@@ -144,18 +113,35 @@ void fewKeys(const BlockPixels& block, int count, const unsigned int colours[2],
     }
     // Code 1 goes to the key stored in color1 (one key with punch-through: all of them).
     const unsigned int one = punch ? upper : (count == 1 ? ~0u : lower);
-    indices = 0;
+    unsigned int indices = 0;
     for (int i = 0; i < 16; ++i)
     {
         const unsigned int code = punch && block.alpha[i] < 128 ? 3u : (block.key[i] == one ? 1u : 0u);
         indices |= code << (2 * i);
     }
+    putWord16(out, color0);
+    putWord16(out + 2, color1);
+    putWord32(out + 4, indices);
 }
 
-// Colour words and index word of a block of three or more keys, fitted on its
-// principal axis.
-void fitKeys(const BlockPixels& block, bool punch, unsigned int& color0, unsigned int& color1, unsigned int& indices)
+// A block of three or more keys on its way through the principal axis fit.
+struct Fit
 {
+    const BlockPixels* block;
+    bool punch;
+    unsigned char* out; // colour words and index word
+    float mean[3];
+    float red[16], green[16], blue[16]; // deviations from the mean
+    float covariance[6];                // RR, GG, BB, RG, RB, GB
+    float axis[3];
+};
+
+// Means, deviations and the unnormalised covariance matrix.
+void prepareFit(const BlockPixels& block, bool punch, unsigned char* out, Fit& fit)
+{
+    fit.block = &block;
+    fit.punch = punch;
+    fit.out = out;
     // Byte sums stay far below 2^24, so they are exact as float sums would be.
     int sum[3] = {0, 0, 0};
     for (int i = 0; i < 16; ++i)
@@ -164,36 +150,144 @@ void fitKeys(const BlockPixels& block, bool punch, unsigned int& color0, unsigne
         sum[1] += block.green[i];
         sum[2] += block.blue[i];
     }
-    float mean[3];
     for (int c = 0; c < 3; ++c)
-        mean[c] = static_cast<float>(sum[c]) * 0.0625f;
-    float red[16], green[16], blue[16];
+        fit.mean[c] = static_cast<float>(sum[c]) * 0.0625f;
     for (int i = 0; i < 16; ++i)
     {
-        red[i] = static_cast<float>(block.red[i]) - mean[0];
-        green[i] = static_cast<float>(block.green[i]) - mean[1];
-        blue[i] = static_cast<float>(block.blue[i]) - mean[2];
+        fit.red[i] = static_cast<float>(block.red[i]) - fit.mean[0];
+        fit.green[i] = static_cast<float>(block.green[i]) - fit.mean[1];
+        fit.blue[i] = static_cast<float>(block.blue[i]) - fit.mean[2];
     }
-    float axis[3];
-    principalAxis(red, green, blue, axis);
+    float rr = 0, gg = 0, bb = 0, rg = 0, rb = 0, gb = 0;
+    for (int i = 0; i < 16; ++i)
+    {
+        rr += fit.red[i] * fit.red[i];
+        gg += fit.green[i] * fit.green[i];
+        bb += fit.blue[i] * fit.blue[i];
+        rg += fit.red[i] * fit.green[i];
+        rb += fit.red[i] * fit.blue[i];
+        gb += fit.green[i] * fit.blue[i];
+    }
+    fit.covariance[0] = rr;
+    fit.covariance[1] = gg;
+    fit.covariance[2] = bb;
+    fit.covariance[3] = rg;
+    fit.covariance[4] = rb;
+    fit.covariance[5] = gb;
+}
 
+// Fits whose power iterations run side by side.
+constexpr int kLanes = 4;
+
+// For every d >= 0, sqrt(d) < 1e-5 in float arithmetic exactly when d is
+// below this value.
+constexpr float kConverged = 0x1.b7cdfap-34f;
+
+// Principal axes of up to kLanes fits by power iteration from (1, 1, 1). Each
+// lane does the arithmetic of its fit alone; running them together overlaps
+// their latencies.
+void principalAxes(Fit* fits, int count)
+{
+    float rr[kLanes], gg[kLanes], bb[kLanes], rg[kLanes], rb[kLanes], gb[kLanes];
+    float x[kLanes], y[kLanes], z[kLanes];
+    bool done[kLanes];
+    for (int l = 0; l < kLanes; ++l)
+    {
+        const float* m = fits[l < count ? l : 0].covariance;
+        rr[l] = m[0];
+        gg[l] = m[1];
+        bb[l] = m[2];
+        rg[l] = m[3];
+        rb[l] = m[4];
+        gb[l] = m[5];
+        x[l] = y[l] = z[l] = 1.0f;
+        done[l] = l >= count;
+    }
+    for (int step = 0; step < 100; ++step)
+    {
+        bool all = true;
+        for (int l = 0; l < kLanes; ++l)
+        {
+            const float nx = rr[l] * x[l] + rg[l] * y[l] + rb[l] * z[l];
+            const float ny = rg[l] * x[l] + gg[l] * y[l] + gb[l] * z[l];
+            const float nz = rb[l] * x[l] + gb[l] * y[l] + bb[l] * z[l];
+            const float length = std::sqrt(nx * nx + ny * ny + nz * nz);
+            // A vector the matrix maps to zero would divide by zero: keep the last one.
+            const bool zero = !(length > 0.0f) || !std::isfinite(length);
+            const float ux = nx / length, uy = ny / length, uz = nz / length;
+            const float dx = ux - x[l], dy = uy - y[l], dz = uz - z[l];
+            const bool converged = dx * dx + dy * dy + dz * dz < kConverged;
+            const bool update = !done[l] && !zero;
+            x[l] = update ? ux : x[l];
+            y[l] = update ? uy : y[l];
+            z[l] = update ? uz : z[l];
+            done[l] = done[l] || zero || converged;
+            all = all && done[l];
+        }
+        if (all)
+            break;
+    }
+    for (int l = 0; l < count; ++l)
+    {
+        fits[l].axis[0] = x[l];
+        fits[l].axis[1] = y[l];
+        fits[l].axis[2] = z[l];
+    }
+}
+
+// The index word of a fit between two end points of different keys.
+unsigned int fitCodes(const Fit& fit, const float point0[3], const float point1[3])
+{
+    float direction[3];
+    float length2 = 0;
+    for (int c = 0; c < 3; ++c)
+    {
+        direction[c] = point1[c] - point0[c];
+        length2 += direction[c] * direction[c];
+    }
+    for (int c = 0; c < 3; ++c)
+        direction[c] /= length2;
+    // Codes by truncated position, two bits each: 0, 2, 3, 1 and 0, 2, 1.
+    const float steps = fit.punch ? 2.0f : 3.0f;
+    const float limit = fit.punch ? 3.0f : 4.0f;
+    const unsigned int table = fit.punch ? 0x18u : 0x78u;
+    unsigned int indices = 0;
+    for (int i = 0; i < 16; ++i)
+    {
+        const float s = (fit.red[i] - point0[0]) * direction[0] + (fit.green[i] - point0[1]) * direction[1] +
+                        (fit.blue[i] - point0[2]) * direction[2];
+        // Positions outside the table keep code 0, as does position 0.
+        const float f = steps * s + 0.5f;
+        const int index = static_cast<int>(f > -1.0f && f < limit ? f : 0.0f);
+        unsigned int code = (table >> (2 * index)) & 3u;
+        if (fit.punch && fit.block->alpha[i] < 128)
+            code = 3;
+        indices |= code << (2 * i);
+    }
+    return indices;
+}
+
+// End points from the extreme projections on the axis, then the codes;
+// writes the colour half of the block.
+void finishFit(const Fit& fit)
+{
     // The end points depend only on the extreme projections, so ties need no order.
     float low = 0, high = 0;
     for (int i = 0; i < 16; ++i)
     {
-        const float t = red[i] * axis[0] + green[i] * axis[1] + blue[i] * axis[2];
+        const float t = fit.red[i] * fit.axis[0] + fit.green[i] * fit.axis[1] + fit.blue[i] * fit.axis[2];
         high = t > high ? t : high;
         low = t < low ? t : low;
     }
     float point0[3], point1[3];
     for (int c = 0; c < 3; ++c)
     {
-        point0[c] = low < 0.0f ? low * axis[c] : 0.0f;
-        point1[c] = high > 0.0f ? high * axis[c] : 0.0f;
+        point0[c] = low < 0.0f ? low * fit.axis[c] : 0.0f;
+        point1[c] = high > 0.0f ? high * fit.axis[c] : 0.0f;
     }
-    unsigned int key0 = keyOfPoint(point0, mean);
-    unsigned int key1 = keyOfPoint(point1, mean);
-    if (punch ? key0 >= key1 : key0 < key1)
+    unsigned int key0 = keyOfPoint(point0, fit.mean);
+    unsigned int key1 = keyOfPoint(point1, fit.mean);
+    if (fit.punch ? key0 >= key1 : key0 < key1)
     {
         const unsigned int k = key0;
         key0 = key1;
@@ -205,53 +299,9 @@ void fitKeys(const BlockPixels& block, bool punch, unsigned int& color0, unsigne
             point1[c] = p;
         }
     }
-    color0 = key0;
-    color1 = key1;
-    indices = 0;
-    if (key0 == key1)
-        return;
-
-    float direction[3];
-    float length2 = 0;
-    for (int c = 0; c < 3; ++c)
-    {
-        direction[c] = point1[c] - point0[c];
-        length2 += direction[c] * direction[c];
-    }
-    for (int c = 0; c < 3; ++c)
-        direction[c] /= length2;
-    // Codes by truncated position, two bits each: 0, 2, 3, 1 and 0, 2, 1.
-    const float steps = punch ? 2.0f : 3.0f;
-    const float limit = punch ? 3.0f : 4.0f;
-    const unsigned int table = punch ? 0x18u : 0x78u;
-    for (int i = 0; i < 16; ++i)
-    {
-        const float s = (red[i] - point0[0]) * direction[0] + (green[i] - point0[1]) * direction[1] +
-                        (blue[i] - point0[2]) * direction[2];
-        // Positions outside the table keep code 0, as does position 0.
-        const float f = steps * s + 0.5f;
-        const int index = static_cast<int>(f > -1.0f && f < limit ? f : 0.0f);
-        unsigned int code = (table >> (2 * index)) & 3u;
-        if (punch && block.alpha[i] < 128)
-            code = 3;
-        indices |= code << (2 * i);
-    }
-}
-
-// Colour half of a block: colour words and the 32-bit index word.
-void compressColour(const BlockPixels& block, bool dxt1, unsigned char* out)
-{
-    unsigned int colours[2];
-    const int count = countKeys(block.key, colours);
-    const bool punch = dxt1 && anyBelow128(block.alpha);
-    unsigned int color0, color1, indices;
-    if (count < 3)
-        fewKeys(block, count, colours, punch, color0, color1, indices);
-    else
-        fitKeys(block, punch, color0, color1, indices);
-    putWord16(out, color0);
-    putWord16(out + 2, color1);
-    putWord32(out + 4, indices);
+    putWord16(fit.out, key0);
+    putWord16(fit.out + 2, key1);
+    putWord32(fit.out + 4, key0 == key1 ? 0u : fitCodes(fit, point0, point1));
 }
 
 void explicitAlpha(const unsigned int* alphas, unsigned char* out)
@@ -487,22 +537,41 @@ unsigned int DXTCompress(const void* source, void* destination, const unsigned i
     const size_t rowBytes = static_cast<size_t>(paddedWidth) * 4;
     const unsigned char* rows = reinterpret_cast<const unsigned char*>(pixels);
     unsigned char* out = static_cast<unsigned char*>(destination);
-    BlockPixels block;
+    // Blocks go in groups of kLanes along a row: the fits of a group share
+    // their power iterations.
+    BlockPixels blocks[kLanes];
+    Fit fits[kLanes];
     for (unsigned int by = 0; by < paddedHeight; by += 4)
     {
-        for (unsigned int bx = 0; bx < paddedWidth; bx += 4)
+        for (unsigned int bx = 0; bx < paddedWidth; bx += 4 * kLanes)
         {
-            loadBlock(rows + by * rowBytes + static_cast<size_t>(bx) * 4, rowBytes, block);
-            if (!dxt1)
+            const unsigned int remaining = (paddedWidth - bx) / 4;
+            const int group = remaining < kLanes ? static_cast<int>(remaining) : kLanes;
+            int fitCount = 0;
+            for (int g = 0; g < group; ++g)
             {
-                if (explicitAlphaBlocks)
-                    explicitAlpha(block.alpha, out);
+                BlockPixels& block = blocks[g];
+                loadBlock(rows + by * rowBytes + (bx + 4 * static_cast<size_t>(g)) * 4, rowBytes, block);
+                if (!dxt1)
+                {
+                    if (explicitAlphaBlocks)
+                        explicitAlpha(block.alpha, out);
+                    else
+                        interpolatedAlpha(block.alpha, out);
+                    out += 8;
+                }
+                unsigned int colours[2];
+                const int count = countKeys(block.key, colours);
+                const bool punch = dxt1 && anyBelow128(block.alpha);
+                if (count < 3)
+                    fewKeys(block, count, colours, punch, out);
                 else
-                    interpolatedAlpha(block.alpha, out);
+                    prepareFit(block, punch, out, fits[fitCount++]);
                 out += 8;
             }
-            compressColour(block, dxt1, out);
-            out += 8;
+            principalAxes(fits, fitCount);
+            for (int f = 0; f < fitCount; ++f)
+                finishFit(fits[f]);
         }
     }
     const unsigned int total = paddedWidth * paddedHeight;
