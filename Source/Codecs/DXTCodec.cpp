@@ -58,12 +58,14 @@ void loadBlock(const unsigned char* pixels, size_t rowBytes, BlockPixels& block)
         const unsigned char* p = pixels + y * rowBytes;
         for (int x = 0; x < 4; ++x, p += 4)
         {
+            // Read once: the stores below could alias the source bytes.
+            const unsigned int r = p[0], g = p[1], b = p[2], a = p[3];
             const int i = 4 * y + x;
-            block.red[i] = p[0];
-            block.green[i] = p[1];
-            block.blue[i] = p[2];
-            block.alpha[i] = p[3];
-            block.key[i] = keyOf(p[0], p[1], p[2]);
+            block.red[i] = static_cast<int>(r);
+            block.green[i] = static_cast<int>(g);
+            block.blue[i] = static_cast<int>(b);
+            block.alpha[i] = a;
+            block.key[i] = keyOf(r, g, b);
         }
     }
 }
