@@ -181,8 +181,8 @@ void prepareFit(const BlockPixels& block, bool punch, unsigned char* out, Fit& f
 // Fits whose power iterations run side by side.
 constexpr int kLanes = 4;
 
-// For every d >= 0, sqrt(d) < 1e-5 in float arithmetic exactly when d is
-// below this value.
+// For every float d >= 0, sqrt(d) < 1e-5 in float arithmetic exactly when d
+// is below this value (checked over all floats).
 constexpr float kConverged = 0x1.b7cdfap-34f;
 
 // Principal axes of up to kLanes fits by power iteration from (1, 1, 1). Each
@@ -190,12 +190,14 @@ constexpr float kConverged = 0x1.b7cdfap-34f;
 // their latencies.
 void principalAxes(Fit* fits, int count)
 {
+    if (count == 0)
+        return;
     float rr[kLanes], gg[kLanes], bb[kLanes], rg[kLanes], rb[kLanes], gb[kLanes];
     float x[kLanes], y[kLanes], z[kLanes];
     bool done[kLanes];
     for (int l = 0; l < kLanes; ++l)
     {
-        const float* m = fits[l < count ? l : 0].covariance;
+        const float* m = fits[l < count ? l : 0].covariance; // idle lanes repeat the first
         rr[l] = m[0];
         gg[l] = m[1];
         bb[l] = m[2];
