@@ -332,16 +332,18 @@ void interpolatedAlpha(const unsigned int* alphas, unsigned char* out)
     out[1] = static_cast<unsigned char>(alpha1);
     if (alpha0 == alpha1)
         return;
-    // Codes by the number of thresholds 0.5, 1.5 ... 6.5 at or below t.
+    // Codes by the number of thresholds 0.5, 1.5 ... 6.5 at or below t: its
+    // integer part, plus one when the fraction (exact, t being below 8)
+    // reaches 0.5.
     static const unsigned long long codes[8] = {1, 7, 6, 5, 4, 3, 2, 0};
     const float scale = 7.0f / static_cast<float>(alpha0 - alpha1);
     unsigned long long bits = 0;
     for (int i = 0; i < 16; ++i)
     {
         const float t = static_cast<float>(alphas[i] - alpha1) * scale;
-        int step = 0;
-        for (int k = 0; k < 7; ++k)
-            step += t >= static_cast<float>(k) + 0.5f;
+        const int whole = static_cast<int>(t);
+        int step = whole + (t - static_cast<float>(whole) >= 0.5f ? 1 : 0);
+        step = step < 7 ? step : 7;
         bits |= codes[step] << (16 + 3 * i);
     }
     for (int b = 2; b < 8; ++b)
