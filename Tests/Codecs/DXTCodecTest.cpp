@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <vector>
 
@@ -55,6 +56,125 @@ Bytes colourBlock(unsigned int c0, unsigned int c1, const std::array<unsigned in
 }
 
 const std::array<unsigned int, 16> kFirstFour = {0, 1, 2, 3};
+
+uint64_t Fnv1a(const Bytes& bytes)
+{
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (unsigned char b : bytes)
+        hash = (hash ^ b) * 0x100000001B3ull;
+    return hash;
+}
+
+// xorshift32: the same sequence everywhere.
+struct Random
+{
+    uint32_t state = 2463534242u;
+    unsigned char next()
+    {
+        state ^= state << 13;
+        state ^= state >> 17;
+        state ^= state << 5;
+        return static_cast<unsigned char>(state >> 24);
+    }
+};
+
+enum class Scene
+{
+    Gradient,      // opaque ramps: four-colour fits
+    AlphaGradient, // ramps under an alpha ramp: punch-through fits, wide alpha ranges
+    Noise,         // every channel random
+    Faint,         // a few low bits of noise: fits whose end points share a key
+    Keys,          // one and two keys, opaque and with transparent pixels
+    Degenerate,    // axis fits that are exact, zero or never converge
+};
+
+// Noise fills 64 x 64 pixels, enough blocks to notice small shifts of the fit.
+int SceneSide(Scene scene)
+{
+    return scene == Scene::Noise ? 64 : 8;
+}
+
+// Square RGBA image; in the 8 x 8 ones each of the four blocks is one case.
+Bytes SceneImage(Scene scene)
+{
+    Random random;
+    const int side = SceneSide(scene);
+    Bytes image(side * side * 4);
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x)
+        {
+            unsigned char* p = &image[(y * side + x) * 4];
+            const int block = (y >> 2) * (side >> 2) + (x >> 2), i = (y & 3) * 4 + (x & 3);
+            int r = 0, g = 0, b = 0, a = 255;
+            switch (scene)
+            {
+            case Scene::Gradient:
+            case Scene::AlphaGradient:
+                r = x * 32 + y * 3;
+                g = 255 - y * 30 - x;
+                b = 40 + x * 20 + y * 9;
+                a = scene == Scene::Gradient ? 255 : x * 36 + y * 2;
+                break;
+            case Scene::Noise:
+                r = random.next();
+                g = random.next();
+                b = random.next();
+                a = random.next() | (block & 1 ? 0x80 : 0);
+                break;
+            case Scene::Faint:
+                if (block < 2)
+                {
+                    // Three keys from one red and one blue step, but the axis
+                    // follows green inside one key: both end points share a key.
+                    r = 7 + (i == 3);
+                    g = 65 + (random.next() & 1);
+                    b = 7 + (i == 10);
+                    a = block == 1 && i % 5 == 0 ? 0 : 255;
+                }
+                else
+                {
+                    r = 120 + (random.next() & 7);
+                    g = 60 + (random.next() & 3);
+                    b = 200 + (random.next() & 7);
+                    a = block == 3 ? 255 : random.next();
+                }
+                break;
+            case Scene::Keys:
+            {
+                const bool second = block >= 2 && (i & 1);
+                r = second ? 16 : 200 + (i & 7);
+                g = second ? 32 : 100 + (i & 3);
+                b = second ? 8 : 50 + (i & 7);
+                // Alpha 241 + 1 in a range of 14 lies on the first threshold.
+                a = (block & 1) && i % 5 == 0 ? 127 : 241 + (i < 14 ? i : 14);
+                break;
+            }
+            case Scene::Degenerate:
+            {
+                const int d = (i % 3) * 8 - 8;
+                r = g = b = 128;
+                if (block == 0)
+                    r += d, g -= d; // the matrix maps (1, 1, 1) to zero
+                else if (block == 1)
+                    r = g = b = i * 17;
+                else if (block == 2)
+                {
+                    // Red spread 100, green 99: too close to converge in 100 steps.
+                    const int spread = i & 2 ? 99 : 100;
+                    (i & 2 ? g : r) += i & 1 ? -spread : spread;
+                }
+                else
+                    r = g = b = i == 7 ? 90 : 30 + (i == 2 ? 8 : 0);
+                a = block == 3 && i == 9 ? 0 : 255;
+                break;
+            }
+            }
+            const int v[4] = {r, g, b, a};
+            for (int c = 0; c < 4; ++c)
+                p[c] = static_cast<unsigned char>(v[c]);
+        }
+    return image;
+}
 
 } // namespace
 
@@ -263,5 +383,74 @@ TEST(DXTCodec, GradientRoundTripError)
         for (int c = 0; c < 3; ++c)
             EXPECT_LE(worst[c], 14) << format << " " << c;
         EXPECT_LE(worst[3], format == 1 ? 127 : format == 3 ? 15 : 6) << format;
+    }
+}
+
+TEST(DXTCodec, CompressedBytesArePinned)
+{
+    // Digests of the current output; any change to a fit, a code or a byte order shows here.
+    struct Case
+    {
+        Scene scene;
+        uint64_t dxt1, dxt3, dxt5;
+    };
+    const Case cases[] = {
+        {Scene::Gradient, 0x1d2e2e3e19edb831, 0x6a126ab57a08ccc1, 0x98cf7feb47036005},
+        {Scene::AlphaGradient, 0x97dd348b106731c1, 0xeb61bb225b70e051, 0x3f700eda86b072fd},
+        {Scene::Noise, 0x2ab4e8db0d84d354, 0xa177f50b2d1de6c5, 0xe5ea9f9fd3a19f40},
+        {Scene::Faint, 0xd6f7e66cb4f124ef, 0x9a7d091011ad246a, 0xd9f03ada5e7b2034},
+        {Scene::Keys, 0x34521fc147c456f8, 0x8944c6e36440cf1d, 0x9125555e2b644f0d},
+        {Scene::Degenerate, 0x8f070f5c52f8a57c, 0xd66a7fdf82c06b48, 0xbced47bb6cb24871},
+    };
+    for (const Case& c : cases)
+    {
+        const Bytes image = SceneImage(c.scene);
+        const unsigned int side = SceneSide(c.scene);
+        const uint64_t want[3] = {c.dxt1, c.dxt3, c.dxt5};
+        const unsigned int formats[3] = {1, 3, 5};
+        for (int f = 0; f < 3; ++f)
+        {
+            Bytes blocks(side * side / (formats[f] == 1 ? 2 : 1));
+            DXTCompress(image.data(), blocks.data(), side, side, formats[f]);
+            EXPECT_EQ(want[f], Fnv1a(blocks)) << "scene " << static_cast<int>(c.scene) << " DXT" << formats[f]
+                                              << std::hex << " 0x" << Fnv1a(blocks);
+        }
+    }
+    // One noise block literally, DXT1 four-colour fit.
+    Bytes blocks(64 * 64 / 2);
+    DXTCompress(SceneImage(Scene::Noise).data(), blocks.data(), 64, 64, 1);
+    EXPECT_EQ((Bytes{0x84, 0x8E, 0x9B, 0x39, 0xF1, 0x22, 0xD9, 0x76}), Bytes(blocks.begin() + 8, blocks.begin() + 16));
+}
+
+TEST(DXTDecompress, DecodedBytesArePinned)
+{
+    // 48 random blocks, every fourth with equal colour and alpha end points;
+    // read as 32 x 24 and clipped to 29 x 22.
+    Random random;
+    Bytes blocks(48 * 16);
+    for (unsigned char& b : blocks)
+        b = random.next();
+    for (size_t k = 0; k < 48; k += 4)
+    {
+        unsigned char* wide = &blocks[k * 16];
+        wide[1] = wide[0];
+        wide[10] = wide[8];
+        wide[11] = wide[9];
+        unsigned char* narrow = &blocks[k * 8 + 8];
+        narrow[2] = narrow[0];
+        narrow[3] = narrow[1];
+    }
+    const uint64_t want[5][2] = {{0x50654aa70d80d1af, 0x4b58334d3c1c764f},
+                                 {0xa89f78d2e52dcbc5, 0x794ce0cb17fbff4b},
+                                 {0xa89f78d2e52dcbc5, 0x794ce0cb17fbff4b},
+                                 {0x164e75e1494b6b82, 0x5fc89722450d3a6a},
+                                 {0x164e75e1494b6b82, 0x5fc89722450d3a6a}};
+    for (unsigned int format = 1; format <= 5; ++format)
+    {
+        Bytes full(32 * 24 * 4), clipped(29 * 22 * 4);
+        DXTDecompress(blocks.data(), full.data(), 32, 24, format);
+        DXTDecompress(blocks.data(), clipped.data(), 29, 22, format);
+        EXPECT_EQ(want[format - 1][0], Fnv1a(full)) << format << std::hex << " 0x" << Fnv1a(full);
+        EXPECT_EQ(want[format - 1][1], Fnv1a(clipped)) << format << std::hex << " 0x" << Fnv1a(clipped);
     }
 }
