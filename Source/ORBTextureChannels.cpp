@@ -2,6 +2,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "ORBTextureStandardTypes.h"
 #include "ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
 
@@ -31,12 +32,6 @@ template <>
 constexpr unsigned kTypeIndex<unsigned int> = 2;
 template <>
 constexpr unsigned kTypeIndex<float> = 3;
-
-template <typename T>
-struct TypeTag
-{
-    using type = T;
-};
 
 // A float into a channel: unchanged for float channels, truncated towards zero
 // for integer ones. Values outside the channel's range saturate; NaN gives 0.
@@ -83,33 +78,6 @@ void WriteChannel(Pixel<T>& pixel, EChannelName channel, T value)
     case eChannelIntensity: pixel.red = pixel.green = pixel.blue = value; break;
     default: break;
     }
-}
-
-// Calls op(TypeTag<T>) with the channel type of a standard texture; false for
-// any other texture.
-template <typename Op>
-bool DispatchChannelType(const CORBTextureHeader& header, Op&& op)
-{
-    const PixelType pixelType = header.getPixelType();
-    const EORBTVariableType channelType = header.getChannelType();
-    if (!isStandardPixelType(pixelType, channelType))
-        return false;
-    switch (pixelType.PixelTypeID)
-    {
-    case ORBStandard8PixelType: return op(TypeTag<unsigned char>());
-    case ORBStandard16PixelType: return op(TypeTag<unsigned short>());
-    default: return channelType == eVarSignedFloat ? op(TypeTag<float>()) : op(TypeTag<unsigned int>());
-    }
-}
-
-// Start of a surface as pixels; null when the texture has no block at all
-// (getDataPtr would then answer a bare offset).
-template <typename T>
-Pixel<T>* SurfacePixels(const CORBTexture& texture, uint32_t mip, uint32_t member, uint32_t face)
-{
-    if (texture.getDataPtr() == nullptr)
-        return nullptr;
-    return reinterpret_cast<Pixel<T>*>(texture.getDataPtr(mip, member, face));
 }
 
 // The 8-bit premultiplication step, the same for every channel type: the

@@ -118,6 +118,130 @@ bool CopyChannels(Pixel<S>* source, Pixel<D>* destination, const unsigned int& w
 
 ORBT_CHANNEL_WORKERS(extern)
 
+// ---------------------------------------------------------------------------
+// Image operations on textures of a standard pixel type
+// ---------------------------------------------------------------------------
+// Each operation answers false, changing nothing, for a texture that is not of
+// a standard pixel type (isStandardPixelType); transcode first.
+
+// Resampling filter.
+enum EResizeMode : uint32_t
+{
+    eResizeNearest = 0,
+    eResizeLinear = 1,
+    eResizeCubic = 2
+};
+
+// Resamples level 0 of every member and face to the new size, dropping the
+// other MIP levels, and rescales the border metadata. The present size
+// changes nothing; a zero size gives false.
+ORBT_API bool Resize(CORBTexture& texture, const unsigned int& newWidth, const unsigned int& newHeight,
+                     const unsigned int& newDepth, EResizeMode mode);
+
+// Resamples a pixel array in passes of at most a factor of two per axis.
+template <typename T>
+bool SteppedStretchImage(Pixel<T>* source, Pixel<T>* destination, unsigned int sourceWidth,
+                         unsigned int sourceHeight, unsigned int sourceDepth, unsigned int destinationWidth,
+                         unsigned int destinationHeight, unsigned int destinationDepth, EResizeMode mode);
+
+// One resampling pass over a pixel array (x fastest, then y, then z).
+template <typename T>
+bool StretchImage(Pixel<T>* source, Pixel<T>* destination, unsigned int sourceWidth, unsigned int sourceHeight,
+                  unsigned int sourceDepth, unsigned int destinationWidth, unsigned int destinationHeight,
+                  unsigned int destinationDepth, EResizeMode mode);
+
+// Sample position of destination index 'index' on a shrinking axis of 'size'.
+ORBT_API double calculateDownscalePosition(unsigned int index, unsigned int size, double inverseRatio,
+                                           double ratio);
+
+// Catmull-Rom spline through points[0..3] at t in [0, 1] between points 1 and 2.
+ORBT_API float evaluateSplines(const float* points, const float& t);
+
+// Rebuilds the MIP chain from the top level; 'levels' counts the top, and
+// 0xFFFFFFFF asks for a full chain.
+ORBT_API bool GenerateMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned int levels);
+
+// Tints the levels below the top by level number, to show which is sampled.
+ORBT_API bool ColourMIPMaps(CORBTexture& texture);
+
+// Changes the frame around level 0: the old origin lands at the offset, the
+// rest is transparent black. One MIP level afterwards.
+ORBT_API bool ResizeCanvas(CORBTexture& texture, const unsigned int& newWidth, const unsigned int& newHeight,
+                           const unsigned int& newDepth, const int& offsetX, const int& offsetY,
+                           const int& offsetZ);
+
+// Turns every surface a quarter turn about 'axis'; about z, 'direction' true
+// is clockwise.
+ORBT_API bool Rotate90(CORBTexture& texture, EORBTAxis axis, bool direction);
+
+// Mirrors every surface along 'axis' in place.
+ORBT_API bool Flip(CORBTexture& texture, EORBTAxis axis);
+
+// Adds a mirrored margin around level 0 and records it as the border
+// metadata. One MIP level afterwards.
+ORBT_API bool Border(CORBTexture& texture, unsigned int borderX, unsigned int borderY, unsigned int borderZ);
+
+// Gives transparent pixels the mean colour of the opaque pixels within 8 in
+// every axis.
+ORBT_API bool Bleed(CORBTexture& texture);
+
+// Surface workers of the operations above.
+template <typename T>
+bool Rotate90(Pixel<T>* first, Pixel<T>* second, const unsigned int& width, const unsigned int& height,
+              const unsigned int& depth, EORBTAxis axis, bool direction);
+template <typename T>
+bool Flip(Pixel<T>* data, const unsigned int& width, const unsigned int& height, const unsigned int& depth,
+          EORBTAxis axis);
+template <typename T>
+bool Border(Pixel<T>* source, Pixel<T>* destination, unsigned int sourceWidth, unsigned int sourceHeight,
+            unsigned int sourceDepth, unsigned int destinationWidth, unsigned int destinationHeight,
+            unsigned int destinationDepth);
+template <typename T>
+bool Bleed(Pixel<T>* data, const unsigned int& width, const unsigned int& height, const unsigned int& depth);
+
+// Replaces a height map (first channel) by a float normal map. 'channelOrder'
+// names the output channels with x, y, z and h (height), in any case; an
+// empty CORBTString assigns nothing. The scale and order are recorded as
+// bump-map metadata.
+ORBT_API bool GenerateNormalMap(CORBTexture& texture, float scale, CORBTString channelOrder);
+
+// Normal map of one surface; a null 'channelOrder' means "xyz".
+template <typename T>
+bool CreateNormalMap(Pixel<T>* source, Pixel<float>* destination, unsigned int width, unsigned int height,
+                     unsigned int depth, float scale, const char* channelOrder);
+
+// The exported worker instances, declared here with 'extern' and defined in
+// the library with an empty keyword.
+#define ORBT_RESAMPLE_WORKERS_OF_TYPE(KEYWORD, T)                                                                \
+    KEYWORD template ORBT_API bool SteppedStretchImage<T>(Pixel<T>*, Pixel<T>*, unsigned int, unsigned int,     \
+                                                          unsigned int, unsigned int, unsigned int,             \
+                                                          unsigned int, EResizeMode);                           \
+    KEYWORD template ORBT_API bool StretchImage<T>(Pixel<T>*, Pixel<T>*, unsigned int, unsigned int,            \
+                                                   unsigned int, unsigned int, unsigned int, unsigned int,      \
+                                                   EResizeMode);
+#define ORBT_CANVAS_WORKERS_OF_TYPE(KEYWORD, T)                                                                  \
+    KEYWORD template ORBT_API bool Rotate90<T>(Pixel<T>*, Pixel<T>*, const unsigned int&, const unsigned int&,  \
+                                               const unsigned int&, EORBTAxis, bool);                          \
+    KEYWORD template ORBT_API bool Flip<T>(Pixel<T>*, const unsigned int&, const unsigned int&,                 \
+                                           const unsigned int&, EORBTAxis);                                    \
+    KEYWORD template ORBT_API bool Border<T>(Pixel<T>*, Pixel<T>*, unsigned int, unsigned int, unsigned int,    \
+                                             unsigned int, unsigned int, unsigned int);                        \
+    KEYWORD template ORBT_API bool Bleed<T>(Pixel<T>*, const unsigned int&, const unsigned int&,                \
+                                            const unsigned int&);
+#define ORBT_NORMAL_MAP_WORKERS_OF_TYPE(KEYWORD, T)                                                              \
+    KEYWORD template ORBT_API bool CreateNormalMap<T>(Pixel<T>*, Pixel<float>*, unsigned int, unsigned int,     \
+                                                      unsigned int, float, const char*);
+// Applies WORKERS(KEYWORD, T) to the four channel types of standard pixel types.
+#define ORBT_FOR_STANDARD_TYPES(WORKERS, KEYWORD)                                                                \
+    WORKERS(KEYWORD, unsigned char)                                                                              \
+    WORKERS(KEYWORD, unsigned short)                                                                             \
+    WORKERS(KEYWORD, unsigned int)                                                                               \
+    WORKERS(KEYWORD, float)
+
+ORBT_FOR_STANDARD_TYPES(ORBT_RESAMPLE_WORKERS_OF_TYPE, extern)
+ORBT_FOR_STANDARD_TYPES(ORBT_CANVAS_WORKERS_OF_TYPE, extern)
+ORBT_FOR_STANDARD_TYPES(ORBT_NORMAL_MAP_WORKERS_OF_TYPE, extern)
+
 } // namespace orbtexture
 
 #endif

@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 # Only headers of what users call; internal headers stay in the source tree.
 set(ORBT_PUBLIC_HEADERS
   ORBTexture.h ORBTextureHeader.h ORBTextureFormat.h ORBTextureInfo.h ORBTextureUtilities.h
-  ORBTextureLegacy.h ORBTPixelConversion.h)
+  ORBTextureLegacy.h ORBTextureDiffTools.h ORBTPixelConversion.h)
 list(TRANSFORM ORBT_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/Source/)
 set(ORBT_TOOLS_HEADERS
   ORBTDefines.h ORBTString.h ORBTArray.h ORBTMap.h ORBTRawTexture.h)

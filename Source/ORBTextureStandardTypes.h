@@ -1,0 +1,50 @@
+#ifndef ORBTEXTURESTANDARDTYPES_H
+#define ORBTEXTURESTANDARDTYPES_H
+
+// Internal: dispatch on the channel type of a standard-pixel-type texture, and
+// its surfaces as pixel arrays.
+
+#include <cstdint>
+
+#include "ORBTexture.h"
+#include "ORBTextureFormat.h"
+
+namespace orbtexture
+{
+
+template <typename T>
+struct TypeTag
+{
+    using type = T;
+};
+
+// Calls op(TypeTag<T>) with the channel type of a standard texture; false for
+// any other texture.
+template <typename Op>
+bool DispatchChannelType(const CORBTextureHeader& header, Op&& op)
+{
+    const PixelType pixelType = header.getPixelType();
+    const EORBTVariableType channelType = header.getChannelType();
+    if (!isStandardPixelType(pixelType, channelType))
+        return false;
+    switch (pixelType.PixelTypeID)
+    {
+    case ORBStandard8PixelType: return op(TypeTag<unsigned char>());
+    case ORBStandard16PixelType: return op(TypeTag<unsigned short>());
+    default: return channelType == eVarSignedFloat ? op(TypeTag<float>()) : op(TypeTag<unsigned int>());
+    }
+}
+
+// Start of a surface as pixels; null when the texture has no block at all
+// (getDataPtr would then answer a bare offset).
+template <typename T>
+Pixel<T>* SurfacePixels(const CORBTexture& texture, uint32_t mip, uint32_t member, uint32_t face)
+{
+    if (texture.getDataPtr() == nullptr)
+        return nullptr;
+    return reinterpret_cast<Pixel<T>*>(texture.getDataPtr(mip, member, face));
+}
+
+} // namespace orbtexture
+
+#endif
