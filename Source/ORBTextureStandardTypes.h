@@ -45,6 +45,19 @@ Pixel<T>* SurfacePixels(const CORBTexture& texture, uint32_t mip, uint32_t membe
     return reinterpret_cast<Pixel<T>*>(texture.getDataPtr(mip, member, face));
 }
 
+// Sets the border of 'texture' to that of 'old' scaled by the change of level-0
+// size, per axis new size x border / old size, truncated.
+inline void RescaleBorder(const CORBTextureHeader& old, CORBTextureHeader& texture)
+{
+    uint32_t x = 0, y = 0, z = 0;
+    old.getBorder(x, y, z);
+    const auto scaled = [](uint32_t border, uint32_t newSize, uint32_t oldSize) {
+        return oldSize ? uint32_t(uint64_t(newSize) * border / oldSize) : 0u;
+    };
+    texture.setBorder(scaled(x, texture.getWidth(), old.getWidth()), scaled(y, texture.getHeight(), old.getHeight()),
+                      scaled(z, texture.getDepth(), old.getDepth()));
+}
+
 } // namespace orbtexture
 
 #endif
