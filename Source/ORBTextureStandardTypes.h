@@ -8,6 +8,7 @@
 
 #include "ORBTexture.h"
 #include "ORBTextureFormat.h"
+#include "ORBTextureSizeRules.h"
 
 namespace orbtexture
 {
@@ -17,6 +18,16 @@ struct TypeTag
 {
     using type = T;
 };
+
+// Factor that reads a channel as a fraction of full scale, as float images hold it.
+template <typename T>
+constexpr float kNormalisedFactor = 1.0f;
+template <>
+constexpr float kNormalisedFactor<unsigned char> = 0.003921569f;
+template <>
+constexpr float kNormalisedFactor<unsigned short> = 1.5259022e-5f;
+template <>
+constexpr float kNormalisedFactor<unsigned int> = 2.3283064e-10f;
 
 // Calls op(TypeTag<T>) with the channel type of a standard texture; false for
 // any other texture.
@@ -43,6 +54,14 @@ Pixel<T>* SurfacePixels(const CORBTexture& texture, uint32_t mip, uint32_t membe
     if (texture.getDataPtr() == nullptr)
         return nullptr;
     return reinterpret_cast<Pixel<T>*>(texture.getDataPtr(mip, member, face));
+}
+
+// True when the data block of 'header' can be allocated: its size and every
+// surface offset fit in 32 bits. Checked before an operation builds a texture.
+inline bool FitsInMemory(const CORBTextureHeader& header)
+{
+    uint64_t bytes = 0;
+    return CheckedTotalDataSize(header.getFileHeader(), bytes);
 }
 
 // Sets the border of 'texture' to that of 'old' scaled by the change of level-0
