@@ -20,11 +20,13 @@ int RunInfo(const std::vector<std::string>& arguments);
 int RunDemo(const std::vector<std::string>& arguments);
 int RunConvert(const std::vector<std::string>& arguments);
 int RunFormats(const std::vector<std::string>& arguments);
+int RunCompare(const std::vector<std::string>& arguments);
 
 extern const char* const kInfoHelp;
 extern const char* const kDemoHelp;
 extern const char* const kConvertHelp;
 extern const char* const kFormatsHelp;
+extern const char* const kCompareHelp;
 
 } // namespace cli
 

@@ -18,6 +18,8 @@
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
 #include "ImageFiles.h"
+#include "ImageOperations.h"
+#include "TextureInput.h"
 #include "ORBTextureInfo.h"
 #include "ORBTextureLegacy.h"
 #include "ORBTextureUtilities.h"
@@ -76,6 +78,8 @@ const char* const kConvertHelp =
     "\n"
     "A texture OUT is read back and compared with what was meant to be written\n"
     "before it replaces OUT. 'orbtex formats' lists every format and type name.\n"
+    "\n" ORBTEX_IMAGE_OPERATIONS_HELP
+    "\n"
     "Exit status: 0 done, 1 failed (no output file is left), 2 usage error.\n";
 
 namespace
@@ -99,6 +103,7 @@ struct ConvertOptions
     bool allSurfaces = false;
     bool allowShort = false;
     int legacyApi = 0; // 0: a native .orb
+    ImageOperations operations;
 };
 
 // What OUT becomes, by its extension.
@@ -158,6 +163,12 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
             target = arguments[++i];
             return true;
         };
+        std::string error;
+        const int operation = ParseImageOperation(arguments, i, options.operations, error);
+        if (operation < 0)
+            return UsageError("convert", error);
+        if (operation > 0)
+            continue;
         std::string number;
         if (argument == "--format" || argument == "--type" || argument == "--colour-space" ||
             argument == "--input-colour-space" || argument == "--quality" || argument == "--legacy-api")
@@ -261,25 +272,9 @@ bool QualitySupported(PixelType target, int quality, std::string& reason)
 
 bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string& reason)
 {
-    if (IsReadableImageExtension(FileExtension(options.input)))
-    {
-        EORBTColourSpace space = orbtexture::eColourSpaceLinear;
-        ParseColourSpace(options.inputColourSpace, space);
-        return LoadImageFile(options.input, space, texture, reason);
-    }
-    texture = CORBTexture(options.input.c_str());
-    if (!texture.getDataPtr())
-    {
-        reason = ORBTGetLastError();
-        return false;
-    }
-    const uint64_t shortfall = ORBTGetLastLoadShortfall();
-    if (shortfall && !options.allowShort)
-    {
-        reason = "pixel data short by " + std::to_string(shortfall) + " bytes";
-        return false;
-    }
-    return true;
+    EORBTColourSpace space = orbtexture::eColourSpaceLinear;
+    ParseColourSpace(options.inputColourSpace, space);
+    return LoadTextureOrImage(options.input, space, options.allowShort, texture, reason);
 }
 
 // Test hook: ORBTEX_TEST_PAUSE_BEFORE_COMMIT=SECONDS keeps written outputs
@@ -587,8 +582,13 @@ int RunConvert(const std::vector<std::string>& arguments)
                        PixelFormatName(format.PixelTypeID) + " needs the astcenc program, which is not on PATH");
             return kExitFailure;
         }
+    if (!ApplyImageOperations(texture, options.operations, reason))
+    {
+        PrintError(options.input, reason);
+        return kExitFailure;
+    }
     // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
-    if (DXTSelector(sourceFormat) && !DecompressDXTSurfaces(texture, reason))
+    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
     {
         PrintError(options.input, reason);
         return kExitFailure;

@@ -15,6 +15,7 @@ namespace
 const cli::Command kCommands[] = {
     {"info", "describe texture files", cli::kInfoHelp, cli::RunInfo},
     {"convert", "convert textures and images between pixel formats", cli::kConvertHelp, cli::RunConvert},
+    {"compare", "measure and picture the difference of two textures", cli::kCompareHelp, cli::RunCompare},
     {"formats", "list the format and channel type names", cli::kFormatsHelp, cli::RunFormats},
     {"demo", "run the library's main job on a built-in test card", cli::kDemoHelp, cli::RunDemo},
 };

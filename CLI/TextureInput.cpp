@@ -1,0 +1,82 @@
+#include "TextureInput.h"
+
+#include <algorithm>
+
+#include "DXTSurfaces.h"
+#include "FormatNames.h"
+#include "ImageFiles.h"
+#include "ORBTextureInfo.h"
+#include "ORBTextureUtilities.h"
+
+namespace cli
+{
+
+using namespace orbtexture;
+
+bool LoadTextureOrImage(const std::string& path, EORBTColourSpace imageColourSpace, bool allowShort,
+                        CORBTexture& texture, std::string& reason)
+{
+    if (IsReadableImageExtension(FileExtension(path)))
+        return LoadImageFile(path, imageColourSpace, texture, reason);
+    texture = CORBTexture(path.c_str());
+    if (!texture.getDataPtr())
+    {
+        reason = ORBTGetLastError();
+        return false;
+    }
+    const uint64_t shortfall = ORBTGetLastLoadShortfall();
+    if (shortfall && !allowShort)
+    {
+        reason = "pixel data short by " + std::to_string(shortfall) + " bytes";
+        return false;
+    }
+    return true;
+}
+
+void StandardTypeFor(const CORBTexture& texture, PixelType& format, EORBTVariableType& channelType)
+{
+    PixelType layout = texture.getPixelType();
+    EORBTVariableType type = texture.getChannelType();
+    if (layout.isNamedFormat())
+    {
+        if (DXTSelector(layout))
+            layout = PixelType(ORBStandard8PixelType), type = eVarUnsignedByteNorm;
+        else
+            IntermediateTranscodeFormat(texture.getPixelType(), texture.getChannelType(), layout, type);
+    }
+    unsigned widest = 0;
+    for (unsigned i = 0; i < 4; ++i)
+        widest = std::max<unsigned>(widest, layout.channelBits(i));
+
+    if (type == eVarUnsignedByteNorm && widest <= 8)
+        format = PixelType(ORBStandard8PixelType), channelType = eVarUnsignedByteNorm;
+    else if ((type == eVarUnsignedByteNorm || type == eVarUnsignedShortNorm) && widest <= 16)
+        format = PixelType(ORBStandard16PixelType), channelType = eVarUnsignedShortNorm;
+    else if (type == eVarUnsignedIntegerNorm)
+        format = PixelType(ORBStandard32PixelType), channelType = eVarUnsignedIntegerNorm;
+    else
+        format = PixelType(ORBStandard32PixelType), channelType = eVarSignedFloat;
+}
+
+bool MakeStandard(CORBTexture& texture, std::string& reason)
+{
+    if (isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
+        return true;
+    PixelType format;
+    EORBTVariableType channelType;
+    StandardTypeFor(texture, format, channelType);
+    const std::string from = PixelFormatName(texture.getPixelType().PixelTypeID) + " " +
+                             ChannelTypeShortName(texture.getChannelType());
+    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
+        return false;
+    if (!ConvertReads(texture.getPixelType()) ||
+        !Transcode(texture, format, channelType, texture.getColourSpace(), ECompressorQuality(0)))
+    {
+        reason = "cannot convert " + from + " to " + PixelFormatName(format.PixelTypeID) + " " +
+                 ChannelTypeShortName(channelType);
+        return false;
+    }
+    return true;
+}
+
+} // namespace cli
