@@ -253,12 +253,8 @@ bool ResizeCanvas(CORBTexture& texture, const unsigned int& newWidth, const unsi
         newDepth == texture.getDepth() && offsetX == 0 && offsetY == 0 && offsetZ == 0)
         return true;
 
-    CORBTextureHeader header(texture.getHeader());
-    header.setWidth(newWidth);
-    header.setHeight(newHeight);
-    header.setDepth(newDepth);
-    header.setNumMIPLevels(1);
-    if (!FitsInMemory(header))
+    CORBTextureHeader header;
+    if (!ResizedHeader(texture, newWidth, newHeight, newDepth, header))
         return false;
     CORBTexture canvas = ZeroedTexture(header);
     RescaleBorder(texture, canvas);
@@ -335,12 +331,8 @@ bool Border(CORBTexture& texture, unsigned int borderX, unsigned int borderY, un
                    depth = texture.getDepth() + 2ull * borderZ;
     if (width > UINT32_MAX || height > UINT32_MAX || depth > UINT32_MAX)
         return false;
-    CORBTextureHeader header(texture.getHeader());
-    header.setWidth(uint32_t(width));
-    header.setHeight(uint32_t(height));
-    header.setDepth(uint32_t(depth));
-    header.setNumMIPLevels(1);
-    if (!FitsInMemory(header))
+    CORBTextureHeader header;
+    if (!ResizedHeader(texture, uint32_t(width), uint32_t(height), uint32_t(depth), header))
         return false;
     CORBTexture bordered = ZeroedTexture(header);
 

@@ -96,9 +96,17 @@ void LinearPass(const CORBTexture& a, const CORBTexture& b, CORBTexture& out, Pi
     });
 }
 
-bool ValidPicturePair(const CORBTexture& a, const CORBTexture& b)
+// The empty output of a difference picture: false when the pair is invalid or
+// the picture would not fit in memory.
+bool MakePicture(const CORBTexture& a, const CORBTexture& b, CORBTexture& out)
 {
-    return TexturesAreValidForDiff(a, b, 0, 0, 0) && a.getDataPtr() && b.getDataPtr();
+    if (!TexturesAreValidForDiff(a, b, 0, 0, 0) || !a.getDataPtr() || !b.getDataPtr())
+        return false;
+    const CORBTextureHeader header = PictureHeader(a, b);
+    if (!FitsInMemory(header))
+        return false;
+    out = CORBTexture(header);
+    return true;
 }
 
 } // namespace
@@ -202,14 +210,13 @@ ChannelDiffResult GetPSNRValue(const CORBTexture& a, const CORBTexture& b, const
 
 CORBTexture ColourDiff(const CORBTexture& a, const CORBTexture& b, float multiplier)
 {
-    if (!ValidPicturePair(a, b))
+    CORBTexture out;
+    if (!MakePicture(a, b, out))
         return CORBTexture();
-    const CORBTextureHeader header = PictureHeader(a, b);
+    const CORBTextureHeader& header = out.getHeader();
     const uint32_t pixels = header.getTextureSize(-1, true, true);
-    if (a.getTextureSize(-1, true, true) < pixels || b.getTextureSize(-1, true, true) < pixels ||
-        !FitsInMemory(header))
+    if (a.getTextureSize(-1, true, true) < pixels || b.getTextureSize(-1, true, true) < pixels)
         return CORBTexture();
-    CORBTexture out(header);
 
     ForEachSurface(header, [&](uint32_t mip, uint32_t member, uint32_t face) {
         const size_t count = size_t(header.getWidth(mip)) * header.getHeight(mip) * header.getDepth(mip);
@@ -235,12 +242,9 @@ CORBTexture ColourDiff(const CORBTexture& a, const CORBTexture& b, float multipl
 
 CORBTexture ToleranceDiff(const CORBTexture& a, const CORBTexture& b, float tolerance)
 {
-    if (!ValidPicturePair(a, b))
+    CORBTexture out;
+    if (!MakePicture(a, b, out))
         return CORBTexture();
-    const CORBTextureHeader header = PictureHeader(a, b);
-    if (!FitsInMemory(header))
-        return CORBTexture();
-    CORBTexture out(header);
     LinearPass(a, b, out, [tolerance](const double* na, const double* nb, uint8_t* o) {
         double c[4];
         bool equal = true, within = true;
@@ -258,12 +262,9 @@ CORBTexture ToleranceDiff(const CORBTexture& a, const CORBTexture& b, float tole
 
 CORBTexture BlendDiff(const CORBTexture& a, const CORBTexture& b, float blend)
 {
-    if (!ValidPicturePair(a, b))
+    CORBTexture out;
+    if (!MakePicture(a, b, out))
         return CORBTexture();
-    const CORBTextureHeader header = PictureHeader(a, b);
-    if (!FitsInMemory(header))
-        return CORBTexture();
-    CORBTexture out(header);
     blend = std::min(std::max(blend, 0.0f), 1.0f);
     LinearPass(a, b, out, [blend](const double* na, const double* nb, uint8_t* o) {
         for (unsigned k = 0; k < 4; ++k)

@@ -264,6 +264,7 @@ double calculateDownscalePosition(unsigned int index, unsigned int size, double 
 {
     if (size == 1)
         return 0.0;
+    // An axis that keeps its size drifts from 1 to size - 2; resampled images have always had it.
     const double t = double(index) / double(size - 1);
     return (1.0 - t) * (1.0 - inverseRatio) + inverseRatio * t + (index + t) * ratio - 2.0 * t;
 }
@@ -362,12 +363,8 @@ bool Resize(CORBTexture& texture, const unsigned int& newWidth, const unsigned i
     if (!texture.getDataPtr())
         return false;
 
-    CORBTextureHeader header(texture.getHeader());
-    header.setWidth(newWidth);
-    header.setHeight(newHeight);
-    header.setDepth(newDepth);
-    header.setNumMIPLevels(1);
-    if (!FitsInMemory(header))
+    CORBTextureHeader header;
+    if (!ResizedHeader(texture, newWidth, newHeight, newDepth, header))
         return false;
     CORBTexture resized(header);
     RescaleBorder(texture, resized);

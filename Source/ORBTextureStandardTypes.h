@@ -64,6 +64,19 @@ inline bool FitsInMemory(const CORBTextureHeader& header)
     return CheckedTotalDataSize(header.getFileHeader(), bytes);
 }
 
+// A copy of 'header' (metadata included) with a new level-0 size and one MIP
+// level; false when its block would not fit in memory.
+inline bool ResizedHeader(const CORBTextureHeader& header, uint32_t width, uint32_t height, uint32_t depth,
+                          CORBTextureHeader& resized)
+{
+    resized = header;
+    resized.setWidth(width);
+    resized.setHeight(height);
+    resized.setDepth(depth);
+    resized.setNumMIPLevels(1);
+    return FitsInMemory(resized);
+}
+
 // Sets the border of 'texture' to that of 'old' scaled by the change of level-0
 // size, per axis new size x border / old size, truncated.
 inline void RescaleBorder(const CORBTextureHeader& old, CORBTextureHeader& texture)
