@@ -21,13 +21,13 @@ struct TypeTag
 
 // Factor that reads a channel as a fraction of full scale, as float images hold it.
 template <typename T>
-constexpr float kNormalisedFactor = 1.0f;
+inline constexpr float kNormalisedFactor = 1.0f;
 template <>
-constexpr float kNormalisedFactor<unsigned char> = 0.003921569f;
+inline constexpr float kNormalisedFactor<unsigned char> = 0.003921569f;
 template <>
-constexpr float kNormalisedFactor<unsigned short> = 1.5259022e-5f;
+inline constexpr float kNormalisedFactor<unsigned short> = 1.5259022e-5f;
 template <>
-constexpr float kNormalisedFactor<unsigned int> = 2.3283064e-10f;
+inline constexpr float kNormalisedFactor<unsigned int> = 2.3283064e-10f;
 
 // Calls op(TypeTag<T>) with the channel type of a standard texture; false for
 // any other texture.
