@@ -22,6 +22,12 @@ namespace orbtexture
 ORBT_API unsigned int ETCCompress(const void* input, void* output, const unsigned int& width,
                                   const unsigned int& height, int quality, unsigned int format, bool isSigned);
 
+// ETCCompress spreads rows of blocks over this many threads (at most one a
+// row); the output does not depend on it. The default is the hardware
+// concurrency; an override of 0 goes back to it.
+ORBT_API void ETCSetThreadCountOverride(unsigned int count);
+ORBT_API unsigned int ETCThreadCount();
+
 // Decodes to width x height pixels in the layouts above (no padding).
 // Returns width * height * channels (bytes for 6, 22, 23, 24; two-byte
 // values count as 2 and 4 for 25 and 26), or 0 for an unknown format.

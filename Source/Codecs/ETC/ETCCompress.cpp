@@ -3,7 +3,12 @@
 
 #include "Codecs/ETC/ETCCodec.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 #include "Codecs/ETC/ETCBlockCodec.h"
 
@@ -12,6 +17,8 @@ namespace orbtexture
 
 namespace
 {
+
+std::atomic<unsigned int> threadCountOverride{0};
 
 bool IsETCFormat(unsigned int format) { return format == ePF_ETC1 || (format >= ePF_ETC2_RGB && format <= ePF_EAC_RG11); }
 
@@ -59,6 +66,17 @@ void StoreWords(unsigned char* out, unsigned int word1, unsigned int word2)
 
 } // namespace
 
+void ETCSetThreadCountOverride(unsigned int count) { threadCountOverride.store(count); }
+
+unsigned int ETCThreadCount()
+{
+    const unsigned int forced = threadCountOverride.load();
+    if (forced != 0)
+        return forced;
+    const unsigned int cores = std::thread::hardware_concurrency();
+    return cores ? cores : 1;
+}
+
 unsigned int ETCCompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
                          int quality, unsigned int format, bool isSigned)
 {
@@ -93,11 +111,12 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
     const bool eac = format == ePF_EAC_R11 || format == ePF_EAC_RG11;
     const unsigned short* values = !eac ? nullptr : isSigned ? valueTableSigned() : valueTableUnsigned();
 
-    unsigned char decoded[48];
-    unsigned char rgb[48];
-    unsigned char alpha[16];
-    unsigned short channels[32];
-    for (unsigned int y = 0; y < paddedHeight; y += 4)
+    // One row of blocks; rows are independent, so they run on several threads.
+    const auto compressRow = [&](unsigned int y) {
+        unsigned char decoded[48];
+        unsigned char rgb[48];
+        unsigned char alpha[16];
+        unsigned short channels[32];
         for (unsigned int x = 0; x < paddedWidth; x += 4)
         {
             unsigned char* out = blocks + size_t((y / 4) * (paddedWidth / 4) + x / 4) * BlockBytes(format);
@@ -170,9 +189,40 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
                     compressBlockAlpha16(channels + 1, stride, 0, 0, 4, out + 8, isSigned, values);
                 break;
             }
-            default: return 0;
+            default: break;
             }
         }
+    };
+
+    const unsigned int rows = paddedHeight / 4;
+    const unsigned int threads = std::min(ETCThreadCount(), rows);
+    if (threads <= 1)
+    {
+        for (unsigned int y = 0; y < paddedHeight; y += 4)
+            compressRow(y);
+        return size;
+    }
+    // Each worker takes the next row not yet taken.
+    std::atomic<unsigned int> nextRow{0};
+    const auto worker = [&] {
+        for (unsigned int row = nextRow++; row < rows; row = nextRow++)
+            compressRow(row * 4);
+    };
+    std::vector<std::thread> pool;
+    for (unsigned int t = 1; t < threads; ++t)
+    {
+        try
+        {
+            pool.emplace_back(worker);
+        }
+        catch (const std::system_error&)
+        {
+            break; // fewer threads: the rows are taken by those that run
+        }
+    }
+    worker();
+    for (std::thread& thread : pool)
+        thread.join();
     return size;
 }
 

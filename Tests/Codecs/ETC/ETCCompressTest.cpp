@@ -190,3 +190,34 @@ TEST(ETCTranscode, ThroughTheCodecTableBothWays)
     EXPECT_NEAR(red.getDataPtr()[0], 128, 2);
     EXPECT_EQ(red.getDataPtr()[1], 0);
 }
+
+TEST(ETCCompress, SameBytesOnAnyNumberOfThreads)
+{
+    struct Case
+    {
+        unsigned format, bytesPerPixel;
+        int quality;
+    };
+    const Case cases[] = {{ePF_ETC1, 3, 1},      {ePF_ETC2_RGB, 3, 0},     {ePF_ETC2_RGBA, 4, 1},
+                          {ePF_ETC2_RGB_A1, 4, 0}, {ePF_EAC_RG11, 4, 0}};
+    // 37 x 29: ten rows of blocks with padded edges, more rows than threads.
+    const unsigned width = 37, height = 29;
+    for (const Case& c : cases)
+    {
+        const std::vector<uint8_t> image = Waves(width, height, c.bytesPerPixel);
+        std::vector<std::vector<uint8_t>> results;
+        for (unsigned threads : {1u, 2u, 5u, 64u})
+        {
+            ETCSetThreadCountOverride(threads);
+            EXPECT_EQ(ETCThreadCount(), threads);
+            std::vector<uint8_t> blocks(ETCCompress(nullptr, nullptr, width, height, c.quality, c.format, false));
+            ASSERT_EQ(ETCCompress(image.data(), blocks.data(), width, height, c.quality, c.format, false),
+                      blocks.size());
+            results.push_back(blocks);
+        }
+        ETCSetThreadCountOverride(0);
+        for (size_t i = 1; i < results.size(); ++i)
+            EXPECT_EQ(results[i], results[0]) << "format " << c.format << ", run " << i;
+    }
+    EXPECT_GE(ETCThreadCount(), 1u);
+}
