@@ -62,6 +62,8 @@ void BM_Decompress(benchmark::State& state, unsigned format)
 
 BENCHMARK_CAPTURE(BM_Compress, ETC1_quality0, unsigned(ePF_ETC1), 0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Compress, ETC1_quality1, unsigned(ePF_ETC1), 1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Compress, ETC1_quality2, unsigned(ePF_ETC1), 2)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Compress, ETC1_quality3, unsigned(ePF_ETC1), 3)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Compress, ETC2_RGB_quality0, unsigned(ePF_ETC2_RGB), 0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Compress, ETC2_RGBA_quality0, unsigned(ePF_ETC2_RGBA), 0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Compress, EAC_R11, unsigned(ePF_EAC_R11), 0)->Unit(benchmark::kMillisecond);

@@ -174,7 +174,7 @@ constexpr FormatDescriptor kFormats[] = {
           kBlockCompressors),
     ORBTC("ORBTCII_2bpp", 2, 8, 4, k4443, false),
     ORBTC("ORBTCII_4bpp", 4, 4, 4, k4443, false),
-    Format("ETC1", 4, 4, 4, eIntermediateRGB8, k4444, DecodeETC, EncodeETC, kFastOnly),
+    Format("ETC1", 4, 4, 4, eIntermediateRGB8, k4444, DecodeETC, EncodeETC, kEveryETCQuality),
     Format("DXT1", 4, 4, 4, eIntermediateRGBA8, {5, 6, 5, 1}),
     Format("DXT2", 8, 4, 4, eIntermediateRGBA8, k5658),
     Format("DXT3", 8, 4, 4, eIntermediateRGBA8, k5658),

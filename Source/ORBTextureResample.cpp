@@ -28,7 +28,7 @@ template <typename T>
 T StoreClamped(float value)
 {
     if constexpr (std::is_floating_point_v<T>)
-        return value > 1.0f ? 1.0f : (value > 0.0f ? value : 0.0f);
+        return double(value) > kChannelMax<T> ? T(kChannelMax<T>) : (value > 0.0f ? value : 0.0f);
     else
     {
         if (!(value > 0.0f))

@@ -321,28 +321,7 @@ typename M::Err encodeOrientation(const unsigned char* img, int width, int x, in
     const typename M::Err err1 = tryAllTables<M, W, H>(img, width, x, y, colour1, table1, msb1, lsb1);
     const typename M::Err err2 = tryAllTables<M, W, H>(img, width, x2, y2, colour2, table2, msb2, lsb2);
 
-    unsigned int w1 = 0;
-    for (int ch = 0; ch < 3; ++ch)
-    {
-        const int shift = 27 - 8 * ch;
-        if (differential)
-        {
-            const unsigned int delta = static_cast<unsigned int>(code2[ch] - code1[ch]) & 7u;
-            w1 |= (static_cast<unsigned int>(code1[ch]) << shift) | (delta << (shift - 3));
-        }
-        else
-        {
-            w1 |= (static_cast<unsigned int>(code1[ch]) << (shift + 1)) |
-                  (static_cast<unsigned int>(code2[ch]) << (shift - 3));
-        }
-    }
-    w1 |= (table1 << 5) | (table2 << 2) | (differential ? 2u : 0u) | (Flipped ? 1u : 0u);
-
-    if (Flipped)
-        word2 = ((msb1 | (msb2 << 2)) << 16) | (lsb1 | (lsb2 << 2));
-    else
-        word2 = (msb1 << 16) | (msb2 << 24) | lsb1 | (lsb2 << 8);
-    word1 = w1;
+    packBlockETC1(code1, code2, table1, table2, msb1, lsb1, msb2, lsb2, differential, Flipped, word1, word2);
 
     if (fits)
     {
@@ -573,6 +552,34 @@ unsigned int compressBlockOnlyIndividualAveragePerceptual1000(unsigned char* img
                                                               ETCSubBlockFit* fits)
 {
     return encodeBlock<Percep1000Error, AverageQuant>(img, width, x, y, Mode::OnlyIndividual, word1, word2, fits);
+}
+
+// ---- Packing ----
+
+void packBlockETC1(const int* code1, const int* code2, unsigned int table1, unsigned int table2, unsigned int msb1,
+                   unsigned int lsb1, unsigned int msb2, unsigned int lsb2, bool differential, bool flipped,
+                   unsigned int& word1, unsigned int& word2)
+{
+    unsigned int w1 = 0;
+    for (int ch = 0; ch < 3; ++ch)
+    {
+        const int shift = 27 - 8 * ch;
+        if (differential)
+        {
+            const unsigned int delta = static_cast<unsigned int>(code2[ch] - code1[ch]) & 7u;
+            w1 |= (static_cast<unsigned int>(code1[ch]) << shift) | (delta << (shift - 3));
+        }
+        else
+        {
+            w1 |= (static_cast<unsigned int>(code1[ch]) << (shift + 1)) |
+                  (static_cast<unsigned int>(code2[ch]) << (shift - 3));
+        }
+    }
+    word1 = w1 | (table1 << 5) | (table2 << 2) | (differential ? 2u : 0u) | (flipped ? 1u : 0u);
+    if (flipped)
+        word2 = ((msb1 | (msb2 << 2)) << 16) | (lsb1 | (lsb2 << 2));
+    else
+        word2 = (msb1 << 16) | (msb2 << 24) | lsb1 | (lsb2 << 8);
 }
 
 // ---- Fast selectors and block errors ----

@@ -72,6 +72,12 @@ void compressBlockDiffFlipCombined(unsigned char* img, int width, int x, int y, 
 void compressBlockDiffFlipCombinedPerceptual(unsigned char* img, int width, int x, int y, unsigned int& word1,
                                              unsigned int& word2);
 
+// Packs an ETC1 block from its two colour codes (5-bit for differential,
+// 4-bit for individual), tables and index bits of the two halves.
+void packBlockETC1(const int* code1, const int* code2, unsigned int table1, unsigned int table2, unsigned int msb1,
+                   unsigned int lsb1, unsigned int msb2, unsigned int lsb2, bool differential, bool flipped,
+                   unsigned int& word1, unsigned int& word2);
+
 // One sub-block's result in the forced-mode searches below.
 struct ETCSubBlockFit
 {

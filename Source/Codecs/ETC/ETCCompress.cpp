@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Codecs/ETC/ETCBlockCodec.h"
+#include "Codecs/ETC/ETCExhaustive.h"
 
 namespace orbtexture
 {
@@ -101,8 +102,8 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
         return 0;
     if (!IsETCFormat(format))
         return 0;
-    // The exhaustive searches are not part of this build.
-    if (quality >= 2 && (format == ePF_ETC1 || format == ePF_ETC2_RGB || format == ePF_ETC2_RGBA))
+    // The exhaustive searches of the ETC2 modes are not part of this build.
+    if (quality >= 2 && (format == ePF_ETC2_RGB || format == ePF_ETC2_RGBA))
         return 0;
 
     const unsigned char* image = static_cast<const unsigned char*>(input);
@@ -139,7 +140,11 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
                 }
                 if (format == ePF_ETC1)
                 {
-                    if (perceptual)
+                    if (quality == 2)
+                        compressBlockETC1Exhaustive(source, decoded, sourceWidth, sx, sy, word1, word2);
+                    else if (quality == 3)
+                        compressBlockETC1ExhaustivePerceptual(source, decoded, sourceWidth, sx, sy, word1, word2);
+                    else if (perceptual)
                         compressBlockDiffFlipFastPerceptual(source, decoded, sourceWidth, sx, sy, word1, word2);
                     else
                         compressBlockDiffFlipFast(source, decoded, sourceWidth, sx, sy, word1, word2);

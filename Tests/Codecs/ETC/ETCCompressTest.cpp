@@ -57,9 +57,12 @@ TEST(ETCCompress, SizesQualitiesAndRefusals)
     EXPECT_EQ(ETCCompress(image.data(), out.data(), eight, four, -1, ePF_ETC1, false), 0u);
     EXPECT_EQ(ETCCompress(image.data(), out.data(), eight, four, 0, ePF_ETC1, true), 0u);
     EXPECT_EQ(ETCCompress(image.data(), out.data(), eight, four, 0, ePF_DXT1, false), 0u);
-    // The exhaustive qualities (2 to 5) of ETC1 and ETC2 colour are not in this build.
+    // The exhaustive qualities (2 to 5) of ETC2 colour are not in this build; ETC1's are.
     for (int quality : {2, 3, 4, 5})
-        EXPECT_EQ(ETCCompress(image.data(), out.data(), eight, four, quality, ePF_ETC1, false), 0u) << quality;
+    {
+        EXPECT_EQ(ETCCompress(image.data(), out.data(), eight, four, quality, ePF_ETC2_RGB, false), 0u) << quality;
+        EXPECT_EQ(ETCCompress(image.data(), out.data(), eight, four, quality, ePF_ETC1, false), 16u) << quality;
+    }
 
     // 1-bit alpha and EAC ignore the quality.
     std::vector<uint8_t> a(32), b(32);

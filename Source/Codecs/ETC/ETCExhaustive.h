@@ -1,0 +1,54 @@
+#ifndef ETCEXHAUSTIVE_H
+#define ETCEXHAUSTIVE_H
+
+// Exhaustive ETC1 search: every representable base colour of the individual
+// (4-bit) and differential (5-bit) modes, with every modifier table. The
+// searches read an RGB image (3 bytes a pixel) of row width 'width' at pixel
+// (x, y). 'limit' is the best error known: a search reports only a strictly
+// better block, leaving word1 and word2 untouched otherwise, and returns the
+// error of what it found (the mode's error cap when nothing). Ties go to the
+// earlier colour (red outermost, blue innermost) and the earlier table.
+//
+// The plain forms sum squared channel differences; the Perceptual forms weigh
+// them by 299, 587 and 114 (cap 1040400000 instead of 3121200).
+
+#include "Codecs/ETC/ETCBlockCodec.h"
+
+namespace orbtexture
+{
+
+unsigned int compressBlockIndividualExhaustive(unsigned char* img, int width, int x, int y, unsigned int& word1,
+                                               unsigned int& word2, unsigned int limit);
+unsigned int compressBlockIndividualExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                         unsigned int& word1, unsigned int& word2, unsigned int limit);
+unsigned int compressBlockDifferentialExhaustive(unsigned char* img, int width, int x, int y, unsigned int& word1,
+                                                 unsigned int& word2, unsigned int limit);
+unsigned int compressBlockDifferentialExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                           unsigned int& word1, unsigned int& word2,
+                                                           unsigned int limit);
+
+// The best errors of the four sub-blocks (left, right, top, bottom) for one
+// 8-bit base colour, over the eight tables. 'precalc*' hold, per channel, per
+// 8-bit value, per table and pixel of the sub-block, the four modifiers'
+// weighted squared errors (see the search); a sub-block stops as soon as its
+// error reaches 'limit', and its best stays as it was unless strictly beaten.
+void tryalltables_3bittable_all_subblocks_using_precalc(unsigned char* img, unsigned char* colour,
+                                                        unsigned int* precalcLeft, unsigned int* precalcRight,
+                                                        unsigned int* precalcTop, unsigned int* precalcBottom,
+                                                        unsigned int& bestLeft, unsigned int& bestRight,
+                                                        unsigned int& bestTop, unsigned int& bestBottom,
+                                                        unsigned int limit);
+
+// ETC1 at the exhaustive qualities: the fast block, then the individual and
+// differential searches bounded by it; the strictly best of differential,
+// individual and fast (in that order of replacement) is kept. 'work' receives
+// the fast block decoded. Returns the block's error (plain squares, or the
+// perceptual weights in thousandths).
+unsigned int compressBlockETC1Exhaustive(unsigned char* img, unsigned char* work, int width, int x, int y,
+                                         unsigned int& word1, unsigned int& word2);
+unsigned int compressBlockETC1ExhaustivePerceptual(unsigned char* img, unsigned char* work, int width, int x, int y,
+                                                   unsigned int& word1, unsigned int& word2);
+
+} // namespace orbtexture
+
+#endif

@@ -1,0 +1,170 @@
+// The exhaustive ETC1 searches against a plain search over every colour, and
+// the quality they buy.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Codecs/ETC/ETCAverageSearch.h"
+#include "Codecs/ETC/ETCCodec.h"
+#include "Codecs/ETC/ETCExhaustive.h"
+
+using namespace orbtexture;
+
+namespace
+{
+
+// A 4 x 4 RGB block of noise around a colour, seeded.
+std::vector<uint8_t> NoisyBlock(unsigned seed, int spread)
+{
+    std::vector<uint8_t> block(48);
+    uint32_t state = seed * 2654435761u + 1;
+    const int base[3] = {int(seed * 53 % 256), int(seed * 97 % 256), int(seed * 31 % 256)};
+    for (int i = 0; i < 48; ++i)
+    {
+        state = state * 1664525u + 1013904223u;
+        const int v = base[i % 3] + int(state >> 24) % (2 * spread + 1) - spread;
+        block[i] = uint8_t(std::clamp(v, 0, 255));
+    }
+    return block;
+}
+
+// Least error of each sub-block (left, right, top, bottom) for every colour of
+// 'bits' bits a channel, by the single-table block function.
+std::vector<std::vector<unsigned>> AllSubBlockErrors(std::vector<uint8_t>& block, int bits)
+{
+    const int levels = 1 << bits;
+    std::vector<std::vector<unsigned>> errors(4, std::vector<unsigned>(size_t(levels) * levels * levels));
+    for (int c = 0; c < levels * levels * levels; ++c)
+    {
+        const int code[3] = {c / levels / levels, c / levels % levels, c % levels};
+        unsigned char colour[3];
+        for (int ch = 0; ch < 3; ++ch)
+            colour[ch] = uint8_t(bits == 4 ? code[ch] * 17 : (code[ch] << 3) | (code[ch] >> 2));
+        for (int s = 0; s < 4; ++s)
+        {
+            unsigned best = ~0u;
+            for (int row = 0; row < 16; row += 2)
+            {
+                unsigned msb, lsb;
+                const unsigned e =
+                    s < 2 ? compressBlockWithTable2x4(block.data(), 4, 2 * s, 0, colour, row, &msb, &lsb)
+                          : compressBlockWithTable4x2(block.data(), 4, 0, 2 * (s - 2), colour, row, &msb, &lsb);
+                best = std::min(best, e);
+            }
+            errors[s][c] = best;
+        }
+    }
+    return errors;
+}
+
+unsigned DecodedError(std::vector<uint8_t>& block, unsigned word1, unsigned word2)
+{
+    unsigned char decoded[48];
+    decompressBlockDiffFlip(word1, word2, decoded, 4, 0, 0);
+    return unsigned(calcBlockErrorRGB(block.data(), decoded, 4, 0, 0));
+}
+
+} // namespace
+
+TEST(ETCExhaustive, IndividualAndDifferentialFindTheLeastError)
+{
+    for (unsigned seed : {3u, 8u})
+    {
+        std::vector<uint8_t> block = NoisyBlock(seed, 40);
+        const auto individual = AllSubBlockErrors(block, 4);
+        const auto least = [](const std::vector<unsigned>& e) { return *std::min_element(e.begin(), e.end()); };
+        const unsigned expectedIndividual =
+            std::min(least(individual[0]) + least(individual[1]), least(individual[2]) + least(individual[3]));
+
+        const auto differential = AllSubBlockErrors(block, 5);
+        unsigned expectedDifferential = ~0u;
+        for (int flip = 0; flip < 2; ++flip)
+            for (int c1 = 0; c1 < 32768; ++c1)
+                for (int d = 0; d < 512; ++d)
+                {
+                    const int r = c1 / 1024 + d / 64 - 4, g = c1 / 32 % 32 + d / 8 % 8 - 4, b = c1 % 32 + d % 8 - 4;
+                    if (r < 0 || r > 31 || g < 0 || g > 31 || b < 0 || b > 31)
+                        continue;
+                    expectedDifferential = std::min(expectedDifferential, differential[2 * flip][c1] +
+                                                                              differential[2 * flip + 1][(r * 32 + g) * 32 + b]);
+                }
+
+        unsigned w1 = 0, w2 = 0;
+        EXPECT_EQ(compressBlockIndividualExhaustive(block.data(), 4, 0, 0, w1, w2, 3121199), expectedIndividual);
+        EXPECT_EQ(w1 & 2u, 0u); // individual mode
+        EXPECT_EQ(DecodedError(block, w1, w2), expectedIndividual);
+        EXPECT_EQ(compressBlockDifferentialExhaustive(block.data(), 4, 0, 0, w1, w2, 3121199), expectedDifferential);
+        EXPECT_EQ(w1 & 2u, 2u);
+        EXPECT_EQ(DecodedError(block, w1, w2), expectedDifferential);
+
+        // A limit at the best error finds nothing and leaves the words alone.
+        unsigned u1 = 7, u2 = 9;
+        EXPECT_EQ(compressBlockDifferentialExhaustive(block.data(), 4, 0, 0, u1, u2, expectedDifferential), 3121200u);
+        EXPECT_EQ(compressBlockIndividualExhaustive(block.data(), 4, 0, 0, u1, u2, 0), 3121200u);
+        EXPECT_EQ(u1, 7u);
+        EXPECT_EQ(u2, 9u);
+    }
+}
+
+TEST(ETCExhaustive, NeverWorseThanTheFastBlock)
+{
+    unsigned char work[48];
+    for (unsigned seed = 1; seed < 12; ++seed)
+    {
+        std::vector<uint8_t> block = NoisyBlock(seed, int(seed * 9));
+        unsigned f1, f2, e1, e2, p1, p2;
+        const double fast = compressBlockDiffFlipFast(block.data(), work, 4, 0, 0, f1, f2);
+        const unsigned exhaustive = compressBlockETC1Exhaustive(block.data(), work, 4, 0, 0, e1, e2);
+        EXPECT_LE(exhaustive, unsigned(fast)) << seed;
+        EXPECT_EQ(DecodedError(block, e1, e2), exhaustive) << seed;
+
+        const double fastPerceptual = compressBlockDiffFlipFastPerceptual(block.data(), work, 4, 0, 0, f1, f2);
+        const unsigned perceptual = compressBlockETC1ExhaustivePerceptual(block.data(), work, 4, 0, 0, p1, p2);
+        EXPECT_LE(perceptual, unsigned(std::lround(fastPerceptual * 1000.0))) << seed;
+        decompressBlockDiffFlip(p1, p2, work, 4, 0, 0);
+        EXPECT_NEAR(calcBlockPerceptualErrorRGB(block.data(), work, 4, 0, 0) * 1000.0, perceptual, 1.0) << seed;
+    }
+
+    // A block the fast search reproduces exactly keeps the fast words.
+    bool exact = false;
+    for (int v = 0; v < 256 && !exact; ++v)
+    {
+        std::vector<uint8_t> flat(48, uint8_t(v));
+        unsigned f1, f2, e1 = 0, e2 = 0;
+        if (compressBlockDiffFlipFast(flat.data(), work, 4, 0, 0, f1, f2) != 0.0)
+            continue;
+        exact = true;
+        EXPECT_EQ(compressBlockETC1Exhaustive(flat.data(), work, 4, 0, 0, e1, e2), 0u);
+        EXPECT_EQ(e1, f1);
+        EXPECT_EQ(e2, f2);
+    }
+    EXPECT_TRUE(exact);
+}
+
+TEST(ETCExhaustive, ThroughETCCompressOnEveryThreadCount)
+{
+    const unsigned width = 13, height = 10;
+    std::vector<uint8_t> image(width * height * 3);
+    for (size_t i = 0; i < image.size(); ++i)
+        image[i] = uint8_t(128 + 100 * std::sin(0.7 * double(i % (width * 3)) + 0.4 * double(i / (width * 3))));
+    const std::vector<uint8_t> copy = image;
+    for (int quality : {2, 5})
+    {
+        std::vector<std::vector<uint8_t>> results;
+        for (unsigned threads : {1u, 3u})
+        {
+            ETCSetThreadCountOverride(threads);
+            std::vector<uint8_t> blocks(ETCCompress(nullptr, nullptr, width, height, quality, ePF_ETC1, false));
+            ASSERT_EQ(ETCCompress(image.data(), blocks.data(), width, height, quality, ePF_ETC1, false),
+                      blocks.size());
+            results.push_back(blocks);
+        }
+        ETCSetThreadCountOverride(0);
+        EXPECT_EQ(results[0], results[1]) << quality;
+    }
+    EXPECT_EQ(image, copy);
+}
