@@ -49,6 +49,50 @@ unsigned int compressBlockETC1Exhaustive(unsigned char* img, unsigned char* work
 unsigned int compressBlockETC1ExhaustivePerceptual(unsigned char* img, unsigned char* work, int width, int x, int y,
                                                    unsigned int& word1, unsigned int& word2);
 
+// ---- T and H (ETCExhaustiveTH.cpp) ----
+// Every pair of 4-bit colours, bounded by the fastest block of the mode and
+// 'limit'; the packed 59-bit (T) or 58-bit (H) form goes to packed1/packed2
+// when a strictly better pair is found.
+unsigned int compressBlockTHUMB59TExhaustive(unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                                             unsigned int& packed2, unsigned int limit);
+unsigned int compressBlockTHUMB59TExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                       unsigned int& packed1, unsigned int& packed2,
+                                                       unsigned int limit);
+unsigned int compressBlockTHUMB58HExhaustive(unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                                             unsigned int& packed2, unsigned int limit);
+unsigned int compressBlockTHUMB58HExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                       unsigned int& packed1, unsigned int& packed2,
+                                                       unsigned int limit);
+
+// Per-pixel error tables of the block at (x, y), plain or weighted. col0 (T)
+// and the H tables hold [colour][distance 0..7][pixel 0..15]: the least error
+// against c + d and c - d (limited to 0..255), for T also against c; col1 (T)
+// holds [colour][pixel] against c alone. Colours are 4-bit codes: red (16
+// entries), red * 16 + green (256), or red * 256 + green * 16 + blue (4096).
+void precalcError59T_col0_R(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcError59T_col0_RG(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcError59T_col0_RGB(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcError59T_col1_R(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcError59T_col1_RG(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcError59T_col1_RGB(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcErrorR_58H(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcErrorRG_58H(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+void precalcError58H(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual);
+
+// Least over the eight distances of the summed per-pixel least error of the
+// two colours; a distance stops once its sum reaches 'best'. The R and RG
+// forms are lower bounds of every colour pair sharing those channels, the RGB
+// forms the true error.
+unsigned int calculateError59TusingPrecalcR(const unsigned int* col0, const unsigned int* col1, int red0, int red1,
+                                            unsigned int best);
+unsigned int calculateError59TusingPrecalcRG(const unsigned int* col0, const unsigned int* col1, int colour0,
+                                             int colour1, unsigned int best);
+unsigned int calculateError59TusingPrecalcRGB(const unsigned int* col0, const unsigned int* col1, int colour0,
+                                              int colour1, unsigned int best);
+unsigned int calculateErrorFromPrecalcR58H(const unsigned int* table, int red0, int red1, unsigned int best);
+unsigned int calculateErrorFromPrecalcRG58H(const unsigned int* table, int colour0, int colour1, unsigned int best);
+unsigned int calculateErrorFromPrecalc58H(const unsigned int* table, int colour0, int colour1, unsigned int best);
+
 } // namespace orbtexture
 
 #endif

@@ -386,18 +386,15 @@ unsigned int thumb59T(Clusterer cluster, unsigned char* img, int width, int x, i
     return err;
 }
 
-template <bool Perceptual>
-unsigned int thumb58H(Clusterer cluster, unsigned char* img, int width, int x, int y, unsigned int& packed1,
-                      unsigned int& packed2)
+} // namespace
+
+unsigned int compressCodes58H(unsigned char* img, int width, int x, int y, unsigned char (*codes)[3],
+                              unsigned int& packed1, unsigned int& packed2, bool perceptual)
 {
-    unsigned char colours[2][3];
-    unsigned char codes[2][3];
-    cluster(img, width, x, y, colours);
-    compressColor(4, 4, 4, colours, codes);
-    sortColorsRGB444(codes);
     unsigned char distance;
     unsigned int indices;
-    const unsigned int err = error58H<Perceptual>(img, width, x, y, codes, distance, indices);
+    const unsigned int err = perceptual ? error58H<true>(img, width, x, y, codes, distance, indices)
+                                        : error58H<false>(img, width, x, y, codes, distance, indices);
     // The lowest distance bit is the colour order: 1 when the first is not
     // below the second. Swapping the colours exchanges paints 0/1 and 2/3.
     const unsigned int orderBit = value444(codes[0]) < value444(codes[1]) ? 0u : 1u;
@@ -408,6 +405,21 @@ unsigned int thumb58H(Clusterer cluster, unsigned char* img, int width, int x, i
     }
     packBlock58H(codes, distance, indices, packed1, packed2);
     return err;
+}
+
+namespace
+{
+
+template <bool Perceptual>
+unsigned int thumb58H(Clusterer cluster, unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                      unsigned int& packed2)
+{
+    unsigned char colours[2][3];
+    unsigned char codes[2][3];
+    cluster(img, width, x, y, colours);
+    compressColor(4, 4, 4, colours, codes);
+    sortColorsRGB444(codes);
+    return compressCodes58H(img, width, x, y, codes, packed1, packed2, Perceptual);
 }
 
 // ---- Planar fit ----

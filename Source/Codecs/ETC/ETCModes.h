@@ -98,6 +98,11 @@ unsigned int calculateErrorAndCompress58Hperceptual1000(unsigned char* img, int 
 // Packed forms from 4-bit codes, a distance index and sequence-form indices.
 // packBlock58H takes the full three-bit distance and expects the colour
 // order to encode its lowest bit already.
+// The H block of two 4-bit colours (any order, not equal): distance and
+// indices by calculateErrorAndCompress58H, then the colour order set to
+// carry the distance's low bit. Returns the error.
+unsigned int compressCodes58H(unsigned char* img, int width, int x, int y, unsigned char (*codes)[3],
+                              unsigned int& packed1, unsigned int& packed2, bool perceptual);
 void packBlock59T(unsigned char (*codes)[3], unsigned char distance, unsigned int indices, unsigned int& packed1,
                   unsigned int& packed2);
 void packBlock58H(unsigned char (*codes)[3], unsigned char distance, unsigned int indices, unsigned int& packed1,

@@ -11,6 +11,7 @@
 #include "Codecs/ETC/ETCAverageSearch.h"
 #include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ETC/ETCExhaustive.h"
+#include "Codecs/ETC/ETCModes.h"
 
 using namespace orbtexture;
 
@@ -167,4 +168,108 @@ TEST(ETCExhaustive, ThroughETCCompressOnEveryThreadCount)
         EXPECT_EQ(results[0], results[1]) << quality;
     }
     EXPECT_EQ(image, copy);
+}
+
+namespace
+{
+
+// A block painted with the four paints of a T or H block, in a fixed pattern.
+std::vector<uint8_t> PaintedBlock(const unsigned char (&codes)[2][3], unsigned char distance, bool t)
+{
+    unsigned char colours[2][3], paints[4][3];
+    for (int i = 0; i < 2; ++i)
+        for (int ch = 0; ch < 3; ++ch)
+            colours[i][ch] = uint8_t(codes[i][ch] * 17);
+    if (t)
+        calculatePaintColors59T(distance, 1, colours, paints);
+    else
+        calculatePaintColors58H(distance, 0, colours, paints);
+    std::vector<uint8_t> block(48);
+    for (int p = 0; p < 16; ++p)
+        for (int ch = 0; ch < 3; ++ch)
+            block[p * 3 + ch] = paints[(p * 7 + p / 5) % 4][ch];
+    return block;
+}
+
+unsigned PackedError(std::vector<uint8_t>& block, unsigned packed1, unsigned packed2, bool t)
+{
+    unsigned char decoded[48];
+    if (t)
+        decompressBlockTHUMB59T(packed1, packed2, decoded, 4, 0, 0);
+    else
+        decompressBlockTHUMB58H(packed1, packed2, decoded, 4, 0, 0);
+    return unsigned(calcBlockErrorRGB(block.data(), decoded, 4, 0, 0));
+}
+
+} // namespace
+
+TEST(ETCExhaustive, TAndHFindBlocksTheirModeHoldsExactly)
+{
+    const unsigned char tCodes[2][3] = {{3, 7, 12}, {9, 2, 5}}, hCodes[2][3] = {{12, 3, 8}, {4, 10, 1}};
+    for (bool t : {true, false})
+    {
+        // The fastest block may already be exact; then the search finds nothing better.
+        std::vector<uint8_t> block = PaintedBlock(t ? tCodes : hCodes, 3, t);
+        unsigned f1, f2, p1 = 0, p2 = 0;
+        const unsigned fastest = t ? compressBlockTHUMB59TFastest(block.data(), 4, 0, 0, f1, f2)
+                                   : compressBlockTHUMB58HFastest(block.data(), 4, 0, 0, f1, f2);
+        const unsigned error = t ? compressBlockTHUMB59TExhaustive(block.data(), 4, 0, 0, p1, p2, 3121199)
+                                 : compressBlockTHUMB58HExhaustive(block.data(), 4, 0, 0, p1, p2, 3121199);
+        EXPECT_EQ(error, fastest == 0 ? 3121200u : 0u) << t;
+        if (fastest != 0)
+        {
+            EXPECT_EQ(PackedError(block, p1, p2, t), 0u) << t;
+        }
+    }
+    // On noise: never worse than the fastest block, and the error reported is the block's.
+    for (unsigned seed : {4u, 9u})
+    {
+        std::vector<uint8_t> block = NoisyBlock(seed, 50);
+        unsigned f1, f2, e1 = 0, e2 = 0;
+        const unsigned fastT = compressBlockTHUMB59TFastest(block.data(), 4, 0, 0, f1, f2);
+        const unsigned t = compressBlockTHUMB59TExhaustive(block.data(), 4, 0, 0, e1, e2, 3121199);
+        EXPECT_EQ(t < fastT ? PackedError(block, e1, e2, true) : 3121200u, t);
+        const unsigned fastH = compressBlockTHUMB58HFastest(block.data(), 4, 0, 0, f1, f2);
+        const unsigned h = compressBlockTHUMB58HExhaustive(block.data(), 4, 0, 0, e1, e2, 3121199);
+        EXPECT_EQ(h < fastH ? PackedError(block, e1, e2, false) : 3121200u, h);
+        // A limit of 0 finds nothing.
+        unsigned u1 = 5, u2 = 6;
+        EXPECT_EQ(compressBlockTHUMB59TExhaustive(block.data(), 4, 0, 0, u1, u2, 0), 3121200u);
+        EXPECT_EQ(u1 + u2, 11u);
+    }
+}
+
+TEST(ETCExhaustive, PartialErrorsBoundTheWholeError)
+{
+    std::vector<uint8_t> block = NoisyBlock(6, 60);
+    std::vector<unsigned> col0R(16 * 128), col1R(16 * 16), col0RG(256 * 128), col1RG(256 * 16), col0(4096 * 128),
+        col1(4096 * 16), hR(16 * 128), hRG(256 * 128), h(4096 * 128);
+    precalcError59T_col0_R(block.data(), 4, 0, 0, col0R.data(), false);
+    precalcError59T_col1_R(block.data(), 4, 0, 0, col1R.data(), false);
+    precalcError59T_col0_RG(block.data(), 4, 0, 0, col0RG.data(), false);
+    precalcError59T_col1_RG(block.data(), 4, 0, 0, col1RG.data(), false);
+    precalcError59T_col0_RGB(block.data(), 4, 0, 0, col0.data(), false);
+    precalcError59T_col1_RGB(block.data(), 4, 0, 0, col1.data(), false);
+    precalcErrorR_58H(block.data(), 4, 0, 0, hR.data(), false);
+    precalcErrorRG_58H(block.data(), 4, 0, 0, hRG.data(), false);
+    precalcError58H(block.data(), 4, 0, 0, h.data(), false);
+    for (int i = 0; i < 200; ++i)
+    {
+        const int c0 = (i * 2731) % 4096, c1 = (i * 977 + 5) % 4096;
+        const unsigned none = ~0u;
+        unsigned char codes[2][3] = {{uint8_t(c1 >> 8), uint8_t(c1 >> 4 & 15), uint8_t(c1 & 15)},
+                                     {uint8_t(c0 >> 8), uint8_t(c0 >> 4 & 15), uint8_t(c0 & 15)}};
+        unsigned char distance;
+        unsigned indices;
+        const unsigned t = calculateError59TusingPrecalcRGB(col0.data(), col1.data(), c0, c1, none);
+        EXPECT_EQ(t, calculateError59TnoSwap(block.data(), 4, 0, 0, codes, distance, indices));
+        EXPECT_LE(calculateError59TusingPrecalcRG(col0RG.data(), col1RG.data(), c0 >> 4, c1 >> 4, none), t);
+        EXPECT_LE(calculateError59TusingPrecalcR(col0R.data(), col1R.data(), c0 >> 8, c1 >> 8, none),
+                  calculateError59TusingPrecalcRG(col0RG.data(), col1RG.data(), c0 >> 4, c1 >> 4, none));
+        const unsigned hError = calculateErrorFromPrecalc58H(h.data(), c0, c1, none);
+        EXPECT_EQ(hError, calculateErrorAndCompress58H(block.data(), 4, 0, 0, codes, distance, indices));
+        EXPECT_LE(calculateErrorFromPrecalcRG58H(hRG.data(), c0 >> 4, c1 >> 4, none), hError);
+        EXPECT_LE(calculateErrorFromPrecalcR58H(hR.data(), c0 >> 8, c1 >> 8, none),
+                  calculateErrorFromPrecalcRG58H(hRG.data(), c0 >> 4, c1 >> 4, none));
+    }
 }

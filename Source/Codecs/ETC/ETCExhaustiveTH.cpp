@@ -1,0 +1,328 @@
+// Exhaustive T and H searches: every pair of 4-bit colours, pruned by lower
+// bounds from the red, and the red and green, channels alone.
+
+#include "Codecs/ETC/ETCExhaustive.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "Codecs/ETC/ETCModes.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+constexpr unsigned int kCap = 3121200u;
+constexpr unsigned int kCapPerceptual = 1040400000u;
+
+// Per-pixel errors of the block: [colour][distance][pixel] for a colour with
+// paints (the T pair of c + d, c, c - d, or the H pair of c + d, c - d), and
+// [colour][pixel] for the single T colour. Colours are 12-bit (red in the high
+// nibble); the red tables index by red alone, the red-green ones by red and
+// green. Kept per thread, refilled for every block.
+struct TablesTH
+{
+    std::vector<unsigned int> pairR, pairRG, pairRGB; // [colours][8][16]
+    std::vector<unsigned int> singleR, singleRG, singleRGB; // [colours][16]
+    TablesTH()
+        : pairR(16 * 128), pairRG(256 * 128), pairRGB(4096 * 128), singleR(16 * 16), singleRG(256 * 16),
+          singleRGB(4096 * 16)
+    {
+    }
+};
+
+TablesTH& ThreadTables()
+{
+    thread_local TablesTH tables;
+    return tables;
+}
+
+// The weighted squared error of one channel.
+struct Squares
+{
+    const unsigned int* channel[3];
+};
+
+const Squares kPlainSquares = {{square_table, square_table, square_table}};
+const Squares kPerceptualSquares = {{square_table_percep_red, square_table_percep_green, square_table_percep_blue}};
+
+// Fills the tables of 'channels' channels (1: red, 2: red and green, 3: all)
+// with the paints of T (three: c + d, c, c - d) or H (two: c + d, c - d).
+void FillTables(const unsigned char* img, int width, int x, int y, const Squares& squares, bool threePaints,
+                const int* distances, int channels, unsigned int* pair, unsigned int* single)
+{
+    const int colours = 1 << (4 * channels);
+    for (int c = 0; c < colours; ++c)
+    {
+        int value[3];
+        for (int ch = 0; ch < channels; ++ch)
+            value[ch] = ((c >> (4 * (channels - 1 - ch))) & 15) * 17;
+        for (int p = 0; p < 16; ++p)
+        {
+            const unsigned char* pixel = img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4));
+            const auto error = [&](int offset) {
+                unsigned int sum = 0;
+                for (int ch = 0; ch < channels; ++ch)
+                    sum += squares.channel[ch][pixel[ch] - std::clamp(value[ch] + offset, 0, 255) + 255];
+                return sum;
+            };
+            const unsigned int centre = error(0);
+            if (single)
+                single[size_t(c) * 16 + p] = centre;
+            for (int d = 0; d < 8 && pair; ++d)
+            {
+                unsigned int least = std::min(error(distances[d]), error(-distances[d]));
+                if (threePaints)
+                    least = std::min(least, centre);
+                pair[(size_t(c) * 8 + d) * 16 + p] = least;
+            }
+        }
+    }
+}
+
+// Least over the distances of the summed per-pixel least of two rows of
+// errors; a distance stops once its sum reaches 'best'.
+template <typename Second>
+unsigned int LeastOverDistances(const unsigned int* first, Second second, unsigned int best)
+{
+    unsigned int least = best;
+    for (int d = 0; d < 8; ++d)
+    {
+        const unsigned int* a = first + d * 16;
+        const unsigned int* b = second(d);
+        unsigned int sum = 0;
+        for (int p = 0; p < 16 && sum < least; ++p)
+            sum += std::min(a[p], b[p]);
+        least = std::min(least, sum);
+    }
+    return least;
+}
+
+unsigned int BoundT(const unsigned int* pair, const unsigned int* single, int colour0, int colour1, unsigned int best)
+{
+    const unsigned int* s = single + size_t(colour1) * 16;
+    return LeastOverDistances(pair + size_t(colour0) * 128, [s](int) { return s; }, best);
+}
+
+unsigned int BoundH(const unsigned int* pair, int colour0, int colour1, unsigned int best)
+{
+    const unsigned int* b = pair + size_t(colour1) * 128;
+    return LeastOverDistances(pair + size_t(colour0) * 128, [b](int d) { return b + d * 16; }, best);
+}
+
+struct THSearch
+{
+    const Squares& squares;
+    unsigned int cap;
+    unsigned int (*fastestT)(unsigned char*, int, int, int, unsigned int&, unsigned int&);
+    unsigned int (*fastestH)(unsigned char*, int, int, int, unsigned int&, unsigned int&);
+    unsigned int (*errorT)(unsigned char*, int, int, int, unsigned char (*)[3], unsigned char&, unsigned int&);
+    bool perceptual;
+};
+
+const THSearch kPlain = {kPlainSquares, kCap, compressBlockTHUMB59TFastest, compressBlockTHUMB58HFastest,
+                         calculateError59TnoSwap, false};
+const THSearch kPerceptual = {kPerceptualSquares, kCapPerceptual, compressBlockTHUMB59TFastestPerceptual1000,
+                              compressBlockTHUMB58HFastestPerceptual1000, calculateError59TnoSwapPerceptual1000,
+                              true};
+
+void SplitCodes(int colour, unsigned char* code)
+{
+    code[0] = static_cast<unsigned char>(colour >> 8);
+    code[1] = static_cast<unsigned char>((colour >> 4) & 15);
+    code[2] = static_cast<unsigned char>(colour & 15);
+}
+
+// T: colour 0 holds the three paints, colour 1 the single one; every ordered
+// pair is tried, red of both outermost, then green, then blue.
+unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                     unsigned int& packed2, unsigned int limit)
+{
+    unsigned int start1, start2;
+    unsigned int best = std::min(search.fastestT(img, width, x, y, start1, start2), limit);
+    TablesTH& t = ThreadTables();
+    FillTables(img, width, x, y, search.squares, true, table59T, 1, t.pairR.data(), t.singleR.data());
+    FillTables(img, width, x, y, search.squares, true, table59T, 2, t.pairRG.data(), t.singleRG.data());
+    FillTables(img, width, x, y, search.squares, true, table59T, 3, t.pairRGB.data(), t.singleRGB.data());
+
+    int found0 = -1, found1 = -1;
+    for (int r0 = 0; r0 < 16; ++r0)
+        for (int r1 = 0; r1 < 16; ++r1)
+        {
+            if (calculateError59TusingPrecalcR(t.pairR.data(), t.singleR.data(), r0, r1, best) >= best)
+                continue;
+            for (int g0 = 0; g0 < 16; ++g0)
+                for (int g1 = 0; g1 < 16; ++g1)
+                {
+                    const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
+                    if (calculateError59TusingPrecalcRG(t.pairRG.data(), t.singleRG.data(), rg0, rg1, best) >= best)
+                        continue;
+                    for (int b0 = 0; b0 < 16; ++b0)
+                        for (int b1 = 0; b1 < 16; ++b1)
+                        {
+                            const int c0 = rg0 * 16 + b0, c1 = rg1 * 16 + b1;
+                            const unsigned int error =
+                                calculateError59TusingPrecalcRGB(t.pairRGB.data(), t.singleRGB.data(), c0, c1, best);
+                            if (error < best)
+                            {
+                                best = error;
+                                found0 = c0;
+                                found1 = c1;
+                            }
+                        }
+                }
+        }
+    if (found0 < 0)
+        return search.cap;
+    unsigned char codes[2][3];
+    SplitCodes(found1, codes[0]); // the single paint comes first in the block
+    SplitCodes(found0, codes[1]);
+    unsigned char distance;
+    unsigned int indices;
+    search.errorT(img, width, x, y, codes, distance, indices);
+    packBlock59T(codes, distance, indices, packed1, packed2);
+    return best;
+}
+
+// H: both colours have two paints, so each unordered pair is tried once
+// (colour 0 below colour 1); the order and the distance's low bit are set
+// when packing.
+unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                     unsigned int& packed2, unsigned int limit)
+{
+    unsigned int start1, start2;
+    unsigned int best = std::min(search.fastestH(img, width, x, y, start1, start2), limit);
+    TablesTH& t = ThreadTables();
+    precalcErrorR_58H(img, width, x, y, t.pairR.data(), search.perceptual);
+    precalcErrorRG_58H(img, width, x, y, t.pairRG.data(), search.perceptual);
+    precalcError58H(img, width, x, y, t.pairRGB.data(), search.perceptual);
+
+    int found0 = -1, found1 = -1;
+    for (int r0 = 0; r0 < 16; ++r0)
+        for (int r1 = r0; r1 < 16; ++r1)
+        {
+            if (calculateErrorFromPrecalcR58H(t.pairR.data(), r0, r1, best) >= best)
+                continue;
+            for (int g0 = 0; g0 < 16; ++g0)
+                for (int g1 = r0 == r1 ? g0 : 0; g1 < 16; ++g1)
+                {
+                    const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
+                    if (calculateErrorFromPrecalcRG58H(t.pairRG.data(), rg0, rg1, best) >= best)
+                        continue;
+                    for (int b0 = 0; b0 < 16; ++b0)
+                        for (int b1 = rg0 == rg1 ? b0 + 1 : 0; b1 < 16; ++b1)
+                        {
+                            const int c0 = rg0 * 16 + b0, c1 = rg1 * 16 + b1;
+                            const unsigned int error = calculateErrorFromPrecalc58H(t.pairRGB.data(), c0, c1, best);
+                            if (error < best)
+                            {
+                                best = error;
+                                found0 = c0;
+                                found1 = c1;
+                            }
+                        }
+                }
+        }
+    if (found0 < 0)
+        return search.cap;
+    unsigned char codes[2][3];
+    SplitCodes(found0, codes[0]);
+    SplitCodes(found1, codes[1]);
+    compressCodes58H(img, width, x, y, codes, packed1, packed2, search.perceptual);
+    return best;
+}
+
+} // namespace
+
+void precalcError59T_col0_R(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, true, table59T, 1, table, nullptr);
+}
+void precalcError59T_col0_RG(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, true, table59T, 2, table, nullptr);
+}
+void precalcError59T_col0_RGB(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, true, table59T, 3, table, nullptr);
+}
+void precalcError59T_col1_R(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, true, table59T, 1, nullptr, table);
+}
+void precalcError59T_col1_RG(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, true, table59T, 2, nullptr, table);
+}
+void precalcError59T_col1_RGB(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, true, table59T, 3, nullptr, table);
+}
+void precalcErrorR_58H(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, false, table58H, 1, table, nullptr);
+}
+void precalcErrorRG_58H(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, false, table58H, 2, table, nullptr);
+}
+void precalcError58H(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
+{
+    FillTables(img, width, x, y, perceptual ? kPerceptualSquares : kPlainSquares, false, table58H, 3, table, nullptr);
+}
+
+unsigned int calculateError59TusingPrecalcR(const unsigned int* col0, const unsigned int* col1, int red0, int red1,
+                                            unsigned int best)
+{
+    return BoundT(col0, col1, red0, red1, best);
+}
+unsigned int calculateError59TusingPrecalcRG(const unsigned int* col0, const unsigned int* col1, int colour0,
+                                             int colour1, unsigned int best)
+{
+    return BoundT(col0, col1, colour0, colour1, best);
+}
+unsigned int calculateError59TusingPrecalcRGB(const unsigned int* col0, const unsigned int* col1, int colour0,
+                                              int colour1, unsigned int best)
+{
+    return BoundT(col0, col1, colour0, colour1, best);
+}
+unsigned int calculateErrorFromPrecalcR58H(const unsigned int* table, int red0, int red1, unsigned int best)
+{
+    return BoundH(table, red0, red1, best);
+}
+unsigned int calculateErrorFromPrecalcRG58H(const unsigned int* table, int colour0, int colour1, unsigned int best)
+{
+    return BoundH(table, colour0, colour1, best);
+}
+unsigned int calculateErrorFromPrecalc58H(const unsigned int* table, int colour0, int colour1, unsigned int best)
+{
+    return BoundH(table, colour0, colour1, best);
+}
+
+unsigned int compressBlockTHUMB59TExhaustive(unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                                             unsigned int& packed2, unsigned int limit)
+{
+    return SearchT(kPlain, img, width, x, y, packed1, packed2, limit);
+}
+unsigned int compressBlockTHUMB59TExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                       unsigned int& packed1, unsigned int& packed2,
+                                                       unsigned int limit)
+{
+    return SearchT(kPerceptual, img, width, x, y, packed1, packed2, limit);
+}
+unsigned int compressBlockTHUMB58HExhaustive(unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                                             unsigned int& packed2, unsigned int limit)
+{
+    return SearchH(kPlain, img, width, x, y, packed1, packed2, limit);
+}
+unsigned int compressBlockTHUMB58HExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                       unsigned int& packed1, unsigned int& packed2,
+                                                       unsigned int limit)
+{
+    return SearchH(kPerceptual, img, width, x, y, packed1, packed2, limit);
+}
+
+} // namespace orbtexture
