@@ -115,10 +115,8 @@ constexpr FormatDescriptor Format(const char* name, uint8_t bitsPerPixel, uint8_
                             eChannelNone, false, false, decode, encode, highestQuality};
 }
 
-// The ETC compressors: the fast searches (0, 1) for every member of the
-// family; the exhaustive colour search (2 to 5) is not built yet, and the
-// 1-bit alpha and EAC forms serve those qualities with their own searches.
-constexpr int8_t kFastOnly = 1;
+// The ETC compressors: fast (0, 1) and exhaustive (2 to 5) searches; the
+// 1-bit alpha and EAC forms serve every quality with their own searches.
 constexpr int8_t kEveryETCQuality = 5;
 
 // ORBTC decoders cope with any size; the RGB forms store opaque alpha.
@@ -190,8 +188,8 @@ constexpr FormatDescriptor kFormats[] = {
     Format("RGB9E5", 32, 1, 1, eIntermediateRGB32F, {14, 14, 14, 0}, DecodeRGB9E5, EncodeRGB9E5, kAnyQuality),
     Format("RGBG8888", 16, 2, 1, eIntermediateRGBA8, k8880, DecodeRGBG, EncodeRGBG, kAnyQuality),
     Format("GRGB8888", 16, 2, 1, eIntermediateRGBA8, k8880, DecodeRGBG, EncodeRGBG, kAnyQuality),
-    Format("ETC2_RGB", 4, 4, 4, eIntermediateRGB8, {4, 4, 4, 0}, DecodeETC, EncodeETC, kFastOnly),
-    Format("ETC2_RGBA", 8, 4, 4, eIntermediateRGBA8, k4444, DecodeETC, EncodeETC, kFastOnly),
+    Format("ETC2_RGB", 4, 4, 4, eIntermediateRGB8, {4, 4, 4, 0}, DecodeETC, EncodeETC, kEveryETCQuality),
+    Format("ETC2_RGBA", 8, 4, 4, eIntermediateRGBA8, k4444, DecodeETC, EncodeETC, kEveryETCQuality),
     Format("ETC2_RGB_A1", 4, 4, 4, eIntermediateRGBA8, {5, 5, 5, 1}, DecodeETC, EncodeETC, kEveryETCQuality),
     Format("EAC_R11", 4, 4, 4, eIntermediateR16, {11, 0, 0, 0}, DecodeETC, EncodeETC, kEveryETCQuality),
     Format("EAC_RG11", 8, 4, 4, eIntermediateRG16, {11, 11, 0, 0}, DecodeETC, EncodeETC, kEveryETCQuality),

@@ -102,9 +102,6 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
         return 0;
     if (!IsETCFormat(format))
         return 0;
-    // The exhaustive searches of the ETC2 modes are not part of this build.
-    if (quality >= 2 && (format == ePF_ETC2_RGB || format == ePF_ETC2_RGBA))
-        return 0;
 
     const unsigned char* image = static_cast<const unsigned char*>(input);
     unsigned char* blocks = static_cast<unsigned char*>(output);
@@ -149,6 +146,10 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
                     else
                         compressBlockDiffFlipFast(source, decoded, sourceWidth, sx, sy, word1, word2);
                 }
+                else if (quality == 2)
+                    compressBlockETC2Exhaustive(source, decoded, sourceWidth, sx, sy, word1, word2);
+                else if (quality == 3)
+                    compressBlockETC2ExhaustivePerceptual(source, decoded, sourceWidth, sx, sy, word1, word2);
                 else if (perceptual)
                     compressBlockETC2FastPerceptual(source, decoded, sourceWidth, sx, sy, word1, word2);
                 else
@@ -175,7 +176,11 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
                     break;
                 }
                 compressBlockAlphaFast(alpha, 0, 0, 4, out, alphaTable);
-                if (perceptual)
+                if (quality == 2)
+                    compressBlockETC2Exhaustive(rgb, decoded, 4, 0, 0, word1, word2);
+                else if (quality == 3)
+                    compressBlockETC2ExhaustivePerceptual(rgb, decoded, 4, 0, 0, word1, word2);
+                else if (perceptual)
                     compressBlockETC2FastPerceptual(rgb, decoded, 4, 0, 0, word1, word2);
                 else
                     compressBlockETC2Fast(rgb, nullptr, decoded, 4, 4, 0, 0, word1, word2, ePF_ETC2_RGBA);

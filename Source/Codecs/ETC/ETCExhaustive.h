@@ -93,6 +93,50 @@ unsigned int calculateErrorFromPrecalcR58H(const unsigned int* table, int red0, 
 unsigned int calculateErrorFromPrecalcRG58H(const unsigned int* table, int colour0, int colour1, unsigned int best);
 unsigned int calculateErrorFromPrecalc58H(const unsigned int* table, int colour0, int colour1, unsigned int best);
 
+// ---- Planar and the ETC2 selectors (ETCExhaustivePlanar.cpp) ----
+// Each channel of the planar block packed1/packed2 searched on its own, its
+// origin, horizontal and vertical codes within 3 steps of the start, bounded
+// by that channel's error 'error*'; packed again when the total is below
+// 'limit' (else the cap, and the block untouched).
+unsigned int compressBlockPlanar57Exhaustive(unsigned char* img, int width, int x, int y, unsigned int& packed1,
+                                             unsigned int& packed2, unsigned int limit, unsigned int errorRed,
+                                             unsigned int errorGreen, unsigned int errorBlue);
+unsigned int compressBlockPlanar57ExhaustivePerceptual(unsigned char* img, int width, int x, int y,
+                                                       unsigned int& packed1, unsigned int& packed2,
+                                                       unsigned int limit, unsigned int errorRed,
+                                                       unsigned int errorGreen, unsigned int errorBlue);
+// Decodes a planar block into 'work' (4 x 4) and gives each channel's error
+// against the image block at (x, y), plain or weighted.
+void decompressBlockPlanar57errorPerComponent(unsigned int packed1, unsigned int packed2, unsigned char* work,
+                                              const unsigned char* img, int width, int x, int y, bool perceptual,
+                                              unsigned int& errorRed, unsigned int& errorGreen,
+                                              unsigned int& errorBlue);
+// One channel's error from 8-bit corners: the top row alone (it depends on
+// the origin and horizontal corners only), or the whole block; each stops
+// once it reaches 'limit'.
+unsigned int calcLowestPossibleRedOH(unsigned char* img, int width, int x, int y, int origin, int horizontal,
+                                     unsigned int limit);
+unsigned int calcLowestPossibleGreenOH(unsigned char* img, int width, int x, int y, int origin, int horizontal,
+                                       unsigned int limit);
+unsigned int calcLowestPossibleBlueOH(unsigned char* img, int width, int x, int y, int origin, int horizontal,
+                                      unsigned int limit);
+unsigned int calcErrorPlanarOnlyRed(unsigned char* img, int width, int x, int y, int origin, int horizontal,
+                                    int vertical, unsigned int limit);
+unsigned int calcErrorPlanarOnlyGreen(unsigned char* img, int width, int x, int y, int origin, int horizontal,
+                                      int vertical, unsigned int limit);
+unsigned int calcErrorPlanarOnlyBlue(unsigned char* img, int width, int x, int y, int origin, int horizontal,
+                                     int vertical, unsigned int limit);
+
+// ETC2 RGB at the exhaustive qualities: the fast block, the fitted planar
+// and fastest T and H blocks, then the differential, planar, individual, H
+// and T searches, each bounded by the least error so far; the least error
+// wins, replacing in the order planar, T, H, differential, individual only
+// when strictly better. Returns the block's error.
+unsigned int compressBlockETC2Exhaustive(unsigned char* img, unsigned char* work, int width, int x, int y,
+                                         unsigned int& word1, unsigned int& word2);
+unsigned int compressBlockETC2ExhaustivePerceptual(unsigned char* img, unsigned char* work, int width, int x, int y,
+                                                   unsigned int& word1, unsigned int& word2);
+
 } // namespace orbtexture
 
 #endif

@@ -83,34 +83,45 @@ void FillTables(const unsigned char* img, int width, int x, int y, const Squares
     }
 }
 
-// Least over the distances of the summed per-pixel least of two rows of
-// errors; a distance stops once its sum reaches 'best'.
+// Least over the distances in 'live' (a bit a distance) of the summed
+// per-pixel least of two rows of errors. A distance stops once its sum reaches
+// 'best'; those below it are set in 'alive', since a pair sharing these
+// channels can beat 'best' only at such a distance.
 template <typename Second>
-unsigned int LeastOverDistances(const unsigned int* first, Second second, unsigned int best)
+unsigned int LeastOverDistances(const unsigned int* first, Second second, unsigned int best, unsigned int live,
+                                unsigned int* alive)
 {
-    unsigned int least = best;
+    unsigned int least = best, survivors = 0;
     for (int d = 0; d < 8; ++d)
     {
+        if (!(live >> d & 1u))
+            continue;
         const unsigned int* a = first + d * 16;
         const unsigned int* b = second(d);
         unsigned int sum = 0;
-        for (int p = 0; p < 16 && sum < least; ++p)
+        for (int p = 0; p < 16 && sum < best; ++p)
             sum += std::min(a[p], b[p]);
+        if (sum < best)
+            survivors |= 1u << d;
         least = std::min(least, sum);
     }
+    if (alive)
+        *alive = survivors;
     return least;
 }
 
-unsigned int BoundT(const unsigned int* pair, const unsigned int* single, int colour0, int colour1, unsigned int best)
+unsigned int BoundT(const unsigned int* pair, const unsigned int* single, int colour0, int colour1, unsigned int best,
+                    unsigned int live = 0xFF, unsigned int* alive = nullptr)
 {
     const unsigned int* s = single + size_t(colour1) * 16;
-    return LeastOverDistances(pair + size_t(colour0) * 128, [s](int) { return s; }, best);
+    return LeastOverDistances(pair + size_t(colour0) * 128, [s](int) { return s; }, best, live, alive);
 }
 
-unsigned int BoundH(const unsigned int* pair, int colour0, int colour1, unsigned int best)
+unsigned int BoundH(const unsigned int* pair, int colour0, int colour1, unsigned int best, unsigned int live = 0xFF,
+                    unsigned int* alive = nullptr)
 {
     const unsigned int* b = pair + size_t(colour1) * 128;
-    return LeastOverDistances(pair + size_t(colour0) * 128, [b](int d) { return b + d * 16; }, best);
+    return LeastOverDistances(pair + size_t(colour0) * 128, [b](int d) { return b + d * 16; }, best, live, alive);
 }
 
 struct THSearch
@@ -152,20 +163,37 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
     for (int r0 = 0; r0 < 16; ++r0)
         for (int r1 = 0; r1 < 16; ++r1)
         {
-            if (calculateError59TusingPrecalcR(t.pairR.data(), t.singleR.data(), r0, r1, best) >= best)
+            unsigned int liveR;
+            if (BoundT(t.pairR.data(), t.singleR.data(), r0, r1, best, 0xFF, &liveR) >= best)
                 continue;
             for (int g0 = 0; g0 < 16; ++g0)
+            {
+                // Colour 0's red and green against colour 1's red bound every green of colour 1.
+                const unsigned int* singleR = t.singleR.data() + size_t(r1) * 16;
+                unsigned int liveG;
+                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, [singleR](int) { return singleR; },
+                                       best, liveR, &liveG) >= best)
+                    continue;
                 for (int g1 = 0; g1 < 16; ++g1)
                 {
                     const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
-                    if (calculateError59TusingPrecalcRG(t.pairRG.data(), t.singleRG.data(), rg0, rg1, best) >= best)
+                    unsigned int liveRG;
+                    if (BoundT(t.pairRG.data(), t.singleRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
                         continue;
                     for (int b0 = 0; b0 < 16; ++b0)
+                    {
+                        // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
+                        const int c0 = rg0 * 16 + b0;
+                        const unsigned int* singleRG = t.singleRG.data() + size_t(rg1) * 16;
+                        unsigned int liveB;
+                        if (LeastOverDistances(t.pairRGB.data() + size_t(c0) * 128, [singleRG](int) { return singleRG; },
+                                               best, liveRG, &liveB) >= best)
+                            continue;
                         for (int b1 = 0; b1 < 16; ++b1)
                         {
-                            const int c0 = rg0 * 16 + b0, c1 = rg1 * 16 + b1;
+                            const int c1 = rg1 * 16 + b1;
                             const unsigned int error =
-                                calculateError59TusingPrecalcRGB(t.pairRGB.data(), t.singleRGB.data(), c0, c1, best);
+                                BoundT(t.pairRGB.data(), t.singleRGB.data(), c0, c1, best, liveB);
                             if (error < best)
                             {
                                 best = error;
@@ -173,7 +201,9 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                                 found1 = c1;
                             }
                         }
+                    }
                 }
+            }
         }
     if (found0 < 0)
         return search.cap;
@@ -204,19 +234,37 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     for (int r0 = 0; r0 < 16; ++r0)
         for (int r1 = r0; r1 < 16; ++r1)
         {
-            if (calculateErrorFromPrecalcR58H(t.pairR.data(), r0, r1, best) >= best)
+            unsigned int liveR;
+            if (BoundH(t.pairR.data(), r0, r1, best, 0xFF, &liveR) >= best)
                 continue;
             for (int g0 = 0; g0 < 16; ++g0)
+            {
+                // Colour 0's red and green against colour 1's red bound every green of colour 1.
+                const unsigned int* pairR = t.pairR.data() + size_t(r1) * 128;
+                unsigned int liveG;
+                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128,
+                                       [pairR](int d) { return pairR + d * 16; }, best, liveR, &liveG) >= best)
+                    continue;
                 for (int g1 = r0 == r1 ? g0 : 0; g1 < 16; ++g1)
                 {
                     const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
-                    if (calculateErrorFromPrecalcRG58H(t.pairRG.data(), rg0, rg1, best) >= best)
+                    unsigned int liveRG;
+                    if (BoundH(t.pairRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
                         continue;
                     for (int b0 = 0; b0 < 16; ++b0)
+                    {
+                        // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
+                        const int c0 = rg0 * 16 + b0;
+                        const unsigned int* pairRG = t.pairRG.data() + size_t(rg1) * 128;
+                        unsigned int liveB;
+                        if (LeastOverDistances(t.pairRGB.data() + size_t(c0) * 128,
+                                               [pairRG](int d) { return pairRG + d * 16; }, best, liveRG,
+                                               &liveB) >= best)
+                            continue;
                         for (int b1 = rg0 == rg1 ? b0 + 1 : 0; b1 < 16; ++b1)
                         {
-                            const int c0 = rg0 * 16 + b0, c1 = rg1 * 16 + b1;
-                            const unsigned int error = calculateErrorFromPrecalc58H(t.pairRGB.data(), c0, c1, best);
+                            const int c1 = rg1 * 16 + b1;
+                            const unsigned int error = BoundH(t.pairRGB.data(), c0, c1, best, liveB);
                             if (error < best)
                             {
                                 best = error;
@@ -224,7 +272,9 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                                 found1 = c1;
                             }
                         }
+                    }
                 }
+            }
         }
     if (found0 < 0)
         return search.cap;

@@ -12,6 +12,7 @@
 #include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ETC/ETCExhaustive.h"
 #include "Codecs/ETC/ETCModes.h"
+#include "ORBTextureFormat.h"
 
 using namespace orbtexture;
 
@@ -271,5 +272,42 @@ TEST(ETCExhaustive, PartialErrorsBoundTheWholeError)
         EXPECT_LE(calculateErrorFromPrecalcRG58H(hRG.data(), c0 >> 4, c1 >> 4, none), hError);
         EXPECT_LE(calculateErrorFromPrecalcR58H(hR.data(), c0 >> 8, c1 >> 8, none),
                   calculateErrorFromPrecalcRG58H(hRG.data(), c0 >> 4, c1 >> 4, none));
+    }
+}
+
+TEST(ETCExhaustive, ETC2NeverWorseThanFastAndAlikeOnAnyThreadCount)
+{
+    unsigned char work[48];
+    for (unsigned seed : {2u, 7u})
+    {
+        std::vector<uint8_t> block = NoisyBlock(seed, 30);
+        unsigned f1, f2, e1, e2;
+        compressBlockETC2Fast(block.data(), nullptr, work, 4, 4, 0, 0, f1, f2, ePF_ETC2_RGB);
+        decompressBlockETC2(f1, f2, work, 4, 0, 0);
+        const unsigned fast = unsigned(calcBlockErrorRGB(block.data(), work, 4, 0, 0));
+        const unsigned exhaustive = compressBlockETC2Exhaustive(block.data(), work, 4, 0, 0, e1, e2);
+        EXPECT_LE(exhaustive, fast) << seed;
+        decompressBlockETC2(e1, e2, work, 4, 0, 0);
+        EXPECT_EQ(unsigned(calcBlockErrorRGB(block.data(), work, 4, 0, 0)), exhaustive) << seed;
+    }
+
+    const unsigned width = 8, height = 5;
+    std::vector<uint8_t> image(width * height * 4);
+    for (size_t i = 0; i < image.size(); ++i)
+        image[i] = uint8_t(128 + 90 * std::sin(0.37 * double(i)));
+    for (unsigned format : {unsigned(ePF_ETC2_RGB), unsigned(ePF_ETC2_RGBA)})
+    {
+        const unsigned channels = format == ePF_ETC2_RGB ? 3 : 4;
+        std::vector<std::vector<uint8_t>> results;
+        for (unsigned threads : {1u, 2u})
+        {
+            ETCSetThreadCountOverride(threads);
+            std::vector<uint8_t> blocks(ETCCompress(nullptr, nullptr, width, height, 2, format, false));
+            std::vector<uint8_t> pixels(image.begin(), image.begin() + width * height * channels);
+            ASSERT_EQ(ETCCompress(pixels.data(), blocks.data(), width, height, 2, format, false), blocks.size());
+            results.push_back(blocks);
+        }
+        ETCSetThreadCountOverride(0);
+        EXPECT_EQ(results[0], results[1]) << format;
     }
 }
