@@ -372,8 +372,8 @@ TEST(OrbtexConvert, ShortInputNeedsAllowShort)
     EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 5, pixels.end()), std::vector<uint8_t>(5, 0));
 }
 
-// Qualities follow the codecs built: ORBTC and ETC2 colour take 0 and 1,
-// ETC1, ETC2 with 1-bit alpha and EAC up to 5.
+// Qualities follow the codecs built: ORBTC takes 0 and 1, the ETC family up
+// to 5.
 TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
 {
     ScratchDir dir;
@@ -390,7 +390,7 @@ TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
         {"ETC1", 1, nullptr},
         {"ETC1", 5, nullptr},
         {"ETC1", 6, "quality 6 of ETC1 is not supported by this version (0 to 5 are)"},
-        {"ETC2_RGBA", 5, "quality 5 of ETC2_RGBA is not supported by this version (0 and 1 are)"},
+        {"ETC2_RGBA", 6, "quality 6 of ETC2_RGBA is not supported by this version (0 to 5 are)"},
         {"ORBTC_4bpp_RGB", 1, nullptr},
         {"ORBTC_4bpp_RGB", 2, "quality 2 of ORBTC_4bpp_RGB is not supported by this version (0 and 1 are)"},
         {"ETC2_RGB_A1", 5, nullptr},
