@@ -270,9 +270,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
 
     // Encoders at small sizes: the block searches are slow under the
-    // sanitizers, the EAC ones most (each block tries every candidate), so
-    // EAC gets one block a call.
-    const bool eac = named && (formatByte == ePF_EAC_R11 || formatByte == ePF_EAC_RG11);
+    // sanitizers, the EAC ones and the exhaustive ETC colour searches most
+    // (each block tries every candidate), so those get one block a call.
+    const bool exhaustive = named && quality >= 2 &&
+                            (formatByte == ePF_ETC1 || formatByte == ePF_ETC2_RGB || formatByte == ePF_ETC2_RGBA);
+    const bool eac = (named && (formatByte == ePF_EAC_R11 || formatByte == ePF_EAC_RG11)) || exhaustive;
     const unsigned encodeLimit = eac ? 4 : 16;
     const unsigned encodeWidth = 1 + (width - 1) % encodeLimit, encodeHeight = 1 + (height - 1) % encodeLimit;
     const unsigned ew = encodeWidth, eh = encodeHeight;
