@@ -136,6 +136,21 @@ bool Step(bool ok, const char* name, std::string& reason, const char* cause = nu
 
 constexpr const char* kTooLarge = "the result would not fit in 4 GiB";
 
+// The MIP chain of an sRGB texture filtered in linear light: the texture goes
+// to linear 32-bit float, the chain is built there and every level is encoded
+// back to the texture's own sRGB type.
+bool LinearLightMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned levels, std::string& reason)
+{
+    const PixelType format = texture.getPixelType();
+    const EORBTVariableType channelType = texture.getChannelType();
+    if (!Step(Transcode(texture, PixelType(ORBStandard32PixelType), eVarSignedFloat, eColourSpaceLinear),
+              "--linear-mips", reason, "cannot decode to linear float"))
+        return false;
+    return Step(GenerateMIPMaps(texture, filter, levels), "--mipmaps", reason, kTooLarge) &&
+           Step(Transcode(texture, format, channelType, eColourSpaceSRGB), "--linear-mips", reason,
+                "cannot encode back to sRGB");
+}
+
 } // namespace
 
 int ParseImageOperation(const std::vector<std::string>& arguments, size_t& i, ImageOperations& operations,
@@ -149,6 +164,8 @@ int ParseImageOperation(const std::vector<std::string>& arguments, size_t& i, Im
         return operations.premultiply = true, 1;
     if (option == "--colour-mips" || option == "--color-mips")
         return operations.colourMips = true, 1;
+    if (option == "--linear-mips")
+        return operations.linearMips = operations.mipmaps = true, 1;
     if (option == "--mipmaps")
     {
         operations.mipmaps = true;
@@ -241,7 +258,9 @@ bool ApplyImageOperations(CORBTexture& texture, const ImageOperations& operation
         if (!Step(PreMultiplyAlpha(texture), "--premultiply", reason))
             return false;
     }
-    if (o.mipmaps && !Step(GenerateMIPMaps(texture, o.filter, o.mipLevels), "--mipmaps", reason, kTooLarge))
+    if (o.mipmaps && !(o.linearMips && texture.getColourSpace() == eColourSpaceSRGB
+                           ? LinearLightMIPMaps(texture, o.filter, o.mipLevels, reason)
+                           : Step(GenerateMIPMaps(texture, o.filter, o.mipLevels), "--mipmaps", reason, kTooLarge)))
         return false;
     if (o.colourMips && !Step(ColourMIPMaps(texture), "--colour-mips", reason))
         return false;

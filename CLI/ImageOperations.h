@@ -35,6 +35,7 @@ struct ImageOperations
     bool premultiply = false;
     bool mipmaps = false;
     unsigned mipLevels = 0xFFFFFFFFu; // a full chain
+    bool linearMips = false;          // filter sRGB levels in linear light
     bool colourMips = false;
 
     bool any() const
@@ -73,6 +74,9 @@ struct ImageOperations
     "  --premultiply          multiply colour by alpha\n" \
     "  --mipmaps [N]          rebuild the MIP chain from level 0: N levels, by\n" \
     "                         default the full chain\n" \
+    "  --linear-mips          with --mipmaps (implied), filter an sRGB texture\n" \
+    "                         in linear light: decoded to linear float, filtered\n" \
+    "                         and encoded back (level 0 keeps its values)\n" \
     "  --colour-mips          tint the levels below the top by level number\n" \
     "                         (also --color-mips)\n"
 

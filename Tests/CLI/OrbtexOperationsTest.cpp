@@ -1,5 +1,6 @@
 // orbtex convert's image operations and orbtex compare, as a user runs them.
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -73,6 +74,40 @@ TEST(OrbtexOperations, RunInTheirFixedOrder)
     const CORBTexture tinted((dir / "out.orb").c_str());
     ASSERT_EQ(tinted.getNumMIPLevels(), 2u);
     EXPECT_EQ(tinted.getDataPtr(1)[0], 0); // level 1 is green
+}
+
+// A 4 x 4 black and white checker: its mean is linear 0.5, which is sRGB 187.5
+// but 127 when filtered in the stored values.
+TEST(OrbtexOperations, LinearMipsFilterSRGBInLinearLight)
+{
+    ScratchDir dir;
+    CORBTexture checker(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 1, 1, 1, eColourSpaceSRGB));
+    for (uint32_t i = 0; i < 16; ++i)
+    {
+        std::fill_n(checker.getDataPtr() + 4 * i, 3, uint8_t((i + i / 4) % 2 ? 255 : 0));
+        checker.getDataPtr()[4 * i + 3] = 255;
+    }
+    const std::vector<uint8_t> top(checker.getDataPtr(), checker.getDataPtr() + 64);
+    ASSERT_TRUE(checker.saveFile((dir / "in.orb").c_str()));
+
+    ASSERT_EQ(Convert(dir, "--linear-mips").status, 0);
+    const CORBTexture linear((dir / "out.orb").c_str());
+    ASSERT_EQ(linear.getNumMIPLevels(), 3u);
+    EXPECT_EQ(linear.getColourSpace(), eColourSpaceSRGB);
+    EXPECT_EQ(linear.getPixelType(), checker.getPixelType());
+    EXPECT_EQ(std::vector<uint8_t>(linear.getDataPtr(), linear.getDataPtr() + 64), top);
+    for (uint32_t mip : {1u, 2u})
+        EXPECT_EQ(std::vector<uint8_t>(linear.getDataPtr(mip), linear.getDataPtr(mip) + 4),
+                  (std::vector<uint8_t>{187, 187, 187, 255}));
+
+    ASSERT_EQ(Convert(dir, "--mipmaps").status, 0);
+    EXPECT_EQ(CORBTexture((dir / "out.orb").c_str()).getDataPtr(1)[0], 127);
+
+    // A linear texture filters as stored either way.
+    checker.setColourSpace(eColourSpaceLinear);
+    ASSERT_TRUE(checker.saveFile((dir / "in.orb").c_str()));
+    ASSERT_EQ(Convert(dir, "--linear-mips").status, 0);
+    EXPECT_EQ(CORBTexture((dir / "out.orb").c_str()).getDataPtr(1)[0], 127);
 }
 
 TEST(OrbtexOperations, OtherFormatsAreConvertedAndComeBack)
