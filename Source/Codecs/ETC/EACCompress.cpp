@@ -1,9 +1,14 @@
 #include "Codecs/ETC/EACCompress.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace orbtexture
 {
@@ -229,25 +234,174 @@ double calcError(unsigned short* image, int stride, int x, int y, int width, int
 namespace
 {
 
-// The exact error of one candidate over the block's pixels (row order), in
-// integers: each square is at most 2^30 and the sum fits easily. Returns
-// 'limit' as soon as the sum reaches it.
-int64_t CandidateError(const int pixels[16], const unsigned short* candidates, int64_t limit)
+constexpr int kAnchors = 5; // pixels whose reach selects the bases
+constexpr int kLowestSum = -4096; // below every base term plus offset
+constexpr int kHighestSum = 4095; // above every one
+
+// The 11-bit values as a function of their sum (base term plus offset) in the
+// domain where they rise without wrapping: unsigned values as they are,
+// signed ones moved up by 32768, which keeps every wrapped 16-bit distance.
+// firstSum[v] is the least sum whose value is at least v, so the sums whose
+// values lie in [a, b] are [firstSum[a], firstSum[b + 1]).
+struct SumInverse
+{
+    int16_t firstSum[65537];
+
+    explicit SumInverse(bool isSigned)
+    {
+        int v = 0;
+        for (int sum = kLowestSum; sum <= kHighestSum; ++sum)
+            for (const int value = eacValueOfSum(sum, isSigned) + (isSigned ? 32768 : 0); v <= value; ++v)
+                firstSum[v] = int16_t(sum);
+        for (; v <= 65536; ++v)
+            firstSum[v] = int16_t(kHighestSum + 1);
+    }
+};
+
+const SumInverse& sumInverse(bool isSigned)
+{
+    static const SumInverse unsignedInverse(false), signedInverse(true);
+    return isSigned ? signedInverse : unsignedInverse;
+}
+
+int floorDiv8(int a)
+{
+    return a >= 0 ? a / 8 : -((7 - a) / 8);
+}
+
+// A set of bases.
+struct BaseSet
+{
+    uint64_t words[4];
+
+    void clear() { words[0] = words[1] = words[2] = words[3] = 0; }
+    bool empty() const { return (words[0] | words[1] | words[2] | words[3]) == 0; }
+    void add(int first, int last) // inclusive, clipped to 0..255
+    {
+        first = std::max(first, 0);
+        last = std::min(last, 255);
+        if (first > last)
+            return;
+        const int firstWord = first >> 6, lastWord = last >> 6;
+        const uint64_t head = ~uint64_t(0) << (first & 63), tail = ~uint64_t(0) >> (63 - (last & 63));
+        if (firstWord == lastWord)
+        {
+            words[firstWord] |= head & tail;
+            return;
+        }
+        words[firstWord] |= head;
+        for (int w = firstWord + 1; w < lastWord; ++w)
+            words[w] = ~uint64_t(0);
+        words[lastWord] |= tail;
+    }
+    void intersect(const BaseSet& other)
+    {
+        for (int w = 0; w < 4; ++w)
+            words[w] &= other.words[w];
+    }
+};
+
+// Least squared wrapped 16-bit distance from 'pixel' to the eight candidates.
+inline int leastSquare(int pixel, const unsigned short* candidates)
+{
+#if defined(__SSE2__)
+    // |d| as an unsigned 16-bit lane (max(d, -d) leaves -32768 as 0x8000,
+    // which is its magnitude), the least by the signed minimum of the lanes
+    // moved down by 0x8000.
+    const __m128i sign = _mm_set1_epi16(short(0x8000));
+    const __m128i d = _mm_sub_epi16(_mm_set1_epi16(short(pixel)),
+                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(candidates)));
+    __m128i m = _mm_xor_si128(_mm_max_epi16(d, _mm_sub_epi16(_mm_setzero_si128(), d)), sign);
+    m = _mm_min_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
+    m = _mm_min_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
+    m = _mm_min_epi16(m, _mm_srli_epi32(m, 16));
+    const int least = (_mm_cvtsi128_si32(m) & 0xffff) ^ 0x8000;
+    return least * least;
+#else
+    int least = INT32_MAX;
+    for (int i = 0; i < 8; ++i)
+    {
+        const int d = int16_t(uint16_t(pixel - candidates[i])); // as diff16
+        least = std::min(least, d * d);
+    }
+    return least;
+#endif
+}
+
+// The exact error of one candidate over the pixels in the order given, in
+// integers (each square is at most 2^30). Stops once the sum exceeds 'limit'
+// and returns what it has then.
+int64_t candidateError(const int pixels[16], const unsigned short* candidates, int64_t limit)
 {
     int64_t sum = 0;
     for (int p = 0; p < 16; ++p)
     {
-        int least = INT32_MAX;
-        for (int i = 0; i < 8; ++i)
-        {
-            const int d = diff16(pixels[p], candidates[i]);
-            least = std::min(least, d * d);
-        }
-        sum += least;
-        if (sum >= limit)
-            return limit;
+        sum += leastSquare(pixels[p], candidates);
+        if (sum > limit)
+            break;
     }
     return sum;
+}
+
+// Base term plus offset, less 8 x base, of every (table, multiplier) and
+// index (the sum of base b is 8 b + this), and the widest spread of the
+// values of each (table, multiplier) over every base.
+struct SumOffsets
+{
+    int16_t offsets[2][256][8];
+    int16_t shifts[256][8]; // multiplier x modifier, for multipliers from 1
+    int modifiers[16][2];   // least and greatest modifier of each table
+    int widths[2][256];
+
+    SumOffsets()
+    {
+        for (int table = 0; table < 16; ++table)
+        {
+            modifiers[table][0] = modifiers[table][1] = 0;
+            for (int index = 0; index < 8; ++index)
+            {
+                modifiers[table][0] = std::min(modifiers[table][0], eacOffset(table, 0, index));
+                modifiers[table][1] = std::max(modifiers[table][1], eacOffset(table, 0, index));
+            }
+        }
+        for (int isSigned = 0; isSigned < 2; ++isSigned)
+            for (int tm = 0; tm < 256; ++tm)
+            {
+                for (int index = 0; index < 8; ++index)
+                {
+                    offsets[isSigned][tm][index] =
+                        int16_t(eacOffset(tm >> 4, tm & 15, index) + (isSigned ? -1024 : 4));
+                    shifts[tm][index] = int16_t(eacOffset(tm >> 4, tm & 15, index) / 8);
+                }
+                widths[isSigned][tm] = 0;
+                for (int base = 0; base < 256; ++base)
+                {
+                    int lo = 65535, hi = 0;
+                    for (int index = 0; index < 8; ++index)
+                    {
+                        const int value =
+                            eacValueOfSum(eacBaseTerm(base, isSigned) + eacOffset(tm >> 4, tm & 15, index), isSigned) +
+                            (isSigned ? 32768 : 0);
+                        lo = std::min(lo, value);
+                        hi = std::max(hi, value);
+                    }
+                    widths[isSigned][tm] = std::max(widths[isSigned][tm], hi - lo);
+                }
+            }
+    }
+};
+
+// Largest r with r * r <= e; no more than 2^20 (errors stay below 2^35).
+int64_t floorSqrt(int64_t e)
+{
+    if (e >= int64_t(1) << 40)
+        return int64_t(1) << 20;
+    int64_t r = int64_t(std::sqrt(double(e)));
+    while (r * r > e)
+        --r;
+    while ((r + 1) * (r + 1) <= e)
+        ++r;
+    return r;
 }
 
 } // namespace
@@ -255,46 +409,162 @@ int64_t CandidateError(const int pixels[16], const unsigned short* candidates, i
 void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int width, unsigned char* block,
                           bool isSigned, const unsigned short* values)
 {
-    // The search keeps the first candidate, in base, table, multiplier order,
-    // of least error: calcError over all 65536 with the best so far as its
-    // limit. Any bound known to be reached by some candidate may start the
-    // search instead of 2^40 and gives the same candidate, with far earlier
-    // stops; the bound comes from every table and multiplier at two bases
-    // near the block's mean.
+    // The result is the first candidate in base, table, multiplier order of
+    // least error, as a search of every candidate with calcError finds it.
+    // Candidates are visited in another order and compared by (error,
+    // position in that order), which gives the same one, and only those that
+    // can still win are measured. Five anchor pixels (the least, the
+    // greatest, the median and the quartiles) each need a value within the
+    // square root of the best error so far, or that pixel alone would cost
+    // more than the best; for each table and multiplier the bases meeting
+    // this come as ranges from the inverse of the values, and a table and
+    // multiplier whose values cannot span the least and greatest anchors is
+    // passed over. A start near the block's own spread makes the bound low
+    // from the outset.
+    const SumInverse& inverse = sumInverse(isSigned);
+    const int lift = isSigned ? 32768 : 0;        // to the rising domain
+    const int termOfZero = isSigned ? -1024 : 4;  // base term = 8 base + this
+    const int firstBase = isSigned ? 1 : 0;       // signed base 0 acts as 1
+
     int pixels[16];
-    int64_t mean = 0;
     for (int by = 0; by < 4; ++by)
         for (int bx = 0; bx < 4; ++bx)
-        {
             pixels[by * 4 + bx] = image[((y + by) * width + x + bx) * stride];
-            mean += pixels[by * 4 + bx];
-        }
-    const int guess = int(std::min<int64_t>(mean / 16 / 256, 255));
-    int64_t bound = INT64_MAX;
-    for (int base : {guess, (guess + 128) % 256})
-        for (int table = 0; table < 16; ++table)
-            for (int multiplier = 0; multiplier < 16; ++multiplier)
-                bound = std::min(bound, CandidateError(pixels, values + getPremulIndex(base, table, multiplier, 0),
-                                                       INT64_MAX));
+    // The anchors first: they decide most rejections.
+    int sorted[16];
+    for (int p = 0; p < 16; ++p)
+        sorted[p] = (((pixels[p] + lift) & 0xffff) << 4) | p;
+    std::sort(sorted, sorted + 16);
+    static const int kAnchorRanks[16] = {0, 15, 7, 3, 11, 1, 14, 5, 9, 2, 13, 4, 6, 8, 10, 12};
+    int order[16];
+    for (int k = 0; k < 16; ++k)
+        order[k] = pixels[sorted[kAnchorRanks[k]] & 15];
+    int anchors[kAnchors];
+    for (int a = 0; a < kAnchors; ++a)
+        anchors[a] = (order[a] + lift) & 0xffff;
 
-    int64_t bestError = bound + 1;
-    int bestBase = 0;
-    int bestTable = 0;
-    int bestMultiplier = 0;
-    for (int base = 0; base < 256; ++base)
-        for (int table = 0; table < 16; ++table)
-            for (int multiplier = 0; multiplier < 16; ++multiplier)
+    int64_t bestError = INT64_MAX;
+    int bestKey = INT32_MAX; // base * 256 + table * 16 + multiplier
+    auto consider = [&](int base, int tableMultiplier) {
+        const int64_t error = candidateError(order, values + (base << 11) + tableMultiplier * 8, bestError);
+        const int key = (base << 8) + tableMultiplier;
+        if (error < bestError || (error == bestError && key < bestKey))
+        {
+            bestError = error;
+            bestKey = key;
+        }
+    };
+
+    // A start, for a low bound from the outset: for each table, the one or
+    // two multipliers whose values span the anchors' sums, with the bases
+    // centring them on the anchors' middle and their neighbours.
+    static const SumOffsets sumOffsets;
+    const int lowSum = inverse.firstSum[anchors[0]], highSum = inverse.firstSum[anchors[1]];
+    for (int table = 0; table < 16; ++table)
+    {
+        const int lowModifier = sumOffsets.modifiers[table][0], highModifier = sumOffsets.modifiers[table][1];
+        const int span = 8 * (highModifier - lowModifier);
+        const int fewest = std::min(15, (highSum - lowSum) / span);
+        for (int multiplier = fewest; multiplier <= std::min(15, fewest + 1); ++multiplier)
+        {
+            const int scale = multiplier == 0 ? 1 : 8 * multiplier;
+            const int centre = (lowSum + highSum - scale * (lowModifier + highModifier)) / 2 - termOfZero;
+            const int base = std::min(254, std::max(firstBase + 1, floorDiv8(centre + 4)));
+            for (int b = std::max(firstBase, base - 1); b <= std::min(255, base + 1); ++b)
+                consider(b, table * 16 + multiplier);
+        }
+    }
+
+    int64_t best = -1;
+    int reach = 0;
+    bool everyBase = false;
+    int sumRanges[kAnchors][2][2];  // sums within reach of each anchor, one or two ranges
+    int baseRanges[kAnchors][2][2]; // the same as bases for a zero offset beside the term of 0
+    for (int tm = 0; tm < 256; ++tm)
+    {
+        if (bestError != best)
+        {
+            best = bestError;
+            reach = int(std::min<int64_t>(floorSqrt(best), 65536));
+            everyBase = 2 * reach + 1 >= 65536;
+            for (int a = 0; a < kAnchors && !everyBase; ++a)
             {
-                const int64_t error =
-                    CandidateError(pixels, values + getPremulIndex(base, table, multiplier, 0), bestError);
-                if (error < bestError)
+                // The values within reach as one or two rising ranges, then
+                // as the sums giving them.
+                const int lo = anchors[a] - reach, hi = anchors[a] + reach;
+                int ranges[2][2] = {{std::max(lo, 0), std::min(hi, 65535)}, {1, 0}};
+                if (lo < 0)
+                    ranges[1][0] = lo + 65536, ranges[1][1] = 65535;
+                else if (hi > 65535)
+                    ranges[1][0] = 0, ranges[1][1] = hi - 65536;
+                for (int r = 0; r < 2; ++r)
                 {
-                    bestError = error;
-                    bestBase = base;
-                    bestTable = table;
-                    bestMultiplier = multiplier;
+                    int* sums = sumRanges[a][r];
+                    sums[0] = kHighestSum + 1; // empty
+                    sums[1] = kLowestSum;
+                    if (ranges[r][0] <= ranges[r][1])
+                    {
+                        sums[0] = inverse.firstSum[ranges[r][0]];
+                        sums[1] = inverse.firstSum[ranges[r][1] + 1] - 1;
+                    }
+                    baseRanges[a][r][0] = -floorDiv8(termOfZero - sums[0]);
+                    baseRanges[a][r][1] = floorDiv8(sums[1] - termOfZero);
                 }
             }
+        }
+        if (everyBase)
+        {
+            for (int base = 0; base < 256; ++base)
+                consider(base, tm);
+            continue;
+        }
+        // Without a wrap, values within reach of the least and the greatest
+        // anchor are at least their spread less twice the reach apart.
+        if (anchors[0] >= reach && anchors[1] + reach <= 65535 &&
+            anchors[1] - anchors[0] - 2 * reach > sumOffsets.widths[isSigned][tm])
+            continue;
+
+        // The bases putting a value within reach of every anchor: with a
+        // multiplier the offsets are 8 x (multiplier x modifier), so each
+        // index shifts the anchor's base ranges; without one, the sums are
+        // divided out for each index.
+        const int16_t* offsets = sumOffsets.offsets[isSigned][tm];
+        const int16_t* shifts = sumOffsets.shifts[tm];
+        const bool multiplied = (tm & 15) != 0;
+        BaseSet bases;
+        for (int a = 0; a < kAnchors; ++a)
+        {
+            BaseSet within;
+            within.clear();
+            for (int r = 0; r < 2; ++r)
+            {
+                const int* sums = sumRanges[a][r];
+                if (sums[0] > sums[1])
+                    continue;
+                if (multiplied)
+                    for (int index = 0; index < 8; ++index)
+                        within.add(baseRanges[a][r][0] - shifts[index], baseRanges[a][r][1] - shifts[index]);
+                else
+                    for (int index = 0; index < 8; ++index)
+                        within.add(-floorDiv8(offsets[index] - sums[0]), floorDiv8(sums[1] - offsets[index]));
+            }
+            if (isSigned) // base 0 is base 1 again; 8 x 0 - 1024 is no base term
+                within.words[0] = (within.words[0] & ~uint64_t(1)) | ((within.words[0] >> 1) & 1);
+            if (a == 0)
+                bases = within;
+            else
+                bases.intersect(within);
+            if (bases.empty())
+                break;
+        }
+        for (int w = 0; w < 4; ++w)
+            for (uint64_t word = bases.words[w]; word != 0; word &= word - 1)
+                consider(w * 64 + __builtin_ctzll(word), tm);
+    }
+
+    const int bestBase = bestKey >> 8;
+    const int bestTable = (bestKey >> 4) & 15;
+    const int bestMultiplier = bestKey & 15;
 
     block[0] = static_cast<unsigned char>(isSigned ? (bestBase + 128) % 256 : bestBase);
     block[1] = static_cast<unsigned char>(bestMultiplier * 16 + bestTable);

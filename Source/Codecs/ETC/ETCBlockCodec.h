@@ -87,6 +87,12 @@ void decompressBlockAlpha16bit(const unsigned char* block, unsigned short* image
 // One decoded 11-bit EAC value as 16 bits.
 int get16bits11bits(int base, int table, int multiplier, int index, bool isSigned);
 int get16bits11signed(int base, int table, int multiplier, int index);
+// Its parts: the value is eacValueOfSum(eacBaseTerm(base) + eacOffset(table,
+// multiplier, index)), clamped and widened to 16 bits (signed values as
+// two's complement ints); it never falls as the sum rises.
+int eacBaseTerm(int base, bool isSigned);
+int eacOffset(int table, int multiplier, int index);
+int eacValueOfSum(int sum, bool isSigned);
 
 // ---- Fast ETC1 search (ETCAverageSearch.cpp) ----
 

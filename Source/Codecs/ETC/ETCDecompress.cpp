@@ -438,14 +438,27 @@ void decompressBlockAlpha(const unsigned char* block, unsigned char* image, int 
     }
 }
 
-int get16bits11signed(int base, int table, int multiplier, int index)
+int eacBaseTerm(int base, bool isSigned)
 {
-    int modifier = eacModifier(table, index);
-    if (multiplier != 0)
-        modifier *= multiplier * 8;
     // The stored -128 counts as -127.
-    const int baseTerm = base == 0 ? -1016 : (base - 128) * 8;
-    const int sum = modifier + baseTerm;
+    if (isSigned)
+        return base == 0 ? -1016 : (base - 128) * 8;
+    return base * 8 + 4;
+}
+
+int eacOffset(int table, int multiplier, int index)
+{
+    const int modifier = eacModifier(table, index);
+    return multiplier != 0 ? modifier * multiplier * 8 : modifier;
+}
+
+int eacValueOfSum(int sum, bool isSigned)
+{
+    if (!isSigned)
+    {
+        const int clamped = std::min(2047, std::max(0, sum));
+        return (clamped << 5) + (clamped >> 6);
+    }
     if (sum > 1023)
         return 0x7fff;
     if (sum < -1023)
@@ -455,15 +468,14 @@ int get16bits11signed(int base, int table, int multiplier, int index)
     return sum < 0 ? -magnitude : magnitude;
 }
 
+int get16bits11signed(int base, int table, int multiplier, int index)
+{
+    return eacValueOfSum(eacBaseTerm(base, true) + eacOffset(table, multiplier, index), true);
+}
+
 int get16bits11bits(int base, int table, int multiplier, int index, bool isSigned)
 {
-    if (isSigned)
-        return get16bits11signed(base, table, multiplier, index);
-    int modifier = eacModifier(table, index);
-    if (multiplier != 0)
-        modifier *= multiplier * 8;
-    const int sum = std::min(2047, std::max(0, base * 8 + 4 + modifier));
-    return (sum << 5) + (sum >> 6);
+    return eacValueOfSum(eacBaseTerm(base, isSigned) + eacOffset(table, multiplier, index), isSigned);
 }
 
 void decompressBlockAlpha16bit(const unsigned char* block, unsigned short* image, int width, int x, int y,
