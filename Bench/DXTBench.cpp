@@ -18,15 +18,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <string>
 #include <vector>
 
 #define STB_DXT_STATIC
 #define STB_DXT_IMPLEMENTATION
 #include <stb_dxt.h>
-#include <stb_image.h>
 
+#include "BenchPhotos.h"
 #include "Codecs/DXTCodec.h"
 
 using namespace orbtexture;
@@ -37,61 +36,11 @@ namespace
 constexpr unsigned kSize = 512;
 constexpr size_t kPixels = size_t(kSize) * kSize;
 
-struct Image
-{
-    std::string name;
-    std::vector<uint8_t> rgba;
-};
-
-// ---- Images --------------------------------------------------------------
-
-// The centre square of the image, point-sampled to kSize x kSize (a plain crop
-// when the image is at least kSize both ways).
-std::vector<uint8_t> CentreSquare(const uint8_t* pixels, unsigned width, unsigned height)
-{
-    const unsigned side = std::min({width, height, kSize});
-    const unsigned left = (width - side) / 2, top = (height - side) / 2;
-    std::vector<uint8_t> out(kPixels * 4);
-    for (unsigned y = 0; y < kSize; ++y)
-        for (unsigned x = 0; x < kSize; ++x)
-        {
-            const size_t from = (size_t(top + y * side / kSize) * width + left + x * side / kSize) * 4;
-            std::memcpy(&out[(size_t(y) * kSize + x) * 4], pixels + from, 4);
-        }
-    return out;
-}
+using benchphotos::Image;
 
 std::vector<Image> LoadPhotos(const char* folder)
 {
-    std::vector<std::string> names;
-    if (DIR* dir = opendir(folder))
-    {
-        while (const dirent* entry = readdir(dir))
-        {
-            const std::string name = entry->d_name;
-            const size_t dot = name.rfind('.');
-            std::string ext = dot == std::string::npos ? "" : name.substr(dot + 1);
-            std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-            if (ext == "png" || ext == "jpg" || ext == "jpeg")
-                names.push_back(name);
-        }
-        closedir(dir);
-    }
-    std::sort(names.begin(), names.end());
-    std::vector<Image> images;
-    for (const std::string& name : names)
-    {
-        int width = 0, height = 0, channels = 0;
-        stbi_uc* pixels = stbi_load((std::string(folder) + "/" + name).c_str(), &width, &height, &channels, 4);
-        if (!pixels)
-        {
-            std::fprintf(stderr, "skipping %s: %s\n", name.c_str(), stbi_failure_reason());
-            continue;
-        }
-        images.push_back({name.substr(0, name.rfind('.')), CentreSquare(pixels, unsigned(width), unsigned(height))});
-        stbi_image_free(pixels);
-    }
-    return images;
+    return benchphotos::LoadPhotos(folder, kSize);
 }
 
 uint32_t Hash(uint32_t x, uint32_t y, uint32_t seed)

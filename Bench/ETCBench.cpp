@@ -1,11 +1,23 @@
-// ETC family compression and decoding of a 512x512 image, in megapixels per second.
+// ETC family compression and decoding in megapixels per second, with the
+// PSNR of each result.
+//
+// Image: the first .png or .jpg in the folder named by ORBTEX_BENCH_PHOTOS
+// (its centre 256 x 256, and the centre 64 x 64 of that), otherwise smooth
+// gradients with hard-edged squares made here. EAC R11 compresses the red
+// channel widened to 16 bits. Each compression runs on one thread ("t1") and
+// on every core ("tall"); the bytes are the same either way.
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
 #include <vector>
 
+#include "BenchPhotos.h"
 #include "Codecs/ETC/ETCCodec.h"
 #include "ORBTextureFormat.h"
 
@@ -14,85 +26,149 @@ using namespace orbtexture;
 namespace
 {
 
-constexpr unsigned kSize = 512;
+constexpr unsigned kCrop = 256;
 
-// 'bytes' bytes a pixel of smooth gradients with hard-edged squares.
-std::vector<uint8_t> MakeImage(unsigned bytes)
+// The 256 x 256 rgba8 source.
+const std::vector<uint8_t>& Source()
 {
-    std::vector<uint8_t> image(size_t(kSize) * kSize * bytes);
-    for (unsigned y = 0; y < kSize; ++y)
-        for (unsigned x = 0; x < kSize; ++x)
-            for (unsigned c = 0; c < bytes; ++c)
-                image[(size_t(y) * kSize + x) * bytes + c] =
-                    ((x / 64 + y / 64) & 1) && c == 2 ? 220 : uint8_t(128 + 100 * std::sin(0.02 * x + 0.03 * y + c));
-    return image;
+    static const std::vector<uint8_t> source = [] {
+        if (const char* folder = std::getenv("ORBTEX_BENCH_PHOTOS"))
+        {
+            std::vector<benchphotos::Image> photos = benchphotos::LoadPhotos(folder, kCrop);
+            if (!photos.empty())
+            {
+                std::fprintf(stderr, "ETC bench image: %s\n", photos[0].name.c_str());
+                return photos[0].rgba;
+            }
+            std::fprintf(stderr, "no .png or .jpg in %s: using a synthetic image\n", folder);
+        }
+        std::vector<uint8_t> image(size_t(kCrop) * kCrop * 4);
+        for (unsigned y = 0; y < kCrop; ++y)
+            for (unsigned x = 0; x < kCrop; ++x)
+                for (unsigned c = 0; c < 4; ++c)
+                    image[(size_t(y) * kCrop + x) * 4 + c] =
+                        ((x / 64 + y / 64) & 1) && c == 2 ? 220 : uint8_t(128 + 100 * std::sin(0.02 * x + 0.03 * y + c));
+        return image;
+    }();
+    return source;
 }
 
-void SetRate(benchmark::State& state)
+unsigned Channels(unsigned format)
 {
-    state.counters["MPix/s"] =
-        benchmark::Counter(double(state.iterations()) * kSize * kSize / 1e6, benchmark::Counter::kIsRate);
+    return format == ePF_ETC1 || format == ePF_ETC2_RGB ? 3 : format == ePF_EAC_R11 ? 1 : 4;
 }
 
-unsigned BytesPerPixel(unsigned format)
+// The centre size x size of the source in the codec's input layout: bytes
+// for the colour formats, red widened to 16 bits for R11.
+std::vector<uint8_t> Input(unsigned format, unsigned size)
 {
-    return format == ePF_ETC1 || format == ePF_ETC2_RGB ? 3 : format == ePF_EAC_R11 ? 2 : 4;
+    const unsigned channels = Channels(format), offset = (kCrop - size) / 2;
+    std::vector<uint8_t> input;
+    for (unsigned y = 0; y < size; ++y)
+        for (unsigned x = 0; x < size; ++x)
+        {
+            const uint8_t* p = &Source()[((size_t(y) + offset) * kCrop + x + offset) * 4];
+            if (format == ePF_EAC_R11)
+                input.insert(input.end(), {p[0], p[0]}); // 257 x red, either byte order
+            else
+                input.insert(input.end(), p, p + channels);
+        }
+    return input;
 }
 
-void BM_Compress(benchmark::State& state, unsigned format, int quality)
+// PSNR of the decoded blocks against the input: colour channels of 8 bits,
+// or the 16-bit red of R11.
+double PSNR(unsigned format, const std::vector<uint8_t>& input, const std::vector<uint8_t>& blocks, unsigned size)
 {
-    const std::vector<uint8_t> image = MakeImage(BytesPerPixel(format));
-    std::vector<uint8_t> blocks(kSize * kSize);
+    std::vector<uint8_t> decoded(input.size());
+    ETCDecompress(blocks.data(), decoded.data(), size, size, format, false);
+    double sum = 0.0, peak = 255.0;
+    size_t count = 0;
+    if (format == ePF_EAC_R11)
+    {
+        peak = 65535.0;
+        for (size_t i = 0; i < input.size(); i += 2, ++count)
+        {
+            uint16_t a, b;
+            std::memcpy(&a, &input[i], 2);
+            std::memcpy(&b, &decoded[i], 2);
+            sum += (double(a) - b) * (double(a) - b);
+        }
+    }
+    else
+    {
+        const unsigned channels = Channels(format);
+        for (size_t i = 0; i < input.size(); ++i)
+            if (i % channels < 3)
+            {
+                sum += (double(input[i]) - decoded[i]) * (double(input[i]) - decoded[i]);
+                ++count;
+            }
+    }
+    return sum == 0.0 ? 99.0 : 10.0 * std::log10(peak * peak * double(count) / sum);
+}
+
+void BM_Compress(benchmark::State& state, unsigned format, int quality, unsigned size, unsigned threads)
+{
+    const std::vector<uint8_t> input = Input(format, size);
+    std::vector<uint8_t> blocks(size_t(size) * size); // at most a byte a pixel
+    ETCSetThreadCountOverride(threads);
     for (auto _ : state)
-        benchmark::DoNotOptimize(ETCCompress(image.data(), blocks.data(), kSize, kSize, quality, format, false));
-    SetRate(state);
-}
-
-// The exhaustive ETC2 qualities on the top-left 64 x 64 pixels: a whole image
-// would take minutes.
-void BM_CompressCorner(benchmark::State& state, unsigned format, int quality)
-{
-    constexpr unsigned kCorner = 64;
-    const unsigned bytes = BytesPerPixel(format);
-    const std::vector<uint8_t> image = MakeImage(bytes);
-    std::vector<uint8_t> corner;
-    for (unsigned y = 0; y < kCorner; ++y)
-        corner.insert(corner.end(), image.begin() + size_t(y) * kSize * bytes,
-                      image.begin() + (size_t(y) * kSize + kCorner) * bytes);
-    std::vector<uint8_t> blocks(kCorner * kCorner);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(ETCCompress(corner.data(), blocks.data(), kCorner, kCorner, quality, format, false));
+        benchmark::DoNotOptimize(ETCCompress(input.data(), blocks.data(), size, size, quality, format, false));
+    ETCSetThreadCountOverride(0);
     state.counters["MPix/s"] =
-        benchmark::Counter(double(state.iterations()) * kCorner * kCorner / 1e6, benchmark::Counter::kIsRate);
+        benchmark::Counter(double(state.iterations()) * size * size / 1e6, benchmark::Counter::kIsRate);
+    state.counters["PSNR"] = PSNR(format, input, blocks, size);
+    state.counters["threads"] = threads ? threads : ETCThreadCount();
 }
 
 void BM_Decompress(benchmark::State& state, unsigned format)
 {
-    const std::vector<uint8_t> image = MakeImage(BytesPerPixel(format));
-    std::vector<uint8_t> blocks(kSize * kSize), decoded(image.size());
-    ETCCompress(image.data(), blocks.data(), kSize, kSize, 0, format, false);
+    const std::vector<uint8_t> input = Input(format, kCrop);
+    std::vector<uint8_t> blocks(size_t(kCrop) * kCrop), decoded(input.size());
+    ETCCompress(input.data(), blocks.data(), kCrop, kCrop, 0, format, false);
     for (auto _ : state)
-        benchmark::DoNotOptimize(ETCDecompress(blocks.data(), decoded.data(), kSize, kSize, format, false));
-    SetRate(state);
+        benchmark::DoNotOptimize(ETCDecompress(blocks.data(), decoded.data(), kCrop, kCrop, format, false));
+    state.counters["MPix/s"] =
+        benchmark::Counter(double(state.iterations()) * kCrop * kCrop / 1e6, benchmark::Counter::kIsRate);
+}
+
+// One compression on one thread and on all of them.
+void Register(const std::string& name, unsigned format, int quality, unsigned size)
+{
+    for (unsigned threads : {1u, 0u})
+        benchmark::RegisterBenchmark((name + "_q" + std::to_string(quality) + "_" + std::to_string(size) +
+                                      (threads ? "_t1" : "_tall"))
+                                         .c_str(),
+                                     BM_Compress, format, quality, size, threads)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
 }
 
 } // namespace
 
-BENCHMARK_CAPTURE(BM_Compress, ETC1_quality0, unsigned(ePF_ETC1), 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Compress, ETC1_quality1, unsigned(ePF_ETC1), 1)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Compress, ETC1_quality2, unsigned(ePF_ETC1), 2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BM_Compress, ETC1_quality3, unsigned(ePF_ETC1), 3)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BM_CompressCorner, ETC2_RGB_quality2, unsigned(ePF_ETC2_RGB), 2)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(BM_CompressCorner, ETC2_RGB_quality3, unsigned(ePF_ETC2_RGB), 3)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(BM_Compress, ETC2_RGB_quality0, unsigned(ePF_ETC2_RGB), 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Compress, ETC2_RGBA_quality0, unsigned(ePF_ETC2_RGBA), 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Compress, EAC_R11, unsigned(ePF_EAC_R11), 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Decompress, ETC1, unsigned(ePF_ETC1))->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Decompress, ETC2_RGBA, unsigned(ePF_ETC2_RGBA))->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Decompress, EAC_R11, unsigned(ePF_EAC_R11))->Unit(benchmark::kMillisecond);
-
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    for (int quality : {0, 1})
+    {
+        Register("ETC1", ePF_ETC1, quality, kCrop);
+        Register("ETC2_RGB", ePF_ETC2_RGB, quality, kCrop);
+        Register("ETC2_RGBA", ePF_ETC2_RGBA, quality, kCrop);
+    }
+    Register("EAC_R11", ePF_EAC_R11, 0, kCrop);
+    for (int quality : {2, 3})
+        for (unsigned size : {64u, kCrop})
+        {
+            Register("ETC1", ePF_ETC1, quality, size);
+            Register("ETC2_RGB", ePF_ETC2_RGB, quality, size);
+        }
+    benchmark::RegisterBenchmark("Decompress_ETC1", BM_Decompress, unsigned(ePF_ETC1))->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("Decompress_ETC2_RGBA", BM_Decompress, unsigned(ePF_ETC2_RGBA))
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("Decompress_EAC_R11", BM_Decompress, unsigned(ePF_EAC_R11))
+        ->Unit(benchmark::kMillisecond);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
