@@ -106,9 +106,8 @@ const DemoConversion kConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ETC2_RGB), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ETC2_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ETC2_RGB_A1), orbtexture::eVarUnsignedByteNorm, 0},
-    // EAC's search tries all 65536 candidates of every block: a crop keeps the demo quick.
-    {orbtexture::PixelType(orbtexture::ePF_EAC_R11), orbtexture::eVarUnsignedShortNorm, 0, 64},
-    {orbtexture::PixelType(orbtexture::ePF_EAC_RG11), orbtexture::eVarUnsignedShortNorm, 0, 64},
+    {orbtexture::PixelType(orbtexture::ePF_EAC_R11), orbtexture::eVarUnsignedShortNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_EAC_RG11), orbtexture::eVarUnsignedShortNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_DXT1), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_DXT5), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_UYVY), orbtexture::eVarUnsignedByteNorm, 0},

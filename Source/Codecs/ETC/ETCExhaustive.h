@@ -120,6 +120,16 @@ unsigned int calcLowestPossibleGreenOH(unsigned char* img, int width, int x, int
                                        unsigned int limit);
 unsigned int calcLowestPossibleBlueOH(unsigned char* img, int width, int x, int y, int origin, int horizontal,
                                       unsigned int limit);
+// The vertical corner code of one channel whose bottom-left pixel (BBB, with
+// the origin alone) or bottom-right pixel (CCC, with the horizontal corner
+// too) comes nearest the image; corners as expanded 8-bit values, ties to the
+// lower code.
+int calcBBBred(unsigned char* img, int width, int x, int y, int origin);
+int calcBBBgreen(unsigned char* img, int width, int x, int y, int origin);
+int calcBBBblue(unsigned char* img, int width, int x, int y, int origin);
+int calcCCCred(unsigned char* img, int width, int x, int y, int origin, int horizontal);
+int calcCCCgreen(unsigned char* img, int width, int x, int y, int origin, int horizontal);
+int calcCCCblue(unsigned char* img, int width, int x, int y, int origin, int horizontal);
 unsigned int calcErrorPlanarOnlyRed(unsigned char* img, int width, int x, int y, int origin, int horizontal,
                                     int vertical, unsigned int limit);
 unsigned int calcErrorPlanarOnlyGreen(unsigned char* img, int width, int x, int y, int origin, int horizontal,

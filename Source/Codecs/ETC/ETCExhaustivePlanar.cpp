@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 #include "Codecs/ETC/ETCModes.h"
 
@@ -72,8 +73,28 @@ unsigned int ChannelError(const unsigned char* img, int width, int x, int y, int
     return sum;
 }
 
+// The vertical code whose decoded pixel (i, 3) of the channel comes nearest
+// the image; ties to the lower code.
+int CornerCode(const unsigned char* img, int width, int x, int y, int channel, int o, int h, int i)
+{
+    const int bits = PlanarBits(channel), target = PixelAt(img, width, x + i, y + 3)[channel];
+    int best = 0, least = 256;
+    for (int v = 0; v < (1 << bits); ++v)
+    {
+        const int d = std::abs(target - DecodePlanar(o, h, ExpandPlanar(v, bits), i, 3));
+        if (d < least)
+        {
+            least = d;
+            best = v;
+        }
+    }
+    return best;
+}
+
 // The best corner codes of one channel within reach of 'codes', bounded by
-// 'limit'; false when nothing is below it.
+// 'limit'; false when nothing is below it. The vertical codes run from the
+// fit's less the reach to its plus the reach, widened to take in the codes
+// that fit the two bottom corners best for each origin and horizontal pair.
 bool SearchChannel(const unsigned char* img, int width, int x, int y, int channel, const unsigned int* squares,
                    unsigned int& limit, int (&codes)[3])
 {
@@ -87,7 +108,11 @@ bool SearchChannel(const unsigned char* img, int width, int x, int y, int channe
             // The top row depends on the origin and the horizontal corner alone.
             if (ChannelError(img, width, x, y, channel, eo, eh, 0, squares, limit, true) >= limit)
                 continue;
-            for (int v = std::max(0, start[2] - kPlanarReach); v <= std::min(top, start[2] + kPlanarReach); ++v)
+            const int left = CornerCode(img, width, x, y, channel, eo, eh, 0);
+            const int right = CornerCode(img, width, x, y, channel, eo, eh, 3);
+            const int first = std::max(0, std::min({start[2] - kPlanarReach, left, right}));
+            const int last = std::min(top, std::max({start[2] + kPlanarReach, left, right}));
+            for (int v = first; v <= last; ++v)
             {
                 const unsigned int error =
                     ChannelError(img, width, x, y, channel, eo, eh, ExpandPlanar(v, bits), squares, limit, false);
@@ -241,6 +266,30 @@ unsigned int calcLowestPossibleBlueOH(unsigned char* img, int width, int x, int 
                                       unsigned int limit)
 {
     return ChannelError(img, width, x, y, 2, origin, horizontal, 0, square_table, limit, true);
+}
+int calcBBBred(unsigned char* img, int width, int x, int y, int origin)
+{
+    return CornerCode(img, width, x, y, 0, origin, 0, 0);
+}
+int calcBBBgreen(unsigned char* img, int width, int x, int y, int origin)
+{
+    return CornerCode(img, width, x, y, 1, origin, 0, 0);
+}
+int calcBBBblue(unsigned char* img, int width, int x, int y, int origin)
+{
+    return CornerCode(img, width, x, y, 2, origin, 0, 0);
+}
+int calcCCCred(unsigned char* img, int width, int x, int y, int origin, int horizontal)
+{
+    return CornerCode(img, width, x, y, 0, origin, horizontal, 3);
+}
+int calcCCCgreen(unsigned char* img, int width, int x, int y, int origin, int horizontal)
+{
+    return CornerCode(img, width, x, y, 1, origin, horizontal, 3);
+}
+int calcCCCblue(unsigned char* img, int width, int x, int y, int origin, int horizontal)
+{
+    return CornerCode(img, width, x, y, 2, origin, horizontal, 3);
 }
 unsigned int calcErrorPlanarOnlyRed(unsigned char* img, int width, int x, int y, int origin, int horizontal,
                                     int vertical, unsigned int limit)

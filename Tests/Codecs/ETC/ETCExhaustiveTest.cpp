@@ -275,6 +275,43 @@ TEST(ETCExhaustive, PartialErrorsBoundTheWholeError)
     }
 }
 
+// Planar blocks made from known codes: the corner functions give back the
+// vertical code, and a clamped corner ties every code up to its clamp and
+// gives the lowest.
+TEST(ETCExhaustive, PlanarCornerCodes)
+{
+    // (origin, horizontal, vertical) codes of red, green (7 bits) and blue.
+    const int codes[3][3] = {{10, 52, 37}, {100, 3, 77}, {63, 20, 0}};
+    auto expand = [](int code, int channel) {
+        return channel == 1 ? (code << 1) | (code >> 6) : (code << 2) | (code >> 4);
+    };
+    std::vector<uint8_t> block(48);
+    int corners[3][3];
+    for (int c = 0; c < 3; ++c)
+        for (int k = 0; k < 3; ++k)
+            corners[c][k] = expand(codes[c][k], c);
+    for (int p = 0; p < 16; ++p)
+        for (int c = 0; c < 3; ++c)
+        {
+            const int o = corners[c][0], i = p % 4, j = p / 4;
+            block[3 * p + c] = uint8_t(std::clamp((4 * o + i * (corners[c][1] - o) + j * (corners[c][2] - o) + 2) >> 2, 0, 255));
+        }
+    uint8_t* img = block.data();
+    EXPECT_EQ(calcBBBred(img, 4, 0, 0, corners[0][0]), 37);
+    EXPECT_EQ(calcCCCred(img, 4, 0, 0, corners[0][0], corners[0][1]), 37);
+    EXPECT_EQ(calcBBBgreen(img, 4, 0, 0, corners[1][0]), 77);
+    EXPECT_EQ(calcCCCgreen(img, 4, 0, 0, corners[1][0], corners[1][1]), 77);
+    EXPECT_EQ(calcBBBblue(img, 4, 0, 0, corners[2][0]), 0);
+    // Origin 255 and horizontal 0 put the bottom-right corner at 0 for every
+    // vertical code up to 42 (expanded 170: (3 x 170 - 508) / 4 rounds to 0).
+    img[3 * 15] = 0;
+    EXPECT_EQ(calcCCCred(img, 4, 0, 0, 255, 0), 0);
+    // The bottom-left corner alone decides BBB: code 21 (85) decodes to
+    // (257 + 3 x 85) / 4 = 128, code 20 (81) to 125.
+    img[3 * 12] = 127;
+    EXPECT_EQ(calcBBBred(img, 4, 0, 0, 255), 21);
+}
+
 TEST(ETCExhaustive, ETC2NeverWorseThanFastAndAlikeOnAnyThreadCount)
 {
     unsigned char work[48];
