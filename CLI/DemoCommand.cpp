@@ -84,7 +84,6 @@ struct DemoConversion
     orbtexture::PixelType format;
     orbtexture::EORBTVariableType type;
     int quality;
-    unsigned crop = 0; // convert only the top-left crop x crop pixels; 0 for all
 };
 
 const DemoConversion kConversions[] = {
@@ -177,19 +176,6 @@ ImageError CompareRGBA8(const CORBTexture& a, const CORBTexture& b)
     return error;
 }
 
-// The top-left size x size pixels of an rgba8 texture.
-CORBTexture Crop(const CORBTexture& texture, unsigned size)
-{
-    orbtexture::CORBTextureHeader header(texture.getHeader());
-    header.setWidth(size);
-    header.setHeight(size);
-    CORBTexture crop(header);
-    for (unsigned y = 0; y < size; ++y)
-        std::memcpy(crop.getDataPtr() + size_t(y) * size * 4, texture.getDataPtr() + size_t(y) * texture.getWidth() * 4,
-                    size_t(size) * 4);
-    return crop;
-}
-
 // Converts the card by each row of kConversions, saves it and its decoded
 // pixels and prints a table; false if a conversion or a file failed.
 bool RunConversions(const CORBTexture& card, const std::string& directory)
@@ -208,12 +194,10 @@ bool RunConversions(const CORBTexture& card, const std::string& directory)
         }
         const std::string name = PixelFormatName(conversion.format.PixelTypeID);
         // Compressed formats appear at several qualities.
-        const std::string baseName = conversion.format.isNamedFormat()
+        const std::string fileName = conversion.format.isNamedFormat()
                                          ? name + "-q" + std::to_string(conversion.quality)
                                          : name;
-        const CORBTexture source = conversion.crop ? Crop(card, conversion.crop) : card;
-        const std::string fileName = conversion.crop ? baseName + "-" + std::to_string(conversion.crop) : baseName;
-        CORBTexture converted(source);
+        CORBTexture converted(card);
         const auto start = std::chrono::steady_clock::now();
         const bool converts = Encode(converted, conversion);
         const double ms = MillisecondsSince(start);
@@ -230,7 +214,7 @@ bool RunConversions(const CORBTexture& card, const std::string& directory)
             ok = false;
             continue;
         }
-        const ImageError error = CompareRGBA8(source, decoded);
+        const ImageError error = CompareRGBA8(card, decoded);
         std::cout << "    " << std::left << std::setw(18) << name << std::setw(6)
                   << ChannelTypeShortName(conversion.type) << std::right << std::setw(7) << conversion.quality
                   << std::setw(5) << ORBTGetBitsPerPixel(conversion.format.PixelTypeID) << std::setw(9)
