@@ -49,38 +49,83 @@ struct Squares
 const Squares kPlainSquares = {{square_table, square_table, square_table}};
 const Squares kPerceptualSquares = {{square_table_percep_red, square_table_percep_green, square_table_percep_blue}};
 
+// Each channel's error for every 4-bit code and paint at the block's
+// pixels: [channel][code][paint][pixel], paint 0 the colour itself, 1 + d the
+// colour plus distance d, 9 + d the colour less it (limited to 0..255).
+struct ChannelPaintErrors
+{
+    unsigned int e[3][16][17][16];
+};
+
+// The tables of 'Channels' channels (1: red, 2: red and green, 3: all) with
+// the paints of T (three: c + d, c, c - d) or H (two: c + d, c - d): the sums
+// of the channels' errors, so that each entry is the same as summing over the
+// channels pixel by pixel.
+template <int Channels>
+void FillTablesOf(const ChannelPaintErrors& errors, bool threePaints, unsigned int* pair, unsigned int* single)
+{
+    // The sums of every channel but the last, per paint and pixel, for the
+    // colours sharing them.
+    unsigned int upper[17][16] = {};
+    for (int c = 0; c < (1 << (4 * Channels)); ++c)
+    {
+        if ((c & 15) == 0)
+        {
+            for (int paint = 0; paint < 17; ++paint)
+                for (int p = 0; p < 16; ++p)
+                {
+                    unsigned int total = 0;
+                    for (int ch = 0; ch + 1 < Channels; ++ch)
+                        total += errors.e[ch][(c >> (4 * (Channels - 1 - ch))) & 15][paint][p];
+                    upper[paint][p] = total;
+                }
+        }
+        const unsigned int(*last)[16] = errors.e[Channels - 1][c & 15];
+        unsigned int sums[17][16];
+        for (int paint = 0; paint < 17; ++paint)
+            for (int p = 0; p < 16; ++p)
+                sums[paint][p] = upper[paint][p] + last[paint][p];
+        if (single)
+            std::copy(sums[0], sums[0] + 16, single + size_t(c) * 16);
+        if (!pair)
+            continue;
+        for (int d = 0; d < 8; ++d)
+        {
+            unsigned int* row = pair + (size_t(c) * 8 + d) * 16;
+            if (threePaints)
+                for (int p = 0; p < 16; ++p)
+                    row[p] = std::min(std::min(sums[1 + d][p], sums[9 + d][p]), sums[0][p]);
+            else
+                for (int p = 0; p < 16; ++p)
+                    row[p] = std::min(sums[1 + d][p], sums[9 + d][p]);
+        }
+    }
+}
+
 // Fills the tables of 'channels' channels (1: red, 2: red and green, 3: all)
 // with the paints of T (three: c + d, c, c - d) or H (two: c + d, c - d).
 void FillTables(const unsigned char* img, int width, int x, int y, const Squares& squares, bool threePaints,
                 const int* distances, int channels, unsigned int* pair, unsigned int* single)
 {
-    const int colours = 1 << (4 * channels);
-    for (int c = 0; c < colours; ++c)
-    {
-        int value[3];
-        for (int ch = 0; ch < channels; ++ch)
-            value[ch] = ((c >> (4 * (channels - 1 - ch))) & 15) * 17;
-        for (int p = 0; p < 16; ++p)
-        {
-            const unsigned char* pixel = img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4));
-            const auto error = [&](int offset) {
-                unsigned int sum = 0;
-                for (int ch = 0; ch < channels; ++ch)
-                    sum += squares.channel[ch][pixel[ch] - std::clamp(value[ch] + offset, 0, 255) + 255];
-                return sum;
-            };
-            const unsigned int centre = error(0);
-            if (single)
-                single[size_t(c) * 16 + p] = centre;
-            for (int d = 0; d < 8 && pair; ++d)
+    thread_local ChannelPaintErrors errors;
+    for (int ch = 0; ch < channels; ++ch)
+        for (int code = 0; code < 16; ++code)
+            for (int paint = 0; paint < 17; ++paint)
             {
-                unsigned int least = std::min(error(distances[d]), error(-distances[d]));
-                if (threePaints)
-                    least = std::min(least, centre);
-                pair[(size_t(c) * 8 + d) * 16 + p] = least;
+                const int offset = paint == 0 ? 0 : paint <= 8 ? distances[paint - 1] : -distances[paint - 9];
+                const int value = std::clamp(code * 17 + offset, 0, 255);
+                for (int p = 0; p < 16; ++p)
+                {
+                    const unsigned char* pixel = img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4));
+                    errors.e[ch][code][paint][p] = squares.channel[ch][pixel[ch] - value + 255];
+                }
             }
-        }
-    }
+    if (channels == 1)
+        FillTablesOf<1>(errors, threePaints, pair, single);
+    else if (channels == 2)
+        FillTablesOf<2>(errors, threePaints, pair, single);
+    else
+        FillTablesOf<3>(errors, threePaints, pair, single);
 }
 
 // Least over the distances in 'live' (a bit a distance) of the summed
