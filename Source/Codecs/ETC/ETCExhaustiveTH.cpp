@@ -18,6 +18,14 @@ namespace
 constexpr unsigned int kCap = 3121200u;
 constexpr unsigned int kCapPerceptual = 1040400000u;
 
+// Each channel's error for every 4-bit code and paint at the block's
+// pixels: [channel][code][paint][pixel], paint 0 the colour itself, 1 + d the
+// colour plus distance d, 9 + d the colour less it (limited to 0..255).
+struct ChannelPaintErrors
+{
+    unsigned int e[3][16][17][16];
+};
+
 // Per-pixel errors of the block: [colour][distance][pixel] for a colour with
 // paints (the T pair of c + d, c, c - d, or the H pair of c + d, c - d), and
 // [colour][pixel] for the single T colour. Colours are 12-bit (red in the high
@@ -27,6 +35,7 @@ struct TablesTH
 {
     std::vector<unsigned int> pairR, pairRG, pairRGB; // [colours][8][16]
     std::vector<unsigned int> singleR, singleRG, singleRGB; // [colours][16]
+    ChannelPaintErrors errors;
     TablesTH()
         : pairR(16 * 128), pairRG(256 * 128), pairRGB(4096 * 128), singleR(16 * 16), singleRG(256 * 16),
           singleRGB(4096 * 16)
@@ -49,65 +58,56 @@ struct Squares
 const Squares kPlainSquares = {{square_table, square_table, square_table}};
 const Squares kPerceptualSquares = {{square_table_percep_red, square_table_percep_green, square_table_percep_blue}};
 
-// Each channel's error for every 4-bit code and paint at the block's
-// pixels: [channel][code][paint][pixel], paint 0 the colour itself, 1 + d the
-// colour plus distance d, 9 + d the colour less it (limited to 0..255).
-struct ChannelPaintErrors
-{
-    unsigned int e[3][16][17][16];
-};
 
 // The tables of 'Channels' channels (1: red, 2: red and green, 3: all) with
 // the paints of T (three: c + d, c, c - d) or H (two: c + d, c - d): the sums
 // of the channels' errors, so that each entry is the same as summing over the
 // channels pixel by pixel.
 template <int Channels>
-void FillTablesOf(const ChannelPaintErrors& errors, bool threePaints, unsigned int* pair, unsigned int* single)
+void FillRows(const ChannelPaintErrors& errors, bool threePaints, int firstRow, int endRow, unsigned int* pair,
+              unsigned int* single)
 {
-    // The sums of every channel but the last, per paint and pixel, for the
-    // colours sharing them.
-    unsigned int upper[17][16] = {};
-    for (int c = 0; c < (1 << (4 * Channels)); ++c)
+    for (int row = firstRow; row < endRow; ++row)
     {
-        if ((c & 15) == 0)
-        {
-            for (int paint = 0; paint < 17; ++paint)
-                for (int p = 0; p < 16; ++p)
-                {
-                    unsigned int total = 0;
-                    for (int ch = 0; ch + 1 < Channels; ++ch)
-                        total += errors.e[ch][(c >> (4 * (Channels - 1 - ch))) & 15][paint][p];
-                    upper[paint][p] = total;
-                }
-        }
-        const unsigned int(*last)[16] = errors.e[Channels - 1][c & 15];
-        unsigned int sums[17][16];
+        // The sums of every channel but the last, per paint and pixel, shared
+        // by the row's 16 colours.
+        unsigned int upper[17][16] = {};
         for (int paint = 0; paint < 17; ++paint)
             for (int p = 0; p < 16; ++p)
-                sums[paint][p] = upper[paint][p] + last[paint][p];
-        if (single)
-            std::copy(sums[0], sums[0] + 16, single + size_t(c) * 16);
-        if (!pair)
-            continue;
-        for (int d = 0; d < 8; ++d)
+            {
+                unsigned int total = 0;
+                for (int ch = 0; ch + 1 < Channels; ++ch)
+                    total += errors.e[ch][(row >> (4 * (Channels - 2 - ch))) & 15][paint][p];
+                upper[paint][p] = total;
+            }
+        for (int c = row * 16; c < row * 16 + 16; ++c)
         {
-            unsigned int* row = pair + (size_t(c) * 8 + d) * 16;
-            if (threePaints)
+            const unsigned int(*last)[16] = errors.e[Channels - 1][c & 15];
+            unsigned int sums[17][16];
+            for (int paint = 0; paint < 17; ++paint)
                 for (int p = 0; p < 16; ++p)
-                    row[p] = std::min(std::min(sums[1 + d][p], sums[9 + d][p]), sums[0][p]);
-            else
-                for (int p = 0; p < 16; ++p)
-                    row[p] = std::min(sums[1 + d][p], sums[9 + d][p]);
+                    sums[paint][p] = upper[paint][p] + last[paint][p];
+            if (single)
+                std::copy(sums[0], sums[0] + 16, single + size_t(c) * 16);
+            if (!pair)
+                continue;
+            for (int d = 0; d < 8; ++d)
+            {
+                unsigned int* out = pair + (size_t(c) * 8 + d) * 16;
+                if (threePaints)
+                    for (int p = 0; p < 16; ++p)
+                        out[p] = std::min(std::min(sums[1 + d][p], sums[9 + d][p]), sums[0][p]);
+                else
+                    for (int p = 0; p < 16; ++p)
+                        out[p] = std::min(sums[1 + d][p], sums[9 + d][p]);
+            }
         }
     }
 }
 
-// Fills the tables of 'channels' channels (1: red, 2: red and green, 3: all)
-// with the paints of T (three: c + d, c, c - d) or H (two: c + d, c - d).
-void FillTables(const unsigned char* img, int width, int x, int y, const Squares& squares, bool threePaints,
-                const int* distances, int channels, unsigned int* pair, unsigned int* single)
+void ChannelErrorsOf(const unsigned char* img, int width, int x, int y, const Squares& squares, const int* distances,
+                     int channels, ChannelPaintErrors& errors)
 {
-    thread_local ChannelPaintErrors errors;
     for (int ch = 0; ch < channels; ++ch)
         for (int code = 0; code < 16; ++code)
             for (int paint = 0; paint < 17; ++paint)
@@ -120,13 +120,49 @@ void FillTables(const unsigned char* img, int width, int x, int y, const Squares
                     errors.e[ch][code][paint][p] = squares.channel[ch][pixel[ch] - value + 255];
                 }
             }
-    if (channels == 1)
-        FillTablesOf<1>(errors, threePaints, pair, single);
-    else if (channels == 2)
-        FillTablesOf<2>(errors, threePaints, pair, single);
-    else
-        FillTablesOf<3>(errors, threePaints, pair, single);
 }
+
+// Fills the tables of 'channels' channels (1: red, 2: red and green, 3: all)
+// with the paints of T (three: c + d, c, c - d) or H (two: c + d, c - d).
+void FillTables(const unsigned char* img, int width, int x, int y, const Squares& squares, bool threePaints,
+                const int* distances, int channels, unsigned int* pair, unsigned int* single)
+{
+    thread_local ChannelPaintErrors errors;
+    ChannelErrorsOf(img, width, x, y, squares, distances, channels, errors);
+    const int rows = 1 << (4 * (channels - 1));
+    if (channels == 1)
+        FillRows<1>(errors, threePaints, 0, rows, pair, single);
+    else if (channels == 2)
+        FillRows<2>(errors, threePaints, 0, rows, pair, single);
+    else
+        FillRows<3>(errors, threePaints, 0, rows, pair, single);
+}
+
+// The whole-colour tables of a search, filled a row of 16 colours (one red
+// and green) at a time when the search first reaches it: most rows are cut
+// off by the red and green bounds before any blue is looked at.
+struct LazyRGB
+{
+    ChannelPaintErrors& errors;
+    bool threePaints;
+    unsigned int* pair;
+    unsigned int* single;
+    bool pairDone[256] = {};
+    bool singleDone[256] = {};
+
+    const unsigned int* pairRow(int row)
+    {
+        if (!pairDone[row])
+            FillRows<3>(errors, threePaints, row, row + 1, pair, nullptr), pairDone[row] = true;
+        return pair;
+    }
+    const unsigned int* singleRow(int row)
+    {
+        if (!singleDone[row])
+            FillRows<3>(errors, threePaints, row, row + 1, nullptr, single), singleDone[row] = true;
+        return single;
+    }
+};
 
 // Least over the distances in 'live' (a bit a distance) of the summed
 // per-pixel least of two rows of errors. A distance stops once its sum reaches
@@ -202,7 +238,8 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
     TablesTH& t = ThreadTables();
     FillTables(img, width, x, y, search.squares, true, table59T, 1, t.pairR.data(), t.singleR.data());
     FillTables(img, width, x, y, search.squares, true, table59T, 2, t.pairRG.data(), t.singleRG.data());
-    FillTables(img, width, x, y, search.squares, true, table59T, 3, t.pairRGB.data(), t.singleRGB.data());
+    ChannelErrorsOf(img, width, x, y, search.squares, table59T, 3, t.errors);
+    LazyRGB rgb{t.errors, true, t.pairRGB.data(), t.singleRGB.data()};
 
     int found0 = -1, found1 = -1;
     for (int r0 = 0; r0 < 16; ++r0)
@@ -225,20 +262,21 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                     unsigned int liveRG;
                     if (BoundT(t.pairRG.data(), t.singleRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
                         continue;
+                    const unsigned int* pairRGB = rgb.pairRow(rg0);
+                    const unsigned int* singleRGB = rgb.singleRow(rg1);
                     for (int b0 = 0; b0 < 16; ++b0)
                     {
                         // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
                         const int c0 = rg0 * 16 + b0;
                         const unsigned int* singleRG = t.singleRG.data() + size_t(rg1) * 16;
                         unsigned int liveB;
-                        if (LeastOverDistances(t.pairRGB.data() + size_t(c0) * 128, [singleRG](int) { return singleRG; },
+                        if (LeastOverDistances(pairRGB + size_t(c0) * 128, [singleRG](int) { return singleRG; },
                                                best, liveRG, &liveB) >= best)
                             continue;
                         for (int b1 = 0; b1 < 16; ++b1)
                         {
                             const int c1 = rg1 * 16 + b1;
-                            const unsigned int error =
-                                BoundT(t.pairRGB.data(), t.singleRGB.data(), c0, c1, best, liveB);
+                            const unsigned int error = BoundT(pairRGB, singleRGB, c0, c1, best, liveB);
                             if (error < best)
                             {
                                 best = error;
@@ -273,7 +311,8 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     TablesTH& t = ThreadTables();
     precalcErrorR_58H(img, width, x, y, t.pairR.data(), search.perceptual);
     precalcErrorRG_58H(img, width, x, y, t.pairRG.data(), search.perceptual);
-    precalcError58H(img, width, x, y, t.pairRGB.data(), search.perceptual);
+    ChannelErrorsOf(img, width, x, y, search.squares, table58H, 3, t.errors);
+    LazyRGB rgb{t.errors, false, t.pairRGB.data(), nullptr};
 
     int found0 = -1, found1 = -1;
     for (int r0 = 0; r0 < 16; ++r0)
@@ -296,20 +335,22 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                     unsigned int liveRG;
                     if (BoundH(t.pairRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
                         continue;
+                    rgb.pairRow(rg1);
+                    const unsigned int* pairRGB = rgb.pairRow(rg0);
                     for (int b0 = 0; b0 < 16; ++b0)
                     {
                         // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
                         const int c0 = rg0 * 16 + b0;
                         const unsigned int* pairRG = t.pairRG.data() + size_t(rg1) * 128;
                         unsigned int liveB;
-                        if (LeastOverDistances(t.pairRGB.data() + size_t(c0) * 128,
+                        if (LeastOverDistances(pairRGB + size_t(c0) * 128,
                                                [pairRG](int d) { return pairRG + d * 16; }, best, liveRG,
                                                &liveB) >= best)
                             continue;
                         for (int b1 = rg0 == rg1 ? b0 + 1 : 0; b1 < 16; ++b1)
                         {
                             const int c1 = rg1 * 16 + b1;
-                            const unsigned int error = BoundH(t.pairRGB.data(), c0, c1, best, liveB);
+                            const unsigned int error = BoundH(pairRGB, c0, c1, best, liveB);
                             if (error < best)
                             {
                                 best = error;
