@@ -16,16 +16,23 @@ namespace
 constexpr unsigned int kCap = 3121200u;
 constexpr unsigned int kCapPerceptual = 1040400000u;
 
-// Layout of a sub-block's precalculated errors: channel, 8-bit value, table,
-// pixel (8), modifier (4).
+// Layout of a sub-block's precalculated errors: channel, value, table, pixel
+// (8), modifier (4). A value has the slot of its top five bits, which differ
+// for every expanded 4-bit and 5-bit code, so the 96 KiB of a sub-block stay
+// in cache.
 constexpr size_t kPerTable = 8 * 4;
 constexpr size_t kPerValue = 8 * kPerTable;
-constexpr size_t kPerChannel = 256 * kPerValue;
+constexpr size_t kPerChannel = 32 * kPerValue;
 constexpr size_t kPrecalcSize = 3 * kPerChannel;
+
+inline size_t Slot(int channel, int value, int table)
+{
+    return channel * kPerChannel + size_t(value >> 3) * kPerValue + size_t(table) * kPerTable;
+}
 
 inline const unsigned int* At(const unsigned int* precalc, int channel, int value, int table)
 {
-    return precalc + channel * kPerChannel + size_t(value) * kPerValue + size_t(table) * kPerTable;
+    return precalc + Slot(channel, value, table);
 }
 
 // Pixel i (0..7) of sub-block s: left and right are 2 x 4, top and bottom 4 x 2.
@@ -69,31 +76,34 @@ Workspace& ThreadWorkspace()
 void Precalculate(const unsigned char* img, int width, int x, int y, int levels, int (*expand)(int),
                   const unsigned int* const* squares, Workspace& work)
 {
-    for (int s = 0; s < 4; ++s)
-    {
-        unsigned int* precalc = work.precalc[s].data();
-        for (int i = 0; i < 8; ++i)
+    // The decoded values of every code, table and modifier, then each
+    // channel's errors at each of the 16 pixels, copied into the layouts of
+    // the two sub-blocks holding the pixel.
+    int decoded[32][8][4];
+    for (int code = 0; code < levels; ++code)
+        for (int table = 0; table < 8; ++table)
+            for (int k = 0; k < 4; ++k)
+                decoded[code][table][k] = clamp_table_plus_255[expand(code) + compressParams[2 * table][k] + 255] - 255;
+    for (int py = 0; py < 4; ++py)
+        for (int px = 0; px < 4; ++px)
         {
-            int px, py;
-            SubBlockPixel(s, i, px, py);
             const unsigned char* p = img + 3 * (size_t(y + py) * size_t(width) + size_t(x + px));
+            // Left or right (2 x 4, pixel index column-major), top or bottom (4 x 2, row-major).
+            unsigned int* vertical = work.precalc[px / 2].data() + ((px % 2) * 4 + py) * 4;
+            unsigned int* horizontal = work.precalc[2 + py / 2].data() + ((py % 2) * 4 + px) * 4;
             for (int channel = 0; channel < 3; ++channel)
                 for (int code = 0; code < levels; ++code)
                 {
                     const int value = expand(code);
                     for (int table = 0; table < 8; ++table)
                     {
-                        unsigned int* out =
-                            precalc + channel * kPerChannel + size_t(value) * kPerValue + table * kPerTable + i * 4;
+                        const size_t slot = Slot(channel, value, table);
                         for (int k = 0; k < 4; ++k)
-                        {
-                            const int decoded = clamp_table_plus_255[value + compressParams[2 * table][k] + 255] - 255;
-                            out[k] = squares[channel][p[channel] - decoded + 255];
-                        }
+                            vertical[slot + k] = horizontal[slot + k] =
+                                squares[channel][p[channel] - decoded[code][table][k] + 255];
                     }
                 }
         }
-    }
 }
 
 // Least, over the tables, of the summed per-pixel least error of the channels
@@ -118,39 +128,64 @@ unsigned int PartialBound(const unsigned int* precalc, int channels, const unsig
     return best;
 }
 
+// Best errors of one sub-block over the eight tables for the blues of one red
+// and green: 'rg' holds the red and green errors summed per table, pixel and
+// modifier. An error stops once it reaches the best so far (at most 'limit').
+void BluesOfSubBlock(const unsigned int* rg, const unsigned int* precalc, int levels, int (*expand)(int),
+                     unsigned int limit, unsigned int* best)
+{
+    for (int b = 0; b < levels; ++b)
+    {
+        unsigned int& out = best[b];
+        unsigned int bound = std::min(limit, out);
+        for (int table = 0; table < 8; ++table)
+        {
+            const unsigned int* both = rg + table * kPerTable;
+            const unsigned int* blue = At(precalc, 2, expand(b), table);
+            unsigned int sum = 0;
+            for (int i = 0; i < 32 && sum < bound; i += 4)
+                sum += std::min(std::min(both[i] + blue[i], both[i + 1] + blue[i + 1]),
+                                std::min(both[i + 2] + blue[i + 2], both[i + 3] + blue[i + 3]));
+            if (sum < bound)
+                bound = out = sum;
+        }
+    }
+}
+
 // Best error of every colour for each sub-block (values of 'limit' or more
 // stand as 'limit'), red outermost, blue innermost. Whole runs of red, and of
-// red and green, are skipped when their lower bound reaches the limit.
-void SubBlockErrors(unsigned char* img, int levels, int (*expand)(int), unsigned int limit, Workspace& work)
+// red and green, are skipped for a sub-block when its lower bound reaches the
+// limit; the others sum their red and green once for all the blues.
+void SubBlockErrors(unsigned char* /*img*/, int levels, int (*expand)(int), unsigned int limit, Workspace& work)
 {
     unsigned int* const p[4] = {work.precalc[0].data(), work.precalc[1].data(), work.precalc[2].data(),
                                 work.precalc[3].data()};
     const size_t colours = size_t(levels) * levels * levels;
     for (auto& errors : work.errors)
         std::fill_n(errors.begin(), colours, limit);
+    unsigned int rg[8 * kPerTable];
     for (int r = 0; r < levels; ++r)
     {
         unsigned char colour[3] = {static_cast<unsigned char>(expand(r)), 0, 0};
-        bool any = false;
-        for (int s = 0; s < 4 && !any; ++s)
-            any = PartialBound(p[s], 1, colour, limit) < limit;
-        if (!any)
-            continue;
+        bool redLive[4];
+        for (int s = 0; s < 4; ++s)
+            redLive[s] = PartialBound(p[s], 1, colour, limit) < limit;
         for (int g = 0; g < levels; ++g)
         {
             colour[1] = static_cast<unsigned char>(expand(g));
-            any = false;
-            for (int s = 0; s < 4 && !any; ++s)
-                any = PartialBound(p[s], 2, colour, limit) < limit;
-            if (!any)
-                continue;
-            for (int b = 0; b < levels; ++b)
+            for (int s = 0; s < 4; ++s)
             {
-                colour[2] = static_cast<unsigned char>(expand(b));
-                const size_t index = (size_t(r) * levels + g) * levels + b;
-                tryalltables_3bittable_all_subblocks_using_precalc(
-                    img, colour, p[0], p[1], p[2], p[3], work.errors[0][index], work.errors[1][index],
-                    work.errors[2][index], work.errors[3][index], limit);
+                if (!redLive[s] || PartialBound(p[s], 2, colour, limit) >= limit)
+                    continue;
+                for (int table = 0; table < 8; ++table)
+                {
+                    const unsigned int* red = At(p[s], 0, colour[0], table);
+                    const unsigned int* green = At(p[s], 1, colour[1], table);
+                    for (size_t i = 0; i < kPerTable; ++i)
+                        rg[table * kPerTable + i] = red[i] + green[i];
+                }
+                const size_t first = (size_t(r) * levels + g) * levels;
+                BluesOfSubBlock(rg, p[s], levels, expand, limit, work.errors[s].data() + first);
             }
         }
     }
