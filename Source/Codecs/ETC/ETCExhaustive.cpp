@@ -152,40 +152,54 @@ void BluesOfSubBlock(const unsigned int* rg, const unsigned int* precalc, int le
     }
 }
 
-// Best error of every colour for each sub-block (values of 'limit' or more
-// stand as 'limit'), red outermost, blue innermost. Whole runs of red, and of
-// red and green, are skipped for a sub-block when its lower bound reaches the
-// limit; the others sum their red and green once for all the blues.
+// Best error of every colour for each sub-block, red outermost, blue
+// innermost. Left and top come first, bounded by 'limit'; right and bottom
+// by 'limit' less the least error of their partner, since only a pair below
+// 'limit' matters. Errors that reach a sub-block's bound stand as 'limit'.
+// Whole runs of red, and of red and green, are skipped when their lower bound
+// reaches the bound; the others sum their red and green once for all blues.
 void SubBlockErrors(unsigned char* /*img*/, int levels, int (*expand)(int), unsigned int limit, Workspace& work)
 {
-    unsigned int* const p[4] = {work.precalc[0].data(), work.precalc[1].data(), work.precalc[2].data(),
-                                work.precalc[3].data()};
     const size_t colours = size_t(levels) * levels * levels;
     for (auto& errors : work.errors)
         std::fill_n(errors.begin(), colours, limit);
     unsigned int rg[8 * kPerTable];
-    for (int r = 0; r < levels; ++r)
+    for (int s : {0, 2, 1, 3})
     {
-        unsigned char colour[3] = {static_cast<unsigned char>(expand(r)), 0, 0};
-        bool redLive[4];
-        for (int s = 0; s < 4; ++s)
-            redLive[s] = PartialBound(p[s], 1, colour, limit) < limit;
-        for (int g = 0; g < levels; ++g)
+        const unsigned int* precalc = work.precalc[s].data();
+        unsigned int bound = limit;
+        if (s % 2 == 1)
         {
-            colour[1] = static_cast<unsigned char>(expand(g));
-            for (int s = 0; s < 4; ++s)
+            const unsigned int partner = *std::min_element(work.errors[s - 1].begin(), work.errors[s - 1].begin() + colours);
+            bound = partner >= limit ? 0 : limit - partner;
+        }
+        for (int r = 0; r < levels && bound > 0; ++r)
+        {
+            unsigned char colour[3] = {static_cast<unsigned char>(expand(r)), 0, 0};
+            if (PartialBound(precalc, 1, colour, bound) >= bound)
+                continue;
+            for (int g = 0; g < levels; ++g)
             {
-                if (!redLive[s] || PartialBound(p[s], 2, colour, limit) >= limit)
-                    continue;
+                // Red and green summed for every table, and the least over
+                // the tables of their per-pixel least: a bound of every blue.
+                colour[1] = static_cast<unsigned char>(expand(g));
+                const unsigned int* red = At(precalc, 0, colour[0], 0);
+                const unsigned int* green = At(precalc, 1, colour[1], 0);
+                for (size_t i = 0; i < 8 * kPerTable; ++i)
+                    rg[i] = red[i] + green[i];
+                unsigned int least = bound;
                 for (int table = 0; table < 8; ++table)
                 {
-                    const unsigned int* red = At(p[s], 0, colour[0], table);
-                    const unsigned int* green = At(p[s], 1, colour[1], table);
-                    for (size_t i = 0; i < kPerTable; ++i)
-                        rg[table * kPerTable + i] = red[i] + green[i];
+                    const unsigned int* both = rg + table * kPerTable;
+                    unsigned int sum = 0;
+                    for (size_t i = 0; i < kPerTable && sum < least; i += 4)
+                        sum += std::min(std::min(both[i], both[i + 1]), std::min(both[i + 2], both[i + 3]));
+                    least = std::min(least, sum);
                 }
-                const size_t first = (size_t(r) * levels + g) * levels;
-                BluesOfSubBlock(rg, p[s], levels, expand, limit, work.errors[s].data() + first);
+                if (least >= bound)
+                    continue;
+                BluesOfSubBlock(rg, precalc, levels, expand, bound,
+                                work.errors[s].data() + (size_t(r) * levels + g) * levels);
             }
         }
     }
