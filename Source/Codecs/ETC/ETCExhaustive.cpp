@@ -35,21 +35,6 @@ inline const unsigned int* At(const unsigned int* precalc, int channel, int valu
     return precalc + Slot(channel, value, table);
 }
 
-// Pixel i (0..7) of sub-block s: left and right are 2 x 4, top and bottom 4 x 2.
-inline void SubBlockPixel(int s, int i, int& px, int& py)
-{
-    if (s < 2)
-    {
-        px = 2 * s + i / 4;
-        py = i % 4;
-    }
-    else
-    {
-        px = i % 4;
-        py = 2 * (s - 2) + i / 4;
-    }
-}
-
 // Per-thread work space: the four sub-blocks' precalculated errors and the
 // best error of every colour for each sub-block. Allocated once a thread.
 struct Workspace
