@@ -1,0 +1,86 @@
+#ifndef FNZJ_LOCALISED_H
+#define FNZJ_LOCALISED_H
+
+// The optimiser's numerical kit, in 32-bit floats: covariance sums and their
+// sorted eigenvectors, a principal eigenvector by power iteration, singular
+// value decomposition with least-squares solves, and a Cholesky solver for
+// the 18 by 18 normal matrix. Matrices are row-major.
+
+#include <vector>
+
+namespace orbtexture
+{
+
+// The upper triangle of the 4 x 4 matrix of weighted outer products, in row
+// order: rr, rg, rb, ra, gg, gb, ga, bb, ba, aa.
+constexpr int kCovarSumSize = 10;
+
+// Adds weight x colour x colour^T.
+void UpdateCovarSumF(double* sum, float weight, const float* colour);
+// The same for an 8-bit colour; a non-zero 'recentre' subtracts 128 from each
+// channel first.
+void UpdateCovarSumI(double* sum, float weight, int recentre, const unsigned char* colour);
+
+// Eigenvalues (descending) and eigenvectors (as rows) of the covariance
+// sum - mean x mean^T; the sum is expected to be normalised (weights adding
+// to 1).
+void CovarSumToSortedEigenVecs(const double* sum, const float* mean, float* eigenvalues, float (*eigenvectors)[4]);
+// The principal eigenvector of the same covariance (unit length).
+void CovarSumToPrincipalVector(const double* sum, const float* mean, float* vector);
+
+// Cyclic Jacobi on the symmetric n x n 'matrix' (destroyed): eigenvalues in
+// descending order, eigenvectors as the columns of the n x n 'eigenvectors'.
+void ComputeSortedEigenVecs(float* matrix, int n, float* eigenvalues, float* eigenvectors);
+
+// The unit principal eigenvector of a symmetric 4 x 4 matrix by repeated
+// squaring and power iteration; a zero matrix gives the first axis.
+void FindPrincipalEigenvect(const float (*matrix)[4], float* vector);
+
+// The covariance sum of n-dimensional vectors: the upper triangle of the
+// weighted outer products in row order, and the weighted sum of the vectors
+// (their mean once the weights add to 1).
+struct LargeCovarSum
+{
+    int dimension = 0;
+    std::vector<double> sums;
+    std::vector<double> mean;
+};
+
+void InitLargeCovarSum(LargeCovarSum& sum, int dimension);
+void UpdateLargeCovarSumF(LargeCovarSum& sum, float weight, const float* values);
+void UpdateLargeCovarSumI(LargeCovarSum& sum, float weight, int recentre, const unsigned char* values);
+// Eigenvalues (descending) and eigenvectors (as rows, dimension x dimension)
+// of sums - mean x mean^T.
+void LargeCovarSumToSortedEigenVecs(const LargeCovarSum& sum, float* eigenvalues, float* eigenvectors);
+
+// Singular value decomposition A = U W V^T of the m x n 'matrix', which is
+// replaced by U (m x n); 'singular' gets the n values of W and 'v' the n x n
+// V. Returns 1, or 0 when a value has not converged after 30 iterations
+// (with a message on standard error).
+int SingValDecomp(int m, int n, float* matrix, float* singular, float* v);
+int SingValDecompFixedWidth_4(int m, float* matrix, float* singular, float* v);
+int SingValDecompFixedWidth_8(int m, float* matrix, float* singular, float* v);
+int SingValDecompFixedWidth_18(int m, float* matrix, float* singular, float* v);
+
+// x (n) minimising |A x - b| from the decomposition (U m x n, W, V): the
+// reciprocals of singular values below 1e-6 of the largest count as 0.
+void SolveUsingSingValDecomp(int m, int n, const float* u, const float* singular, const float* v, const float* b,
+                             float* x);
+void SolveUsingSingValDecompFixedWidth_4(int m, const float* u, const float* singular, const float* v,
+                                         const float* b, float* x);
+void SolveUsingSingValDecompFixedWidth_8(int m, const float* u, const float* singular, const float* v,
+                                         const float* b, float* x);
+void SolveUsingSingValDecompFixedWidth_18(int m, const float* u, const float* singular, const float* v,
+                                          const float* b, float* x);
+
+// In place, the lower triangular L with L L^T = the symmetric 18 x 18
+// 'matrix' (the upper triangle keeps the input). 'status' is 1 when every
+// pivot is positive, else 0 (the decomposition stops there).
+void CholeskyDecomp_18(float (*matrix)[18], int& status);
+// Solves L L^T X = B for four right-hand sides: 'rhs' (18 x 4) is replaced by
+// X.
+void SolveUsingCholeskyDecomp_18x4(const float (*matrix)[18], float (*rhs)[4]);
+
+} // namespace orbtexture
+
+#endif
