@@ -1,0 +1,121 @@
+// Island detection on block windows, from hand-worked windows.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+#include "Codecs/ORBTC/fnzj/analygrapprop.h"
+
+using namespace orbtexture;
+
+namespace
+{
+
+struct Window
+{
+    CompressParams params;
+    std::vector<unsigned char> pixels;
+
+    Window(int width, int height)
+    {
+        params.windowWidth = static_cast<uint8_t>(width);
+        params.windowHeight = static_cast<uint8_t>(height);
+        pixels.assign(size_t(width) * height * 4, 255);
+    }
+    unsigned char* at(int x, int y) { return &pixels[(size_t(y) * params.windowWidth + x) * 4]; }
+    void set(int x, int y, int grey, int alpha = 255)
+    {
+        std::fill_n(at(x, y), 3, static_cast<unsigned char>(grey));
+        at(x, y)[3] = static_cast<unsigned char>(alpha);
+    }
+};
+
+// Runs the analysis and checks the order: a permutation of the pixels in
+// which each island is one run, islands in increasing number.
+int Islands(Window& window, std::vector<unsigned char>& labels, std::vector<unsigned char>& order)
+{
+    const int count = window.params.windowWidth * window.params.windowHeight;
+    labels.assign(count, 0);
+    order.assign(count, 0);
+    const int islands = AnalyseGraphicsProperties(window.pixels.data(), window.params, labels.data(), order.data());
+    std::vector<unsigned char> sorted = order;
+    std::sort(sorted.begin(), sorted.end());
+    std::vector<unsigned char> all(count);
+    std::iota(all.begin(), all.end(), 0);
+    EXPECT_EQ(sorted, all);
+    for (int i = 1; i < count; ++i)
+        EXPECT_TRUE(labels[order[i]] == labels[order[i - 1]] || labels[order[i]] == labels[order[i - 1]] + 1) << i;
+    EXPECT_EQ(labels[order[count - 1]], islands - 1);
+    return islands;
+}
+
+} // namespace
+
+TEST(GraphicsProperties, FlatWindowIsOneIslandInSearchOrder)
+{
+    Window window(9, 9);
+    std::vector<unsigned char> labels, order;
+    EXPECT_EQ(Islands(window, labels, order), 1);
+    // From pixel 0: its neighbours 1, 9, 10 in row order; then the last
+    // pushed, 10, adds 2, 11, 18, 19, 20.
+    EXPECT_EQ(std::vector<unsigned char>(order.begin(), order.begin() + 9),
+              (std::vector<unsigned char>{0, 1, 9, 10, 2, 11, 18, 19, 20}));
+}
+
+TEST(GraphicsProperties, RampsJoinAlongRowsAndCheckersByDiagonals)
+{
+    // A 2bpp window (17 x 9): red rising 12 a pixel along rows, far beyond
+    // the colour test, but with no second difference.
+    Window ramp(17, 9);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 17; ++x)
+            ramp.at(x, y)[0] = static_cast<unsigned char>(12 * x);
+    std::vector<unsigned char> labels, order;
+    EXPECT_EQ(Islands(ramp, labels, order), 1);
+
+    // A spike in column 8 leaves columns 7, 8 and 9 unsmooth across rows.
+    // A pixel joins by its own flag: column 7 cannot join 6, nor 8 either
+    // side, but column 9, seeded on its own, takes in the smooth column 10
+    // and all beyond: {0-6}, {7}, {8}, {9-16}.
+    for (int y = 0; y < 9; ++y)
+        ramp.at(8, y)[0] = 250;
+    EXPECT_EQ(Islands(ramp, labels, order), 4);
+    EXPECT_EQ(labels[6], 0);
+    EXPECT_EQ(labels[7], 1);
+    EXPECT_EQ(labels[8], 2);
+    EXPECT_EQ(labels[16], 3);
+
+    // Black and white checker: each colour touches itself only diagonally.
+    Window checker(9, 9);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 9; ++x)
+            checker.set(x, y, (x + y) % 2 ? 255 : 0);
+    EXPECT_EQ(Islands(checker, labels, order), 2);
+    EXPECT_EQ(labels[0], 0);
+    EXPECT_EQ(labels[1], 1);
+}
+
+TEST(GraphicsProperties, TransparentPixelsJoinOnlyWithPunchThrough)
+{
+    // The checker with its first two pixels (black and white) transparent:
+    // alone they match nothing, so four islands; with punch-through they
+    // join each other.
+    Window checker(9, 9);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 9; ++x)
+            checker.set(x, y, (x + y) % 2 ? 255 : 0, x + y * 9 < 2 ? 0 : 255);
+    std::vector<unsigned char> labels, order;
+    EXPECT_EQ(Islands(checker, labels, order), 4);
+    EXPECT_NE(labels[0], labels[1]);
+    checker.params.punchThrough = 1;
+    EXPECT_EQ(Islands(checker, labels, order), 3);
+    EXPECT_EQ(labels[0], labels[1]);
+
+    // A window too large to number its pixels in bytes is refused.
+    Window huge(17, 17);
+    std::vector<unsigned char> big(289, 7);
+    EXPECT_EQ(AnalyseGraphicsProperties(huge.pixels.data(), huge.params, big.data(), big.data()), 0);
+    EXPECT_EQ(big[0], 7);
+}
