@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 namespace orbtexture
@@ -624,6 +625,141 @@ void SolveUsingCholeskyDecomp_18x4(const float (*l)[18], float (*rhs)[4])
             rhs[i][c] = sum / l[i][i];
         }
     }
+}
+
+// ---- Fitting a representative pair to the modulation weights ----
+
+int InitialisePackedFittingParams(uint32_t count, int perPixelNine, int residualKind, void* shared,
+                                  PackedFittingParams& params)
+{
+    ReleasePackedFittingParams(params);
+    params.count = count;
+    const size_t rounded = (size_t(count) + 3) / 4 * 4;
+    // Cleared allocations; any failure releases what was made.
+    bool ok = (params.centralWeights = static_cast<int32_t*>(std::calloc(rounded, sizeof(int32_t)))) &&
+              (params.modulations = static_cast<int32_t*>(std::calloc(rounded, sizeof(int32_t)))) &&
+              (params.gains = static_cast<float*>(std::calloc(rounded, sizeof(float)))) &&
+              (params.workArea = static_cast<float*>(std::calloc(18 * rounded, sizeof(float)))) &&
+              (params.matrix = static_cast<float(*)[18]>(std::calloc(18, sizeof(float[18])))) &&
+              (params.rightSides = static_cast<float(*)[4]>(std::calloc(18, sizeof(float[4])))) &&
+              (params.flags = static_cast<uint8_t*>(std::calloc(rounded, 1)));
+    if (ok && perPixelNine)
+        ok = (params.centralWeightsNine = static_cast<int32_t*>(std::calloc(9 * rounded, sizeof(int32_t))));
+    if (ok)
+    {
+        params.sharedResiduals = residualKind >= 2;
+        switch (residualKind)
+        {
+        case 0: ok = (params.floatResiduals = static_cast<float*>(std::calloc(4 * rounded, sizeof(float)))); break;
+        case 1: ok = (params.byteResiduals = static_cast<uint8_t*>(std::calloc(4 * rounded, 1))); break;
+        case 2: params.floatResiduals = static_cast<float*>(shared); break;
+        case 3: params.byteResiduals = static_cast<uint8_t*>(shared); break;
+        default: ok = false; break;
+        }
+    }
+    if (!ok)
+    {
+        ReleasePackedFittingParams(params);
+        return 0;
+    }
+    for (int k = 0; k < 18; ++k)
+        params.workArrays[k] = params.workArea + k * rounded;
+    params.a = params.workArrays[0];
+    params.b = params.workArrays[1];
+    return 1;
+}
+
+void ReleasePackedFittingParams(PackedFittingParams& params)
+{
+    std::free(params.centralWeights);
+    std::free(params.centralWeightsNine);
+    std::free(params.modulations);
+    std::free(params.gains);
+    std::free(params.workArea);
+    std::free(params.matrix);
+    std::free(params.rightSides);
+    std::free(params.flags);
+    if (!params.sharedResiduals)
+    {
+        std::free(params.floatResiduals);
+        std::free(params.byteResiduals);
+    }
+    params = PackedFittingParams();
+}
+
+int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& params, float* displacements)
+{
+    // The pixels the block can reach: rows 1 to the last but one, from the
+    // second pixel of row 1 to the last but one of that row.
+    const bool fourBpp = pixelCount == 81;
+    const uint32_t first = fourBpp ? 10 : 18;
+    const uint32_t last = std::min<uint32_t>(fourBpp ? 70 : 134, params.count ? params.count - 1 : 0);
+    float p = 0.0f, q = 0.0f, r = 0.0f;
+    for (uint32_t i = first; i <= last && i < params.count; ++i)
+    {
+        const float c = float(params.centralWeights[i]) * params.gains[i] * 0.001953125f;
+        const float m = float(params.modulations[i]);
+        params.a[i] = (8.0f - m) * c;
+        params.b[i] = m * c;
+        p += params.a[i] * params.a[i];
+        q += params.a[i] * params.b[i];
+        r += params.b[i] * params.b[i];
+    }
+    // One representative far outweighing the other stands alone.
+    if (std::fabs(p) > 100.0f * std::fabs(r))
+        q = r = 0.0f;
+    else if (std::fabs(r) > 100.0f * std::fabs(p))
+        p = q = 0.0f;
+
+    // Entries (P', Q', R') applied crosswise: A = R' U + Q' V, B = Q' U + P' V.
+    float ip = 0.0f, iq = 0.0f, ir = 0.0f;
+    int status;
+    const float determinant = p * r - q * q;
+    if (determinant > 0.0f)
+    {
+        ip = p / determinant;
+        iq = -q / determinant;
+        ir = r / determinant;
+        status = 0;
+    }
+    else if (p == 0.0f && r == 0.0f)
+        status = 1;
+    else if (r == 0.0f)
+    {
+        ir = 1.0f / p; // A alone
+        status = 1;
+    }
+    else if (p == 0.0f)
+    {
+        ip = 1.0f / r; // B alone
+        status = 2;
+    }
+    else
+    {
+        // Rank one, scaled by 1 / P: an exactly proportional pair moves by 0
+        // and the caller draws it in.
+        const float scale = 1.0f / p;
+        ip = p * scale;
+        iq = -q * scale;
+        ir = r * scale;
+        status = 3;
+    }
+
+    for (int channel = 0; channel < 4; ++channel)
+    {
+        float u = 0.0f, v = 0.0f;
+        for (uint32_t i = first; i <= last && i < params.count; ++i)
+        {
+            const float e = params.floatResiduals ? params.floatResiduals[4 * i + channel]
+                            : params.byteResiduals ? float(params.byteResiduals[4 * i + channel])
+                                                   : 0.0f;
+            u += params.gains[i] * params.a[i] * e;
+            v += params.gains[i] * params.b[i] * e;
+        }
+        displacements[channel] = ir * u + iq * v;
+        displacements[4 + channel] = iq * u + ip * v;
+    }
+    return status;
 }
 
 } // namespace orbtexture

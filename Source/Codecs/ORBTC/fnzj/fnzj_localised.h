@@ -6,6 +6,7 @@
 // value decomposition with least-squares solves, and a Cholesky solver for
 // the 18 by 18 normal matrix. Matrices are row-major.
 
+#include <cstdint>
 #include <vector>
 
 namespace orbtexture
@@ -80,6 +81,45 @@ void CholeskyDecomp_18(float (*matrix)[18], int& status);
 // Solves L L^T X = B for four right-hand sides: 'rhs' (18 x 4) is replaced by
 // X.
 void SolveUsingCholeskyDecomp_18x4(const float (*matrix)[18], float (*rhs)[4]);
+
+// ---- Fitting a representative pair to the modulation weights ----
+
+// The per-pixel data of a block's window for the least-squares fit of its two
+// representatives. Arrays are owned here unless 'sharedResiduals' says the
+// residuals belong to the caller.
+struct PackedFittingParams
+{
+    uint32_t count = 0;                  // window pixels
+    int32_t* centralWeights = nullptr;   // 0 to 64 a pixel
+    int32_t* centralWeightsNine = nullptr; // nine a pixel, when asked for
+    int32_t* modulations = nullptr;      // weight on B, 0 to 8
+    float* gains = nullptr;              // 128 is full gain
+    uint32_t sharedResiduals = 0;
+    float* floatResiduals = nullptr;     // pixel less decoded colour, four a pixel
+    uint8_t* byteResiduals = nullptr;    // the same as unsigned bytes
+    float* workArea = nullptr;           // eighteen cleared arrays of count rounded up to 4
+    float* workArrays[18] = {};
+    float* a = nullptr;                  // weights on A and B of the fit
+    float* b = nullptr;
+    float (*matrix)[18] = nullptr;       // 18 x 18 work matrix
+    float (*rightSides)[4] = nullptr;    // 18 x 4
+    uint8_t* flags = nullptr;            // a byte a pixel
+};
+
+// Residual kinds: 0 float residuals made here, 1 byte residuals made here, 2
+// float residuals of the caller's ('shared'), 3 byte residuals of the caller's.
+// Returns 1, or 0 after releasing everything when an allocation fails.
+int InitialisePackedFittingParams(uint32_t count, int perPixelNine, int residualKind, void* shared,
+                                  PackedFittingParams& params);
+// Frees what the record owns and zeroes it.
+void ReleasePackedFittingParams(PackedFittingParams& params);
+
+// The displacements of A and of B (RGBA each, in 'displacements' [8]) that
+// best cancel the residuals of the pixels the block reaches, given each
+// pixel's modulation: 0 both solved, 1 A only (B's is 0), 2 B only (A's is
+// 0), 3 a singular matrix with data on both, given a rank-one answer.
+// 'pixelCount' 81 is a 4bpp window, any other a 2bpp one.
+int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& params, float* displacements);
 
 } // namespace orbtexture
 
