@@ -1,7 +1,11 @@
 #ifndef FNZJ_INITIALREPS_H
 #define FNZJ_INITIALREPS_H
 
-// Initial representatives of the optimiser: colour measures.
+// Initial representatives of the optimiser: oriented bounding boxes of a
+// block's pixels, the grid of colours the word can store, and the exact pair
+// for a block of one colour.
+
+#include <cstdint>
 
 namespace orbtexture
 {
@@ -15,6 +19,67 @@ inline int SQColDist(const unsigned char* a, const unsigned char* b)
         sum += (a[c] - b[c]) * (a[c] - b[c]);
     return sum;
 }
+
+// ---- Oriented bounding boxes ----
+
+struct OrientedBBox
+{
+    float axes[4][4];  // orthonormal rows in RGBA space, main axis first
+    float minimum[4];  // lowest projection on each axis
+    float maximum[4];  // highest
+};
+
+// Sets the axes and empties the bounds.
+void InitOrientedBBox(OrientedBBox& box, const float (*axes)[4]);
+// Unit axes, both bounds at the colour.
+void InitOrientedBBoxToSingleColour(OrientedBBox& box, const unsigned char* colour);
+bool OrientedBBoxIsEmpty(const OrientedBBox& box);
+void AddIColourToOrientedBBox(OrientedBBox& box, const unsigned char* colour);
+void AddFColourToOrientedBBox(OrientedBBox& box, const float* colour);
+// Adds the colour's projection on each axis to both bounds.
+void OffsetOrientedBBox(OrientedBBox& box, const unsigned char* colour);
+// Sum over the axes of maximum less minimum.
+float SizeOfOrientedBBox(const OrientedBBox& box);
+// Limits the colour's projections to the bounds, rebuilding it if any moved.
+void ClampToOrientedBBox(const OrientedBBox& box, float* colour);
+void ConvertIntPixelToFloat(const unsigned char* colour, float* out);
+
+// ---- The word's colour grid ----
+
+// The two representatives on the grid of the word's precision: opaque A has
+// red and green of 5 bits and blue of 4, opaque B 5 bits each; translucent
+// colours one bit less with 3-bit alpha (generation 2's B on the odd alpha
+// levels). A tie between two levels moves the colours apart.
+void MapToRepresentableColours(bool isGeneration2, const float* a, const float* b, unsigned char* outA,
+                               unsigned char* outB);
+void MapToRepresentableColoursInt(bool isGeneration2, const unsigned char* a, const unsigned char* b,
+                                  unsigned char* outA, unsigned char* outB);
+
+// ---- Best matches for one colour ----
+
+// For a target value and a modulation weight on B (sub-entries 0 to 7 weigh
+// 0, 3, 4, 5, 8, 3, 4, 5 eighths), the pair (a, b) of least error
+// min((v - ((8 - w) a + w b) / 8)^2, 255) under the sub-entry's limit.
+struct BestMatch
+{
+    uint8_t error, a, b;
+};
+using BestMatchTable = BestMatch[256][8];
+
+const BestMatchTable& BestMatches_RGB_5_5();
+const BestMatchTable& BestMatches_RGB_4_5();
+const BestMatchTable& BestMatches_RGB_4_4();
+const BestMatchTable& BestMatches_RGB_3_5();
+const BestMatchTable& BestMatches_RGB_3_4();
+const BestMatchTable& BestMatches_Alpha_TC1_3_3();
+const BestMatchTable& BestMatches_Alpha_TC2_3_3();
+// Eight sub-entries (0, 255, 255): alpha when both colours are opaque.
+extern const BestMatch FullAlphaBlends[8];
+
+// The pair that reproduces one colour best, A into 'outA' and B into 'outB'.
+// 'scratch', a work area of the caller's, is not needed here.
+void GetSingleColourBestMatchReps(const unsigned char* colour, bool isPunchThroughMode, bool isGeneration2,
+                                  bool preferSwap, unsigned char* outA, unsigned char* outB, void* scratch);
 
 } // namespace orbtexture
 
