@@ -358,6 +358,236 @@ void MapToRepresentableColoursInt(bool isGeneration2, const unsigned char* a, co
     MapToRepresentableColours(isGeneration2, fa, fb, outA, outB);
 }
 
+// ---- Two representatives from a line through the pixels ----
+
+namespace
+{
+
+// Moments of entries [first, end) from the running sums.
+struct Moments
+{
+    double weight = 0.0, first = 0.0, second = 0.0;
+};
+
+Moments Range(const PixelInfo* entries, int first, int end)
+{
+    Moments m;
+    if (end <= first)
+        return m;
+    m.weight = entries[end - 1].sumWeight;
+    m.first = entries[end - 1].sumFirst;
+    m.second = entries[end - 1].sumSecond;
+    if (first > 0)
+    {
+        m.weight -= entries[first - 1].sumWeight;
+        m.first -= entries[first - 1].sumFirst;
+        m.second -= entries[first - 1].sumSecond;
+    }
+    return m;
+}
+
+// First entry whose projection is at least 'value'.
+int Cut(const PixelInfo* entries, int count, float value)
+{
+    return int(std::lower_bound(entries, entries + count, value,
+                                [](const PixelInfo& e, float v) { return e.projection < v; }) -
+               entries);
+}
+
+constexpr double kLevelWeights[4] = {0.0, 0.375, 0.625, 1.0};
+
+} // namespace
+
+double ImprovePartition(const PixelInfo* entries, int count, float& lower, double reciprocalWeight, float minimum,
+                        float maximum, float span, float& upper)
+{
+    if (count < 2 || minimum == maximum)
+        return 0.0;
+    float l = lower, u = upper;
+    double best = -1.0;
+    float bestLower = l, bestUpper = u;
+    int stale = 0;
+    for (int step = 0; step < 20; ++step)
+    {
+        // Zones between the midpoints of the levels, limited to the range.
+        double levels[4];
+        for (int k = 0; k < 4; ++k)
+            levels[k] = (1.0 - kLevelWeights[k]) * l + kLevelWeights[k] * u;
+        int cuts[5] = {0, 0, 0, 0, count};
+        for (int k = 1; k < 4; ++k)
+        {
+            const float boundary = std::min(std::max(float(0.5 * (levels[k - 1] + levels[k])), minimum), maximum);
+            cuts[k] = std::max(Cut(entries, count, boundary), cuts[k - 1]);
+        }
+        Moments zones[4];
+        double error = 0.0;
+        for (int k = 0; k < 4; ++k)
+        {
+            zones[k] = Range(entries, cuts[k], cuts[k + 1]);
+            error += std::max(0.0, zones[k].second - 2.0 * levels[k] * zones[k].first +
+                                       levels[k] * levels[k] * zones[k].weight);
+        }
+        error *= reciprocalWeight;
+        if (best < 0.0 || error < best)
+        {
+            best = error;
+            bestLower = l;
+            bestUpper = u;
+            stale = 0;
+        }
+        else if (++stale > 3)
+            break;
+
+        // Least squares for the ends given the zones: each zone's pixels at
+        // (1 - t) l + t u.
+        double a11 = 0.0, a12 = 0.0, a22 = 0.0, r1 = 0.0, r2 = 0.0, total = 0.0, sum = 0.0;
+        for (int k = 0; k < 4; ++k)
+        {
+            const double t = kLevelWeights[k], s = 1.0 - t;
+            a11 += zones[k].weight * s * s;
+            a12 += zones[k].weight * s * t;
+            a22 += zones[k].weight * t * t;
+            r1 += s * zones[k].first;
+            r2 += t * zones[k].first;
+            total += zones[k].weight;
+            sum += zones[k].first;
+        }
+        const double determinant = a11 * a22 - a12 * a12;
+        float nl, nu;
+        if (std::fabs(determinant) > 1e-9 * total * total)
+        {
+            nl = float((a22 * r1 - a12 * r2) / determinant);
+            nu = float((a11 * r2 - a12 * r1) / determinant);
+        }
+        else
+        {
+            // All weight in one zone: the span about the mean.
+            const double centre = total > 0.0 ? sum / total : 0.5 * (l + u);
+            nl = float(centre - 0.5 * span);
+            nu = float(centre + 0.5 * span);
+        }
+        if (nl > nu)
+            std::swap(nl, nu);
+        nl = std::min(std::max(nl, minimum), maximum);
+        nu = std::min(std::max(nu, minimum), maximum);
+        if (nl == l && nu == u)
+            break;
+        l = nl;
+        u = nu;
+    }
+    lower = bestLower;
+    upper = bestUpper;
+    return best;
+}
+
+void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool excludeTransparent, bool multiStart,
+                                        bool /*unused*/, const unsigned char* window, const float* weights,
+                                        int pixelCount, const float* axis, int reportIndex, int* report,
+                                        unsigned char* outA, unsigned char* outB)
+{
+    auto transparent = [&](const unsigned char* p) {
+        if (params.bitsPerPixel == 2)
+            return false;
+        return params.isGeneration2 ? (p[0] | p[1] | p[2] | p[3]) == 0 : p[3] == 0;
+    };
+    auto project = [axis](const unsigned char* p) {
+        return float(p[0]) * axis[0] + float(p[1]) * axis[1] + float(p[2]) * axis[2] + float(p[3]) * axis[3];
+    };
+    std::vector<PixelInfo> entries;
+    entries.reserve(size_t(std::max(pixelCount, 0)));
+    double weightSum = 0.0;
+    for (int i = 0; i < pixelCount; ++i)
+    {
+        const unsigned char* p = window + 4 * i;
+        if (weights[i] == 0.0f || (excludeTransparent && params.bitsPerPixel == 4 && transparent(p)))
+            continue;
+        entries.push_back({project(p), std::fabs(weights[i]), i, 0.0, 0.0, 0.0});
+        weightSum += std::fabs(weights[i]);
+    }
+    if (entries.empty())
+    {
+        std::fill_n(outA, 4, 0);
+        std::fill_n(outB, 4, 0);
+        return;
+    }
+    const double reciprocal = weightSum == 0.0 ? 1.0 : 1.0 / weightSum;
+    std::sort(entries.begin(), entries.end(), [](const PixelInfo& x, const PixelInfo& y) {
+        return x.projection != y.projection ? x.projection < y.projection : x.index < y.index;
+    });
+    double w = 0.0, first = 0.0, second = 0.0;
+    for (PixelInfo& e : entries)
+    {
+        w += e.weight;
+        first += double(e.weight) * e.projection;
+        second += double(e.weight) * e.projection * e.projection;
+        e.sumWeight = w;
+        e.sumFirst = first;
+        e.sumSecond = second;
+    }
+    const int count = int(entries.size());
+    const float minimum = entries.front().projection, maximum = entries.back().projection;
+
+    // The weighted mean splits the list; the halves' means start the fit.
+    const float mean = float(first / w);
+    const int split = Cut(entries.data(), count, mean);
+    const Moments below = Range(entries.data(), 0, split), above = Range(entries.data(), split, count);
+    float lower = below.weight > 0.0 ? float(below.first / below.weight) : mean;
+    float upper = above.weight > 0.0 ? float(above.first / above.weight) : mean;
+    const float span = maximum - minimum;
+    double best = ImprovePartition(entries.data(), count, lower, reciprocal, minimum, maximum, span, upper);
+    if (multiStart)
+    {
+        float points[8];
+        for (int k = 0; k < 8; ++k)
+            points[k] = std::min(std::max(((7 - k) * minimum + k * maximum) / 7.0f, minimum), maximum);
+        for (int i = 0; i < 8; ++i)
+            for (int j = i + 1; j < 8; ++j)
+            {
+                if (!(points[i] < points[j]))
+                    continue;
+                float l = points[i], u = points[j];
+                const double error = ImprovePartition(entries.data(), count, l, reciprocal, minimum, maximum, span, u);
+                if (error < best)
+                    best = error, lower = l, upper = u;
+            }
+    }
+    if (report && reportIndex >= 0 && reportIndex < pixelCount)
+    {
+        const float projection = project(window + 4 * reportIndex);
+        *report = upper == lower          ? 4
+                  : projection <= lower ? 0
+                  : projection >= upper ? 8
+                                        : int(std::floor(8.0f * (projection - lower) / (upper - lower)));
+    }
+
+    // Ends moved inward, then the mean colours beyond them (one pixel at least).
+    const float innerA = std::min(std::max(0.8125f * lower + 0.1875f * upper, lower), upper);
+    const float innerB = std::min(std::max(0.1875f * lower + 0.8125f * upper, lower), upper);
+    auto meanColour = [&](bool fromStart, float* colour) {
+        double sums[4] = {}, weight = 0.0;
+        for (int k = 0; k < count; ++k)
+        {
+            const PixelInfo& e = entries[fromStart ? k : count - 1 - k];
+            if (k > 0 && (fromStart ? !(e.projection < innerA) : !(e.projection > innerB)))
+                break;
+            const unsigned char* p = window + 4 * e.index;
+            for (int c = 0; c < 4; ++c)
+                sums[c] += double(e.weight) * p[c];
+            weight += e.weight;
+        }
+        for (int c = 0; c < 4; ++c)
+            colour[c] = float(weight > 0.0 ? sums[c] / weight : 0.0);
+    };
+    float a[4], b[4];
+    meanColour(true, a);
+    meanColour(false, b);
+    const float order = (b[0] * b[0] - a[0] * a[0]) + (b[1] * b[1] - a[1] * a[1]) + (b[2] * b[2] - a[2] * a[2]) +
+                        4.0f * (b[3] * b[3] - a[3] * a[3]);
+    if (order < 0.0f)
+        std::swap(a, b);
+    MapToRepresentableColours(params.isGeneration2 != 0, a, b, outA, outB);
+}
+
 // ---- Best matches ----
 
 const BestMatch FullAlphaBlends[8] = {{0, 255, 255}, {0, 255, 255}, {0, 255, 255}, {0, 255, 255},

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "Codecs/ORBTC/fnzj/wrapper.h"
+
 namespace orbtexture
 {
 
@@ -54,6 +56,38 @@ void MapToRepresentableColours(bool isGeneration2, const float* a, const float* 
                                unsigned char* outB);
 void MapToRepresentableColoursInt(bool isGeneration2, const unsigned char* a, const unsigned char* b,
                                   unsigned char* outA, unsigned char* outB);
+
+// ---- Two representatives from a line through the pixels ----
+
+// A pixel of the window on the axis: its projection, absolute weight, index,
+// and running sums up to and including it (weight, weight x projection,
+// weight x projection^2).
+struct PixelInfo
+{
+    float projection;
+    float weight;
+    int index;
+    double sumWeight, sumFirst, sumSecond;
+};
+
+// A quantiser of four levels (lower, 3/8, 5/8, upper) fitted to the sorted
+// entries by alternating zones and least squares, at most 20 steps.
+// 'lower' and 'upper' go in as the start and come out as the best pair; the
+// result is that pair's squared error times 'reciprocalWeight'. Fewer than 2
+// entries, or 'minimum' equal to 'maximum', give 0 and leave both.
+double ImprovePartition(const PixelInfo* entries, int count, float& lower, double reciprocalWeight, float minimum,
+                        float maximum, float span, float& upper);
+
+// Two representatives of the window's weighted pixels along 'axis', mapped to
+// the word's grid (A the darker). With 'excludeTransparent' a 4bpp window
+// leaves out its transparent pixels; 'multiStart' also tries the quantiser
+// from every pair of eight points along the range. When 'report' is given,
+// it receives the place of pixel 'reportIndex' between the result's ends as
+// a modulation value 0 to 8.
+void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool excludeTransparent, bool multiStart,
+                                        bool unused, const unsigned char* window, const float* weights,
+                                        int pixelCount, const float* axis, int reportIndex, int* report,
+                                        unsigned char* outA, unsigned char* outB);
 
 // ---- Best matches for one colour ----
 

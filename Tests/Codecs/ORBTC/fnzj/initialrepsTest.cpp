@@ -251,3 +251,87 @@ TEST(InitialReps, OrientedBoxes)
     EXPECT_FLOAT_EQ(box.maximum[3], 4.0f);
     EXPECT_FLOAT_EQ(SizeOfOrientedBBox(box), 0.0f);
 }
+
+namespace
+{
+
+// Sorted entries at the given projections, weight 1 each, with their sums.
+std::vector<PixelInfo> Entries(const std::vector<float>& projections)
+{
+    std::vector<PixelInfo> entries;
+    double w = 0, first = 0, second = 0;
+    for (size_t i = 0; i < projections.size(); ++i)
+    {
+        const float p = projections[i];
+        w += 1;
+        first += p;
+        second += double(p) * p;
+        entries.push_back({p, 1.0f, int(i), w, first, second});
+    }
+    return entries;
+}
+
+} // namespace
+
+TEST(InitialReps, PartitionFindsTheFourLevels)
+{
+    // Pixels exactly on the levels of 0 and 100 (0, 37.5, 62.5, 100): from a
+    // rough start the fit reaches them with no error.
+    const std::vector<PixelInfo> entries = Entries({0, 0, 0, 37.5f, 37.5f, 62.5f, 100, 100});
+    float lower = 10.0f, upper = 80.0f;
+    const double error = ImprovePartition(entries.data(), 8, lower, 1.0 / 8, 0.0f, 100.0f, 100.0f, upper);
+    EXPECT_NEAR(error, 0.0, 1e-6);
+    EXPECT_NEAR(lower, 0.0f, 1e-4f);
+    EXPECT_NEAR(upper, 100.0f, 1e-4f);
+
+    // One entry, or no spread: nothing to do.
+    float l = 3.0f, u = 4.0f;
+    EXPECT_EQ(ImprovePartition(entries.data(), 1, l, 1.0, 0.0f, 100.0f, 100.0f, u), 0.0);
+    EXPECT_EQ(ImprovePartition(entries.data(), 8, l, 1.0, 5.0f, 5.0f, 0.0f, u), 0.0);
+    EXPECT_EQ(l, 3.0f);
+    EXPECT_EQ(u, 4.0f);
+}
+
+TEST(InitialReps, RepresentativesFromAnAxis)
+{
+    // Nine dark and nine bright pixels: A is the dark one and B the bright
+    // one on the word's grid, whichever way the axis points.
+    CompressParams params; // 4bpp, generation 1
+    std::vector<unsigned char> window;
+    const unsigned char dark[4] = {22, 40, 61, 255}, bright[4] = {200, 180, 150, 255};
+    for (int i = 0; i < 18; ++i)
+        window.insert(window.end(), i % 2 ? bright : dark, (i % 2 ? bright : dark) + 4);
+    std::vector<float> weights(18, 1.0f);
+    unsigned char expectedA[4], expectedB[4], a[4], b[4];
+    MapToRepresentableColoursInt(false, dark, bright, expectedA, expectedB);
+    for (float sign : {1.0f, -1.0f})
+        for (bool multiStart : {false, true})
+        {
+            const float axis[4] = {sign * 0.57735f, sign * 0.57735f, sign * 0.57735f, 0.0f};
+            int place = -1;
+            PickRepsByProjectingPixelsOntoAxis(params, true, multiStart, false, window.data(), weights.data(), 18, axis,
+                                               1, &place, a, b);
+            EXPECT_EQ(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(expectedA, expectedA + 4));
+            EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(expectedB, expectedB + 4));
+            EXPECT_EQ(place, sign > 0 ? 8 : 0); // pixel 1 is bright
+        }
+
+    // A transparent magenta pixel counts only without excludeTransparent.
+    const unsigned char clear[4] = {255, 0, 255, 0};
+    window.insert(window.end(), clear, clear + 4);
+    weights.push_back(100.0f);
+    const float axis[4] = {0.5f, 0.5f, 0.5f, 0.5f};
+    PickRepsByProjectingPixelsOntoAxis(params, true, false, false, window.data(), weights.data(), 19, axis, -1, nullptr,
+                                       a, b);
+    EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(expectedB, expectedB + 4));
+    PickRepsByProjectingPixelsOntoAxis(params, false, false, false, window.data(), weights.data(), 19, axis, -1,
+                                       nullptr, a, b);
+    EXPECT_NE(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(expectedA, expectedA + 4));
+
+    // No weight anywhere: both zero.
+    std::vector<float> none(19, 0.0f);
+    PickRepsByProjectingPixelsOntoAxis(params, false, false, false, window.data(), none.data(), 19, axis, -1, nullptr,
+                                       a, b);
+    EXPECT_EQ(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(4, 0));
+    EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(4, 0));
+}
