@@ -1,5 +1,7 @@
 #include "Codecs/ORBTC/fnzj/initialreps.h"
 
+#include "Codecs/ORBTC/fnzj/threadsupport.h"
+
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -586,6 +588,159 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
     if (order < 0.0f)
         std::swap(a, b);
     MapToRepresentableColours(params.isGeneration2 != 0, a, b, outA, outB);
+}
+
+// ---- Local palettes ----
+
+const unsigned char PalettePixels4bpp[81] = {
+    0, 0, 0, 0, 0, 0, 0, 0, 0, //
+    0, 0, 0, 1, 1, 1, 0, 0, 0, //
+    0, 0, 1, 1, 1, 1, 1, 0, 0, //
+    0, 1, 1, 1, 1, 1, 1, 1, 0, //
+    0, 1, 1, 1, 1, 1, 1, 1, 0, //
+    0, 1, 1, 1, 1, 1, 1, 1, 0, //
+    0, 0, 1, 1, 1, 1, 1, 0, 0, //
+    0, 0, 0, 1, 1, 1, 0, 0, 0, //
+    0, 0, 0, 0, 0, 0, 0, 0, 0, //
+};
+
+namespace
+{
+
+// The optimiser's pixel error: red, green and blue squared, plus the alpha
+// difference times 1 (source alpha 1 to 254) or 30 (0 or 255), squared.
+int PixelError(const unsigned char* source, const unsigned char* colour)
+{
+    const int w = source[3] >= 1 && source[3] <= 254 ? 1 : 30;
+    int sum = 0;
+    for (int c = 0; c < 3; ++c)
+        sum += (source[c] - colour[c]) * (source[c] - colour[c]);
+    const int alpha = (source[3] - colour[3]) * w;
+    return sum + alpha * alpha;
+}
+
+// The nearest level of an n-bit channel; on a tie the upper when 'up'.
+int NearestLevel(int v, int bits, bool up)
+{
+    int best = 0, bestDistance = 1 << 30;
+    for (int x = 0; x < (1 << bits); ++x)
+    {
+        const int level = ExpandBits(x, bits), distance = std::abs(v - level);
+        if (distance < bestDistance || (distance == bestDistance && up))
+            best = level, bestDistance = distance;
+    }
+    return best;
+}
+
+struct PaletteEntry
+{
+    unsigned char colour[4];
+    int64_t sums[4];
+    int64_t pixels;
+};
+
+} // namespace
+
+int GeneratePaletteEntries(const RegionStats& region, const unsigned char* window, const unsigned char* mask,
+                           int pixelCount, int maximumEntries, int threshold, unsigned char (*out)[4])
+{
+    if (pixelCount != 81)
+        std::exit(0);
+    maximumEntries = std::min(std::max(maximumEntries, 1), 5);
+    const float* axis = region.AllBox.box.axes[0];
+    auto pixel = [window](int i) { return window + 4 * i; };
+
+    // Start from the lowest and highest masked pixels on the main axis.
+    int lowest = -1, highest = -1;
+    float low = 0.0f, high = 0.0f;
+    for (int i = 0; i < 81; ++i)
+    {
+        if (!mask[i])
+            continue;
+        const unsigned char* p = pixel(i);
+        const float projection = p[0] * axis[0] + p[1] * axis[1] + p[2] * axis[2] + p[3] * axis[3];
+        if (lowest < 0 || projection < low)
+            lowest = i, low = projection;
+        if (highest < 0 || projection > high)
+            highest = i, high = projection;
+    }
+    if (lowest < 0)
+        return 0;
+    PaletteEntry entries[6] = {};
+    std::copy(pixel(lowest), pixel(lowest) + 4, entries[0].colour);
+    std::copy(pixel(highest), pixel(highest) + 4, entries[1].colour);
+    // Equal entries go from the start too: a flat window has one.
+    int count = std::equal(pixel(lowest), pixel(lowest) + 4, pixel(highest)) ? 1 : 2;
+
+    for (int repeatsLeft = 2 * maximumEntries + 1; repeatsLeft-- > 0;)
+    {
+        for (int e = 0; e < count; ++e)
+        {
+            std::fill_n(entries[e].sums, 4, 0);
+            entries[e].pixels = 0;
+        }
+        // Each pixel joins its nearest entry (the block's first pixel, 20,
+        // eight times over); the farthest pixel is the last of the largest
+        // nearest distance.
+        int farthest = -1, farthestDistance = -1;
+        for (int i = 0; i < 81; ++i)
+        {
+            if (!mask[i])
+                continue;
+            int nearest = -1, best = 0x40000;
+            for (int e = 0; e < count; ++e)
+            {
+                const int d = PixelError(pixel(i), entries[e].colour);
+                if (d < best)
+                    best = d, nearest = e;
+            }
+            if (nearest >= 0)
+            {
+                const int weight = i == 20 ? 8 : 1;
+                for (int c = 0; c < 4; ++c)
+                    entries[nearest].sums[c] += int64_t(weight) * pixel(i)[c];
+                entries[nearest].pixels += weight;
+            }
+            if (best >= farthestDistance)
+                farthestDistance = best, farthest = i;
+        }
+        const bool last = farthestDistance <= threshold || repeatsLeft == 0;
+        if (last)
+            std::stable_sort(entries, entries + count,
+                             [](const PaletteEntry& x, const PaletteEntry& y) { return x.pixels < y.pixels; });
+        // Means on the palette's grid.
+        for (int e = 0; e < count; ++e)
+        {
+            if (entries[e].pixels == 0)
+                continue;
+            int mean[4];
+            for (int c = 0; c < 4; ++c)
+                mean[c] = int((entries[e].sums[c] * 2 + entries[e].pixels) / (entries[e].pixels * 2)); // rounded
+            const bool opaque = mean[3] > 249;
+            for (int c = 0; c < 3; ++c)
+                entries[e].colour[c] =
+                    static_cast<unsigned char>(NearestLevel(mean[c], opaque ? 5 : 4, c < 2)); // red, green up on a tie
+            entries[e].colour[3] = static_cast<unsigned char>(opaque ? 255 : QuantiseAlpha(float(mean[3]), false));
+        }
+        // Equal entries go, the last taking a removed one's place.
+        for (int i = 0; i < count; ++i)
+            for (int j = i + 1; j < count;)
+                if (std::equal(entries[i].colour, entries[i].colour + 4, entries[j].colour))
+                    entries[j] = entries[--count];
+                else
+                    ++j;
+        if (last)
+            break;
+        if (count < maximumEntries && repeatsLeft % 2 == 1)
+        {
+            std::copy(pixel(farthest), pixel(farthest) + 4, entries[count].colour);
+            ++count;
+        }
+    }
+    count = std::min(count, maximumEntries); // the two starting entries may exceed a maximum of 1
+    for (int e = 0; e < count; ++e)
+        std::copy(entries[e].colour, entries[e].colour + 4, out[e]);
+    return count;
 }
 
 // ---- Best matches ----

@@ -89,6 +89,24 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
                                         int pixelCount, const float* axis, int reportIndex, int* report,
                                         unsigned char* outA, unsigned char* outB);
 
+// ---- Local palettes ----
+
+struct RegionStats;
+
+// 1 for the 45 pixels of a 4bpp window (9 x 9) that palettes draw on: rows 1
+// and 7 columns 3 to 5, rows 2 and 6 columns 2 to 6, rows 3 to 5 columns 1
+// to 7.
+extern const unsigned char PalettePixels4bpp[81];
+
+// Up to 'maximumEntries' (at most 5) palette colours for the masked pixels of
+// an 81-pixel window, by a small k-means from the two ends of the region's
+// main axis: opaque entries on 5-bit channels, translucent ones on 4-bit
+// channels with 3-bit alpha. Entries come out by pixel count ascending.
+// Returns their number. Any other window size ends the process with status 0,
+// as the optimiser's palette search was written to.
+int GeneratePaletteEntries(const RegionStats& region, const unsigned char* window, const unsigned char* mask,
+                           int pixelCount, int maximumEntries, int threshold, unsigned char (*out)[4]);
+
 // ---- Best matches for one colour ----
 
 // For a target value and a modulation weight on B (sub-entries 0 to 7 weigh

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/initialreps.h"
+#include "Codecs/ORBTC/fnzj/threadsupport.h"
 
 using namespace orbtexture;
 
@@ -334,4 +335,68 @@ TEST(InitialReps, RepresentativesFromAnAxis)
                                        a, b);
     EXPECT_EQ(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(4, 0));
     EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(4, 0));
+}
+
+namespace
+{
+
+// A 9 x 9 window of one colour and a region whose main axis is red.
+struct PaletteWindow
+{
+    RegionStats region{};
+    std::vector<unsigned char> pixels;
+    PaletteWindow(const unsigned char (&colour)[4]) : pixels(81 * 4)
+    {
+        region.AllBox.box.axes[0][0] = 1.0f;
+        for (int i = 0; i < 81; ++i)
+            std::copy(colour, colour + 4, &pixels[4 * i]);
+    }
+    void set(int x, int y, const unsigned char (&colour)[4]) { std::copy(colour, colour + 4, &pixels[4 * (y * 9 + x)]); }
+    std::vector<std::vector<int>> run(int maximum)
+    {
+        unsigned char out[5][4];
+        const int count = GeneratePaletteEntries(region, pixels.data(), PalettePixels4bpp, 81, maximum, 36, out);
+        std::vector<std::vector<int>> entries;
+        for (int e = 0; e < count; ++e)
+            entries.push_back({out[e][0], out[e][1], out[e][2], out[e][3]});
+        return entries;
+    }
+};
+
+} // namespace
+
+TEST(InitialReps, LocalPalettes)
+{
+    // One colour: the two starting ends are equal and merge. Opaque entries
+    // take the nearest 5-bit levels: 99, 148, 198.
+    const unsigned char flat[4] = {100, 150, 200, 255};
+    EXPECT_EQ(PaletteWindow(flat).run(5), (std::vector<std::vector<int>>{{99, 148, 198, 255}}));
+    // Translucent: 4-bit levels and alpha on multiples of 34; 41 lies midway
+    // between 33 and 49, red and green take the upper.
+    const unsigned char glass[4] = {41, 41, 41, 100};
+    EXPECT_EQ(PaletteWindow(glass).run(5), (std::vector<std::vector<int>>{{49, 49, 33, 102}}));
+
+    // Black in columns 0 to 4, white from 5, one red pixel at (4, 4). The
+    // red pixel first pulls black to (8, 0, 0), then becomes an entry of its
+    // own. Entries by pixel count: red 1, white 15, black 28 (pixel 20
+    // counting 8).
+    const unsigned char black[4] = {0, 0, 0, 255}, white[4] = {255, 255, 255, 255}, red[4] = {255, 0, 0, 255};
+    PaletteWindow split(black);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 5; x < 9; ++x)
+            split.set(x, y, white);
+    EXPECT_EQ(split.run(5), (std::vector<std::vector<int>>{{255, 255, 255, 255}, {0, 0, 0, 255}}));
+    split.set(4, 4, red);
+    EXPECT_EQ(split.run(3),
+              (std::vector<std::vector<int>>{{255, 0, 0, 255}, {255, 255, 255, 255}, {0, 0, 0, 255}}));
+    // With two entries at most the red pixel stays in black's mean.
+    EXPECT_EQ(split.run(2), (std::vector<std::vector<int>>{{255, 255, 255, 255}, {8, 0, 0, 255}}));
+
+    // Only 4bpp windows are searched.
+    EXPECT_EXIT(
+        {
+            unsigned char out[5][4];
+            GeneratePaletteEntries(split.region, split.pixels.data(), PalettePixels4bpp, 80, 5, 36, out);
+        },
+        testing::ExitedWithCode(0), "");
 }

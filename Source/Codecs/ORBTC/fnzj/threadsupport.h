@@ -1,0 +1,58 @@
+#ifndef FNZJ_THREADSUPPORT_H
+#define FNZJ_THREADSUPPORT_H
+
+// The optimiser's per-block records.
+
+#include <cstdint>
+
+#include "Codecs/ORBTC/fnzj/initialreps.h"
+
+namespace orbtexture
+{
+
+// An oriented box of a set of pixels with their mean colour.
+struct StatBox
+{
+    OrientedBBox box;
+    unsigned char meanColour[4]; // each channel floor(mean + 0.5), within 0 to 255
+    uint32_t singleColour;       // the pixels are one colour
+};
+
+// A fresh candidate's errors: all bits set but the top two.
+constexpr int64_t kFreshCandidateError = 0x3FFFFFFFFFFFFFFFLL;
+
+struct RepCandidate
+{
+    unsigned char repA[4], repB[4]; // on the word's grid
+    int64_t totalError;             // over the whole window
+    int64_t centralError;           // the part from the block's own pixels
+    uint32_t hardVariant;           // neighbour hard flags inverted, 0 to 7
+};
+
+struct ModeSlot
+{
+    uint8_t mode;
+    uint8_t candidateCount;
+    StatBox* boundingBox; // what clampToBox clamps to
+    RepCandidate candidates[4];
+};
+
+// The record of one block.
+struct RegionStats
+{
+    StatBox AllBox, OpaqueBox, CentralBox, ResidualBox, ResidualOpaqueBox;
+    uint32_t paletteCount;
+    unsigned char paletteEntries[5][4];
+    uint32_t hasTransparent;
+    uint32_t interpolationHint;
+    uint32_t lastChangedStamp;
+    uint32_t lastVisitedStamp;
+    uint32_t graphicsLike;
+    uint32_t flatRegion;
+    ModeSlot modeSlots[8];
+    uint32_t selectedMode;
+};
+
+} // namespace orbtexture
+
+#endif
