@@ -4,6 +4,7 @@
 // The optimiser's per-block records.
 
 #include <cstdint>
+#include <memory>
 
 #include "Codecs/ORBTC/fnzj/initialreps.h"
 
@@ -52,6 +53,21 @@ struct RegionStats
     ModeSlot modeSlots[8];
     uint32_t selectedMode;
 };
+
+// ---- Colour swapping recommendations ----
+
+// For a width x height grid of blocks, each with its pair of RGBA colours (A
+// then B) in 'pairs', which blocks should exchange A and B so that
+// neighbours agree: a greedy agglomeration of blocks into islands of one
+// orientation, most confident relations first, the islands about halving with
+// every sweep. Two bytes a block in row order: byte 0 the block's colours
+// should be exchanged; byte 1, when 'otherPairs' gives a second candidate
+// pair per block, that pair lies crosswise to the first. 'wrap' joins the
+// last column to the first and the last row to the first. Null for fewer
+// than 2 blocks or a failed allocation.
+std::unique_ptr<uint8_t[]> CreateColourSwappingRecommendations(uint32_t width, uint32_t height, bool wrap,
+                                                               const unsigned char* pairs,
+                                                               const unsigned char* otherPairs);
 
 } // namespace orbtexture
 

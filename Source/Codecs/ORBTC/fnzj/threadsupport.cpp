@@ -1,0 +1,196 @@
+#include "Codecs/ORBTC/fnzj/threadsupport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <unordered_map>
+#include <vector>
+
+namespace orbtexture
+{
+
+namespace
+{
+
+// Euclidean distance over the four channels, rounded to an integer.
+uint64_t Distance(const unsigned char* a, const unsigned char* b)
+{
+    double sum = 0.0;
+    for (int c = 0; c < 4; ++c)
+        sum += double(a[c] - b[c]) * double(a[c] - b[c]);
+    return uint64_t(std::sqrt(sum) + 0.5);
+}
+
+// A relation between two blocks, or between the islands holding them. The
+// costs are for the flags the two blocks had when they were stored ('parity',
+// their flags' exclusive or): keeping both orientations, or turning one.
+struct Edge
+{
+    uint32_t first, second; // blocks standing for the two islands
+    uint64_t same, swap;
+    uint32_t parity;
+};
+
+float Ratio(uint64_t same, uint64_t swap)
+{
+    const uint64_t larger = std::max(same, swap), smaller = std::max<uint64_t>(std::min(same, swap), 1);
+    return float(double(larger) / double(smaller));
+}
+
+} // namespace
+
+std::unique_ptr<uint8_t[]> CreateColourSwappingRecommendations(uint32_t width, uint32_t height, bool wrap,
+                                                               const unsigned char* pairs,
+                                                               const unsigned char* otherPairs)
+{
+    const uint64_t blocks = uint64_t(width) * height;
+    if (blocks < 2 || blocks > 0xFFFFFFFFu / 2)
+        return nullptr;
+    std::unique_ptr<uint8_t[]> result(new (std::nothrow) uint8_t[size_t(blocks) * 2]());
+    if (!result)
+        return nullptr;
+    const uint32_t count = uint32_t(blocks);
+    auto colourA = [pairs](uint32_t b) { return pairs + 8 * size_t(b); };
+    auto colourB = [pairs](uint32_t b) { return pairs + 8 * size_t(b) + 4; };
+
+    if (otherPairs)
+        for (uint32_t b = 0; b < count; ++b)
+        {
+            const unsigned char *pa = colourA(b), *pb = colourB(b);
+            const unsigned char *qa = otherPairs + 8 * size_t(b), *qb = qa + 4;
+            result[2 * size_t(b) + 1] = Distance(pa, qb) + Distance(pb, qa) < Distance(pa, qa) + Distance(pb, qb);
+        }
+
+    try
+    {
+        // Edges to the right and lower neighbours (wrapping when asked, unless
+        // the grid is one block across that way).
+        std::vector<Edge> edges;
+        edges.reserve(size_t(blocks) * 2);
+        auto link = [&](uint32_t a, uint32_t b) {
+            edges.push_back({a, b, Distance(colourA(a), colourA(b)) + Distance(colourB(a), colourB(b)),
+                             Distance(colourA(a), colourB(b)) + Distance(colourB(a), colourA(b)), 0});
+        };
+        for (uint32_t y = 0; y < height; ++y)
+            for (uint32_t x = 0; x < width; ++x)
+            {
+                const uint32_t b = y * width + x;
+                if (x + 1 < width)
+                    link(b, b + 1);
+                else if (wrap && width > 1)
+                    link(b, y * width);
+                if (y + 1 < height)
+                    link(b, b + width);
+                else if (wrap && height > 1)
+                    link(b, x);
+            }
+
+        // Islands: each block's island number, each island's blocks, its
+        // number in the order of the sweep.
+        std::vector<uint32_t> island(count), rank(count);
+        std::vector<std::vector<uint32_t>> members(count);
+        for (uint32_t b = 0; b < count; ++b)
+        {
+            island[b] = rank[b] = b;
+            members[b] = {b};
+        }
+        std::vector<uint8_t> touched(count);
+        auto flag = [&](uint32_t b) -> uint8_t& { return result[2 * size_t(b)]; };
+        // The costs of an edge for the flags its blocks have now.
+        auto current = [&](const Edge& e, uint64_t& same, uint64_t& swap) {
+            const bool turned = uint32_t(flag(e.first) ^ flag(e.second)) != e.parity;
+            same = turned ? e.swap : e.same;
+            swap = turned ? e.same : e.swap;
+        };
+
+        while (!edges.empty())
+        {
+            // Most confident first; the lower numbered islands first on a tie.
+            std::vector<std::pair<float, size_t>> order;
+            order.reserve(edges.size());
+            for (size_t i = 0; i < edges.size(); ++i)
+            {
+                uint64_t same, swap;
+                current(edges[i], same, swap);
+                order.push_back({Ratio(same, swap), i});
+            }
+            std::stable_sort(order.begin(), order.end(), [&](const auto& p, const auto& q) {
+                if (p.first != q.first)
+                    return p.first > q.first;
+                const Edge &a = edges[p.second], &b = edges[q.second];
+                const uint32_t a1 = rank[island[a.first]], b1 = rank[island[b.first]];
+                return a1 != b1 ? a1 < b1 : rank[island[a.second]] < rank[island[b.second]];
+            });
+            std::fill(touched.begin(), touched.end(), 0);
+            std::vector<Edge> waiting;
+            for (const auto& entry : order)
+            {
+                const Edge& e = edges[entry.second];
+                const uint32_t head = island[e.first], member = island[e.second];
+                if (head == member)
+                    continue; // inside one island now
+                if (touched[head] || touched[member])
+                {
+                    waiting.push_back(e);
+                    continue;
+                }
+                // The second island joins the first, turned over when that
+                // costs less.
+                uint64_t same, swap;
+                current(e, same, swap);
+                const bool turn = swap < same;
+                for (uint32_t b : members[member])
+                {
+                    island[b] = head;
+                    if (turn)
+                        flag(b) ^= 1;
+                }
+                members[head].insert(members[head].end(), members[member].begin(), members[member].end());
+                members[member].clear();
+                touched[head] = touched[member] = 1;
+            }
+
+            // Edges between the same two islands become one, their costs
+            // summed for the present flags; the islands are numbered afresh.
+            std::vector<uint32_t> alive;
+            for (uint32_t i = 0; i < count; ++i)
+                if (!members[i].empty())
+                    alive.push_back(i);
+            std::sort(alive.begin(), alive.end(), [&](uint32_t a, uint32_t b) { return rank[a] < rank[b]; });
+            for (uint32_t n = 0; n < alive.size(); ++n)
+                rank[alive[n]] = n;
+            std::vector<Edge> merged;
+            std::unordered_map<uint64_t, size_t> between; // island pair to its merged edge
+            for (const Edge& e : waiting)
+            {
+                uint32_t p = island[e.first], q = island[e.second];
+                if (p == q)
+                    continue;
+                uint64_t same, swap;
+                current(e, same, swap);
+                uint32_t first = e.first, second = e.second;
+                if (rank[p] > rank[q])
+                    std::swap(p, q), std::swap(first, second); // filed under the lower numbered island
+                const auto found = between.emplace(uint64_t(p) * count + q, merged.size());
+                if (found.second)
+                    merged.push_back({first, second, same, swap, uint32_t(flag(first) ^ flag(second))});
+                else
+                {
+                    Edge& existing = merged[found.first->second];
+                    uint64_t mergedSame, mergedSwap;
+                    current(existing, mergedSame, mergedSwap);
+                    existing = {existing.first, existing.second, mergedSame + same, mergedSwap + swap,
+                                uint32_t(flag(existing.first) ^ flag(existing.second))};
+                }
+            }
+            edges.swap(merged);
+        }
+    }
+    catch (const std::bad_alloc&)
+    {
+        return nullptr;
+    }
+    return result;
+}
+
+} // namespace orbtexture
