@@ -493,7 +493,9 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
         return params.isGeneration2 ? (p[0] | p[1] | p[2] | p[3]) == 0 : p[3] == 0;
     };
     auto project = [axis](const unsigned char* p) {
-        return float(p[0]) * axis[0] + float(p[1]) * axis[1] + float(p[2]) * axis[2] + float(p[3]) * axis[3];
+        const float projection =
+            float(p[0]) * axis[0] + float(p[1]) * axis[1] + float(p[2]) * axis[2] + float(p[3]) * axis[3];
+        return std::isfinite(projection) ? projection : 0.0f; // a NaN axis must not break the sort's order
     };
     std::vector<PixelInfo> entries;
     entries.reserve(size_t(std::max(pixelCount, 0)));
