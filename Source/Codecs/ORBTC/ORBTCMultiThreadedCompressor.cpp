@@ -27,6 +27,11 @@ void ORBTCSetProcessorCountOverride(unsigned int count)
     processorCountOverride.store(count);
 }
 
+unsigned int ORBTCProcessorCountOverride()
+{
+    return processorCountOverride.load();
+}
+
 unsigned int ORBTCGetProcessorCount()
 {
     const unsigned int forced = processorCountOverride.load();

@@ -64,6 +64,8 @@ unsigned int orbtcCompress4bppMW(void* input, void* output, unsigned int width, 
 // Replaces the online processor count the section cut is based on; 0 goes
 // back to asking the system.
 void ORBTCSetProcessorCountOverride(unsigned int count);
+// The override, or 0 when there is none.
+unsigned int ORBTCProcessorCountOverride();
 // The processor count the section cut uses (never 0).
 unsigned int ORBTCGetProcessorCount();
 

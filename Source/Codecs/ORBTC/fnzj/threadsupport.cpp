@@ -1,6 +1,13 @@
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
 
+#include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
+
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
 #include <cmath>
 #include <new>
 #include <unordered_map>
@@ -8,6 +15,130 @@
 
 namespace orbtexture
 {
+
+namespace
+{
+
+std::atomic<unsigned int> refusalPeriod(0), startAttempts(0);
+
+constexpr float kFilter9[9] = {0, 8, 26, 58, 127, 58, 26, 8, 0};
+constexpr float kFilter17[17] = {0, 3, 8, 15, 26, 39, 58, 85, 127, 85, 58, 39, 26, 15, 8, 3, 0};
+
+} // namespace
+
+// ---- Thread support ----
+
+unsigned int DetermineNumberOfCores()
+{
+    if (const unsigned int forced = ORBTCProcessorCountOverride())
+        return forced;
+    const long online = sysconf(_SC_NPROCESSORS_ONLN);
+    return online > 0 ? static_cast<unsigned int>(online) : 0u;
+}
+
+int LaunchThread(void* (*routine)(void*), void* argument, pthread_t& threadHandle)
+{
+    const unsigned int period = refusalPeriod.load();
+    if (period != 0 && ++startAttempts % period == 0)
+        return 0;
+    return pthread_create(&threadHandle, nullptr, routine, argument) == 0 ? 1 : 0;
+}
+
+void WaitForThreads(const pthread_t* threadHandles, int count)
+{
+    for (int i = 0; i < count; ++i)
+        if (const int error = pthread_join(threadHandles[i], nullptr); error != 0)
+        {
+            std::fprintf(stderr, "%s at \"%s\":%d: %s\n", "Join thread", "threadsupport", __LINE__, std::strerror(error));
+            std::abort();
+        }
+}
+
+void SetThreadStartRefusals(unsigned int period)
+{
+    refusalPeriod.store(period);
+    startAttempts.store(0);
+}
+
+unsigned int OptimiserThreadCount(uint32_t blocksHigh)
+{
+    const uint64_t rows = uint64_t(blocksHigh) + 1;
+    const unsigned int pairs = rows >= 256 ? 128u : unsigned(rows / 2);
+    const unsigned int cores = DetermineNumberOfCores();
+    return std::min(cores == 0 ? 4u : cores, pairs);
+}
+
+void RunIndexedWork(unsigned int count, void* (*routine)(void*), void* const* arguments)
+{
+    std::vector<pthread_t> running;
+    for (unsigned int index = 0; index + 1 < count;)
+    {
+        pthread_t handle;
+        if (LaunchThread(routine, arguments[index], handle))
+        {
+            running.push_back(handle);
+            ++index;
+        }
+        else if (!running.empty())
+        {
+            WaitForThreads(running.data(), int(running.size()));
+            running.clear(); // and the same index again
+        }
+        else
+            routine(arguments[index++]);
+    }
+    if (count > 0)
+        routine(arguments[count - 1]);
+    WaitForThreads(running.data(), int(running.size()));
+}
+
+void StatsRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t& first, uint32_t& end)
+{
+    first = uint32_t(uint64_t(t) * blocksHigh / n);
+    end = uint32_t((uint64_t(blocksHigh) + uint64_t(t) * blocksHigh) / n);
+}
+
+void OptimiseRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t parity, uint32_t& first,
+                  uint32_t& end)
+{
+    const uint64_t half = blocksHigh / 2;
+    first = uint32_t(2 * (uint64_t(t) * half / n) + parity);
+    end = t + 1 == n ? blocksHigh : uint32_t(2 * ((half + uint64_t(t) * half) / n));
+}
+
+std::vector<uint32_t> ColumnVisitOrder(uint32_t blocksWide)
+{
+    std::vector<uint32_t> order;
+    if (blocksWide == 0)
+        return order;
+    order.push_back(0);
+    for (uint32_t i = 1; i < blocksWide; ++i)
+        order.push_back(i % 2 ? std::min(i + 1, blocksWide - 1) : i - 1);
+    return order;
+}
+
+std::vector<float> WindowFilterWeights(uint32_t blockWidth, uint32_t blockHeight)
+{
+    const bool wide = blockWidth != blockHeight;
+    const float* columns = wide ? kFilter17 : kFilter9;
+    const int width = wide ? 17 : 9;
+    const float columnSum = wide ? 595.0f : 311.0f, rowSum = 311.0f;
+    std::vector<float> weights(size_t(width) * 9);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < width; ++x)
+            weights[size_t(y) * width + x] = columns[x] * kFilter9[y] / (columnSum * rowSum);
+    return weights;
+}
+
+std::vector<unsigned char> CentralFlags(uint32_t blockWidth, uint32_t blockHeight)
+{
+    const uint32_t width = 2 * blockWidth + 1, height = 2 * blockHeight + 1;
+    std::vector<unsigned char> flags(size_t(width) * height, 0);
+    for (uint32_t y = blockHeight / 2; y < 3 * blockHeight / 2; ++y)
+        for (uint32_t x = blockWidth / 2; x < 3 * blockWidth / 2; ++x)
+            flags[size_t(y) * width + x] = 1;
+    return flags;
+}
 
 namespace
 {

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <pthread.h>
+#include <vector>
 
 #include "Codecs/ORBTC/fnzj/initialreps.h"
 
@@ -53,6 +55,41 @@ struct RegionStats
     ModeSlot modeSlots[8];
     uint32_t selectedMode;
 };
+
+// ---- Thread support ----
+
+// The processors online (ORBTCSetProcessorCountOverride replaces the
+// system's answer); 0 when the system cannot tell.
+unsigned int DetermineNumberOfCores();
+// Starts routine(argument) on a new thread; 1, or 0 when the system refuses.
+int LaunchThread(void* (*routine)(void*), void* argument, pthread_t& threadHandle);
+// Joins each thread in order. A failed join prints its message and aborts.
+void WaitForThreads(const pthread_t* threadHandles, int count);
+// For tests: refuse every 'period'-th thread start from now on (0: none).
+void SetThreadStartRefusals(unsigned int period);
+
+// The optimiser's thread count for an image of 'blocksHigh' block rows.
+unsigned int OptimiserThreadCount(uint32_t blocksHigh);
+// Runs routine(arguments[i]) for every index: indices 0 to count - 2 on
+// started threads, the last on the caller's. A refused start joins what is
+// running and tries again, or with nothing running does that index's work at
+// once, so the work of an index never depends on how many threads started.
+void RunIndexedWork(unsigned int count, void* (*routine)(void*), void* const* arguments);
+
+// The block rows [first, end) of statistics thread t of n.
+void StatsRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t& first, uint32_t& end);
+// The rows of optimise thread t of n in the phase of row parity p: from
+// 'first' up to before 'end', every second row.
+void OptimiseRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t parity, uint32_t& first,
+                  uint32_t& end);
+// The order in which the columns of a row are visited: 0, 2, 1, 4, 3, ...
+std::vector<uint32_t> ColumnVisitOrder(uint32_t blocksWide);
+
+// The window's pixel weights (the product of a column and a row filter over
+// the product of their sums; the column filter has 17 taps for blocks wider
+// than high) and its flags of the block's own pixels.
+std::vector<float> WindowFilterWeights(uint32_t blockWidth, uint32_t blockHeight);
+std::vector<unsigned char> CentralFlags(uint32_t blockWidth, uint32_t blockHeight);
 
 // ---- Colour swapping recommendations ----
 
