@@ -1,6 +1,7 @@
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
 
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
+#include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 #include <algorithm>
 #include <atomic>
@@ -25,6 +26,30 @@ constexpr float kFilter9[9] = {0, 8, 26, 58, 127, 58, 26, 8, 0};
 constexpr float kFilter17[17] = {0, 3, 8, 15, 26, 39, 58, 85, 127, 85, 58, 39, 26, 15, 8, 3, 0};
 
 } // namespace
+
+void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,
+                        unsigned char* window)
+{
+    const int width = image.width, height = image.height;
+    const int bw = params.blockWidth, bh = params.blockHeight;
+    const int left = int(column) * bw + bw / 2 - bw, top = int(row) * bh + bh / 2 - bh;
+    for (int v = 0; v < params.windowHeight; ++v)
+    {
+        const int y = ((top + v) % height + height) % height;
+        const unsigned char* source = image.rows[y];
+        for (int u = 0; u < params.windowWidth; ++u)
+        {
+            const int x = ((left + u) % width + width) % width;
+            std::memcpy(window, source + 4 * x, 4);
+            window += 4;
+        }
+    }
+}
+
+uint32_t TwiddleUV(uint32_t blocksHigh, uint32_t blocksWide, uint32_t y, uint32_t x, bool noTwiddle)
+{
+    return noTwiddle ? y * blocksWide + x : ORBTCTwiddleIndex(blocksWide, blocksHigh, x, y);
+}
 
 // ---- Thread support ----
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/initialreps.h"
+#include "Codecs/ORBTC/fnzj/wrapper.h"
 
 namespace orbtexture
 {
@@ -55,6 +56,88 @@ struct RegionStats
     ModeSlot modeSlots[8];
     uint32_t selectedMode;
 };
+
+// The modes of a block fix the flag bits of its word: 4bpp 0 to 3, 2bpp 8
+// to 15; see ConstructListOfNeededModes.
+constexpr int kMaxModeSlots = 8;
+
+// The slot of the block's selectedMode, or null.
+inline ModeSlot* SelectedSlot(RegionStats& region)
+{
+    for (int i = 0; i < kMaxModeSlots; ++i)
+        if (region.modeSlots[i].mode == region.selectedMode)
+            return &region.modeSlots[i];
+    return nullptr;
+}
+inline const ModeSlot* SelectedSlot(const RegionStats& region)
+{
+    return SelectedSlot(const_cast<RegionStats&>(region));
+}
+
+struct ImageBuffer;
+
+// Room for one row pointer per block row of the largest image.
+constexpr int kMaxRegionRows = 4096 / 4;
+
+// The whole image's block records: RegRow[y] holds blocksWide records.
+struct ImgStats
+{
+    RegionStats* RegRow[kMaxRegionRows];
+};
+
+// What every thread of a statistics phase reads.
+struct StatsThreadArgs
+{
+    const ImageBuffer* image;
+    const CompressParams* params;
+    int phase; // 0 or 1
+    const unsigned char* centralFlags;
+    const float* linFilterWeights;
+    const float* lowFilterWeights;
+    RegionStats* const* RegRow;
+    unsigned int threadCount;
+};
+
+// What every thread of an optimise phase reads.
+struct OptimiseThreadArgs
+{
+    const ImageBuffer* image;
+    const CompressParams* params;
+    uint32_t rowParity;
+    uint32_t stamp;
+    RegionStats* const* RegRow;
+    unsigned int threadCount;
+};
+
+// The argument of a thread: the shared record and the thread's index.
+struct ThreadArgPair
+{
+    const void* shared;
+    unsigned int index;
+};
+
+// The window of block (row, column): windowWidth x windowHeight RGBA pixels
+// centred on the block, wrapping around the image in both axes.
+void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,
+                        unsigned char* window);
+
+// The modes a block may use, in order, into 'list' (room for 8); returns
+// their count. bitsPerPixel other than 2 and 4 prints its message and aborts.
+int ConstructListOfNeededModes(unsigned int format, unsigned int bitsPerPixel, unsigned int isGeneration2,
+                               unsigned int interpolationHint, uint8_t* list);
+
+// Thread body of the statistics phases: 'pair' is a ThreadArgPair whose
+// shared record is a StatsThreadArgs.
+void* RunAGenerateStatsSetThread(void* pair);
+
+// The optimiser of one image level: words into 'output' (blocksWide x
+// blocksHigh x 8 bytes). 1 on success, 0 on a failed allocation.
+int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsigned int bitsPerPixel,
+                                  bool isGeneration2, unsigned char* output, unsigned int noTwiddle,
+                                  unsigned int quality, unsigned int punchThrough);
+
+// Word index of block (x, y): row order with noTwiddle, else twiddled.
+uint32_t TwiddleUV(uint32_t blocksHigh, uint32_t blocksWide, uint32_t y, uint32_t x, bool noTwiddle);
 
 // ---- Thread support ----
 

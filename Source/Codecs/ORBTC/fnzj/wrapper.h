@@ -1,9 +1,19 @@
 #ifndef FNZJ_WRAPPER_H
 #define FNZJ_WRAPPER_H
 
-// The optimiser's shared records.
+// The optimiser's entry: the working image, the compression of a texture and
+// its MIP chain, the punch-through preprocess, the progress record, and the
+// records shared by the optimiser's threads.
+//
+// Like the rest of the optimiser, these functions end the process on an
+// internal failure, as documented: a failed lock call (message, then abort),
+// bitsPerPixel 1 (message, then abort), and MakeDimsCompatable on a size that
+// rounds to 0 (exit status 1).
 
 #include <cstdint>
+#include <cstdio>
+
+#include "Tools/ORBTDefines.h"
 
 namespace orbtexture
 {
@@ -33,6 +43,97 @@ struct CompressParams
     uint32_t hardVariantStep = 0;
     uint32_t useIslands = 0;
 };
+
+// ---- The working image ----
+
+constexpr int kMaxImageSide = 4096;
+
+// One allocation: the record, then width x height RGBA pixels. 'rows[y]'
+// points at row y. Released by ReleaseImage (a single free).
+struct ImageBuffer
+{
+    uint32_t allocatedWidth, allocatedHeight;
+    int32_t width, height; // the MIP chain changes these
+    unsigned char* rows[kMaxImageSide];
+    unsigned char* pixels;
+};
+
+// A cleared image; null (after "Failed to allocate a %ld*%ld image\n" on
+// standard error) for a side above 4096 or a failed allocation.
+ImageBuffer* NewImage(long width, long height);
+void ReleaseImage(ImageBuffer* image);
+
+// ---- Quality levels, indexed by the optimiser's quality 0 to 6 ----
+
+extern const unsigned int NumPassesTableORBTC1[7];
+extern const unsigned int NumPassesTableORBTC2[7];
+extern const unsigned int NumIterationsTable[7];
+extern const unsigned int NumCandidatesTable[7];
+extern const unsigned int InitialPerQualVariants[7];
+extern const unsigned int DecreasePerQualVariants[7];
+extern const unsigned int HEVarsStepSizes[7];
+extern const float OtherCandidateThresholdFactors[7];
+
+// ---- Progress ----
+
+struct ProgressRecord;
+
+// Allocates a record into 'handle' (null on failure).
+ORBT_API void ORBTCInitProgressStruct(void** handle);
+// Units done over total units, clamped to 0 to 1; 0 for a null handle.
+ORBT_API float ORBTCGetProgress(void** handle);
+ORBT_API void ORBTCFinaliseProgressStruct(void** handle);
+
+// What the optimiser has done so far, for a caller's progress display: the
+// level being compressed and its pass. Reported through FNZJSetProgressHook,
+// never through the progress record above, and never changing the output.
+struct FNZJProgressEvent
+{
+    unsigned int level, levelCount; // level 0 is the top
+    unsigned int pass, passCount;   // passes done of this level
+    unsigned int width, height;     // of the level
+};
+using FNZJProgressHook = void (*)(const FNZJProgressEvent& event, void* user);
+// Process-wide; null turns reporting off. Calls come on the compressing thread.
+ORBT_API void FNZJSetProgressHook(FNZJProgressHook hook, void* user);
+// Reports to the hook, if any.
+void FNZJReportProgress(const FNZJProgressEvent& event);
+// The level and level count that the entry is working on, for the reports of
+// the search (set by ORBTCCompressTexture, per thread).
+void FNZJSetCurrentLevel(unsigned int level, unsigned int levelCount);
+void FNZJGetCurrentLevel(unsigned int& level, unsigned int& levelCount);
+
+// ---- Entry ----
+
+// Informational messages go here; null (the default) silences them.
+ORBT_API extern FILE* GlobDebugOutput;
+
+// Compresses 'source' (four bytes a pixel, RGBA when rgbaOrder is non-zero,
+// else BGRA; 'stride' bytes a row, 0 for width x 4) into 'output', all levels
+// one after the other. Returns 0 on success, 1 on failure.
+ORBT_API int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, int width, int height,
+                                  int stride, unsigned char* output, uint8_t quality, unsigned int mipMode,
+                                  unsigned int reserved1, unsigned int punchThrough, unsigned int format,
+                                  int bitsPerPixel, unsigned int generation, unsigned int reserved2,
+                                  unsigned int noTwiddle, unsigned int debugMipColours, void** progressHandle);
+
+// Compresses one level of 'image'. Returns 0 on success, 1 otherwise.
+ORBT_API int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerPixel, unsigned int generation,
+                           unsigned int noTwiddle, unsigned int quality, unsigned int punchThrough,
+                           unsigned char* output, void** progressHandle);
+
+// The library's door: rgba8 pixels of one level. 0 on success.
+int orbtc_compress(const unsigned char* source, unsigned char* output, int width, int height, unsigned int generation,
+                   unsigned int quality, int twoBitFlag);
+
+// Punch-through preprocess of the top level, in place.
+void PTPreprocess(ImageBuffer* image, bool isGeneration2);
+
+bool ValIsPOW2(long value);
+
+// Rounds a size down to whole blocks (see the header comment for its exits).
+void MakeDimsCompatable(const char* imageName, int bitsPerPixel, int& width, int& height, unsigned int& noTwiddle,
+                        bool warn);
 
 } // namespace orbtexture
 
