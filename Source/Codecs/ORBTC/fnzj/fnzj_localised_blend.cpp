@@ -1,0 +1,478 @@
+// How window pixels decode under a neighbourhood of modes, and the
+// evaluation of one set of representatives over a block's window.
+
+#include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace orbtexture
+{
+
+namespace
+{
+
+constexpr uint8_t LinWeights4xU8[9] = {0, 2, 4, 6, 0, 2, 4, 6, 8};
+constexpr uint8_t LinWeights8xU8[17] = {0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7, 8};
+constexpr uint8_t HemWeights4xU8[9] = {0, 0, 8, 8, 0, 0, 8, 8, 8};
+constexpr uint8_t HemWeights8xU8[17] = {0, 0, 0, 0, 8, 8, 8, 8, 0, 0, 0, 0, 8, 8, 8, 8, 8};
+
+// The better of a pixel's four errors: of choices 1 and 2 (2 on a tie), of
+// 0 and 3 (0 on a tie), and of those the first pair's on a tie.
+inline int BestOfFour(const int64_t* e)
+{
+    const int middle = e[2] <= e[1] ? 2 : 1;
+    const int ends = e[0] <= e[3] ? 0 : 3;
+    return e[middle] <= e[ends] ? middle : ends;
+}
+
+inline void StoreFitting(PackedFittingParams& fitting, const PixelBlendRecord& record, int index, int choice,
+                         int modulation, const unsigned char* pixel, const unsigned char* colour)
+{
+    fitting.centralWeights[index] = record.centralWeights[choice];
+    fitting.modulations[index] = modulation;
+    fitting.gains[index] = float(record.gains[choice]);
+    float* residual = fitting.floatResiduals + 4 * index;
+    for (int c = 0; c < 4; ++c)
+        residual[c] = float(pixel[c]) - float(colour[c]);
+}
+
+// A derived 2bpp pixel's colour: the ends mixed by its modulation.
+inline void MixEnds(const unsigned char (*colours)[4], int modulation, unsigned char* out)
+{
+    for (int c = 0; c < 4; ++c)
+        out[c] = uint8_t((colours[0][c] * (8 - modulation) + colours[3][c] * modulation) >> 3);
+}
+
+} // namespace
+
+void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbourModes, uint32_t hardVariantMask,
+                                    const CompressParams& params, PixelBlendRecord* records)
+{
+    const bool fourBpp = params.bitsPerPixel == 4;
+    const uint32_t hardBit = fourBpp ? 2 : 4, modulationBits = fourBpp ? 5 : 3;
+    uint32_t modes[9];
+    std::memcpy(modes, neighbourModes, sizeof(modes));
+    modes[4] = centreMode;
+    if (hardVariantMask & 1)
+        modes[0] ^= hardBit;
+    if (hardVariantMask & 2)
+        modes[1] ^= hardBit;
+    if (hardVariantMask & 4)
+        modes[3] ^= hardBit;
+
+    const int bw = params.blockWidth, bh = params.blockHeight;
+    const int width = params.windowWidth, height = params.windowHeight;
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+        {
+            PixelBlendRecord& record = records[y * width + x];
+            // The cell's hard flag comes from its upper-left block, the way
+            // its modulation reads from its lower-right one.
+            const int cellColumn = x / (bw / 2), cellRow = y / 2;
+            const uint32_t hardFrom = modes[(cellRow / 2) * 3 + cellColumn / 2];
+            const uint32_t modulationFrom = modes[((cellRow + 1) / 2) * 3 + (cellColumn + 1) / 2];
+            uint32_t mode = (hardFrom & hardBit) | (modulationFrom & modulationBits);
+            if (!fourBpp)
+                mode += 8;
+            const bool hard = fourBpp ? (mode & 3) == 2 : (mode & 4) != 0;
+
+            const uint8_t* rowTable = hard ? HemWeights4xU8 : LinWeights4xU8;
+            const uint8_t* columnTable = fourBpp ? rowTable : hard ? HemWeights8xU8 : LinWeights8xU8;
+            const int f = rowTable[y], g = columnTable[x];
+
+            record = PixelBlendRecord{};
+            const bool outer = x == 0 || y == 0 || x == width - 1 || y == height - 1;
+            const bool own = x >= bw / 2 && x < 3 * bw / 2 && y >= bh / 2 && y < 3 * bh / 2;
+            record.locality = outer ? 0 : own ? 1 : 2;
+            record.quadrant = uint8_t((y >= bh ? 2 : 0) + (x >= bw ? 1 : 0));
+            record.bilinear[0] = uint8_t((8 - g) * (8 - f));
+            record.bilinear[1] = uint8_t(g * (8 - f));
+            record.bilinear[2] = uint8_t((8 - g) * f);
+            record.bilinear[3] = uint8_t(g * f);
+            const uint8_t central = uint8_t((x < bw ? g : 8 - g) * (y < bh ? f : 8 - f));
+            for (int k = 0; k < 4; ++k)
+            {
+                record.centralWeights[k] = central;
+                record.gains[k] = 128;
+            }
+            record.choiceWeights[0] = 5;
+            record.choiceWeights[1] = 3;
+            record.choiceWeights[2] = 3;
+            record.choiceWeights[3] = 5;
+            record.modulationValues[0] = 0;
+            record.modulationValues[1] = 3;
+            record.modulationValues[2] = 5;
+            record.modulationValues[3] = 8;
+            record.choice2Mask = 0xFFFFFFFFu;
+
+            if (fourBpp && (mode & 3) == 1)
+            {
+                // Punch-through: choice 2 is transparent, a mix with alpha 0
+                // in generation 1 and black in generation 2.
+                const bool generation2 = params.isGeneration2 != 0;
+                record.choiceWeights[0] = record.choiceWeights[1] = 4;
+                record.choiceWeights[2] = record.choiceWeights[3] = generation2 ? 0 : 4;
+                record.modulationValues[1] = 4;
+                record.modulationValues[2] = generation2 ? 0 : 4;
+                record.choice2Mask = generation2 ? 0u : 0x00FFFFFFu;
+                record.gains[2] = 1;
+                record.transparentChoice = 1;
+                record.punchThroughFlag = uint8_t(params.punchThrough);
+            }
+            else if (!fourBpp)
+            {
+                const uint32_t m = mode;
+                if (m == 8 || m == 12)
+                    record.modulationClass = 1;
+                else if (((x ^ y) & 1) == 1)
+                    record.modulationClass = m == 9 || m == 13 ? 2 : m == 10 || m == 14 ? 3 : 4;
+                else
+                {
+                    const bool firstPixel = (x == 4 || x == 12) && (y == 2 || y == 6);
+                    const bool oneAxis = m == 10 || m == 11 || m == 14 || m == 15;
+                    const bool secondPixel = (x == 0 || x == 8 || x == 16) && (y == 0 || y == 4 || y == 8);
+                    record.modulationClass = firstPixel || (oneAxis && secondPixel) ? 1 : 0;
+                }
+            }
+        }
+}
+
+int SynthesisePixelColourChoices(const PixelBlendRecord& record, const NeighbourhoodReps& reps,
+                                 unsigned char (*colours)[4])
+{
+    const int first = (record.quadrant >> 1) * 3 + (record.quadrant & 1);
+    const int blocks[4] = {first, first + 1, first + 3, first + 4};
+    if (record.palettePixel)
+    {
+        for (int k = 0; k < 4; ++k)
+        {
+            const int index = record.bilinear[k];
+            std::memcpy(colours[k], reps.reps[blocks[index / 2 % 4]][index & 1], 4);
+        }
+        return 1;
+    }
+    for (int end = 0; end < 2; ++end)
+    {
+        unsigned char* out = colours[end == 0 ? 0 : 3];
+        for (int c = 0; c < 4; ++c)
+        {
+            const int mask = c < 3 ? 0xF8 : 0xF0;
+            int t = 0;
+            for (int k = 0; k < 4; ++k)
+                t += record.bilinear[k] * (reps.reps[blocks[k]][end][c] & mask);
+            t >>= 6;
+            out[c] = uint8_t(c < 3 ? t + (t >> 5) : t + (t >> 4));
+        }
+    }
+    for (int c = 0; c < 4; ++c)
+    {
+        colours[1][c] = uint8_t((record.choiceWeights[0] * colours[0][c] + record.choiceWeights[1] * colours[3][c]) >> 3);
+        colours[2][c] = uint8_t(((record.choiceWeights[2] * colours[0][c] + record.choiceWeights[3] * colours[3][c]) >> 3) &
+                                (record.choice2Mask >> (8 * c)));
+    }
+    return 0;
+}
+
+int ComputeInterpolatedModVal(int modulationClass, int row, int column, const uint8_t* values, int width,
+                              int height)
+{
+    auto at = [&](int y, int x) { return int(values[y * width + x]); };
+    // At the window's edge the one neighbour present counts twice.
+    const int left = column > 0 ? at(row, column - 1) : at(row, column + 1);
+    const int right = column + 1 < width ? at(row, column + 1) : at(row, column - 1);
+    const int up = row > 0 ? at(row - 1, column) : at(row + 1, column);
+    const int down = row + 1 < height ? at(row + 1, column) : at(row - 1, column);
+    int value;
+    switch (modulationClass)
+    {
+    case 2: value = (left + right + up + down + 2) >> 2; break;
+    case 3: value = (left + right + 1) >> 1; break;
+    default: value = (up + down + 1) >> 1; break;
+    }
+    if (value > 8)
+    {
+        std::fprintf(stderr, "bad:%d\n", value);
+        std::exit(1);
+    }
+    return value;
+}
+
+void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                                  bool includeOuterRing, WindowErrors& errors)
+{
+    int64_t sums[3] = {0, 0, 0};
+    const int count = params.windowWidth * params.windowHeight;
+    unsigned char colours[4][4];
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        if (record.locality == 0 && !includeOuterRing)
+            continue;
+        SynthesisePixelColourChoices(record, reps, colours);
+        const unsigned char* pixel = work.window + 4 * i;
+        int choice;
+        int64_t error;
+        if (record.punchThroughFlag && colours[2][3] == 0 && pixel[3] == 0)
+        {
+            choice = 2;
+            error = 0;
+        }
+        else
+        {
+            const int64_t e[4] = {PixelError(pixel, colours[0]), PixelError(pixel, colours[1]),
+                                  PixelError(pixel, colours[2]), PixelError(pixel, colours[3])};
+            choice = BestOfFour(e);
+            error = e[choice];
+        }
+        work.chosen[i] = uint8_t(choice);
+        StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[choice]);
+        sums[record.locality] += error;
+    }
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                       bool includeOuterRing, bool /*firstIteration*/, WindowErrors& errors)
+{
+    int64_t sums[3] = {0, 0, 0};
+    const int count = params.windowWidth * params.windowHeight;
+    unsigned char colours[kMaxWindowPixels][4][4];
+    int64_t pixelErrors[kMaxWindowPixels][4];
+
+    // A pixel choosing alone, as in the plain evaluation.
+    auto alone = [&](int i) {
+        const PixelBlendRecord& record = work.records[i];
+        SynthesisePixelColourChoices(record, reps, colours[i]);
+        const unsigned char* pixel = work.window + 4 * i;
+        int choice;
+        int64_t error;
+        if (record.punchThroughFlag && colours[i][2][3] == 0 && pixel[3] == 0)
+        {
+            choice = 2;
+            error = 0;
+        }
+        else
+        {
+            int64_t e[4];
+            for (int k = 0; k < 4; ++k)
+                e[k] = PixelError(pixel, colours[i][k]);
+            choice = BestOfFour(e);
+            error = e[choice];
+        }
+        work.chosen[i] = uint8_t(choice);
+        StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[i][choice]);
+        sums[record.locality] += error;
+    };
+
+    int start = 0;
+    while (start < count)
+    {
+        const unsigned char label = work.islandLabels[work.islandOrder[start]];
+        int end = start;
+        while (end < count && work.islandLabels[work.islandOrder[end]] == label)
+            ++end;
+
+        // The group's error sums by part (transparent choice or not) and
+        // choice; pixels outside the group choose alone.
+        int64_t partSums[2][4] = {{0, 0, 0, 0}, {0, 0, 0, 0}};
+        bool hasPart[2] = {false, false};
+        for (int k = start; k < end; ++k)
+        {
+            const int i = work.islandOrder[k];
+            const PixelBlendRecord& record = work.records[i];
+            if (record.palettePixel || record.locality == 0)
+            {
+                if (includeOuterRing || record.locality != 0)
+                    alone(i);
+                continue;
+            }
+            SynthesisePixelColourChoices(record, reps, colours[i]);
+            const int part = record.transparentChoice;
+            hasPart[part] = true;
+            for (int c = 0; c < 4; ++c)
+            {
+                pixelErrors[i][c] = PixelError(work.window + 4 * i, colours[i][c]);
+                partSums[part][c] += pixelErrors[i][c];
+            }
+        }
+
+        int choice[2] = {0, 0};
+        if (hasPart[0] != hasPart[1])
+        {
+            const int64_t* s = partSums[hasPart[0] ? 0 : 1];
+            int best = s[0] < s[3] ? 0 : 3;
+            if (s[1] < s[best])
+                best = 1;
+            if (s[2] < s[best])
+                best = 2;
+            choice[0] = choice[1] = best;
+        }
+        else if (hasPart[0])
+        {
+            static constexpr int kPairs[6][2] = {{0, 0}, {3, 3}, {0, 2}, {3, 2}, {1, 1}, {2, 1}};
+            int64_t best = kFreshCandidateError;
+            for (const auto& pair : kPairs)
+            {
+                const int64_t e = partSums[0][pair[0]] + partSums[1][pair[1]];
+                if (e < best)
+                {
+                    best = e;
+                    choice[0] = pair[0];
+                    choice[1] = pair[1];
+                }
+            }
+        }
+
+        for (int k = start; k < end; ++k)
+        {
+            const int i = work.islandOrder[k];
+            const PixelBlendRecord& record = work.records[i];
+            if (record.palettePixel || record.locality == 0)
+                continue;
+            const int c = choice[record.transparentChoice];
+            work.chosen[i] = uint8_t(c);
+            StoreFitting(work.fitting, record, i, c, record.modulationValues[c], work.window + 4 * i, colours[i][c]);
+            sums[record.locality] += pixelErrors[i][c];
+        }
+        start = end;
+    }
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                                  bool includeOuterRing, WindowErrors& errors)
+{
+    const int width = params.windowWidth, height = params.windowHeight;
+    const int count = width * height;
+    unsigned char colours[kMaxWindowPixels][4][4];
+    uint8_t values[kMaxWindowPixels];
+    int residualSums[kMaxWindowPixels][4];
+    uint8_t contributors[kMaxWindowPixels];
+    std::memset(residualSums, 0, sizeof(residualSums));
+    std::memset(contributors, 0, sizeof(contributors));
+
+    auto stored = [&](int i) { return work.records[i].modulationClass <= 1; };
+
+    // 1: stored pixels choose alone; one-bit pixels between the ends only.
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        SynthesisePixelColourChoices(record, reps, colours[i]);
+        if (!stored(i))
+            continue;
+        const unsigned char* pixel = work.window + 4 * i;
+        int64_t e[4];
+        for (int k = 0; k < 4; ++k)
+            e[k] = PixelError(pixel, colours[i][k]);
+        const int choice = record.modulationClass == 1 ? (e[0] <= e[3] ? 0 : 3) : BestOfFour(e);
+        work.chosen[i] = uint8_t(choice);
+        values[i] = record.modulationValues[choice];
+    }
+
+    // 2: derived pixels, and their residuals shared out to the stored
+    // neighbours they read.
+    for (int i = 0; i < count; ++i)
+    {
+        if (stored(i))
+            continue;
+        const int y = i / width, x = i % width;
+        const int cls = work.records[i].modulationClass;
+        const int modulation = ComputeInterpolatedModVal(cls, y, x, values, width, height);
+        unsigned char decoded[4];
+        MixEnds(colours[i], modulation, decoded);
+        const unsigned char* pixel = work.window + 4 * i;
+        auto share = [&](int yy, int xx) {
+            if (yy < 0 || yy >= height || xx < 0 || xx >= width)
+                return;
+            const int n = yy * width + xx;
+            for (int c = 0; c < 4; ++c)
+                residualSums[n][c] += pixel[c] - decoded[c];
+            ++contributors[n];
+        };
+        if (cls != 4)
+        {
+            share(y, x - 1);
+            share(y, x + 1);
+        }
+        if (cls != 3)
+        {
+            share(y - 1, x);
+            share(y + 1, x);
+        }
+    }
+
+    // 3: stored pixels with contributors choose again against their colour
+    // moved by half the mean residual.
+    for (int i = 0; i < count; ++i)
+    {
+        if (!stored(i) || contributors[i] == 0)
+            continue;
+        const PixelBlendRecord& record = work.records[i];
+        const unsigned char* pixel = work.window + 4 * i;
+        const float reciprocal = 1.0f / float(2 * contributors[i]);
+        float target[4];
+        for (int c = 0; c < 4; ++c)
+        {
+            const float t = float(pixel[c]) + float(residualSums[i][c]) * reciprocal;
+            target[c] = t < 0.0f ? 0.0f : t > 255.0f ? 255.0f : t;
+        }
+        const float alphaWeight = pixel[3] == 0 || pixel[3] == 255 ? 30.0f : 1.0f;
+        float e[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            float sum = 0.0f;
+            for (int c = 0; c < 3; ++c)
+                sum += (target[c] - colours[i][k][c]) * (target[c] - colours[i][k][c]);
+            const float da = (target[3] - colours[i][k][3]) * alphaWeight;
+            e[k] = sum + da * da;
+        }
+        int choice;
+        if (record.modulationClass == 1)
+            choice = e[0] <= e[3] ? 0 : 3;
+        else
+        {
+            const int middle = e[2] <= e[1] ? 2 : 1;
+            const int ends = e[0] <= e[3] ? 0 : 3;
+            choice = e[middle] <= e[ends] ? middle : ends;
+        }
+        work.chosen[i] = uint8_t(choice);
+        values[i] = record.modulationValues[choice];
+    }
+
+    // 4: errors and fitting data with the final values.
+    int64_t sums[3] = {0, 0, 0};
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        const unsigned char* pixel = work.window + 4 * i;
+        if (stored(i))
+        {
+            const int choice = work.chosen[i];
+            StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[i][choice]);
+            if (record.locality != 0 || includeOuterRing)
+                sums[record.locality] += PixelError(pixel, colours[i][choice]);
+        }
+        else
+        {
+            const int modulation = ComputeInterpolatedModVal(record.modulationClass, i / width, i % width, values,
+                                                             width, height);
+            unsigned char decoded[4];
+            MixEnds(colours[i], modulation, decoded);
+            work.chosen[i] = 0xFF;
+            StoreFitting(work.fitting, record, i, 0, modulation, pixel, decoded);
+            if (record.locality != 0 || includeOuterRing)
+                sums[record.locality] += PixelError(pixel, decoded);
+        }
+    }
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+} // namespace orbtexture

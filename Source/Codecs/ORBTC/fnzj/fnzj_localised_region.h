@@ -1,0 +1,130 @@
+#ifndef FNZJ_LOCALISED_REGION_H
+#define FNZJ_LOCALISED_REGION_H
+
+// The optimiser of one block against the true decoded error over its window:
+// how each window pixel decodes under the 3 x 3 neighbourhood's modes, the
+// evaluation of a set of representatives, the refinement of a block's
+// candidates, and the packing of the final word.
+
+#include <cstdint>
+
+#include "Codecs/ORBTC/fnzj/fnzj_localised.h"
+#include "Codecs/ORBTC/fnzj/threadsupport.h"
+
+namespace orbtexture
+{
+
+constexpr int kMaxWindowPixels = 17 * 9;
+
+// How one window pixel decodes under the modes now assumed.
+struct PixelBlendRecord
+{
+    uint8_t locality;          // 0 outer ring, 1 the block's own pixels, 2 the others
+    uint8_t palettePixel;      // the four choices are stored colours (local palette)
+    uint8_t extendedKind;      // 0 for format 4
+    uint8_t transparentChoice; // choice 2 has the low gain of punch-through
+    uint8_t punchThroughFlag;  // the entry's punchThrough on such pixels
+    uint8_t quadrant;          // 2 x 2 group of the neighbourhood: 2 below, +1 right
+    uint8_t modulationClass;   // 2bpp: 0 two stored bits, 1 one bit, 2-4 derived
+    uint8_t bilinear[4];       // out of 64 on the quadrant's four blocks; palette: colour indices
+    uint8_t choiceWeights[4];  // first mix A, B parts, then second mix, out of 8
+    uint32_t choice2Mask;      // ANDed with choice 2's colour (RGBA bytes, red lowest)
+    uint8_t centralWeights[4]; // this block's part (out of 64) in each choice
+    uint8_t modulationValues[4];
+    uint8_t gains[4]; // 128 is full gain
+};
+
+// The 3 x 3 neighbourhood's representatives, in row order: A then B.
+struct NeighbourhoodReps
+{
+    unsigned char reps[9][2][4];
+};
+
+// A thread's working space.
+struct OptimiseWork
+{
+    PixelBlendRecord records[kMaxWindowPixels];
+    PackedFittingParams fitting;
+    unsigned char window[kMaxWindowPixels * 4];
+    unsigned char islandLabels[kMaxWindowPixels];
+    unsigned char islandOrder[kMaxWindowPixels];
+    unsigned char chosen[kMaxWindowPixels]; // modulation choice of each pixel
+};
+
+// Sets up the work's fitting record; 0 on a failed allocation.
+int InitOptimiseWork(OptimiseWork& work, const CompressParams& params);
+void ReleaseOptimiseWork(OptimiseWork& work);
+
+// Errors of one evaluation: total over localities 1 and 2, central over 1,
+// outer over 0 (only when the outer ring was evaluated).
+struct WindowErrors
+{
+    int64_t total, central, outer;
+};
+
+// The error of a pixel against a decoded colour: squared differences, with
+// alpha's difference weighted by 30 when the source alpha is 0 or 255.
+inline int64_t PixelError(const unsigned char* pixel, const unsigned char* colour)
+{
+    const int dr = pixel[0] - colour[0], dg = pixel[1] - colour[1], db = pixel[2] - colour[2];
+    const int w = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
+    const int da = (pixel[3] - colour[3]) * w;
+    return int64_t(dr * dr + dg * dg + db * db) + int64_t(da) * da;
+}
+
+// modes[9]: the neighbourhood's modes in row order; the centre's is
+// 'centreMode'. Bit 0 of hardVariantMask inverts the hard flag of the upper
+// left neighbour, bit 1 of the upper, bit 2 of the left.
+void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
+                                    const CompressParams& params, PixelBlendRecord* records);
+
+// The four decoded choices of a pixel (RGBA bytes each) under 'reps'; 0 when
+// they are the four ordinary mixes, 1 for a palette pixel.
+int SynthesisePixelColourChoices(const PixelBlendRecord& record, const NeighbourhoodReps& reps,
+                                 unsigned char (*colours)[4]);
+
+// 2bpp: the modulation of a derived pixel from its neighbours' values on the
+// window's grid ('values', windowWidth per row), or exits on a value above 8.
+int ComputeInterpolatedModVal(int modulationClass, int row, int column, const uint8_t* values, int width,
+                              int height);
+
+// Evaluate every window pixel under 'reps' (the outer ring only with
+// includeOuterRing): each pixel's choice into work.chosen, its fitting data
+// into work.fitting, the errors into 'errors'.
+void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                                  bool includeOuterRing, WindowErrors& errors);
+void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                                  bool includeOuterRing, WindowErrors& errors);
+// 4bpp graphics-like windows: pixels of one island share a choice.
+void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                       bool includeOuterRing, bool firstIteration, WindowErrors& errors);
+
+// Negative when a is better: lower totalError, then lower centralError.
+int CompareCandidates(const void* a, const void* b);
+// Stable bottom-up merge sort of 'count' items of 'itemSize' bytes.
+void orbmergesort(void* data, void* scratch, size_t count, size_t itemSize, int (*compare)(const void*, const void*));
+// out = a + (b - a) x weight per channel; clamped to 0 to 255 only for a
+// weight outside 0 to 1.
+void MixPixelF(float* out, float weight, const float* a, const float* b);
+
+// Revisits block (row, column) with its neighbours held fixed.
+void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,
+                    OptimiseWork& work, uint32_t stamp, RegionStats* const* RegRow);
+
+// Thread body of an optimise phase: 'pair' is a ThreadArgPair whose shared
+// record is an OptimiseThreadArgs.
+void* RunAnOptimisePhaseThread(void* pair);
+
+// The final word of block (row, column) into 'word' (modulation word, then
+// colour word).
+void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,
+                    OptimiseWork& work, RegionStats* const* RegRow, uint32_t* word);
+
+// The modes of the 3 x 3 neighbourhood of (row, column) and its first
+// candidates, wrapping around the grid.
+void GatherNeighbourhood(const CompressParams& params, uint32_t row, uint32_t column, RegionStats* const* RegRow,
+                         uint32_t* modes, NeighbourhoodReps& reps);
+
+} // namespace orbtexture
+
+#endif

@@ -1,0 +1,284 @@
+// The optimiser's driver for one image level: statistics, colour swaps, the
+// passes with their schedule, and the final packing of the words.
+
+#include "Codecs/ORBTC/fnzj/threadsupport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
+#include "Codecs/ORBTC/fnzj/wrapper.h"
+
+namespace orbtexture
+{
+
+namespace
+{
+
+// Runs 'routine' over the thread indices of one phase.
+template <typename Shared>
+void RunPhase(unsigned int threadCount, void* (*routine)(void*), const Shared& shared)
+{
+    std::vector<ThreadArgPair> pairs(threadCount);
+    std::vector<void*> arguments(threadCount);
+    for (unsigned int t = 0; t < threadCount; ++t)
+    {
+        pairs[t] = {&shared, t};
+        arguments[t] = &pairs[t];
+    }
+    RunIndexedWork(threadCount, routine, arguments.data());
+}
+
+// The first candidate of a slot, A then B.
+void CopyPair(const ModeSlot* slot, unsigned char* out)
+{
+    if (slot && slot->candidateCount)
+    {
+        std::memcpy(out, slot->candidates[0].repA, 4);
+        std::memcpy(out + 4, slot->candidates[0].repB, 4);
+    }
+    else
+        std::memset(out, 0, 8);
+}
+
+void SwapFirst(ModeSlot& slot, bool isGeneration2)
+{
+    if (slot.candidateCount == 0)
+        return;
+    RepCandidate& c = slot.candidates[0];
+    // Generation 2 cannot hold a transparent A, nor a translucent A with an
+    // opaque B, once the colours trade places.
+    if (isGeneration2 && (c.repA[3] == 0 || (c.repA[3] != 255 && c.repB[3] == 255)))
+        return;
+    unsigned char t[4];
+    std::memcpy(t, c.repA, 4);
+    std::memcpy(c.repA, c.repB, 4);
+    std::memcpy(c.repB, t, 4);
+}
+
+void ApplyColourSwaps(const CompressParams& params, RegionStats* const* rows)
+{
+    const uint32_t wide = params.blocksWide, high = params.blocksHigh;
+    const size_t blocks = size_t(wide) * high;
+    std::unique_ptr<unsigned char[]> selected(new (std::nothrow) unsigned char[blocks * 8]);
+    std::unique_ptr<unsigned char[]> other(new (std::nothrow) unsigned char[blocks * 8]);
+    std::unique_ptr<uint8_t[]> flags;
+    if (selected && other)
+    {
+        for (uint32_t y = 0; y < high; ++y)
+            for (uint32_t x = 0; x < wide; ++x)
+            {
+                RegionStats& region = rows[y][x];
+                const ModeSlot* chosen = SelectedSlot(region);
+                const ModeSlot* second = chosen == &region.modeSlots[0] ? &region.modeSlots[1] : &region.modeSlots[0];
+                CopyPair(chosen, &selected[(size_t(y) * wide + x) * 8]);
+                CopyPair(second, &other[(size_t(y) * wide + x) * 8]);
+            }
+        flags = CreateColourSwappingRecommendations(wide, high, true, selected.get(), other.get());
+    }
+
+    const bool generation2 = params.isGeneration2 != 0;
+    for (uint32_t y = 0; y < high; ++y)
+        for (uint32_t x = 0; x < wide; ++x)
+        {
+            RegionStats& region = rows[y][x];
+            if (flags)
+            {
+                const uint8_t r0 = flags[2 * (size_t(y) * wide + x)], r1 = flags[2 * (size_t(y) * wide + x) + 1];
+                ModeSlot* chosen = SelectedSlot(region);
+                ModeSlot* second = chosen == &region.modeSlots[0] ? &region.modeSlots[1] : &region.modeSlots[0];
+                if (r0 && chosen)
+                    SwapFirst(*chosen, generation2);
+                if (r0 != r1)
+                    SwapFirst(*second, generation2);
+            }
+            // Swapped colours may stand in a form of other precision.
+            uint8_t list[8];
+            const int count = ConstructListOfNeededModes(params.format, params.bitsPerPixel, params.isGeneration2,
+                                                         region.interpolationHint, list);
+            for (int s = 0; s < count; ++s)
+                for (int c = 0; c < region.modeSlots[s].candidateCount; ++c)
+                {
+                    RepCandidate& candidate = region.modeSlots[s].candidates[c];
+                    unsigned char a[4], b[4];
+                    MapToRepresentableColoursInt(generation2, candidate.repA, candidate.repB, a, b);
+                    std::memcpy(candidate.repA, a, 4);
+                    std::memcpy(candidate.repB, b, 4);
+                }
+        }
+}
+
+// The mean first error of the blocks' selected slots, to a whole number.
+double MeanSelectedError(const CompressParams& params, RegionStats* const* rows)
+{
+    double sum = 0.0;
+    for (uint32_t y = 0; y < params.blocksHigh; ++y)
+        for (uint32_t x = 0; x < params.blocksWide; ++x)
+        {
+            const ModeSlot* slot = SelectedSlot(rows[y][x]);
+            sum += double(slot && slot->candidateCount ? slot->candidates[0].totalError : kFreshCandidateError);
+        }
+    return std::round(sum / (double(params.blocksHigh) * params.blocksWide));
+}
+
+// The pass fields of pass 'pass' of 'passes', given those of the last pass.
+void SetPassParameters(CompressParams& params, unsigned int quality, uint32_t pass, uint32_t passes,
+                       double meanError)
+{
+    const CompressParams last = params;
+    if (pass == 0)
+    {
+        params.numIterations = 1;
+        params.numCandidates = 4;
+        params.numVariants = 8;
+        params.otherCandidateThreshold = 0;
+        params.clampToBox = 1;
+        params.useIslands = 0;
+        params.forceAllRegions = 1;
+        params.hardModesAllowed = 0;
+        params.tryHardVariants = 0;
+        params.hardVariantStep = HEVarsStepSizes[quality];
+        return;
+    }
+    const uint32_t halfway = std::min<uint32_t>(passes / 2, 4);
+    params.numIterations = NumIterationsTable[quality];
+    params.numCandidates = NumCandidatesTable[quality];
+    const int64_t variants =
+        int64_t(InitialPerQualVariants[quality]) - int64_t(DecreasePerQualVariants[quality]) * (int64_t(pass) - 1);
+    params.numVariants = uint32_t(std::max<int64_t>(0, variants));
+    params.otherCandidateThreshold =
+        int64_t(std::roundf(float(meanError) * OtherCandidateThresholdFactors[quality]));
+    if (!params.isGeneration2 || pass < 4)
+    {
+        params.hardModesAllowed = 0;
+        params.tryHardVariants = 0;
+        params.clampToBox = params.useIslands = pass < halfway ? 1 : 0;
+    }
+    else
+    {
+        params.hardModesAllowed = 1;
+        params.clampToBox = params.useIslands = 0;
+        params.tryHardVariants = pass + 1 < passes && params.blocksWide > 1 && params.blocksHigh > 1 ? 1 : 0;
+    }
+    params.forceAllRegions = (params.hardModesAllowed && !last.hardModesAllowed) ||
+                             params.tryHardVariants > last.tryHardVariants || params.numVariants > last.numVariants ||
+                             params.useIslands != last.useIslands;
+}
+
+} // namespace
+
+int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsigned int bitsPerPixel,
+                                  bool isGeneration2, unsigned char* output, unsigned int noTwiddle,
+                                  unsigned int quality, unsigned int punchThrough)
+{
+    const unsigned int q = std::min(quality, 6u);
+    const uint32_t passes =
+        quality > 6 ? 128 : isGeneration2 ? NumPassesTableORBTC2[quality] : NumPassesTableORBTC1[quality];
+
+    CompressParams params;
+    params.format = uint8_t(format);
+    params.bitsPerPixel = uint8_t(bitsPerPixel);
+    params.blockWidth = bitsPerPixel == 2 ? 8 : 4;
+    params.blockHeight = 4;
+    params.windowWidth = uint8_t(2 * params.blockWidth + 1);
+    params.windowHeight = uint8_t(2 * params.blockHeight + 1);
+    params.isGeneration2 = isGeneration2 ? 1 : 0;
+    params.blocksWide = uint32_t(image->width) / params.blockWidth;
+    params.blocksHigh = uint32_t(image->height) / params.blockHeight;
+    params.punchThrough = bitsPerPixel == 4 && punchThrough ? 1 : 0;
+    if (params.blocksWide == 0 || params.blocksHigh == 0 || params.blocksHigh > uint32_t(kMaxRegionRows))
+        return 0;
+
+    std::unique_ptr<ImgStats> stats(new (std::nothrow) ImgStats{});
+    if (!stats)
+        return 0;
+    auto releaseRows = [&] {
+        for (uint32_t row = 0; row < params.blocksHigh; ++row)
+            std::free(stats->RegRow[row]);
+    };
+    for (uint32_t row = 0; row < params.blocksHigh; ++row)
+    {
+        stats->RegRow[row] = static_cast<RegionStats*>(std::calloc(params.blocksWide, sizeof(RegionStats)));
+        if (!stats->RegRow[row])
+        {
+            std::fprintf(stderr, "%s:%s failed malloc @ %s:%d\n", "Panic", "pImgStats->RegRow[row]", "threadsupport",
+                         __LINE__);
+            std::fprintf(stderr, "At row:%d\n", int(row));
+            releaseRows();
+            return 0;
+        }
+    }
+    std::vector<float> linWeights, lowWeights;
+    std::vector<unsigned char> central;
+    try
+    {
+        linWeights = WindowFilterWeights(params.blockWidth, params.blockHeight);
+        lowWeights = WindowFilterWeights(params.blockWidth, params.blockHeight);
+        central = CentralFlags(params.blockWidth, params.blockHeight);
+    }
+    catch (const std::bad_alloc&)
+    {
+        releaseRows();
+        return 0;
+    }
+    OptimiseWork* packing = new (std::nothrow) OptimiseWork;
+    if (!packing || !InitOptimiseWork(*packing, params))
+    {
+        delete packing;
+        releaseRows();
+        return 0;
+    }
+
+    SetPassParameters(params, q, 0, passes, 0.0);
+
+    RegionStats* const* rows = stats->RegRow;
+    for (int phase = 0; phase < 2; ++phase)
+    {
+        const StatsThreadArgs args{image,         &params, phase, central.data(), linWeights.data(),
+                                   lowWeights.data(), rows, OptimiserThreadCount(params.blocksHigh)};
+        RunPhase(args.threadCount, RunAGenerateStatsSetThread, args);
+    }
+
+    ApplyColourSwaps(params, rows);
+
+    unsigned int level = 0, levelCount = 1;
+    FNZJGetCurrentLevel(level, levelCount);
+    for (uint32_t pass = 0; pass < passes; ++pass)
+    {
+        if (pass > 0)
+            SetPassParameters(params, q, pass, passes, MeanSelectedError(params, rows));
+        for (uint32_t parity = 0; parity < 2; ++parity)
+        {
+            const OptimiseThreadArgs args{image, &params, parity, 4 * pass + 1 + 2 * parity, rows,
+                                          OptimiserThreadCount(params.blocksHigh)};
+            RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
+        }
+        FNZJReportProgress({level, levelCount, pass + 1, passes, uint32_t(image->width), uint32_t(image->height)});
+    }
+
+    for (uint32_t y = 0; y < params.blocksHigh; ++y)
+        for (uint32_t x = 0; x < params.blocksWide; ++x)
+        {
+            uint32_t word[2];
+            PackLocalBlock(*image, params, y, x, *packing, rows, word);
+            unsigned char* out = output + 8 * size_t(TwiddleUV(params.blocksHigh, params.blocksWide, y, x, noTwiddle != 0));
+            for (int k = 0; k < 4; ++k)
+            {
+                out[k] = uint8_t(word[0] >> (8 * k));
+                out[4 + k] = uint8_t(word[1] >> (8 * k));
+            }
+        }
+
+    ReleaseOptimiseWork(*packing);
+    delete packing;
+    releaseRows();
+    return 1;
+}
+
+} // namespace orbtexture
