@@ -19,6 +19,7 @@
 #include "FormatNames.h"
 #include "ImageFiles.h"
 #include "ImageOperations.h"
+#include "ProgressLine.h"
 #include "TextureInput.h"
 #include "ORBTextureInfo.h"
 #include "ORBTextureLegacy.h"
@@ -58,13 +59,17 @@ const char* const kConvertHelp =
     "                         3 exhaustive perceptual, 4 and 5 as 2 and 3;\n"
     "                         every ETC format takes 0 to 5 (ETC2_RGB_A1 and\n"
     "                         EAC have one search for all)\n"
-    "                         ORBTC: 0 and 1 (the block compressors)\n"
+    "                         ORBTC: 0 and 1 the block compressors, 2 to 8 the\n"
+    "                         optimiser, slower and better as it rises (above\n"
+    "                         8 the same as 8)\n"
     "                         ASTC (astcenc's presets): 0 -veryfast (called\n"
     "                         -fastest by astcenc 2.0 on), 1 -fast, 2 -medium,\n"
     "                         3 -thorough, 4 -exhaustive, 5 and above -medium\n"
     "                         DXT, UYVY, YUY2, BW1bpp, RGB9E5, RGBG8888,\n"
     "                         GRGB8888 and channel layouts ignore it; a quality\n"
     "                         this version cannot serve is refused\n"
+    "  --quiet                no progress line (shown on a terminal while the\n"
+    "                         ORBTC optimiser works)\n"
     "  --dither               dither to the target's bit depth first (for DXT\n"
     "                         after the conversion to r8g8b8a8)\n"
     "  --all-surfaces         image OUT: one file per level, member and face,\n"
@@ -102,6 +107,7 @@ struct ConvertOptions
     bool dither = false;
     bool allSurfaces = false;
     bool allowShort = false;
+    bool quiet = false;
     int legacyApi = 0; // 0: a native .orb
     ImageOperations operations;
 };
@@ -196,6 +202,8 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
         }
         else if (argument == "--dither")
             options.dither = true;
+        else if (argument == "--quiet")
+            options.quiet = true;
         else if (argument == "--all-surfaces")
             options.allSurfaces = true;
         else if (argument == "--allow-short")
@@ -594,6 +602,9 @@ int RunConvert(const std::vector<std::string>& arguments)
         return kExitFailure;
     }
     const bool dxtTarget = DXTSelector(targetFormat) != 0;
+    const ProgressLine progress(options.input,
+                                texture.getNumMIPLevels() * texture.getNumArrayMembers() * texture.getNumFaces(),
+                                options.quiet);
     const bool transcoded =
         dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
                                           orbtexture::eVarUnsignedByteNorm, targetSpace)

@@ -85,6 +85,17 @@ bool LoadImageFile(const std::string& path, orbtexture::EORBTColourSpace colourS
     std::vector<unsigned char> bytes;
     if (!ReadFileBytes(path, bytes, reason, size_t(INT_MAX)))
         return false;
+    return LoadImageBytes(bytes, colourSpace, texture, reason);
+}
+
+bool LoadImageBytes(std::vector<unsigned char>& bytes, orbtexture::EORBTColourSpace colourSpace,
+                    CORBTexture& texture, std::string& reason)
+{
+    if (bytes.size() > size_t(INT_MAX))
+    {
+        reason = "image file too large";
+        return false;
+    }
     const int size = int(bytes.size());
 
     uint32_t width = 0, height = 0;

@@ -2,6 +2,7 @@
 #define ORBTEX_CLI_IMAGE_FILES_H
 
 #include <string>
+#include <vector>
 
 #include "ORBTexture.h"
 
@@ -21,6 +22,10 @@ bool IsWritableImageExtension(const std::string& extension);
 // r32g32b32a32 signed float. Grey and grey-alpha images are expanded.
 bool LoadImageFile(const std::string& path, orbtexture::EORBTColourSpace colourSpace,
                    orbtexture::CORBTexture& texture, std::string& reason);
+
+// The same for an image file's bytes (released once decoded).
+bool LoadImageBytes(std::vector<unsigned char>& bytes, orbtexture::EORBTColourSpace colourSpace,
+                    orbtexture::CORBTexture& texture, std::string& reason);
 
 // Writes width x height r8g8b8a8 pixels as the image type of 'extension'.
 bool WriteImageFile(const std::string& path, const std::string& extension, const unsigned char* pixels,

@@ -120,9 +120,9 @@ constexpr FormatDescriptor Format(const char* name, uint8_t bitsPerPixel, uint8_
 constexpr int8_t kEveryETCQuality = 5;
 
 // ORBTC decoders cope with any size; the RGB forms store opaque alpha.
-// The ORBTC block compressors serve qualities 0 and 1; the optimiser (2 and
-// up) is not built yet.
-constexpr int8_t kBlockCompressors = 1;
+// The ORBTC block compressors serve qualities 0 and 1, the optimiser every
+// quality from 2 (its levels 0 to 6; those above 8 are the same as 8).
+constexpr int8_t kEveryORBTCQuality = INT8_MAX;
 constexpr FormatDescriptor ORBTC(const char* name, uint8_t bitsPerPixel, uint8_t x, uint8_t y, Bits4 dither,
                                  bool opaque, CodecCall decode = nullptr, CodecCall encode = nullptr,
                                  int8_t highestQuality = -1)
@@ -163,13 +163,13 @@ constexpr Bits4 k555 = {5, 5, 5, 0}, k4443 = {4, 4, 4, 3}, k4444 = {4, 4, 4, 4},
 // Indexed by EORBTPixelFormat.
 constexpr FormatDescriptor kFormats[] = {
     ORBTC("ORBTC_2bpp_RGB", 2, 16, 8, k555, true, DecodeORBTC<true, 0>, EncodeORBTC<false, true, 0>,
-          kBlockCompressors),
+          kEveryORBTCQuality),
     ORBTC("ORBTC_2bpp_RGBA", 2, 16, 8, k4443, false, DecodeORBTC<true, 0>, EncodeORBTC<true, true, 0>,
-          kBlockCompressors),
+          kEveryORBTCQuality),
     ORBTC("ORBTC_4bpp_RGB", 4, 8, 8, k555, true, DecodeORBTC<false, 0>, EncodeORBTC<false, false, 0>,
-          kBlockCompressors),
+          kEveryORBTCQuality),
     ORBTC("ORBTC_4bpp_RGBA", 4, 8, 8, k4443, false, DecodeORBTC<false, 0>, EncodeORBTC<true, false, 0>,
-          kBlockCompressors),
+          kEveryORBTCQuality),
     ORBTC("ORBTCII_2bpp", 2, 8, 4, k4443, false),
     ORBTC("ORBTCII_4bpp", 4, 4, 4, k4443, false),
     Format("ETC1", 4, 4, 4, eIntermediateRGB8, k4444, DecodeETC, EncodeETC, kEveryETCQuality),

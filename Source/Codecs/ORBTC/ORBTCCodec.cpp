@@ -7,6 +7,7 @@
 #include "Codecs/ORBTC/ORBTCFormat.h"
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCPadding.h"
+#include "Codecs/ORBTC/fnzj/wrapper.h"
 
 namespace orbtexture
 {
@@ -72,7 +73,12 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
     if (quality <= 1 && generation != 1)
         return orbtcCompressMW(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp,
                                quality == 0 ? 0 : 8);
-    // The ORBTCII compressors and the optimiser are not part of this build.
+    if (quality >= 2 && generation != 1)
+        return orbtc_compress(static_cast<const unsigned char*>(image), static_cast<unsigned char*>(output),
+                              int(paddedWidth), int(paddedHeight), generation, quality - 2, twoBpp ? 1 : 0) == 0
+                   ? size
+                   : 0;
+    // The ORBTCII compressors are not part of this build.
     return 0;
 }
 

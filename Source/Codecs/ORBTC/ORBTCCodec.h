@@ -10,7 +10,8 @@ namespace orbtexture
 
 // Compresses width x height rgba8 pixels to ORBTC words (generation 0) or
 // ORBTCII words (generation 1), 2 or 4 bits a pixel. Quality 0 and 1 use the
-// block compressors, 2 and above the optimiser. Returns the bytes written; a
+// block compressors, 2 and above the optimiser at its quality less 2 (above 8
+// the same as 8). Returns the bytes written; a
 // null input or output asks for the size only. 0 on failure: a side above
 // 4096, a generation 0 size that is not whole blocks, or a compressor that is
 // absent or fails.
