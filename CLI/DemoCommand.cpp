@@ -340,10 +340,10 @@ int RunDemo(const std::vector<std::string>& arguments)
 
     std::vector<unsigned char> photoBytes(kDemoPhotoPNG, kDemoPhotoPNG + kDemoPhotoPNGSize);
     CORBTexture photo;
-    std::string reason;
-    if (!LoadImageBytes(photoBytes, orbtexture::eColourSpaceLinear, photo, reason))
+    std::string photoReason;
+    if (!LoadImageBytes(photoBytes, orbtexture::eColourSpaceLinear, photo, photoReason))
     {
-        PrintError("built-in photograph", reason);
+        PrintError("built-in photograph", photoReason);
         return kExitFailure;
     }
     std::cout << "  photograph:     " << photo.getWidth() << " x " << photo.getHeight()
