@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <pthread.h>
 
 #include "Tools/ORBTDefines.h"
 
@@ -76,7 +77,15 @@ extern const float OtherCandidateThresholdFactors[7];
 
 // ---- Progress ----
 
-struct ProgressRecord;
+struct ProgressRecord
+{
+    uint32_t topLevelUnits;  // work units of the top level
+    uint32_t unitsDone;      // of the level in hand
+    uint32_t earlierUnits;   // done in earlier levels
+    uint32_t totalUnits;
+    float scale;             // 1.0, or 1.3333334 while a MIP chain is made
+    pthread_mutex_t lock;    // guards the record
+};
 
 // Allocates a record into 'handle' (null on failure).
 ORBT_API void ORBTCInitProgressStruct(void** handle);
