@@ -58,6 +58,118 @@ std::atomic<FNZJProgressHook> progressHook{nullptr};
 std::atomic<void*> progressHookUser{nullptr};
 thread_local unsigned int currentLevel = 0, currentLevelCount = 1;
 
+int Wrap(int value, int size)
+{
+    return (value % size + size) % size;
+}
+
+// ---- Generation 1 punch-through bleed ----
+
+constexpr uint64_t kBleedWeights[11] = {1, 4, 16, 64, 256, 1024, 256, 64, 16, 4, 1};
+constexpr int kBleedRadius = 5;
+constexpr int kSavedRows = 5;   // the first rows, read again when windows wrap from the bottom
+constexpr int kDelayedRows = 6; // finished rows that a later window may still read
+constexpr int kTransparentBelow = 5;
+
+// Row y of the image into 'out', its near-transparent pixels replaced by the
+// weighted mean colour of their neighbourhood. 'columnSums' has room for four
+// sums a pixel.
+void BleedRow(const ImageBuffer& image, int y, uint64_t* columnSums, unsigned char* out)
+{
+    const int width = image.width, height = image.height;
+    const unsigned char* source = image.rows[y];
+    std::memcpy(out, source, size_t(width) * 4);
+    bool anyTransparent = false;
+    for (int x = 0; x < width && !anyTransparent; ++x)
+        anyTransparent = source[4 * x + 3] < kTransparentBelow;
+    if (!anyTransparent)
+        return;
+
+    // Down each column: alpha times row weight, and that times each channel.
+    std::fill(columnSums, columnSums + size_t(width) * 4, 0);
+    for (int dy = -kBleedRadius; dy <= kBleedRadius; ++dy)
+    {
+        const unsigned char* row = image.rows[Wrap(y + dy, height)];
+        const uint64_t rowWeight = kBleedWeights[dy + kBleedRadius];
+        for (int x = 0; x < width; ++x)
+        {
+            const uint64_t weight = rowWeight * row[4 * x + 3];
+            uint64_t* sums = columnSums + 4 * x;
+            sums[0] += weight * row[4 * x];
+            sums[1] += weight * row[4 * x + 1];
+            sums[2] += weight * row[4 * x + 2];
+            sums[3] += weight;
+        }
+    }
+
+    for (int x = 0; x < width; ++x)
+    {
+        if (source[4 * x + 3] >= kTransparentBelow)
+            continue;
+        uint64_t total[4] = {0, 0, 0, 0};
+        for (int dx = -kBleedRadius; dx <= kBleedRadius; ++dx)
+        {
+            const uint64_t columnWeight = kBleedWeights[dx + kBleedRadius];
+            const uint64_t* sums = columnSums + 4 * Wrap(x + dx, width);
+            for (int c = 0; c < 4; ++c)
+                total[c] += columnWeight * sums[c];
+        }
+        const uint64_t divisor = total[3] != 0 ? total[3] : 1;
+        for (int c = 0; c < 3; ++c) // sum / divisor + 0.5, truncated
+            out[4 * x + c] = static_cast<unsigned char>((2 * total[c] + divisor) / (2 * divisor));
+        out[4 * x + 3] = 0;
+    }
+}
+
+void PTPreprocessGeneration1(ImageBuffer& image)
+{
+    const int width = image.width, height = image.height;
+    if (width <= 0 || height <= 0)
+        return;
+    const size_t rowBytes = size_t(width) * 4;
+
+    unsigned char* saved[kSavedRows] = {};
+    unsigned char* delayed[kDelayedRows] = {};
+    auto* columnSums = static_cast<uint64_t*>(std::malloc(size_t(width) * 4 * sizeof(uint64_t)));
+    bool gotAll = columnSums != nullptr;
+    for (auto& buffer : saved)
+        gotAll = (buffer = static_cast<unsigned char*>(std::malloc(rowBytes))) != nullptr && gotAll;
+    for (auto& buffer : delayed)
+        gotAll = (buffer = static_cast<unsigned char*>(std::malloc(rowBytes))) != nullptr && gotAll;
+
+    if (gotAll)
+    {
+        // A finished row waits in the ring until the window of the row six
+        // below no longer reaches it; the first rows wait until the end.
+        for (int y = 0; y < height; ++y)
+        {
+            unsigned char* target;
+            if (y < kSavedRows)
+                target = saved[y];
+            else
+            {
+                const int slot = (y - kSavedRows) % kDelayedRows;
+                if (y - kSavedRows >= kDelayedRows)
+                    std::memcpy(image.rows[y - kDelayedRows], delayed[slot], rowBytes);
+                target = delayed[slot];
+            }
+            BleedRow(image, y, columnSums, target);
+        }
+        for (int y = std::max(kSavedRows, height - kDelayedRows); y < height; ++y)
+            std::memcpy(image.rows[y], delayed[(y - kSavedRows) % kDelayedRows], rowBytes);
+        for (int y = 0; y < std::min(kSavedRows, height); ++y)
+            std::memcpy(image.rows[y], saved[y], rowBytes);
+    }
+    else
+        std::fprintf(stderr, "Malloc failed in PTPreProcORBTC1. Aborting filter\n");
+
+    for (auto* buffer : delayed)
+        std::free(buffer);
+    for (auto* buffer : saved)
+        std::free(buffer);
+    std::free(columnSums);
+}
+
 } // namespace
 
 // ---- The working image ----
@@ -165,6 +277,24 @@ void FNZJGetCurrentLevel(unsigned int& level, unsigned int& levelCount)
 bool ValIsPOW2(long value)
 {
     return value > 0 && (value & (value - 1)) == 0;
+}
+
+void PTPreprocess(ImageBuffer* image, bool isGeneration2)
+{
+    if (!image)
+        return;
+    if (!isGeneration2)
+    {
+        PTPreprocessGeneration1(*image);
+        return;
+    }
+    for (int y = 0; y < image->height; ++y)
+    {
+        unsigned char* row = image->rows[y];
+        for (int x = 0; x < image->width; ++x)
+            if (row[4 * x + 3] < kTransparentBelow)
+                std::memset(row + 4 * x, 0, 4);
+    }
 }
 
 void MakeDimsCompatable(const char* imageName, int bitsPerPixel, int& width, int& height, unsigned int& noTwiddle,
