@@ -30,6 +30,8 @@ const float OtherCandidateThresholdFactors[7] = {0.5f, 0.4f, 0.3f, 0.2f, 0.001f,
 namespace
 {
 
+constexpr int kMaxQuality = 6;
+
 __attribute__((format(printf, 1, 2))) void DebugPrint(const char* format, ...)
 {
     if (!GlobDebugOutput)
@@ -57,6 +59,30 @@ __attribute__((format(printf, 1, 2))) void DebugPrint(const char* format, ...)
 std::atomic<FNZJProgressHook> progressHook{nullptr};
 std::atomic<void*> progressHookUser{nullptr};
 thread_local unsigned int currentLevel = 0, currentLevelCount = 1;
+
+FNZJLevelObserver levelObserver = nullptr;
+void* levelObserverUser = nullptr;
+
+// The sides below which the block grid of a bits-per-pixel value has no room
+// for the search's window.
+struct MinimumLevelSize
+{
+    int width, height;
+};
+MinimumLevelSize MinimumLevelSizeFor(int bitsPerPixel)
+{
+    if (bitsPerPixel == 1)
+        return {16, 16};
+    if (bitsPerPixel == 2)
+        return {16, 8};
+    return {8, 8};
+}
+
+// Pixels a word covers: 8 x 8, 8 x 4 or 4 x 4.
+int PixelsPerWord(int bitsPerPixel)
+{
+    return bitsPerPixel == 1 ? 64 : bitsPerPixel == 2 ? 32 : 16;
+}
 
 int Wrap(int value, int size)
 {
@@ -170,6 +196,12 @@ void PTPreprocessGeneration1(ImageBuffer& image)
     std::free(columnSums);
 }
 
+// Puts the thread's current level back to the top of a one-level texture.
+struct CurrentLevelReset
+{
+    ~CurrentLevelReset() { FNZJSetCurrentLevel(0, 1); }
+};
+
 } // namespace
 
 // ---- The working image ----
@@ -272,11 +304,208 @@ void FNZJGetCurrentLevel(unsigned int& level, unsigned int& levelCount)
     levelCount = currentLevelCount;
 }
 
+void FNZJSetLevelObserver(FNZJLevelObserver observer, void* user)
+{
+    levelObserver = observer;
+    levelObserverUser = user;
+}
+
 // ---- Entry ----
 
 bool ValIsPOW2(long value)
 {
     return value > 0 && (value & (value - 1)) == 0;
+}
+
+int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, int width, int height, int stride,
+                         unsigned char* output, uint8_t quality, unsigned int mipMode, unsigned int /*reserved1*/,
+                         unsigned int punchThrough, unsigned int format, int bitsPerPixel, unsigned int generation,
+                         unsigned int /*reserved2*/, unsigned int noTwiddle, unsigned int debugMipColours,
+                         void** progressHandle)
+{
+    if (quality > kMaxQuality)
+        quality = kMaxQuality;
+
+    if (progressHandle && *progressHandle)
+    {
+        auto* record = static_cast<ProgressRecord*>(*progressHandle);
+        FNZJ_MUTEX_CALL(pthread_mutex_lock(&record->lock), "lock mutex");
+        record->topLevelUnits = record->unitsDone = record->earlierUnits = record->totalUnits = 0;
+        record->scale = mipMode != 0 ? 1.3333334f : 1.0f;
+        FNZJ_MUTEX_CALL(pthread_mutex_unlock(&record->lock), "unlock mutex");
+    }
+
+    if (!source)
+        return 1;
+
+    // The chain doubles a side at its minimum before halving it, so a top
+    // level side at the minimum gets room for twice as much.
+    const bool chainable = mipMode != 0 && ValIsPOW2(width) && ValIsPOW2(height);
+    const MinimumLevelSize minimum = MinimumLevelSizeFor(bitsPerPixel);
+    const long allocatedWidth = chainable && width == minimum.width ? 2L * width : width;
+    const long allocatedHeight = chainable && height == minimum.height ? 2L * height : height;
+    ImageBuffer* image = NewImage(allocatedWidth, allocatedHeight);
+    if (!image)
+        return 1;
+    image->width = width;
+    image->height = height;
+
+    const ptrdiff_t sourceStep = stride != 0 ? ptrdiff_t(stride) : ptrdiff_t(width) * 4;
+    for (int y = 0; y < height; ++y, source += sourceStep)
+    {
+        unsigned char* row = image->rows[y];
+        if (rgbaOrder != 0)
+            std::memcpy(row, source, size_t(width) * 4);
+        else
+            for (int x = 0; x < width; ++x)
+            {
+                row[4 * x] = source[4 * x + 2];
+                row[4 * x + 1] = source[4 * x + 1];
+                row[4 * x + 2] = source[4 * x];
+                row[4 * x + 3] = source[4 * x + 3];
+            }
+    }
+
+    DebugPrint("\nCompressing data. Please wait...\n\n");
+
+    unsigned int furtherLevels = 0;
+    if (mipMode != 0)
+    {
+        if (chainable)
+            while ((1L << furtherLevels) < std::max(width, height))
+                ++furtherLevels;
+        else
+        {
+            DebugPrint("Warning: Size is not compatible with MIP mapping. Ignoring -m\n");
+            mipMode = 0;
+        }
+    }
+
+    if (punchThrough != 0)
+    {
+        DebugPrint("Doing \"Punch-Through\" preprocess of top map.....\n");
+        PTPreprocess(image, generation != 0);
+    }
+
+    DebugPrint("Compressing top map (%d * %d).....\n", width, height);
+
+    const CurrentLevelReset levelReset;
+    const unsigned int levelCount = furtherLevels + 1;
+    const unsigned int passCount = generation == 1 ? NumPassesTableORBTC2[quality] : NumPassesTableORBTC1[quality];
+    auto compressLevel = [&](unsigned int level) {
+        FNZJSetCurrentLevel(level, levelCount);
+        FNZJReportProgress({level, levelCount, 0, passCount, unsigned(image->width), unsigned(image->height)});
+        return FNZJNewMethod(image, format, bitsPerPixel, generation, noTwiddle, quality, punchThrough, output,
+                             progressHandle) == 0;
+    };
+
+    if (!compressLevel(0))
+    {
+        ReleaseImage(image);
+        return 1;
+    }
+
+    for (unsigned int level = 1; level <= furtherLevels; ++level)
+    {
+        int levelWidth = image->width, levelHeight = image->height;
+        output += size_t(levelWidth) * size_t(levelHeight) / PixelsPerWord(bitsPerPixel) * 8;
+
+        // A side at its minimum is tiled twice, so that halving keeps it there.
+        if (levelWidth == minimum.width)
+        {
+            for (int y = 0; y < levelHeight; ++y)
+                std::memcpy(image->rows[y] + 4 * levelWidth, image->rows[y], size_t(levelWidth) * 4);
+            levelWidth *= 2;
+        }
+        if (levelHeight == minimum.height)
+        {
+            for (int y = 0; y < levelHeight; ++y)
+                std::memcpy(image->rows[levelHeight + y], image->rows[y], size_t(levelWidth) * 4);
+            levelHeight *= 2;
+        }
+        levelWidth /= 2;
+        levelHeight /= 2;
+        image->width = levelWidth;
+        image->height = levelHeight;
+
+        if (debugMipColours != 0)
+        {
+            const unsigned int k = (level - 1) % 7 + 1;
+            unsigned char colour[4] = {0, 0, 0, 255};
+            for (int c = 0; c < 3; ++c)
+                if (k & (1u << c))
+                    colour[c] = 255;
+            for (int y = 0; y < levelHeight; ++y)
+                for (int x = 0; x < levelWidth; ++x)
+                    std::memcpy(image->rows[y] + 4 * x, colour, 4);
+        }
+        else if (mipMode == 1)
+        {
+            // In place: pixel (x, y) reads rows 2y and 2y + 1 at columns 2x
+            // and 2x + 1, none of which is written before it is read.
+            for (int y = 0; y < levelHeight; ++y)
+            {
+                const unsigned char* upper = image->rows[2 * y];
+                const unsigned char* lower = image->rows[2 * y + 1];
+                unsigned char* out = image->rows[y];
+                for (int x = 0; x < levelWidth; ++x)
+                    for (int c = 0; c < 4; ++c)
+                        out[4 * x + c] = static_cast<unsigned char>(
+                            (upper[8 * x + c] + upper[8 * x + 4 + c] + lower[8 * x + c] + lower[8 * x + 4 + c] + 2) >>
+                            2);
+            }
+        }
+        else
+            for (int y = 0; y < levelHeight; ++y, source += size_t(levelWidth) * 4)
+                std::memcpy(image->rows[y], source, size_t(levelWidth) * 4);
+
+        DebugPrint("\nDoing Level %d (%d x %d).....\n", int(level), levelWidth, levelHeight);
+
+        if (!compressLevel(level))
+        {
+            ReleaseImage(image);
+            return 1;
+        }
+    }
+
+    ReleaseImage(image);
+    return 0;
+}
+
+int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerPixel, unsigned int generation,
+                  unsigned int noTwiddle, unsigned int quality, unsigned int punchThrough, unsigned char* output,
+                  void** /*progressHandle: nothing moves the counters*/)
+{
+    if (!output || !image)
+        return 1;
+    const int blockWidth = bitsPerPixel == 1 || bitsPerPixel == 2 ? 8 : 4;
+    const int blockHeight = bitsPerPixel == 1 ? 8 : 4;
+    if (image->width <= 0 || image->height <= 0 || image->width % blockWidth != 0 || image->height % blockHeight != 0)
+        return 1;
+    const long blocksWide = image->width / blockWidth, blocksHigh = image->height / blockHeight;
+
+    // Twiddled order exists only for power-of-two grids.
+    if (noTwiddle == 0 && (!ValIsPOW2(blocksWide) || !ValIsPOW2(blocksHigh)))
+        noTwiddle = 1;
+
+    std::memset(output, 0, size_t(blocksWide) * size_t(blocksHigh) * 8);
+
+    const bool isGeneration2 = generation == 1;
+    if (levelObserver)
+        levelObserver({image, format, bitsPerPixel, isGeneration2, output, noTwiddle, quality, punchThrough},
+                      levelObserverUser);
+    return SearchForImageRepresentatives(image, format, static_cast<unsigned int>(bitsPerPixel), isGeneration2,
+                                         output, noTwiddle, quality, punchThrough) != 0
+               ? 0
+               : 1;
+}
+
+int orbtc_compress(const unsigned char* source, unsigned char* output, int width, int height, unsigned int generation,
+                   unsigned int quality, int twoBitFlag)
+{
+    return ORBTCCompressTexture(source, 1, width, height, 0, output,
+                                static_cast<uint8_t>(std::min(quality, unsigned(kMaxQuality))), 0, 0, 0, 4,
+                                twoBitFlag == 1 ? 2 : 4, generation, 0, generation == 1 ? 1 : 0, 0, nullptr);
 }
 
 void PTPreprocess(ImageBuffer* image, bool isGeneration2)

@@ -131,6 +131,23 @@ ORBT_API int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerP
                            unsigned int noTwiddle, unsigned int quality, unsigned int punchThrough,
                            unsigned char* output, void** progressHandle);
 
+// For tests: what FNZJNewMethod hands the search of a level, seen just before
+// the search runs (the output already cleared, noTwiddle as adjusted).
+struct FNZJLevelCall
+{
+    const ImageBuffer* image;
+    unsigned int format;
+    int bitsPerPixel;
+    bool isGeneration2;
+    const unsigned char* output;
+    unsigned int noTwiddle;
+    unsigned int quality;
+    unsigned int punchThrough;
+};
+using FNZJLevelObserver = void (*)(const FNZJLevelCall& call, void* user);
+// Null (the default) for none. Not for use while another thread compresses.
+void FNZJSetLevelObserver(FNZJLevelObserver observer, void* user);
+
 // The library's door: rgba8 pixels of one level. 0 on success.
 int orbtc_compress(const unsigned char* source, unsigned char* output, int width, int height, unsigned int generation,
                    unsigned int quality, int twoBitFlag);

@@ -347,3 +347,460 @@ TEST(OptimiserEntryPreprocess, Generation1MatchesPlainFilter)
         ReleaseImage(image);
     }
 }
+
+TEST(OptimiserEntryProgress, EntryClearsTheRecord)
+{
+    void* handle = nullptr;
+    ORBTCInitProgressStruct(&handle);
+    ASSERT_NE(handle, nullptr);
+    auto* record = static_cast<ProgressRecord*>(handle);
+
+    // The entry clears the counters, its scale telling whether a chain was
+    // asked for, even one that the size then refuses; nothing moves them.
+    record->totalUnits = 8;
+    record->unitsDone = 4;
+    const Pixels source = RandomPixels(12 * 12, 1);
+    Pixels output(72);
+    ASSERT_EQ(ORBTCCompressTexture(source.data(), 1, 12, 12, 0, output.data(), 0, 1, 0, 0, 4, 4, 0, 0, 0, 0, &handle),
+              0);
+    EXPECT_EQ(record->totalUnits, 0u);
+    EXPECT_EQ(record->unitsDone, 0u);
+    EXPECT_EQ(record->topLevelUnits, 0u);
+    EXPECT_FLOAT_EQ(record->scale, 1.3333334f);
+    EXPECT_EQ(ORBTCGetProgress(&handle), 0.0f);
+    ASSERT_EQ(ORBTCCompressTexture(source.data(), 1, 8, 8, 0, output.data(), 0, 0, 0, 0, 4, 4, 0, 0, 0, 0, &handle), 0);
+    EXPECT_EQ(record->scale, 1.0f);
+    EXPECT_EQ(ORBTCGetProgress(&handle), 0.0f);
+    ORBTCFinaliseProgressStruct(&handle);
+}
+
+namespace
+{
+
+struct LevelSeen
+{
+    int width, height;
+    ptrdiff_t offset; // of the level's words in the output
+    unsigned int noTwiddle, quality, punchThrough, format;
+    int bitsPerPixel;
+    bool isGeneration2;
+    unsigned int level, levelCount;
+    bool outputCleared;
+    Pixels pixels;
+};
+
+struct Options
+{
+    unsigned int rgbaOrder = 1;
+    int stride = 0;
+    uint8_t quality = 0;
+    unsigned int mipMode = 0;
+    unsigned int punchThrough = 0;
+    int bitsPerPixel = 4;
+    unsigned int generation = 0;
+    unsigned int noTwiddle = 0;
+    unsigned int debugMipColours = 0;
+};
+
+// Records every level that FNZJNewMethod hands to the search.
+class ObservedEntry : public ::testing::Test
+{
+protected:
+    void SetUp() override { FNZJSetLevelObserver(&Observe, this); }
+    void TearDown() override { FNZJSetLevelObserver(nullptr, nullptr); }
+
+    int Compress(const Pixels& source, int width, int height, const Options& o, Pixels& output)
+    {
+        base_ = output.data();
+        return ORBTCCompressTexture(source.data(), o.rgbaOrder, width, height, o.stride, output.data(), o.quality,
+                                    o.mipMode, 0, o.punchThrough, 4, o.bitsPerPixel, o.generation, 0, o.noTwiddle,
+                                    o.debugMipColours, nullptr);
+    }
+
+    std::vector<LevelSeen> seen;
+
+private:
+    static void Observe(const FNZJLevelCall& call, void* user)
+    {
+        auto* self = static_cast<ObservedEntry*>(user);
+        LevelSeen level{};
+        level.width = call.image->width;
+        level.height = call.image->height;
+        level.offset = call.output - self->base_;
+        level.noTwiddle = call.noTwiddle;
+        level.quality = call.quality;
+        level.punchThrough = call.punchThrough;
+        level.format = call.format;
+        level.bitsPerPixel = call.bitsPerPixel;
+        level.isGeneration2 = call.isGeneration2;
+        FNZJGetCurrentLevel(level.level, level.levelCount);
+        const size_t bytes = size_t(level.width) * level.height * 8 / (call.bitsPerPixel == 2 ? 32 : 16);
+        level.outputCleared = std::all_of(call.output, call.output + bytes, [](unsigned char b) { return b == 0; });
+        level.pixels = PixelsOf(*call.image);
+        self->seen.push_back(level);
+    }
+
+    const unsigned char* base_ = nullptr;
+};
+
+class OptimiserEntryChain : public ObservedEntry
+{
+};
+class OptimiserEntryLevel : public ObservedEntry
+{
+};
+
+// The next level as the 2 x 2 average of the previous one, a side at its
+// minimum wrapping round onto itself.
+Pixels AverageLevel(const Pixels& previous, int width, int height, int minWidth, int minHeight, int& nextWidth,
+                    int& nextHeight)
+{
+    nextWidth = width == minWidth ? width : width / 2;
+    nextHeight = height == minHeight ? height : height / 2;
+    Pixels next(size_t(nextWidth) * nextHeight * 4);
+    for (int y = 0; y < nextHeight; ++y)
+        for (int x = 0; x < nextWidth; ++x)
+            for (int c = 0; c < 4; ++c)
+            {
+                int sum = 0;
+                for (int j = 0; j < 2; ++j)
+                    for (int i = 0; i < 2; ++i)
+                        sum += previous[((size_t((2 * y + j) % height) * width) + (2 * x + i) % width) * 4 + c];
+                next[(size_t(y) * nextWidth + x) * 4 + c] = static_cast<unsigned char>((sum + 2) / 4);
+            }
+    return next;
+}
+
+} // namespace
+
+TEST_F(OptimiserEntryChain, SizesOffsetsAndOrder)
+{
+    struct Case
+    {
+        int bitsPerPixel, width, height;
+        std::vector<std::pair<int, int>> levels; // below the top
+        size_t bytes;
+    };
+    const Case cases[] = {
+        // The larger side 16 gives four levels, all 8 x 8: 128 + 4 x 32 bytes.
+        {4, 16, 16, {{8, 8}, {8, 8}, {8, 8}, {8, 8}}, 256},
+        {4, 8, 8, {{8, 8}, {8, 8}, {8, 8}}, 3 * 32 + 32},
+        {4, 32, 8, {{16, 8}, {8, 8}, {8, 8}, {8, 8}, {8, 8}}, 128 + 64 + 4 * 32},
+        {4, 8, 32, {{8, 16}, {8, 8}, {8, 8}, {8, 8}, {8, 8}}, 128 + 64 + 4 * 32},
+        {2, 32, 32, {{16, 16}, {16, 8}, {16, 8}, {16, 8}, {16, 8}}, 256 + 64 + 4 * 32},
+        {2, 16, 8, {{16, 8}, {16, 8}, {16, 8}, {16, 8}}, 5 * 32},
+    };
+    std::vector<FNZJProgressEvent> events;
+    FNZJSetProgressHook([](const FNZJProgressEvent& event, void* user) {
+        static_cast<std::vector<FNZJProgressEvent>*>(user)->push_back(event);
+    }, &events);
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(std::to_string(c.bitsPerPixel) + "bpp " + std::to_string(c.width) + " x " +
+                     std::to_string(c.height));
+        seen.clear();
+        events.clear();
+        const Pixels source = RandomPixels(size_t(c.width) * c.height, 3);
+        Pixels output(c.bytes + 64, 0xEE);
+        Options options;
+        options.mipMode = 1;
+        options.bitsPerPixel = c.bitsPerPixel;
+        ASSERT_EQ(Compress(source, c.width, c.height, options, output), 0);
+
+        const unsigned int levelCount = unsigned(c.levels.size()) + 1;
+        ASSERT_EQ(seen.size(), levelCount);
+        ptrdiff_t offset = 0;
+        for (unsigned int n = 0; n < levelCount; ++n)
+        {
+            const int width = n == 0 ? c.width : c.levels[n - 1].first;
+            const int height = n == 0 ? c.height : c.levels[n - 1].second;
+            EXPECT_EQ(seen[n].width, width) << "level " << n;
+            EXPECT_EQ(seen[n].height, height) << "level " << n;
+            EXPECT_EQ(seen[n].offset, offset) << "level " << n;
+            EXPECT_TRUE(seen[n].outputCleared) << "level " << n;
+            EXPECT_EQ(seen[n].level, n);
+            EXPECT_EQ(seen[n].levelCount, levelCount);
+            offset += width * height * 8 / (c.bitsPerPixel == 2 ? 32 : 16);
+        }
+        EXPECT_EQ(size_t(offset), c.bytes);
+        EXPECT_EQ(Pixels(output.begin() + c.bytes, output.end()), Pixels(64, 0xEE));
+
+        // Each level opens with a report of pass 0; reports never go back.
+        std::vector<bool> opened(levelCount, false);
+        unsigned int lastLevel = 0;
+        for (const FNZJProgressEvent& event : events)
+        {
+            ASSERT_LT(event.level, levelCount);
+            EXPECT_GE(event.level, lastLevel);
+            lastLevel = event.level;
+            if (!opened[event.level])
+            {
+                opened[event.level] = true;
+                EXPECT_EQ(event.pass, 0u);
+                EXPECT_EQ(event.passCount, 2u);
+                EXPECT_EQ(event.levelCount, levelCount);
+                EXPECT_EQ(int(event.width), seen[event.level].width);
+                EXPECT_EQ(int(event.height), seen[event.level].height);
+            }
+        }
+        EXPECT_EQ(std::count(opened.begin(), opened.end(), true), int(levelCount));
+    }
+    FNZJSetProgressHook(nullptr, nullptr);
+
+    unsigned int level = 9, levelCount = 9;
+    FNZJGetCurrentLevel(level, levelCount);
+    EXPECT_EQ(level, 0u);
+    EXPECT_EQ(levelCount, 1u);
+}
+
+TEST_F(OptimiserEntryChain, AveragesWithRoundingAndWrapping)
+{
+    struct Case
+    {
+        int bitsPerPixel, width, height;
+    };
+    for (const Case& c : {Case{4, 16, 16}, Case{4, 32, 8}, Case{2, 32, 16}})
+    {
+        SCOPED_TRACE(std::to_string(c.bitsPerPixel) + "bpp " + std::to_string(c.width) + " x " +
+                     std::to_string(c.height));
+        seen.clear();
+        const Pixels source = RandomPixels(size_t(c.width) * c.height, 11);
+        Pixels output(1024);
+        Options options;
+        options.mipMode = 1;
+        options.bitsPerPixel = c.bitsPerPixel;
+        ASSERT_EQ(Compress(source, c.width, c.height, options, output), 0);
+        ASSERT_GE(seen.size(), 3u);
+        EXPECT_EQ(seen[0].pixels, source);
+        const int minWidth = c.bitsPerPixel == 2 ? 16 : 8;
+        for (size_t n = 1; n < seen.size(); ++n)
+        {
+            int width, height;
+            const Pixels expected =
+                AverageLevel(seen[n - 1].pixels, seen[n - 1].width, seen[n - 1].height, minWidth, 8, width, height);
+            ASSERT_EQ(seen[n].width, width);
+            ASSERT_EQ(seen[n].height, height);
+            EXPECT_EQ(seen[n].pixels, expected) << "level " << n;
+        }
+    }
+
+    // Plainly: sums of 2, 5, 1 and 3 over each 2 x 2 give 1, 1, 0 and 1.
+    seen.clear();
+    Pixels plain(16 * 16 * 4, 0);
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x)
+        {
+            const int odd = (x & 1) + (y & 1);
+            unsigned char* p = &plain[(size_t(y) * 16 + x) * 4];
+            p[0] = y & 1;
+            p[1] = odd == 2 ? 2 : 1;
+            p[2] = odd == 2 ? 1 : 0;
+            p[3] = odd != 0 ? 1 : 0;
+        }
+    Pixels output(256);
+    Options options;
+    options.mipMode = 1;
+    ASSERT_EQ(Compress(plain, 16, 16, options, output), 0);
+    ASSERT_EQ(seen.size(), 5u);
+    EXPECT_EQ(seen[1].pixels, [] {
+        Pixels level;
+        for (int i = 0; i < 64; ++i)
+            level.insert(level.end(), {1, 1, 0, 1});
+        return level;
+    }());
+}
+
+TEST_F(OptimiserEntryChain, DebugColoursCycleThroughSeven)
+{
+    // 256 x 8 has eight levels below the top; the eighth repeats the first.
+    const Pixels source = RandomPixels(256 * 8, 5);
+    Pixels output(1024 + 512 + 256 + 128 + 64 + 4 * 32);
+    Options options;
+    options.mipMode = 1;
+    options.debugMipColours = 1;
+    ASSERT_EQ(Compress(source, 256, 8, options, output), 0);
+    ASSERT_EQ(seen.size(), 9u);
+    const Pixels colours[] = {{255, 0, 0, 255},     {0, 255, 0, 255},   {255, 255, 0, 255}, {0, 0, 255, 255},
+                              {255, 0, 255, 255},   {0, 255, 255, 255}, {255, 255, 255, 255}, {255, 0, 0, 255}};
+    for (size_t n = 1; n < seen.size(); ++n)
+    {
+        Pixels expected;
+        for (int i = 0; i < seen[n].width * seen[n].height; ++i)
+            expected.insert(expected.end(), colours[n - 1].begin(), colours[n - 1].end());
+        EXPECT_EQ(seen[n].pixels, expected) << "level " << n;
+    }
+    EXPECT_EQ(seen[8].width, 8);
+}
+
+TEST_F(OptimiserEntryChain, SourceChainOrderAndStride)
+{
+    // BGRA rows of 16 pixels, 80 bytes apart, then the levels below packed
+    // tightly and taken as they are.
+    const int stride = 80;
+    Pixels source = RandomPixels(16 * stride / 4 + 4 * 8 * 8, 9);
+    Options options;
+    options.rgbaOrder = 0;
+    options.stride = stride;
+    options.mipMode = 2;
+    Pixels output(256);
+    ASSERT_EQ(Compress(source, 16, 16, options, output), 0);
+    ASSERT_EQ(seen.size(), 5u);
+
+    Pixels top;
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x)
+        {
+            const unsigned char* p = &source[size_t(y) * stride + 4 * x];
+            top.insert(top.end(), {p[2], p[1], p[0], p[3]});
+        }
+    EXPECT_EQ(seen[0].pixels, top);
+    for (size_t n = 1; n < 5; ++n)
+    {
+        const auto begin = source.begin() + 16 * stride + (n - 1) * 256;
+        EXPECT_EQ(seen[n].pixels, Pixels(begin, begin + 256)) << "level " << n;
+    }
+
+    // RGBA order with a stride copies the rows as they are.
+    seen.clear();
+    options.rgbaOrder = 1;
+    options.mipMode = 0;
+    ASSERT_EQ(Compress(source, 16, 16, options, output), 0);
+    ASSERT_EQ(seen.size(), 1u);
+    for (int y = 0; y < 16; ++y)
+        EXPECT_EQ(Pixels(seen[0].pixels.begin() + y * 64, seen[0].pixels.begin() + y * 64 + 64),
+                  Pixels(source.begin() + y * stride, source.begin() + y * stride + 64))
+            << "row " << y;
+}
+
+TEST_F(OptimiserEntryChain, PunchThroughOnTopLevelOnly)
+{
+    // Transparent blue everywhere but one opaque red pixel; the three levels
+    // below come from the source and keep their transparent colour.
+    Pixels source(4 * 8 * 8 * 4, 0);
+    for (size_t i = 0; i < source.size(); i += 4)
+        source[i + 2] = 200;
+    source[0] = 255, source[2] = 0, source[3] = 255;
+    Options options;
+    options.punchThrough = 1;
+    options.mipMode = 2;
+
+    options.generation = 0; // the bleed
+    Pixels output(256);
+    ASSERT_EQ(Compress(source, 8, 8, options, output), 0);
+    ASSERT_EQ(seen.size(), 4u);
+    EXPECT_EQ(Pixels(seen[0].pixels.begin() + 4, seen[0].pixels.begin() + 8), Pixels({255, 0, 0, 0}));
+    EXPECT_EQ(seen[0].punchThrough, 1u);
+    EXPECT_EQ(Pixels(seen[1].pixels.begin(), seen[1].pixels.begin() + 4), Pixels({0, 0, 200, 0}));
+
+    for (const unsigned int generation : {1u, 2u}) // any other generation clears
+    {
+        seen.clear();
+        options.generation = generation;
+        ASSERT_EQ(Compress(source, 8, 8, options, output), 0);
+        ASSERT_EQ(seen.size(), 4u);
+        EXPECT_EQ(Pixels(seen[0].pixels.begin() + 4, seen[0].pixels.begin() + 8), Pixels({0, 0, 0, 0}));
+        EXPECT_EQ(seen[0].isGeneration2, generation == 1);
+        EXPECT_EQ(Pixels(seen[1].pixels.begin(), seen[1].pixels.begin() + 4), Pixels({0, 0, 200, 0}));
+    }
+}
+
+TEST_F(OptimiserEntryChain, MessagesAndIncompatibleSizes)
+{
+    const Pixels source = RandomPixels(16 * 16, 2);
+    Pixels output(256);
+    Options options;
+    options.mipMode = 1;
+    options.punchThrough = 1;
+    {
+        DebugCapture capture;
+        ASSERT_EQ(Compress(source, 16, 16, options, output), 0);
+        EXPECT_EQ(capture.Text(), "\nCompressing data. Please wait...\n\n"
+                                  "Doing \"Punch-Through\" preprocess of top map.....\n"
+                                  "Compressing top map (16 * 16).....\n"
+                                  "\nDoing Level 1 (8 x 8).....\n"
+                                  "\nDoing Level 2 (8 x 8).....\n"
+                                  "\nDoing Level 3 (8 x 8).....\n"
+                                  "\nDoing Level 4 (8 x 8).....\n");
+    }
+
+    // 12 x 12: no chain, and a grid of 3 x 3 blocks cannot be twiddled.
+    seen.clear();
+    options.punchThrough = 0;
+    {
+        DebugCapture capture;
+        ASSERT_EQ(Compress(source, 12, 12, options, output), 0);
+        EXPECT_EQ(capture.Text(), "\nCompressing data. Please wait...\n\n"
+                                  "Warning: Size is not compatible with MIP mapping. Ignoring -m\n"
+                                  "Compressing top map (12 * 12).....\n");
+    }
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].noTwiddle, 1u);
+    EXPECT_EQ(seen[0].levelCount, 1u);
+
+    // A chain below the block size fails at its first level; no output, at
+    // the top.
+    seen.clear();
+    EXPECT_EQ(Compress(source, 4, 4, options, output), 1);
+    EXPECT_EQ(seen.size(), 1u);
+    EXPECT_EQ(ORBTCCompressTexture(source.data(), 1, 8, 8, 0, nullptr, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0, nullptr), 1);
+    EXPECT_EQ(seen.size(), 1u);
+}
+
+TEST_F(OptimiserEntryLevel, QualityTwiddleAndDoor)
+{
+    const Pixels source = RandomPixels(16 * 16, 4);
+    Pixels output(256);
+    Options options;
+    for (const int quality : {200, 6, 5})
+    {
+        seen.clear();
+        options.quality = uint8_t(quality);
+        ASSERT_EQ(Compress(source, 8, 8, options, output), 0);
+        ASSERT_EQ(seen.size(), 1u);
+        EXPECT_EQ(seen[0].quality, quality > 6 ? 6u : unsigned(quality));
+    }
+
+    // The door: RGBA rows, no chain, 2bpp for the flag 1 only, row order
+    // exactly for generation 1.
+    seen.clear();
+    ASSERT_EQ(orbtc_compress(source.data(), output.data(), 16, 8, 1, 3, 1), 0);
+    ASSERT_EQ(orbtc_compress(source.data(), output.data(), 16, 16, 0, 400, 2), 0);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].bitsPerPixel, 2);
+    EXPECT_TRUE(seen[0].isGeneration2);
+    EXPECT_EQ(seen[0].noTwiddle, 1u);
+    EXPECT_EQ(seen[0].quality, 3u);
+    EXPECT_EQ(seen[0].format, 4u);
+    EXPECT_EQ(seen[0].pixels, Pixels(source.begin(), source.begin() + 16 * 8 * 4));
+    EXPECT_EQ(seen[1].bitsPerPixel, 4);
+    EXPECT_FALSE(seen[1].isGeneration2);
+    EXPECT_EQ(seen[1].noTwiddle, 0u);
+    EXPECT_EQ(seen[1].quality, 6u);
+    EXPECT_EQ(seen[1].pixels, source);
+}
+
+TEST_F(OptimiserEntryLevel, BlockGridChecks)
+{
+    Pixels output(512, 0xEE);
+    auto run = [&](int width, int height, int bitsPerPixel, unsigned int noTwiddle, unsigned char* out) {
+        ImageBuffer* image = NewImage(width, height);
+        const int result = FNZJNewMethod(image, 4, bitsPerPixel, 0, noTwiddle, 0, 0, out, nullptr);
+        ReleaseImage(image);
+        return result;
+    };
+    EXPECT_EQ(run(8, 8, 4, 0, nullptr), 1);
+    EXPECT_EQ(run(8, 6, 4, 0, output.data()), 1);
+    EXPECT_EQ(run(12, 8, 2, 0, output.data()), 1);
+    EXPECT_EQ(run(0, 8, 4, 0, output.data()), 1);
+    EXPECT_TRUE(seen.empty());
+
+    // 2 x 3 blocks go in row order; 4 x 2 (2bpp) stay twiddled unless asked.
+    EXPECT_EQ(run(8, 12, 4, 0, output.data()), 0);
+    EXPECT_EQ(run(32, 8, 2, 0, output.data()), 0);
+    EXPECT_EQ(run(32, 8, 2, 1, output.data()), 0);
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(seen[0].noTwiddle, 1u);
+    EXPECT_EQ(seen[1].noTwiddle, 0u);
+    EXPECT_EQ(seen[2].noTwiddle, 1u);
+    EXPECT_TRUE(seen[1].outputCleared);
+}
