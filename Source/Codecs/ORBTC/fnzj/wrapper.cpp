@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <sched.h>
 
 namespace orbtexture
@@ -63,8 +62,7 @@ thread_local unsigned int currentLevel = 0, currentLevelCount = 1;
 FNZJLevelObserver levelObserver = nullptr;
 void* levelObserverUser = nullptr;
 
-// The sides below which the block grid of a bits-per-pixel value has no room
-// for the search's window.
+// The smallest level: 2 x 2 blocks.
 struct MinimumLevelSize
 {
     int width, height;
