@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <pthread.h>
 
 #include "Tools/ORBTDefines.h"
 
@@ -76,7 +77,15 @@ extern const float OtherCandidateThresholdFactors[7];
 
 // ---- Progress ----
 
-struct ProgressRecord;
+struct ProgressRecord
+{
+    uint32_t topLevelUnits;  // work units of the top level
+    uint32_t unitsDone;      // of the level in hand
+    uint32_t earlierUnits;   // done in earlier levels
+    uint32_t totalUnits;
+    float scale;             // 1.0, or 1.3333334 while a MIP chain is made
+    pthread_mutex_t lock;    // guards the record
+};
 
 // Allocates a record into 'handle' (null on failure).
 ORBT_API void ORBTCInitProgressStruct(void** handle);
@@ -121,6 +130,23 @@ ORBT_API int ORBTCCompressTexture(const unsigned char* source, unsigned int rgba
 ORBT_API int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerPixel, unsigned int generation,
                            unsigned int noTwiddle, unsigned int quality, unsigned int punchThrough,
                            unsigned char* output, void** progressHandle);
+
+// For tests: what FNZJNewMethod hands the search of a level, seen just before
+// the search runs (the output already cleared, noTwiddle as adjusted).
+struct FNZJLevelCall
+{
+    const ImageBuffer* image;
+    unsigned int format;
+    int bitsPerPixel;
+    bool isGeneration2;
+    const unsigned char* output;
+    unsigned int noTwiddle;
+    unsigned int quality;
+    unsigned int punchThrough;
+};
+using FNZJLevelObserver = void (*)(const FNZJLevelCall& call, void* user);
+// Null (the default) for none. Not for use while another thread compresses.
+void FNZJSetLevelObserver(FNZJLevelObserver observer, void* user);
 
 // The library's door: rgba8 pixels of one level. 0 on success.
 int orbtc_compress(const unsigned char* source, unsigned char* output, int width, int height, unsigned int generation,
