@@ -75,6 +75,23 @@ std::vector<unsigned char> Decode(const std::vector<unsigned char>& words, unsig
     return out;
 }
 
+// The optimiser's measure: squared channel differences, alpha's weighted by
+// 30 where the source alpha is 0 or 255.
+double WeightedError(const std::vector<unsigned char>& source, const std::vector<unsigned char>& decoded)
+{
+    double sum = 0.0;
+    for (size_t i = 0; i < source.size(); i += 4)
+    {
+        const double w = source[i + 3] == 0 || source[i + 3] == 255 ? 30.0 : 1.0;
+        for (int c = 0; c < 4; ++c)
+        {
+            const double d = (double(source[i + c]) - decoded[i + c]) * (c == 3 ? w : 1.0);
+            sum += d * d;
+        }
+    }
+    return sum;
+}
+
 uint64_t Fnv(const std::vector<unsigned char>& bytes)
 {
     uint64_t h = 1469598103934665603ull;
@@ -97,17 +114,23 @@ struct ProcessorOverride
 TEST(OptimiserSearch, BeatsTheBlockCompressors)
 {
     // Quality 2 (the optimiser's first level) is clearly better than the
-    // block compressor's best, and more passes do not lose.
+    // block compressor's best by the optimiser's measure, and more passes do
+    // not lose. On an opaque picture that measure is the colour PSNR.
     for (bool twoBpp : {false, true})
         for (bool alpha : {false, true})
         {
             SCOPED_TRACE(std::string(twoBpp ? "2bpp" : "4bpp") + (alpha ? " alpha" : ""));
             const auto pixels = Picture(32, 32, alpha);
-            const double block = Psnr(pixels, Decode(Compress(pixels, 32, 32, twoBpp, 1), 32, 32, twoBpp), alpha);
-            const double first = Psnr(pixels, Decode(Compress(pixels, 32, 32, twoBpp, 2), 32, 32, twoBpp), alpha);
-            const double third = Psnr(pixels, Decode(Compress(pixels, 32, 32, twoBpp, 4), 32, 32, twoBpp), alpha);
-            EXPECT_GT(first, block + 1.0);
-            EXPECT_GE(third, first - 0.05);
+            const auto block = Decode(Compress(pixels, 32, 32, twoBpp, 1), 32, 32, twoBpp);
+            const auto first = Decode(Compress(pixels, 32, 32, twoBpp, 2), 32, 32, twoBpp);
+            const auto third = Decode(Compress(pixels, 32, 32, twoBpp, 4), 32, 32, twoBpp);
+            if (!alpha)
+            {
+                EXPECT_GT(Psnr(pixels, first, false), Psnr(pixels, block, false) + 1.0);
+                EXPECT_GE(Psnr(pixels, third, false), Psnr(pixels, first, false) - 0.05);
+            }
+            EXPECT_LT(WeightedError(pixels, first), WeightedError(pixels, block) / 2);
+            EXPECT_LE(WeightedError(pixels, third), WeightedError(pixels, first));
         }
 }
 
@@ -166,3 +189,4 @@ TEST(OptimiserSearch, GridsThatWrapOntoThemselves)
     const double psnr = Psnr(expected, decoded, true);
     EXPECT_GT(psnr, 45.0);
 }
+

@@ -87,7 +87,8 @@ std::vector<unsigned char> PackAndDecode(TestGrid& grid, const TestImage& image,
         {
             uint32_t word[2];
             PackLocalBlock(*image.image, p, y, x, work, grid.rows.data(), word);
-            unsigned char* out = &words[8 * TwiddleUV(p.blocksHigh, p.blocksWide, y, x, false)];
+            const bool rowOrder = !ValIsPOW2(p.blocksWide) || !ValIsPOW2(p.blocksHigh);
+            unsigned char* out = &words[8 * TwiddleUV(p.blocksHigh, p.blocksWide, y, x, rowOrder)];
             std::memcpy(out, &word[0], 4);
             std::memcpy(out + 4, &word[1], 4);
         }
@@ -124,6 +125,7 @@ void ExpectEvaluationMatchesDecoder(int bitsPerPixel, uint32_t wide, uint32_t hi
         }
     auto work = MakeWork(p);
     const std::vector<unsigned char> decoded = PackAndDecode(grid, image, *work);
+    int checked = 0;
 
     const int ww = p.windowWidth;
     for (uint32_t y = 0; y < high; ++y)
@@ -140,6 +142,7 @@ void ExpectEvaluationMatchesDecoder(int bitsPerPixel, uint32_t wide, uint32_t hi
             else
                 EvalAllCandsAndGetErrors2BPP(*work, p, reps, false, errors);
             int64_t decoderError = 0;
+            bool exactBlock = true;
             for (int v = p.blockHeight / 2; v < 3 * p.blockHeight / 2; ++v)
                 for (int u = p.blockWidth / 2; u < 3 * p.blockWidth / 2; ++u)
                 {
@@ -148,13 +151,30 @@ void ExpectEvaluationMatchesDecoder(int bitsPerPixel, uint32_t wide, uint32_t hi
                     const unsigned char* source = &image.pixels[(size_t(py) * image.image->width + px) * 4];
                     const unsigned char* out = &decoded[(size_t(py) * image.image->width + px) * 4];
                     const float* residual = work->fitting.floatResiduals + 4 * (v * ww + u);
+                    // A derived 2bpp pixel reads the modulation its neighbours
+                    // chose; the evaluation can only assume the choices of the
+                    // neighbouring blocks' pixels.
+                    const int cls = work->records[v * ww + u].modulationClass;
+                    auto own = [&](int uu, int vv) {
+                        return uu >= p.blockWidth / 2 && uu < 3 * p.blockWidth / 2 && vv >= p.blockHeight / 2 &&
+                               vv < 3 * p.blockHeight / 2;
+                    };
+                    if (((cls == 2 || cls == 3) && !(own(u - 1, v) && own(u + 1, v))) ||
+                        ((cls == 2 || cls == 4) && !(own(u, v - 1) && own(u, v + 1))))
+                    {
+                        exactBlock = false;
+                        continue;
+                    }
+                    ++checked;
                     for (int c = 0; c < 4; ++c)
                         ASSERT_EQ(float(source[c]) - residual[c], float(out[c]))
                             << "block " << x << "," << y << " pixel " << u << "," << v << " channel " << c;
                     decoderError += PixelError(source, out);
                 }
-            EXPECT_EQ(errors.central, decoderError);
+            if (exactBlock)
+                EXPECT_EQ(errors.central, decoderError);
         }
+    EXPECT_GE(checked, int(wide * high * p.blockWidth * p.blockHeight) / 2);
 }
 
 } // namespace
