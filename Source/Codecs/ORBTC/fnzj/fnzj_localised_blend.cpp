@@ -3,6 +3,8 @@
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
 
+#include <emmintrin.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,9 +35,13 @@ inline void StoreFitting(PackedFittingParams& fitting, const PixelBlendRecord& r
     fitting.centralWeights[index] = record.centralWeights[choice];
     fitting.modulations[index] = modulation;
     fitting.gains[index] = float(record.gains[choice]);
-    float* residual = fitting.floatResiduals + 4 * index;
-    for (int c = 0; c < 4; ++c)
-        residual[c] = float(pixel[c]) - float(colour[c]);
+    uint32_t p, q;
+    std::memcpy(&p, pixel, 4);
+    std::memcpy(&q, colour, 4);
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i p32 = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(int(p)), zero), zero);
+    const __m128i q32 = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(int(q)), zero), zero);
+    _mm_storeu_ps(fitting.floatResiduals + 4 * index, _mm_cvtepi32_ps(_mm_sub_epi32(p32, q32)));
 }
 
 // A derived 2bpp pixel's colour: the ends mixed by its modulation.
@@ -45,7 +51,150 @@ inline void MixEnds(const unsigned char (*colours)[4], int modulation, unsigned 
         out[c] = uint8_t((colours[0][c] * (8 - modulation) + colours[3][c] * modulation) >> 3);
 }
 
+// The quadrant's four blocks in the neighbourhood.
+inline void QuadrantBlocks(int quadrant, int* blocks)
+{
+    blocks[0] = (quadrant >> 1) * 3 + (quadrant & 1);
+    blocks[1] = blocks[0] + 1;
+    blocks[2] = blocks[0] + 3;
+    blocks[3] = blocks[0] + 4;
+}
+
+// The mixes of the two ends, c1 and c2.
+inline void MixChoices(const PixelBlendRecord& record, unsigned char (*colours)[4])
+{
+    for (int c = 0; c < 4; ++c)
+    {
+        colours[1][c] = uint8_t((record.choiceWeights[0] * colours[0][c] + record.choiceWeights[1] * colours[3][c]) >> 3);
+        colours[2][c] = uint8_t(((record.choiceWeights[2] * colours[0][c] + record.choiceWeights[3] * colours[3][c]) >> 3) &
+                                (record.choice2Mask >> (8 * c)));
+    }
+}
+
+inline uint8_t Expand(int sum, int channel)
+{
+    const int t = sum >> 6;
+    return uint8_t(channel < 3 ? t + (t >> 5) : t + (t >> 4));
+}
+
+constexpr int kChannelMask[4] = {0xF8, 0xF8, 0xF8, 0xF0};
+
+// The four choices of a cached pixel in 16-bit lanes, c0 and c1 in 'low',
+// c2 and c3 in 'high', from the fixed sums plus the block's own masked pair
+// ('selfAB', A then B).
+inline void SynthesiseLanes(const BlendCache::Lanes& lanes, int selfWeight, __m128i selfAB, __m128i& low,
+                            __m128i& high)
+{
+    static const __m128i colourLanes = _mm_setr_epi16(-1, -1, -1, 0, -1, -1, -1, 0);
+    const __m128i sums = _mm_add_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(lanes.fixedAB)),
+                                       _mm_mullo_epi16(_mm_set1_epi16(int16_t(selfWeight)), selfAB));
+    const __m128i t = _mm_srli_epi16(sums, 6);
+    // Colour channels add t >> 5, alpha t >> 4.
+    const __m128i ends = _mm_add_epi16(t, _mm_or_si128(_mm_and_si128(_mm_srli_epi16(t, 5), colourLanes),
+                                                       _mm_andnot_si128(colourLanes, _mm_srli_epi16(t, 4))));
+    const __m128i swapped = _mm_shuffle_epi32(ends, _MM_SHUFFLE(1, 0, 3, 2));
+    // c1 = (w0 c0 + w1 c3) >> 3 in the low half, c2 = (w3 c3 + w2 c0) >> 3 in the high.
+    const __m128i mixes = _mm_and_si128(
+        _mm_srli_epi16(
+            _mm_add_epi16(_mm_mullo_epi16(ends, _mm_load_si128(reinterpret_cast<const __m128i*>(lanes.weightsOnEnds))),
+                          _mm_mullo_epi16(swapped,
+                                          _mm_load_si128(reinterpret_cast<const __m128i*>(lanes.weightsOnSwapped)))),
+            3),
+        _mm_load_si128(reinterpret_cast<const __m128i*>(lanes.mixMask)));
+    low = _mm_unpacklo_epi64(ends, mixes);
+    high = _mm_unpackhi_epi64(mixes, ends);
+}
+
+// The errors of two choices in 16-bit lanes against a pixel ('pixel' its
+// channels twice, 'alphaWeight' 1, 1, 1, w twice).
+inline void MeasureLanes(__m128i choices, __m128i pixel, __m128i alphaWeight, int64_t& first, int64_t& second)
+{
+    const __m128i d = _mm_mullo_epi16(_mm_sub_epi16(choices, pixel), alphaWeight);
+    alignas(16) int32_t squares[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(squares), _mm_madd_epi16(d, d));
+    first = int64_t(squares[0]) + squares[1];
+    second = int64_t(squares[2]) + squares[3];
+}
+
+// The choices of pixel i and their errors: through the cache when it holds
+// the pixel, else by SynthesisePixelColourChoices.
+inline void SynthesiseAndMeasure(const OptimiseWork& work, int i, const NeighbourhoodReps& reps, __m128i selfAB,
+                                 unsigned char (*colours)[4], int64_t* errors)
+{
+    const PixelBlendRecord& record = work.records[i];
+    const unsigned char* pixel = work.window + 4 * i;
+    if (!work.cache.valid || record.palettePixel)
+    {
+        SynthesisePixelColourChoices(record, reps, colours);
+        for (int k = 0; k < 4; ++k)
+            errors[k] = PixelError(pixel, colours[k]);
+        return;
+    }
+    __m128i low, high;
+    SynthesiseLanes(work.cache.lanes[i], work.cache.selfWeight[i], selfAB, low, high);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(colours), _mm_packus_epi16(low, high));
+    uint32_t packed;
+    std::memcpy(&packed, pixel, 4);
+    const __m128i p8 = _mm_cvtsi32_si128(int(packed));
+    const __m128i p16 = _mm_unpacklo_epi8(p8, _mm_setzero_si128());
+    const __m128i pixelLanes = _mm_unpacklo_epi64(p16, p16);
+    const int16_t w = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
+    const __m128i alphaWeight = _mm_setr_epi16(1, 1, 1, w, 1, 1, 1, w);
+    MeasureLanes(low, pixelLanes, alphaWeight, errors[0], errors[1]);
+    MeasureLanes(high, pixelLanes, alphaWeight, errors[2], errors[3]);
+}
+
+// The block's own pair, masked, in 16-bit lanes.
+inline __m128i SelfPairLanes(const NeighbourhoodReps& reps)
+{
+    const unsigned char* a = reps.reps[4][0];
+    const unsigned char* b = reps.reps[4][1];
+    return _mm_setr_epi16(int16_t(a[0] & 0xF8), int16_t(a[1] & 0xF8), int16_t(a[2] & 0xF8), int16_t(a[3] & 0xF0),
+                          int16_t(b[0] & 0xF8), int16_t(b[1] & 0xF8), int16_t(b[2] & 0xF8), int16_t(b[3] & 0xF0));
+}
+
 } // namespace
+
+void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                       const bool* selfPositions)
+{
+    const int count = params.windowWidth * params.windowHeight;
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        BlendCache::Lanes& lanes = work.cache.lanes[i];
+        int blocks[4];
+        QuadrantBlocks(record.quadrant, blocks);
+        int self = 0;
+        int sums[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+        for (int k = 0; k < 4; ++k)
+        {
+            if (selfPositions[blocks[k]])
+            {
+                self += record.bilinear[k];
+                continue;
+            }
+            for (int c = 0; c < 4; ++c)
+            {
+                sums[c] += record.bilinear[k] * (reps.reps[blocks[k]][0][c] & kChannelMask[c]);
+                sums[4 + c] += record.bilinear[k] * (reps.reps[blocks[k]][1][c] & kChannelMask[c]);
+            }
+        }
+        for (int c = 0; c < 4; ++c)
+        {
+            lanes.fixedAB[c] = int16_t(sums[c]);
+            lanes.fixedAB[4 + c] = int16_t(sums[4 + c]);
+            lanes.weightsOnEnds[c] = record.choiceWeights[0];
+            lanes.weightsOnEnds[4 + c] = record.choiceWeights[3];
+            lanes.weightsOnSwapped[c] = record.choiceWeights[1];
+            lanes.weightsOnSwapped[4 + c] = record.choiceWeights[2];
+            lanes.mixMask[c] = -1;
+            lanes.mixMask[4 + c] = int16_t((record.choice2Mask >> (8 * c)) & 0xFF);
+        }
+        work.cache.selfWeight[i] = int16_t(self);
+    }
+    work.cache.valid = true;
+}
 
 void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbourModes, uint32_t hardVariantMask,
                                     const CompressParams& params, PixelBlendRecord* records)
@@ -142,8 +291,8 @@ void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbo
 int SynthesisePixelColourChoices(const PixelBlendRecord& record, const NeighbourhoodReps& reps,
                                  unsigned char (*colours)[4])
 {
-    const int first = (record.quadrant >> 1) * 3 + (record.quadrant & 1);
-    const int blocks[4] = {first, first + 1, first + 3, first + 4};
+    int blocks[4];
+    QuadrantBlocks(record.quadrant, blocks);
     if (record.palettePixel)
     {
         for (int k = 0; k < 4; ++k)
@@ -153,25 +302,18 @@ int SynthesisePixelColourChoices(const PixelBlendRecord& record, const Neighbour
         }
         return 1;
     }
-    for (int end = 0; end < 2; ++end)
-    {
-        unsigned char* out = colours[end == 0 ? 0 : 3];
-        for (int c = 0; c < 4; ++c)
-        {
-            const int mask = c < 3 ? 0xF8 : 0xF0;
-            int t = 0;
-            for (int k = 0; k < 4; ++k)
-                t += record.bilinear[k] * (reps.reps[blocks[k]][end][c] & mask);
-            t >>= 6;
-            out[c] = uint8_t(c < 3 ? t + (t >> 5) : t + (t >> 4));
-        }
-    }
     for (int c = 0; c < 4; ++c)
     {
-        colours[1][c] = uint8_t((record.choiceWeights[0] * colours[0][c] + record.choiceWeights[1] * colours[3][c]) >> 3);
-        colours[2][c] = uint8_t(((record.choiceWeights[2] * colours[0][c] + record.choiceWeights[3] * colours[3][c]) >> 3) &
-                                (record.choice2Mask >> (8 * c)));
+        int sumA = 0, sumB = 0;
+        for (int k = 0; k < 4; ++k)
+        {
+            sumA += record.bilinear[k] * (reps.reps[blocks[k]][0][c] & kChannelMask[c]);
+            sumB += record.bilinear[k] * (reps.reps[blocks[k]][1][c] & kChannelMask[c]);
+        }
+        colours[0][c] = Expand(sumA, c);
+        colours[3][c] = Expand(sumB, c);
     }
+    MixChoices(record, colours);
     return 0;
 }
 
@@ -204,13 +346,15 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
 {
     int64_t sums[3] = {0, 0, 0};
     const int count = params.windowWidth * params.windowHeight;
-    unsigned char colours[4][4];
+    const __m128i selfAB = SelfPairLanes(reps);
+    alignas(16) unsigned char colours[4][4];
     for (int i = 0; i < count; ++i)
     {
         const PixelBlendRecord& record = work.records[i];
         if (record.locality == 0 && !includeOuterRing)
             continue;
-        SynthesisePixelColourChoices(record, reps, colours);
+        int64_t e[4];
+        SynthesiseAndMeasure(work, i, reps, selfAB, colours, e);
         const unsigned char* pixel = work.window + 4 * i;
         int choice;
         int64_t error;
@@ -221,8 +365,6 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
         }
         else
         {
-            const int64_t e[4] = {PixelError(pixel, colours[0]), PixelError(pixel, colours[1]),
-                                  PixelError(pixel, colours[2]), PixelError(pixel, colours[3])};
             choice = BestOfFour(e);
             error = e[choice];
         }
@@ -240,13 +382,15 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
 {
     int64_t sums[3] = {0, 0, 0};
     const int count = params.windowWidth * params.windowHeight;
-    unsigned char colours[kMaxWindowPixels][4][4];
+    const __m128i selfAB = SelfPairLanes(reps);
+    alignas(16) unsigned char colours[kMaxWindowPixels][4][4];
     int64_t pixelErrors[kMaxWindowPixels][4];
 
     // A pixel choosing alone, as in the plain evaluation.
     auto alone = [&](int i) {
         const PixelBlendRecord& record = work.records[i];
-        SynthesisePixelColourChoices(record, reps, colours[i]);
+        int64_t* e = pixelErrors[i];
+        SynthesiseAndMeasure(work, i, reps, selfAB, colours[i], e);
         const unsigned char* pixel = work.window + 4 * i;
         int choice;
         int64_t error;
@@ -257,9 +401,6 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
         }
         else
         {
-            int64_t e[4];
-            for (int k = 0; k < 4; ++k)
-                e[k] = PixelError(pixel, colours[i][k]);
             choice = BestOfFour(e);
             error = e[choice];
         }
@@ -290,14 +431,11 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
                     alone(i);
                 continue;
             }
-            SynthesisePixelColourChoices(record, reps, colours[i]);
+            SynthesiseAndMeasure(work, i, reps, selfAB, colours[i], pixelErrors[i]);
             const int part = record.transparentChoice;
             hasPart[part] = true;
             for (int c = 0; c < 4; ++c)
-            {
-                pixelErrors[i][c] = PixelError(work.window + 4 * i, colours[i][c]);
                 partSums[part][c] += pixelErrors[i][c];
-            }
         }
 
         int choice[2] = {0, 0};
@@ -350,7 +488,8 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
 {
     const int width = params.windowWidth, height = params.windowHeight;
     const int count = width * height;
-    unsigned char colours[kMaxWindowPixels][4][4];
+    const __m128i selfAB = SelfPairLanes(reps);
+    alignas(16) unsigned char colours[kMaxWindowPixels][4][4];
     uint8_t values[kMaxWindowPixels];
     int residualSums[kMaxWindowPixels][4];
     uint8_t contributors[kMaxWindowPixels];
@@ -363,13 +502,10 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
     for (int i = 0; i < count; ++i)
     {
         const PixelBlendRecord& record = work.records[i];
-        SynthesisePixelColourChoices(record, reps, colours[i]);
+        int64_t e[4];
+        SynthesiseAndMeasure(work, i, reps, selfAB, colours[i], e);
         if (!stored(i))
             continue;
-        const unsigned char* pixel = work.window + 4 * i;
-        int64_t e[4];
-        for (int k = 0; k < 4; ++k)
-            e[k] = PixelError(pixel, colours[i][k]);
         const int choice = record.modulationClass == 1 ? (e[0] <= e[3] ? 0 : 3) : BestOfFour(e);
         work.chosen[i] = uint8_t(choice);
         values[i] = record.modulationValues[choice];

@@ -286,6 +286,7 @@ void MixPixelF(float* out, float weight, const float* a, const float* b)
 int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
 {
     std::memset(work.records, 0, sizeof(work.records));
+    work.cache.valid = false;
     work.fitting = PackedFittingParams{};
     return InitialisePackedFittingParams(uint32_t(params.windowWidth * params.windowHeight), 0, 0, nullptr,
                                          work.fitting);
@@ -373,7 +374,8 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         bool done = false;
         for (uint32_t h = 0; h < hardLimit && !done; h += step)
         {
-            CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work.records);
+            CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
+            PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
             RepCandidate pool[kMaxPool];
             int poolCount = 0;
             auto inPool = [&](const unsigned char* a, const unsigned char* b) {
@@ -574,7 +576,7 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
     NeighbourhoodReps reps;
     GatherNeighbourhood(params, row, column, RegRow, modes, reps);
     GatherWindowPixels(image, params, row, column, work.window);
-    CreateBlendingAndUpdateWeights(mode, modes, 0, params, work.records);
+    CreateBlendingAndUpdateWeights(mode, modes, 0, params, work);
     WindowErrors errors;
     const int bw = params.blockWidth, bh = params.blockHeight, width = params.windowWidth;
 

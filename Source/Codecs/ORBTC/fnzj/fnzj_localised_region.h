@@ -40,10 +40,32 @@ struct NeighbourhoodReps
     unsigned char reps[9][2][4];
 };
 
+// The part of each pixel's blend that a visit holds fixed: the weighted sums
+// of the neighbours' masked representatives, and the weight of the places
+// that are the block itself. Valid from PrepareBlendCache until the records
+// change.
+struct BlendCache
+{
+    // Per pixel, in 16-bit lanes: the fixed sums of A then B (red to alpha),
+    // the weights of the two mixes on the ends and on the ends exchanged, and
+    // the mask of the second mix.
+    struct alignas(16) Lanes
+    {
+        int16_t fixedAB[8];
+        int16_t weightsOnEnds[8];
+        int16_t weightsOnSwapped[8];
+        int16_t mixMask[8];
+    };
+    Lanes lanes[kMaxWindowPixels];
+    int16_t selfWeight[kMaxWindowPixels];
+    bool valid;
+};
+
 // A thread's working space.
 struct OptimiseWork
 {
     PixelBlendRecord records[kMaxWindowPixels];
+    BlendCache cache;
     PackedFittingParams fitting;
     unsigned char window[kMaxWindowPixels * 4];
     unsigned char islandLabels[kMaxWindowPixels];
@@ -77,6 +99,19 @@ inline int64_t PixelError(const unsigned char* pixel, const unsigned char* colou
 // left neighbour, bit 1 of the upper, bit 2 of the left.
 void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
                                     const CompressParams& params, PixelBlendRecord* records);
+// The same into a work's records, which invalidates its cache.
+inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
+                                           const CompressParams& params, OptimiseWork& work)
+{
+    work.cache.valid = false;
+    CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
+}
+
+// Fills work.cache for the records now in 'work': 'selfPositions' marks the
+// neighbourhood places that are the block itself, whose representatives the
+// evaluations then take from reps.reps[4].
+void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                       const bool* selfPositions);
 
 // The four decoded choices of a pixel (RGBA bytes each) under 'reps'; 0 when
 // they are the four ordinary mixes, 1 for a palette pixel.

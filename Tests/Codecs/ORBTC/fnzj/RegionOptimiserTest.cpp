@@ -135,7 +135,7 @@ void ExpectEvaluationMatchesDecoder(int bitsPerPixel, uint32_t wide, uint32_t hi
             NeighbourhoodReps reps;
             GatherNeighbourhood(p, y, x, grid.rows.data(), neighbourModes, reps);
             GatherWindowPixels(*image.image, p, y, x, work->window);
-            CreateBlendingAndUpdateWeights(grid.at(x, y).selectedMode, neighbourModes, 0, p, work->records);
+            CreateBlendingAndUpdateWeights(grid.at(x, y).selectedMode, neighbourModes, 0, p, *work);
             WindowErrors errors;
             if (bitsPerPixel == 4)
                 EvalAllCandsAndGetErrors4BPP(*work, p, reps, false, errors);
@@ -209,7 +209,7 @@ TEST(RegionOptimiser, PunchThroughChoiceOnTransparentPixels)
         NeighbourhoodReps reps;
         GatherNeighbourhood(grid.params, 0, 0, grid.rows.data(), modes, reps);
         GatherWindowPixels(*image.image, grid.params, 0, 0, work->window);
-        CreateBlendingAndUpdateWeights(1, modes, 0, grid.params, work->records);
+        CreateBlendingAndUpdateWeights(1, modes, 0, grid.params, *work);
         WindowErrors errors;
         EvalAllCandsAndGetErrors4BPP(*work, grid.params, reps, true, errors);
         EXPECT_EQ(errors.total, 0);
