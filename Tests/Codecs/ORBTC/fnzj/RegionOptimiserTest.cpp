@@ -172,7 +172,9 @@ void ExpectEvaluationMatchesDecoder(int bitsPerPixel, uint32_t wide, uint32_t hi
                     decoderError += PixelError(source, out);
                 }
             if (exactBlock)
+            {
                 EXPECT_EQ(errors.central, decoderError);
+            }
         }
     EXPECT_GE(checked, int(wide * high * p.blockWidth * p.blockHeight) / 2);
 }
