@@ -3,6 +3,8 @@
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
 
+#include "Codecs/ORBTC/ORBTCLocalPalette.h"
+
 #include <emmintrin.h>
 
 #include <cstdio>
@@ -153,7 +155,54 @@ inline __m128i SelfPairLanes(const NeighbourhoodReps& reps)
                           int16_t(b[0] & 0xF8), int16_t(b[1] & 0xF8), int16_t(b[2] & 0xF8), int16_t(b[3] & 0xF0));
 }
 
+// Palette pixels of a 4bpp window: for each pixel and choice (in code
+// order) the colour it shows as an index into the quadrant's eight colours
+// (2 x block + colour, blocks in the order P, Q, R, S), and which choices are
+// the block's own A and B (255 for none).
+struct PaletteTables
+{
+    uint8_t selection[81][4];
+    uint8_t centralOptions[81][2];
+};
+
+const PaletteTables& PaletteModeTables()
+{
+    static const PaletteTables tables = [] {
+        PaletteTables t{};
+        for (int y = 0; y < 9; ++y)
+            for (int x = 0; x < 9; ++x)
+            {
+                const int i = y * 9 + x, place = (y & 3) * 4 + (x & 3);
+                const int quadrant = (y >= 4 ? 2 : 0) + (x >= 4 ? 1 : 0);
+                const int own = 3 - quadrant; // the block itself within its quadrant
+                t.centralOptions[i][0] = t.centralOptions[i][1] = 255;
+                for (int code = 0; code < 4; ++code)
+                {
+                    const uint32_t entry = LocalPaletteMap[place * 4 + code];
+                    if (entry == kLocalPaletteMarker)
+                        continue;
+                    const int block = LocalPaletteBlock(entry), colour = LocalPaletteColour(entry);
+                    t.selection[i][code] = uint8_t(2 * block + colour);
+                    if (block == own)
+                        t.centralOptions[i][colour] = uint8_t(code);
+                }
+            }
+        return t;
+    }();
+    return tables;
+}
+
 } // namespace
+
+const uint8_t (&PaletteModeSelection())[81][4]
+{
+    return PaletteModeTables().selection;
+}
+
+const uint8_t (&PaletteModeCentralOptions())[81][2]
+{
+    return PaletteModeTables().centralOptions;
+}
 
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions)
@@ -256,7 +305,21 @@ void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbo
             record.modulationValues[3] = 8;
             record.choice2Mask = 0xFFFFFFFFu;
 
-            if (fourBpp && (mode & 3) == 1)
+            if (fourBpp && (mode & 3) == 3 && ((x | y) & 3) != 0)
+            {
+                // Local palette: the four choices are stored colours.
+                const PaletteTables& palette = PaletteModeTables();
+                record.palettePixel = 1;
+                for (int k = 0; k < 4; ++k)
+                {
+                    record.bilinear[k] = palette.selection[y * width + x][k];
+                    const bool isA = palette.centralOptions[y * width + x][0] == k;
+                    const bool isB = palette.centralOptions[y * width + x][1] == k;
+                    record.centralWeights[k] = isA || isB ? 64 : 0;
+                    record.modulationValues[k] = isB ? 8 : 0;
+                }
+            }
+            else if (fourBpp && (mode & 3) == 1)
             {
                 // Punch-through: choice 2 is transparent, a mix with alpha 0
                 // in generation 1 and black in generation 2.

@@ -586,7 +586,14 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
         EvalAllCandsAndGetErrors4BPP(work, params, reps, false, errors);
         for (int y = bh / 2; y < 3 * bh / 2; ++y)
             for (int x = bw / 2; x < 3 * bw / 2; ++x)
-                modulation = (modulation >> 2) | (uint32_t(work.chosen[y * width + x] & 3) << 30);
+            {
+                const int i = y * width + x;
+                const int choice = work.chosen[i] & 3;
+                const uint32_t code = work.records[i].palettePixel
+                                          ? PalModRemapper4Col(y - bh / 2, x - bw / 2, choice)
+                                          : uint32_t(choice);
+                modulation = (modulation >> 2) | (code << 30);
+            }
     }
     else if (params.bitsPerPixel == 2)
     {

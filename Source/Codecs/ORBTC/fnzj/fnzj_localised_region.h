@@ -113,6 +113,18 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions);
 
+// 4bpp palette pixels, by window pixel: the colour of each choice (choices
+// in code order; 2 x quadrant block + colour, blocks P, Q, R, S), and the
+// choices that are the block's own A and B (255 for none).
+const uint8_t (&PaletteModeSelection())[81][4];
+const uint8_t (&PaletteModeCentralOptions())[81][2];
+// The code that a palette pixel's choice packs as, at a block row and column:
+// the choices are laid out in code order, so the code is the choice itself.
+constexpr uint8_t PalModRemapper4Col(int /*blockRow*/, int /*blockColumn*/, int choice)
+{
+    return uint8_t(choice);
+}
+
 // The four decoded choices of a pixel (RGBA bytes each) under 'reps'; 0 when
 // they are the four ordinary mixes, 1 for a palette pixel.
 int SynthesisePixelColourChoices(const PixelBlendRecord& record, const NeighbourhoodReps& reps,
