@@ -190,3 +190,27 @@ TEST(OptimiserSearch, GridsThatWrapOntoThemselves)
     EXPECT_GT(psnr, 45.0);
 }
 
+
+TEST(OptimiserSearch, PinnedWords)
+{
+    // The words of one small picture per variant, so that a change of speed
+    // cannot change a result unnoticed.
+    struct Case
+    {
+        bool twoBpp, alpha;
+        unsigned quality;
+        uint64_t hash;
+    };
+    const Case cases[] = {
+        {false, false, 2, 2919420755526885977ull},
+        {false, true, 4, 13414715969474667438ull},
+        {true, false, 2, 7829255527820592728ull},
+        {true, true, 3, 126696596248528256ull},
+    };
+    for (const Case& c : cases)
+    {
+        const auto pixels = Picture(16, 16, c.alpha, 21);
+        EXPECT_EQ(Fnv(Compress(pixels, 16, 16, c.twoBpp, c.quality)), c.hash)
+            << (c.twoBpp ? "2bpp" : "4bpp") << (c.alpha ? " alpha" : "") << " quality " << c.quality;
+    }
+}

@@ -302,3 +302,88 @@ TEST(RegionOptimiser, BlendingCellsReadTheirModesFromTheRightBlocks)
     EXPECT_EQ(at(3, 2).locality, 2);
     EXPECT_EQ(at(16, 8).locality, 0);
 }
+
+namespace
+{
+
+// Statistics of a flat image of 'colour', ready for visits with the first
+// pass's parameters.
+struct FlatVisit
+{
+    TestGrid grid;
+    TestImage image;
+    std::vector<float> weights = WindowFilterWeights(grid.params.blockWidth, grid.params.blockHeight);
+    std::vector<unsigned char> central = CentralFlags(grid.params.blockWidth, grid.params.blockHeight);
+    FlatVisit(int bitsPerPixel, uint32_t wide, uint32_t high, const unsigned char* colour)
+        : grid(bitsPerPixel, wide, high), image(int(wide * grid.params.blockWidth), int(high * 4))
+    {
+        for (size_t i = 0; i < image.pixels.size(); ++i)
+            image.pixels[i] = colour[i % 4];
+        CompressParams& p = grid.params;
+        for (int phase = 0; phase < 2; ++phase)
+        {
+            const StatsThreadArgs args{image.image.get(), &p, phase, central.data(), weights.data(),
+                                       weights.data(), grid.rows.data(), 1};
+            ThreadArgPair pair{&args, 0};
+            RunAGenerateStatsSetThread(&pair);
+        }
+        p.numIterations = 1;
+        p.numCandidates = 4;
+        p.numVariants = 8;
+        p.clampToBox = 1;
+        p.forceAllRegions = 1;
+        p.hardVariantStep = 4;
+    }
+    void Visit(uint32_t x, uint32_t y, uint32_t stamp)
+    {
+        auto work = MakeWork(grid.params);
+        OptimiseRegion(*image.image, grid.params, y, x, *work, stamp, grid.rows.data());
+        ReleaseOptimiseWork(*work);
+    }
+};
+
+} // namespace
+
+TEST(RegionOptimiser, FlatBlocksVisitTwoSlotsAndMarkTheirChange)
+{
+    // 2bpp lists four modes, but a flat block refines only its first two
+    // slots; with one iteration a visit always counts as a change.
+    const unsigned char grey[4] = {90, 120, 200, 255};
+    FlatVisit visit(2, 2, 2, grey);
+    RegionStats& region = visit.grid.at(1, 0);
+    ASSERT_EQ(region.flatRegion, 1u);
+    const ModeSlot before2 = region.modeSlots[2], before3 = region.modeSlots[3];
+    visit.Visit(1, 0, 9);
+    EXPECT_EQ(std::memcmp(&before2, &region.modeSlots[2], sizeof(ModeSlot)), 0);
+    EXPECT_EQ(std::memcmp(&before3, &region.modeSlots[3], sizeof(ModeSlot)), 0);
+    EXPECT_LT(region.modeSlots[0].candidates[0].totalError, kFreshCandidateError);
+    EXPECT_LT(region.modeSlots[1].candidates[0].totalError, kFreshCandidateError);
+    EXPECT_EQ(region.lastVisitedStamp, 9u);
+    EXPECT_EQ(region.lastChangedStamp, 9u);
+
+    // Unforced, a block whose neighbours did not change since its visit is
+    // skipped.
+    visit.grid.params.forceAllRegions = 0;
+    for (uint32_t x = 0; x < 2; ++x)
+        for (uint32_t y = 0; y < 2; ++y)
+            visit.grid.at(x, y).lastChangedStamp = 3;
+    visit.Visit(1, 0, 13);
+    EXPECT_EQ(region.lastVisitedStamp, 9u);
+}
+
+TEST(RegionOptimiser, EqualErrorsKeepTheSelectedMode)
+{
+    // White is exact in both 4bpp modes (error 0 each): the visit keeps
+    // whichever mode the block had.
+    const unsigned char white[4] = {255, 255, 255, 255};
+    for (uint32_t selected : {0u, 1u})
+    {
+        FlatVisit visit(4, 2, 2, white);
+        RegionStats& region = visit.grid.at(0, 1);
+        region.selectedMode = selected;
+        visit.Visit(0, 1, 5);
+        EXPECT_EQ(region.modeSlots[0].candidates[0].totalError, 0);
+        EXPECT_EQ(region.modeSlots[1].candidates[0].totalError, 0);
+        EXPECT_EQ(region.selectedMode, selected);
+    }
+}
