@@ -69,9 +69,18 @@ struct TestGrid
     }
 };
 
-std::unique_ptr<OptimiseWork> MakeWork(const CompressParams& params)
+struct ReleaseWork
 {
-    std::unique_ptr<OptimiseWork> work(new OptimiseWork);
+    void operator()(OptimiseWork* work) const
+    {
+        ReleaseOptimiseWork(*work);
+        delete work;
+    }
+};
+
+std::unique_ptr<OptimiseWork, ReleaseWork> MakeWork(const CompressParams& params)
+{
+    std::unique_ptr<OptimiseWork, ReleaseWork> work(new OptimiseWork);
     EXPECT_EQ(InitOptimiseWork(*work, params), 1);
     return work;
 }
@@ -338,7 +347,6 @@ struct FlatVisit
     {
         auto work = MakeWork(grid.params);
         OptimiseRegion(*image.image, grid.params, y, x, *work, stamp, grid.rows.data());
-        ReleaseOptimiseWork(*work);
     }
 };
 
