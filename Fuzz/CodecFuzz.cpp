@@ -171,8 +171,9 @@ void CompressORBTC(const Input& input, uint32_t format, unsigned width, unsigned
     const bool twoBpp = IsORBTC2bpp(format);
     const unsigned blockWidth = twoBpp ? 8 : 4;
 
-    // Generation 0 takes whole blocks only; generation 1 pads any size first
-    // (and, having no compressor in this build, then returns 0).
+    // Generation 0 takes whole blocks only, at every quality (2 and above the
+    // optimiser); generation 1 pads any size first (and, having no compressor
+    // in this build, then returns 0).
     const unsigned generation = generation1 ? 1 : 0;
     unsigned w = width, h = height;
     if (!generation1)
@@ -186,7 +187,7 @@ void CompressORBTC(const Input& input, uint32_t format, unsigned width, unsigned
     const unsigned written = ORBTCCompress(pixels.data(), words.data(), w, h, hasAlpha, twoBpp, generation, quality);
     if (written != 0 && written != size)
         Fail("ORBTCCompress result", w, h, written);
-    if (written == 0 && !generation1 && quality <= 1)
+    if (written == 0 && !generation1)
         Fail("ORBTCCompress failed on whole blocks", w, h, quality);
 }
 
