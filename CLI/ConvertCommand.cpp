@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -270,7 +271,8 @@ std::string Describe(PixelType format, uint32_t type)
 bool QualitySupported(PixelType target, int quality, std::string& reason)
 {
     const int highest = orbtexture::HighestCompressorQuality(target);
-    if (!target.isNamedFormat() || highest < 0 || quality <= highest)
+    // INT8_MAX: every quality.
+    if (!target.isNamedFormat() || highest < 0 || highest == INT8_MAX || quality <= highest)
         return true;
     reason = "quality " + std::to_string(quality) + " of " + PixelFormatName(target.PixelTypeID) +
              " is not supported by this version (" +

@@ -449,3 +449,32 @@ TEST(OrbtexConvert, ImagesAboveTheLimitsAreNamed)
         EXPECT_EQ(CountLines(run.err), 1) << run.err;
     }
 }
+
+TEST(OrbtexConvert, OptimiserProgressOnlyOnATerminal)
+{
+    ScratchDir dir;
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 32, 32));
+    for (uint32_t i = 0; i < texture.getDataSize(); ++i)
+        texture.getDataPtr()[i] = uint8_t((i * 7) ^ (i >> 5));
+    ASSERT_TRUE(texture.saveFile((dir / "in.orb").c_str()));
+    const std::string convert = std::string("'") + ORBTEX_PROGRAM + "' convert " + Quote(dir / "in.orb") + " " +
+                                Quote(dir / "out.orb") + " --format ORBTC_4bpp_RGB --quality 3";
+
+    // Standard error to a file: nothing but errors.
+    const RunResult piped = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "out.orb") +
+                                            " --format ORBTC_4bpp_RGB --quality 3");
+    EXPECT_EQ(piped.status, 0);
+    EXPECT_EQ(piped.err, "");
+
+    // On a terminal (script gives the program one): one line, redrawn.
+    auto onTerminal = [&](const std::string& extra) {
+        const std::string command = "script -qec \"" + convert + extra + "\" /dev/null >" + Quote(dir / "tty") +
+                                    " 2>&1 </dev/null";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        return testsupport::Slurp(dir / "tty");
+    };
+    const std::string shown = onTerminal("");
+    EXPECT_NE(shown.find("in.orb: surface 1 of 1 (32x32), pass 4 of 4,"), std::string::npos) << shown;
+    EXPECT_EQ(shown.find('\n'), std::string::npos) << shown; // redrawn with \r, never scrolled
+    EXPECT_EQ(onTerminal(" --quiet").find("pass"), std::string::npos);
+}
