@@ -32,10 +32,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const unsigned mipMode = (flags >> 4) & 3;
     const int stride = data[4] % 8 == 0 ? 0 : width * 4 + data[4] % 8;
 
-    // A source chain of tightly packed levels is read after the top level:
-    // room for twice the top level covers it.
+    // A source chain of tightly packed levels is read after the top level: at
+    // most six levels, none above 32 x 32 pixels (the smallest sides are
+    // doubled before halving).
     const size_t rowBytes = stride ? size_t(stride) : size_t(width) * 4;
-    std::vector<uint8_t> source(rowBytes * height * 2 + size_t(width) * height * 8);
+    std::vector<uint8_t> source(rowBytes * height + 6 * 32 * 32 * 4);
     for (size_t i = 0; i < source.size(); ++i)
         source[i] = data[5 + i % (size - 5)];
 
