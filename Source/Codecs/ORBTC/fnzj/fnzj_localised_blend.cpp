@@ -432,7 +432,8 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
             error = e[choice];
         }
         work.chosen[i] = uint8_t(choice);
-        StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[choice]);
+        if (work.storeFitting)
+            StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[choice]);
         sums[record.locality] += error;
     }
     errors.total = sums[1] + sums[2];
@@ -468,7 +469,8 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
             error = e[choice];
         }
         work.chosen[i] = uint8_t(choice);
-        StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[i][choice]);
+        if (work.storeFitting)
+            StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[i][choice]);
         sums[record.locality] += error;
     };
 
@@ -536,7 +538,9 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
                 continue;
             const int c = choice[record.transparentChoice];
             work.chosen[i] = uint8_t(c);
-            StoreFitting(work.fitting, record, i, c, record.modulationValues[c], work.window + 4 * i, colours[i][c]);
+            if (work.storeFitting)
+                StoreFitting(work.fitting, record, i, c, record.modulationValues[c], work.window + 4 * i,
+                             colours[i][c]);
             sums[record.locality] += pixelErrors[i][c];
         }
         start = end;
@@ -653,6 +657,7 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
         if (stored(i))
         {
             const int choice = work.chosen[i];
+            if (work.storeFitting)
             StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[i][choice]);
             if (record.locality != 0 || includeOuterRing)
                 sums[record.locality] += PixelError(pixel, colours[i][choice]);
@@ -664,7 +669,8 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
             unsigned char decoded[4];
             MixEnds(colours[i], modulation, decoded);
             work.chosen[i] = 0xFF;
-            StoreFitting(work.fitting, record, i, 0, modulation, pixel, decoded);
+            if (work.storeFitting)
+                StoreFitting(work.fitting, record, i, 0, modulation, pixel, decoded);
             if (record.locality != 0 || includeOuterRing)
                 sums[record.locality] += PixelError(pixel, decoded);
         }

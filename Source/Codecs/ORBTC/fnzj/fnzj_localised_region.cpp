@@ -174,6 +174,7 @@ bool Visit::Refine(const RepCandidate& start, const StatBox* box, RepCandidate& 
         AddVisited(a, b);
 
         WindowErrors errors;
+        work.storeFitting = k + 1 < params.numIterations; // the last evaluation is not fitted
         Evaluate(k == 0, errors);
         if (k == 0)
             outer = errors.outer;
@@ -287,6 +288,7 @@ int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
 {
     std::memset(work.records, 0, sizeof(work.records));
     work.cache.valid = false;
+    work.storeFitting = true;
     work.fitting = PackedFittingParams{};
     return InitialisePackedFittingParams(uint32_t(params.windowWidth * params.windowHeight), 0, 0, nullptr,
                                          work.fitting);
@@ -577,6 +579,7 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
     GatherNeighbourhood(params, row, column, RegRow, modes, reps);
     GatherWindowPixels(image, params, row, column, work.window);
     CreateBlendingAndUpdateWeights(mode, modes, 0, params, work);
+    work.storeFitting = false;
     WindowErrors errors;
     const int bw = params.blockWidth, bh = params.blockHeight, width = params.windowWidth;
 
@@ -666,6 +669,7 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
             colour |= 1u << 15;
     }
     (void)errors;
+    work.storeFitting = true;
     word[0] = modulation;
     word[1] = colour;
 }

@@ -71,6 +71,7 @@ struct OptimiseWork
     unsigned char islandLabels[kMaxWindowPixels];
     unsigned char islandOrder[kMaxWindowPixels];
     unsigned char chosen[kMaxWindowPixels]; // modulation choice of each pixel
+    bool storeFitting = true;                // evaluations fill 'fitting' (no fit follows otherwise)
 };
 
 // Sets up the work's fitting record; 0 on a failed allocation.
