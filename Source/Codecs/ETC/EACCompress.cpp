@@ -275,17 +275,19 @@ struct BlockPixels
 {
 #if defined(__SSE2__)
     __m128i halves[2];
-#endif
+#else
     int values[16];
+#endif
 
     explicit BlockPixels(const int* pixels)
     {
-        std::copy(pixels, pixels + 16, values);
 #if defined(__SSE2__)
         halves[0] = _mm_setr_epi16(short(pixels[0]), short(pixels[1]), short(pixels[2]), short(pixels[3]),
                                    short(pixels[4]), short(pixels[5]), short(pixels[6]), short(pixels[7]));
         halves[1] = _mm_setr_epi16(short(pixels[8]), short(pixels[9]), short(pixels[10]), short(pixels[11]),
                                    short(pixels[12]), short(pixels[13]), short(pixels[14]), short(pixels[15]));
+#else
+        std::copy(pixels, pixels + 16, values);
 #endif
     }
 
@@ -352,8 +354,8 @@ struct BlockPixels
 // With a multiplier, every offset is 8 x (multiplier x modifier), so the sum
 // of level 'index' of base b is 8 j + the base term of 0, at the lattice
 // position j = b + multiplier x modifier: the value depends on j alone. The
-// positions reached are -225 to 465, held from kLatticeLow in whole vectors
-// of 8 bases. Values differ only from -1 to 256 (0 to 256 signed); the run
+// positions reached, bases in whole runs of 16, are -225 to 465, held from
+// kLatticeLow. Values differ only from -1 to 256 (0 to 256 signed); the run
 // from kDistinctLow to kDistinctHigh holds them, and the positions outside
 // repeat its ends.
 constexpr int kLatticeLow = -232;
@@ -368,6 +370,7 @@ struct SearchTables
     int16_t shifts[256][8]; // multiplier x modifier (from multiplier 1)
     int lowShift[256], highShift[256]; // their least and greatest
     int modifiers[16][2]; // least and greatest modifier of each table
+    int zeroSpan[2]; // widest spread of the values of a table without a multiplier
     alignas(16) uint16_t lattice[2][kDistinct]; // value at each position of the distinct run
 
     SearchTables()
@@ -392,83 +395,39 @@ struct SearchTables
             }
         }
         for (int isSigned = 0; isSigned < 2; ++isSigned)
+        {
+            zeroSpan[isSigned] = 0;
+            for (int table = 0; table < 16; ++table)
+                for (int base = 0; base < 256; ++base)
+                {
+                    const int term = eacBaseTerm(base, isSigned != 0);
+                    zeroSpan[isSigned] = std::max(zeroSpan[isSigned],
+                                                  eacValueOfSum(term + modifiers[table][1], isSigned != 0) -
+                                                      eacValueOfSum(term + modifiers[table][0], isSigned != 0));
+                }
+        }
+        for (int isSigned = 0; isSigned < 2; ++isSigned)
             for (int j = kDistinctLow; j < kDistinctHigh; ++j)
                 lattice[isSigned][j - kDistinctLow] = uint16_t(
                     eacValueOfSum(8 * std::min(256, std::max(-1, j)) + (isSigned ? -1024 : 4), isSigned != 0));
     }
 };
 
-#if defined(__SSE2__)
-// Lane operations of the bound: bytes (16 bases a vector) or 16-bit lanes (8
-// bases), unsigned and saturating.
-template <typename Lane>
-struct Lanes;
-
-template <>
-struct Lanes<uint8_t>
+// A lower bound of the error of 16 bases of one (table, multiplier) at once,
+// in bytes: each pixel's row holds, for each lattice position, the squared
+// wrapped distance to its value shifted down by 'shift' and limited to 255,
+// and the bound of base b is the sum over the pixels of the least of their
+// entries at b + multiplier x modifier, limited to 255. Floors of the parts
+// sum to no more than the floor of the sum, so a base whose bound exceeds the
+// best error shifted down has an error above the best. The shift keeps that
+// limit between kRefine and kTop, the rows being filled again when the best
+// error falls below.
+struct LatticeBound
 {
-    static __m128i least(__m128i a, __m128i b) { return _mm_min_epu8(a, b); }
-    static __m128i add(__m128i a, __m128i b) { return _mm_adds_epu8(a, b); }
-    // The limit as compared by over(): sums of at least limit + 1.
-    static __m128i limit(int limit) { return _mm_set1_epi8(char(limit + 1)); }
-    // A bit a byte: set where the sum exceeds the limit.
-    static unsigned over(__m128i sum, __m128i limit)
-    {
-        return unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_subs_epu8(limit, sum), _mm_setzero_si128())));
-    }
-    static unsigned within(__m128i sum, __m128i limit) { return ~over(sum, limit) & 0xffffu; }
-    // Full lanes where 'open' has no bit, so that they start over the limit.
-    static __m128i closed(unsigned open)
-    {
-        const __m128i bits = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
-        const __m128i spread = _mm_unpacklo_epi64(_mm_set1_epi8(char(open & 0xff)), _mm_set1_epi8(char(open >> 8)));
-        return _mm_andnot_si128(_mm_cmpeq_epi8(_mm_and_si128(spread, bits), bits), _mm_set1_epi8(-1));
-    }
-};
+    static constexpr int kTop = 254;
+    static constexpr int kRefine = 128;
 
-template <>
-struct Lanes<int16_t>
-{
-    static __m128i least(__m128i a, __m128i b) { return _mm_min_epi16(a, b); }
-    static __m128i add(__m128i a, __m128i b) { return _mm_adds_epi16(a, b); }
-    static __m128i limit(int limit) { return _mm_set1_epi16(short(limit)); }
-    // Two bits a lane.
-    static unsigned over(__m128i sum, __m128i limit)
-    {
-        return unsigned(_mm_movemask_epi8(_mm_cmpgt_epi16(sum, limit)));
-    }
-    static unsigned within(__m128i sum, __m128i limit)
-    {
-        return ~unsigned(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpgt_epi16(sum, limit), _mm_setzero_si128()))) &
-               0xffu;
-    }
-    static __m128i closed(unsigned open)
-    {
-        const __m128i bits = _mm_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128);
-        const __m128i mask = _mm_and_si128(_mm_set1_epi16(short(open)), bits);
-        return _mm_andnot_si128(_mm_cmpeq_epi16(mask, bits), _mm_set1_epi16(0x7fff));
-    }
-};
-#endif
-
-// A lower bound of the error of the bases of one (table, multiplier), in
-// lanes of 8 bits (16 bases a vector) or 16 bits (8 bases): each pixel's row
-// holds, for each lattice position, the squared wrapped distance to its value
-// shifted down by 'shift' and limited to the lane's top, and the bound of a
-// base is the sum over the pixels of the least of their entries at b +
-// multiplier x modifier. Floors of the parts sum to no more than the floor of
-// the sum, so a base whose bound exceeds the best error shifted down has an
-// error above the best. The shift keeps that limit between kRefine and kTop,
-// the rows being filled again when the best error falls below.
-template <typename Lane>
-struct Bound
-{
-    static constexpr int kLanes = 16 / int(sizeof(Lane));
-    static constexpr int kLaneTop = sizeof(Lane) == 1 ? 255 : 32767;
-    static constexpr int kTop = sizeof(Lane) == 1 ? 127 : 16383;
-    static constexpr int kRefine = sizeof(Lane) == 1 ? 64 : 2048;
-
-    alignas(16) Lane rows[16][kLatticeSpan]; // in the search's pixel order
+    alignas(16) uint8_t rows[16][kLatticeSpan]; // in the search's pixel order
     int shift = -1;
     int limit = 0;
 
@@ -484,69 +443,82 @@ struct Bound
         limit = int(best >> shift);
     }
 
-    void fillRow(int pixel, const uint16_t* lattice, Lane* row) const
+    void fillRow(int pixel, const uint16_t* lattice, uint8_t* row) const
     {
-        Lane* distinct = row + (kDistinctLow - kLatticeLow);
+        uint8_t* distinct = row + (kDistinctLow - kLatticeLow);
 #if defined(__SSE2__)
         const __m128i value = _mm_set1_epi16(short(pixel));
         const __m128i count = _mm_cvtsi32_si128(shift);
-        auto squares = [&](int j) {
+        auto squares = [&](int j) { // limited to 32767
             const __m128i d = _mm_sub_epi16(value, _mm_load_si128(reinterpret_cast<const __m128i*>(lattice + j)));
             const __m128i low = _mm_mullo_epi16(d, d), high = _mm_mulhi_epi16(d, d);
             return _mm_packs_epi32(_mm_srl_epi32(_mm_unpacklo_epi16(low, high), count),
                                    _mm_srl_epi32(_mm_unpackhi_epi16(low, high), count));
         };
-        for (int j = 0; j < kDistinct; j += kLanes)
-        {
-            const __m128i lanes = kLanes == 8 ? squares(j) : _mm_packus_epi16(squares(j), squares(j + 8));
-            _mm_store_si128(reinterpret_cast<__m128i*>(distinct + j), lanes);
-        }
+        for (int j = 0; j < kDistinct; j += 16)
+            _mm_store_si128(reinterpret_cast<__m128i*>(distinct + j), _mm_packus_epi16(squares(j), squares(j + 8)));
 #else
         for (int j = 0; j < kDistinct; ++j)
         {
             const int d = int16_t(uint16_t(pixel - lattice[j]));
-            distinct[j] = Lane(std::min(kLaneTop, (d * d) >> shift));
+            distinct[j] = uint8_t(std::min(255, (d * d) >> shift));
         }
 #endif
         std::fill(row, distinct, distinct[0]);
         std::fill(distinct + kDistinct, row + kLatticeSpan, distinct[kDistinct - 1]);
     }
 
-    // The bases among b0 to b0 + kLanes - 1 in 'open' (a bit a base) whose
-    // bound is at most the limit. The sums are tested every third pixel:
-    // where the bases fall out is hard to foresee, and fewer tests cost less
-    // than the pixels they would save.
+    // The bases among b0 to b0 + 15 in 'open' (a bit a base) whose bound is
+    // at most the limit. The sums are tested every third pixel: where the
+    // bases fall out is hard to foresee, and fewer tests cost less than the
+    // pixels they would save.
     unsigned survivors(int b0, const int16_t* shifts, unsigned open) const
     {
 #if defined(__SSE2__)
-        using L = Lanes<Lane>;
         const int k0 = shifts[0], k1 = shifts[1], k2 = shifts[2], k3 = shifts[3];
         const int k4 = shifts[4], k5 = shifts[5], k6 = shifts[6], k7 = shifts[7];
-        const __m128i top = L::limit(limit);
-        __m128i sum = L::closed(open);
-        for (int p = 0; p < 16; ++p)
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i over = _mm_set1_epi8(char(limit + 1)); // sums at least this exceed the limit
+        __m128i sum = zero;
+        if (open != 0xffffu) // closed bases start full
         {
-            const Lane* at = rows[p] + (b0 - kLatticeLow);
+            const __m128i bits = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
+            const __m128i spread =
+                _mm_unpacklo_epi64(_mm_set1_epi8(char(open & 0xff)), _mm_set1_epi8(char(open >> 8)));
+            sum = _mm_andnot_si128(_mm_cmpeq_epi8(_mm_and_si128(spread, bits), bits), _mm_set1_epi8(-1));
+        }
+        auto add = [&](int p) {
+            const uint8_t* at = rows[p] + (b0 - kLatticeLow);
             auto load = [at](int k) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + k)); };
-            sum = L::add(sum, L::least(L::least(L::least(load(k0), load(k1)), L::least(load(k2), load(k3))),
-                                       L::least(L::least(load(k4), load(k5)), L::least(load(k6), load(k7)))));
-            if (p % 3 == 2 && L::over(sum, top) == 0xffffu)
+            sum = _mm_adds_epu8(sum, _mm_min_epu8(_mm_min_epu8(_mm_min_epu8(load(k0), load(k1)),
+                                                               _mm_min_epu8(load(k2), load(k3))),
+                                                  _mm_min_epu8(_mm_min_epu8(load(k4), load(k5)),
+                                                               _mm_min_epu8(load(k6), load(k7)))));
+        };
+        auto overBits = [&]() { return unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_subs_epu8(over, sum), zero))); };
+        for (int p = 0; p < 15; p += 3)
+        {
+            add(p);
+            add(p + 1);
+            add(p + 2);
+            if (overBits() == 0xffffu)
                 return 0;
         }
-        return L::within(sum, top);
+        add(15);
+        return ~overBits() & 0xffffu;
 #else
-        int sums[kLanes];
-        for (int lane = 0; lane < kLanes; ++lane)
-            sums[lane] = (open >> lane) & 1 ? 0 : kLaneTop;
+        int sums[16];
+        for (int lane = 0; lane < 16; ++lane)
+            sums[lane] = (open >> lane) & 1 ? 0 : 255;
         for (int p = 0; p < 16 && open != 0; ++p)
         {
-            const Lane* at = rows[p] + (b0 - kLatticeLow);
-            for (int lane = 0; lane < kLanes; ++lane)
+            const uint8_t* at = rows[p] + (b0 - kLatticeLow);
+            for (int lane = 0; lane < 16; ++lane)
             {
-                int least = kLaneTop;
+                int least = 255;
                 for (int index = 0; index < 8; ++index)
                     least = std::min(least, int(at[lane + shifts[index]]));
-                sums[lane] = std::min(kLaneTop, sums[lane] + least);
+                sums[lane] = std::min(255, sums[lane] + least);
                 if (sums[lane] > limit)
                     open &= ~(1u << lane);
             }
@@ -578,13 +550,14 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
     // least error, as a search of every candidate with calcError finds it.
     // Candidates are visited in another order and compared by (error,
     // position in that order), which gives the same one, and only those that
-    // can still win are measured. The least and the greatest pixel each need
-    // a value within the square root of the best error so far, which leaves
-    // a range of bases for each table and multiplier. With a multiplier, a
-    // lower bound of the error of eight bases at a time (each pixel's squares
-    // over the lattice positions, in 16-bit lanes) passes over most of them;
-    // the rest are measured. A start near the block's own spread makes the
-    // bound low from the outset.
+    // can still win are measured: those whose error can be at most the best
+    // so far. The least and the greatest pixel each need a value within the
+    // square root of the best error, which leaves a range of bases for each
+    // table and multiplier. With a multiplier, a lower bound of the error of
+    // 16 bases at a time (LatticeBound) passes over most of the range;
+    // without one, the values are too close together for blocks of a wide
+    // spread, and a bound from pairs of pixels passes over the table. A start
+    // near the block's own spread makes the bounds low from the outset.
     const SumInverse& inverse = sumInverse(isSigned);
     const int lift = isSigned ? 32768 : 0;        // to the rising domain
     const int termOfZero = isSigned ? -1024 : 4;  // base term = 8 base + this
@@ -619,9 +592,15 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
         }
     };
 
+    // Signed base 0 acts as base 1 and comes first: where base 1 could win,
+    // base 0 is measured instead.
+    auto considerBase = [&](int base, int tableMultiplier) {
+        consider(isSigned && base == 1 ? 0 : base, tableMultiplier);
+    };
+
     // A start, for a low bound from the outset: for each table, the one or
-    // two multipliers whose values span the extremes' sums, with the bases
-    // centring them on the extremes' middle and their neighbours.
+    // two multipliers whose values span the extremes' sums, with the base
+    // centring them on the extremes' middle.
     static const SearchTables tables;
     const int lowSum = inverse.firstSum[least], highSum = inverse.firstSum[greatest];
     for (int table = 0; table < 16; ++table)
@@ -633,28 +612,32 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
         {
             const int scale = multiplier == 0 ? 1 : 8 * multiplier;
             const int centre = (lowSum + highSum - scale * (lowModifier + highModifier)) / 2 - termOfZero;
-            const int base = std::min(254, std::max(firstBase + 1, floorDiv8(centre + 4)));
-            for (int b = std::max(firstBase, base - 1); b <= std::min(255, base + 1); ++b)
-                consider(b, table * 16 + multiplier);
+            considerBase(std::min(255, std::max(firstBase, floorDiv8(centre + 4))), table * 16 + multiplier);
         }
     }
 
-    // Signed base 0 acts as base 1 and comes first: where base 1 could win,
-    // base 0 is measured instead.
-    auto considerBase = [&](int base, int tableMultiplier) {
-        consider(isSigned && base == 1 ? 0 : base, tableMultiplier);
-    };
-    Bound<uint8_t> coarse; // rows in the order of 'order'
-    Bound<int16_t> fine;
+    LatticeBound bound; // rows in the order of 'order'
     int64_t best = -1;
     int topSum = kHighestSum + 1, bottomSum = kLowestSum; // sums within reach of the extremes
+    // Without a multiplier the values of a candidate lie on an arc of at most
+    // zeroSpan, so two pixels d1 and d2 from it are at most d1 + span + d2
+    // apart on the circle of 16-bit values: d1^2 + d2^2 is at least half the
+    // square of their distance less the span. Pairs of the sorted pixels, 8
+    // apart, give twice a bound of the error.
+    int64_t twiceClustered = 0;
+    for (int p = 0; p < 8; ++p)
+    {
+        const int apart = (sorted[p + 8] >> 4) - (sorted[p] >> 4);
+        const int64_t gap = std::min(apart, 65536 - apart) - tables.zeroSpan[isSigned];
+        if (gap > 0)
+            twiceClustered += gap * gap;
+    }
     for (int tm = 0; tm < 256; ++tm)
     {
         if (bestError != best)
         {
             best = bestError;
-            coarse.update(best, order, tables.lattice[isSigned]);
-            fine.update(best, order, tables.lattice[isSigned]);
+            bound.update(best, order, tables.lattice[isSigned]);
             // A level within reach of the least pixel is at most that pixel
             // plus the reach, and one within reach of the greatest at least
             // that pixel less the reach, unless the reach wraps.
@@ -670,6 +653,8 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
         {
             // No multiplier: the levels are 8 b + the term of 0 + the
             // modifiers, each base measured.
+            if (twiceClustered > 2 * best)
+                continue;
             const int table = tm >> 4;
             const int low = std::max(firstBase, -floorDiv8(termOfZero + tables.modifiers[table][1] - bottomSum));
             const int high = std::min(255, floorDiv8(topSum - termOfZero - tables.modifiers[table][0]));
@@ -684,14 +669,9 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
         const int16_t* shifts = tables.shifts[tm];
         for (int b0 = low & ~15; b0 <= high; b0 += 16)
         {
-            // The bytes' survivors, eight bases at a time, through the 16-bit
-            // bound; its survivors are measured.
             const unsigned open = (0xffffu << std::max(0, low - b0)) & (0xffffu >> (15 - std::min(15, high - b0)));
-            const unsigned pass = coarse.survivors(b0, shifts, open);
-            for (int half = 0; half < 2; ++half)
-                if (const unsigned bases = (pass >> (8 * half)) & 0xffu)
-                    for (unsigned left = fine.survivors(b0 + 8 * half, shifts, bases); left != 0; left &= left - 1)
-                        considerBase(b0 + 8 * half + __builtin_ctz(left), tm);
+            for (unsigned left = bound.survivors(b0, shifts, open); left != 0; left &= left - 1)
+                considerBase(b0 + __builtin_ctz(left), tm);
         }
     }
     const int bestBase = bestKey >> 8;
