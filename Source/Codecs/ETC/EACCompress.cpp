@@ -305,7 +305,8 @@ struct BlockPixels
             for (int h = 0; h < 2; ++h)
             {
                 const __m128i d = _mm_sub_epi16(halves[h], value);
-                least[h] = _mm_min_epi16(least[h], _mm_xor_si128(_mm_max_epi16(d, _mm_sub_epi16(_mm_setzero_si128(), d)), sign));
+                const __m128i magnitude = _mm_max_epi16(d, _mm_sub_epi16(_mm_setzero_si128(), d));
+                least[h] = _mm_min_epi16(least[h], _mm_xor_si128(magnitude, sign));
             }
         };
         take(_mm_shuffle_epi32(lowFour, _MM_SHUFFLE(0, 0, 0, 0)));

@@ -300,9 +300,8 @@ void MakeBlock(int kind, bool isSigned, std::mt19937& random, unsigned short (&p
         case 10:
         {
             const std::pair<int, int> e = ends(base, table, multiplier);
-            p = uint16_t(i == 0                  ? e.first - push
-                         : i == 1 && (base & 1) ? e.second + push
-                                                 : get16bits11bits(base, table, multiplier, int(random() % 8), isSigned));
+            const int own = get16bits11bits(base, table, multiplier, int(random() % 8), isSigned);
+            p = uint16_t(i == 0 ? e.first - push : i == 1 && (base & 1) ? e.second + push : own);
             break;
         }
         case 11:
@@ -316,9 +315,8 @@ void MakeBlock(int kind, bool isSigned, std::mt19937& random, unsigned short (&p
         case 14:
         {
             const std::pair<int, int> e = ends(endBase, table, endMultiplier);
-            p = uint16_t(i == 0                  ? e.second + 1 + push % 8
-                         : i == 1 && (base & 2) ? e.first - 1 - push % 8
-                                                 : get16bits11bits(endBase, table, endMultiplier, int(random() % 8), isSigned));
+            const int own = get16bits11bits(endBase, table, endMultiplier, int(random() % 8), isSigned);
+            p = uint16_t(i == 0 ? e.second + 1 + push % 8 : i == 1 && (base & 2) ? e.first - 1 - push % 8 : own);
             break;
         }
         default:
