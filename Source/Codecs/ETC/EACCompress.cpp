@@ -234,7 +234,6 @@ double calcError(unsigned short* image, int stride, int x, int y, int width, int
 namespace
 {
 
-constexpr int kAnchors = 5; // pixels whose reach selects the bases
 constexpr int kLowestSum = -4096; // below every base term plus offset
 constexpr int kHighestSum = 4095; // above every one
 
@@ -269,91 +268,113 @@ int floorDiv8(int a)
     return a >= 0 ? a / 8 : -((7 - a) / 8);
 }
 
-// A set of bases.
-struct BaseSet
+// The exact error of one candidate: the sum over the sixteen pixels of the
+// least squared wrapped 16-bit distance to its eight values (each square is
+// at most 2^30).
+struct BlockPixels
 {
-    uint64_t words[4];
+#if defined(__SSE2__)
+    __m128i halves[2];
+#else
+    int values[16];
+#endif
 
-    void clear() { words[0] = words[1] = words[2] = words[3] = 0; }
-    bool empty() const { return (words[0] | words[1] | words[2] | words[3]) == 0; }
-    void add(int first, int last) // inclusive, clipped to 0..255
+    explicit BlockPixels(const int* pixels)
     {
-        first = std::max(first, 0);
-        last = std::min(last, 255);
-        if (first > last)
-            return;
-        const int firstWord = first >> 6, lastWord = last >> 6;
-        const uint64_t head = ~uint64_t(0) << (first & 63), tail = ~uint64_t(0) >> (63 - (last & 63));
-        if (firstWord == lastWord)
-        {
-            words[firstWord] |= head & tail;
-            return;
-        }
-        words[firstWord] |= head;
-        for (int w = firstWord + 1; w < lastWord; ++w)
-            words[w] = ~uint64_t(0);
-        words[lastWord] |= tail;
+#if defined(__SSE2__)
+        halves[0] = _mm_setr_epi16(short(pixels[0]), short(pixels[1]), short(pixels[2]), short(pixels[3]),
+                                   short(pixels[4]), short(pixels[5]), short(pixels[6]), short(pixels[7]));
+        halves[1] = _mm_setr_epi16(short(pixels[8]), short(pixels[9]), short(pixels[10]), short(pixels[11]),
+                                   short(pixels[12]), short(pixels[13]), short(pixels[14]), short(pixels[15]));
+#else
+        std::copy(pixels, pixels + 16, values);
+#endif
     }
-    void intersect(const BaseSet& other)
+
+    int64_t error(const unsigned short* candidates) const
     {
-        for (int w = 0; w < 4; ++w)
-            words[w] &= other.words[w];
+#if defined(__SSE2__)
+        // |d| as an unsigned 16-bit lane (max(d, -d) leaves -32768 as 0x8000,
+        // which is its magnitude); the least by the signed minimum of the
+        // lanes moved down by 0x8000.
+        const __m128i sign = _mm_set1_epi16(short(0x8000));
+        const __m128i all = _mm_loadu_si128(reinterpret_cast<const __m128i*>(candidates));
+        const __m128i lowFour = _mm_unpacklo_epi16(all, all), highFour = _mm_unpackhi_epi16(all, all);
+        __m128i least[2] = {_mm_set1_epi16(0x7fff), _mm_set1_epi16(0x7fff)};
+        auto take = [&](__m128i value) {
+            for (int h = 0; h < 2; ++h)
+            {
+                const __m128i d = _mm_sub_epi16(halves[h], value);
+                const __m128i magnitude = _mm_max_epi16(d, _mm_sub_epi16(_mm_setzero_si128(), d));
+                least[h] = _mm_min_epi16(least[h], _mm_xor_si128(magnitude, sign));
+            }
+        };
+        take(_mm_shuffle_epi32(lowFour, _MM_SHUFFLE(0, 0, 0, 0)));
+        take(_mm_shuffle_epi32(lowFour, _MM_SHUFFLE(1, 1, 1, 1)));
+        take(_mm_shuffle_epi32(lowFour, _MM_SHUFFLE(2, 2, 2, 2)));
+        take(_mm_shuffle_epi32(lowFour, _MM_SHUFFLE(3, 3, 3, 3)));
+        take(_mm_shuffle_epi32(highFour, _MM_SHUFFLE(0, 0, 0, 0)));
+        take(_mm_shuffle_epi32(highFour, _MM_SHUFFLE(1, 1, 1, 1)));
+        take(_mm_shuffle_epi32(highFour, _MM_SHUFFLE(2, 2, 2, 2)));
+        take(_mm_shuffle_epi32(highFour, _MM_SHUFFLE(3, 3, 3, 3)));
+        // Squares in 32 bits, pairs summed (at most 2^31), then in 64 bits.
+        __m128i total = _mm_setzero_si128();
+        for (int h = 0; h < 2; ++h)
+        {
+            const __m128i m = _mm_xor_si128(least[h], sign);
+            const __m128i low = _mm_mullo_epi16(m, m), high = _mm_mulhi_epu16(m, m);
+            const __m128i pairs = _mm_add_epi32(_mm_unpacklo_epi16(low, high), _mm_unpackhi_epi16(low, high));
+            total = _mm_add_epi64(total, _mm_add_epi64(_mm_unpacklo_epi32(pairs, _mm_setzero_si128()),
+                                                       _mm_unpackhi_epi32(pairs, _mm_setzero_si128())));
+        }
+        total = _mm_add_epi64(total, _mm_unpackhi_epi64(total, total));
+#if defined(__x86_64__) || defined(_M_X64)
+        return int64_t(_mm_cvtsi128_si64(total));
+#else
+        int64_t sum;
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(&sum), total);
+        return sum;
+#endif
+#else
+        int64_t sum = 0;
+        for (int p = 0; p < 16; ++p)
+        {
+            int least = INT32_MAX;
+            for (int i = 0; i < 8; ++i)
+            {
+                const int d = int16_t(uint16_t(values[p] - candidates[i])); // as diff16
+                least = std::min(least, d * d);
+            }
+            sum += least;
+        }
+        return sum;
+#endif
     }
 };
 
-// Least squared wrapped 16-bit distance from 'pixel' to the eight candidates.
-inline int leastSquare(int pixel, const unsigned short* candidates)
-{
-#if defined(__SSE2__)
-    // |d| as an unsigned 16-bit lane (max(d, -d) leaves -32768 as 0x8000,
-    // which is its magnitude), the least by the signed minimum of the lanes
-    // moved down by 0x8000.
-    const __m128i sign = _mm_set1_epi16(short(0x8000));
-    const __m128i d = _mm_sub_epi16(_mm_set1_epi16(short(pixel)),
-                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(candidates)));
-    __m128i m = _mm_xor_si128(_mm_max_epi16(d, _mm_sub_epi16(_mm_setzero_si128(), d)), sign);
-    m = _mm_min_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
-    m = _mm_min_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
-    m = _mm_min_epi16(m, _mm_srli_epi32(m, 16));
-    const int least = (_mm_cvtsi128_si32(m) & 0xffff) ^ 0x8000;
-    return least * least;
-#else
-    int least = INT32_MAX;
-    for (int i = 0; i < 8; ++i)
-    {
-        const int d = int16_t(uint16_t(pixel - candidates[i])); // as diff16
-        least = std::min(least, d * d);
-    }
-    return least;
-#endif
-}
+// With a multiplier, every offset is 8 x (multiplier x modifier), so the sum
+// of level 'index' of base b is 8 j + the base term of 0, at the lattice
+// position j = b + multiplier x modifier: the value depends on j alone. The
+// positions reached, bases in whole runs of 16, are -225 to 465, held from
+// kLatticeLow. Values differ only from -1 to 256 (0 to 256 signed); the run
+// from kDistinctLow to kDistinctHigh holds them, and the positions outside
+// repeat its ends.
+constexpr int kLatticeLow = -232;
+constexpr int kLatticeSpan = 704;
+constexpr int kDistinctLow = -8;
+constexpr int kDistinctHigh = 264;
+constexpr int kDistinct = kDistinctHigh - kDistinctLow;
 
-// The exact error of one candidate over the pixels in the order given, in
-// integers (each square is at most 2^30). Stops once the sum exceeds 'limit'
-// and returns what it has then.
-int64_t candidateError(const int pixels[16], const unsigned short* candidates, int64_t limit)
+// The search's tables of every (table, multiplier), built once.
+struct SearchTables
 {
-    int64_t sum = 0;
-    for (int p = 0; p < 16; ++p)
-    {
-        sum += leastSquare(pixels[p], candidates);
-        if (sum > limit)
-            break;
-    }
-    return sum;
-}
+    int16_t shifts[256][8]; // multiplier x modifier (from multiplier 1)
+    int lowShift[256], highShift[256]; // their least and greatest
+    int modifiers[16][2]; // least and greatest modifier of each table
+    int zeroSpan[2]; // widest spread of the values of a table without a multiplier
+    alignas(16) uint16_t lattice[2][kDistinct]; // value at each position of the distinct run
 
-// Base term plus offset, less 8 x base, of every (table, multiplier) and
-// index (the sum of base b is 8 b + this), and the widest spread of the
-// values of each (table, multiplier) over every base.
-struct SumOffsets
-{
-    int16_t offsets[2][256][8];
-    int16_t shifts[256][8]; // multiplier x modifier, for multipliers from 1
-    int modifiers[16][2];   // least and greatest modifier of each table
-    int widths[2][256];
-
-    SumOffsets()
+    SearchTables()
     {
         for (int table = 0; table < 16; ++table)
         {
@@ -364,30 +385,147 @@ struct SumOffsets
                 modifiers[table][1] = std::max(modifiers[table][1], eacOffset(table, 0, index));
             }
         }
-        for (int isSigned = 0; isSigned < 2; ++isSigned)
-            for (int tm = 0; tm < 256; ++tm)
+        for (int tm = 0; tm < 256; ++tm)
+        {
+            lowShift[tm] = highShift[tm] = 0;
+            for (int index = 0; index < 8; ++index)
             {
-                for (int index = 0; index < 8; ++index)
-                {
-                    offsets[isSigned][tm][index] =
-                        int16_t(eacOffset(tm >> 4, tm & 15, index) + (isSigned ? -1024 : 4));
-                    shifts[tm][index] = int16_t(eacOffset(tm >> 4, tm & 15, index) / 8);
-                }
-                widths[isSigned][tm] = 0;
+                shifts[tm][index] = int16_t(eacOffset(tm >> 4, tm & 15, index) / 8);
+                lowShift[tm] = std::min(lowShift[tm], int(shifts[tm][index]));
+                highShift[tm] = std::max(highShift[tm], int(shifts[tm][index]));
+            }
+        }
+        for (int isSigned = 0; isSigned < 2; ++isSigned)
+        {
+            zeroSpan[isSigned] = 0;
+            for (int table = 0; table < 16; ++table)
                 for (int base = 0; base < 256; ++base)
                 {
-                    int lo = 65535, hi = 0;
-                    for (int index = 0; index < 8; ++index)
-                    {
-                        const int value =
-                            eacValueOfSum(eacBaseTerm(base, isSigned) + eacOffset(tm >> 4, tm & 15, index), isSigned) +
-                            (isSigned ? 32768 : 0);
-                        lo = std::min(lo, value);
-                        hi = std::max(hi, value);
-                    }
-                    widths[isSigned][tm] = std::max(widths[isSigned][tm], hi - lo);
+                    const int term = eacBaseTerm(base, isSigned != 0);
+                    zeroSpan[isSigned] = std::max(zeroSpan[isSigned],
+                                                  eacValueOfSum(term + modifiers[table][1], isSigned != 0) -
+                                                      eacValueOfSum(term + modifiers[table][0], isSigned != 0));
                 }
+        }
+        for (int isSigned = 0; isSigned < 2; ++isSigned)
+            for (int j = kDistinctLow; j < kDistinctHigh; ++j)
+                lattice[isSigned][j - kDistinctLow] = uint16_t(
+                    eacValueOfSum(8 * std::min(256, std::max(-1, j)) + (isSigned ? -1024 : 4), isSigned != 0));
+    }
+};
+
+// A lower bound of the error of 16 bases of one (table, multiplier) at once,
+// in bytes: each pixel's row holds, for each lattice position, the squared
+// wrapped distance to its value shifted down by 'shift' and limited to 255,
+// and the bound of base b is the sum over the pixels of the least of their
+// entries at b + multiplier x modifier, limited to 255. Floors of the parts
+// sum to no more than the floor of the sum, so a base whose bound exceeds the
+// best error shifted down has an error above the best. The shift keeps that
+// limit between kRefine and kTop, the rows being filled again when the best
+// error falls below.
+struct LatticeBound
+{
+    static constexpr int kTop = 254;
+    static constexpr int kRefine = 128;
+
+    alignas(16) uint8_t rows[16][kLatticeSpan]; // in the search's pixel order
+    int shift = -1;
+    int limit = 0;
+
+    void update(int64_t best, const int* pixels, const uint16_t* lattice)
+    {
+        if (shift < 0 || (shift > 0 && (best >> shift) < kRefine))
+        {
+            for (shift = 0; (best >> shift) > kTop;)
+                ++shift;
+            for (int p = 0; p < 16; ++p)
+                fillRow(pixels[p], lattice, rows[p]);
+        }
+        limit = int(best >> shift);
+    }
+
+    void fillRow(int pixel, const uint16_t* lattice, uint8_t* row) const
+    {
+        uint8_t* distinct = row + (kDistinctLow - kLatticeLow);
+#if defined(__SSE2__)
+        const __m128i value = _mm_set1_epi16(short(pixel));
+        const __m128i count = _mm_cvtsi32_si128(shift);
+        auto squares = [&](int j) { // limited to 32767
+            const __m128i d = _mm_sub_epi16(value, _mm_load_si128(reinterpret_cast<const __m128i*>(lattice + j)));
+            const __m128i low = _mm_mullo_epi16(d, d), high = _mm_mulhi_epi16(d, d);
+            return _mm_packs_epi32(_mm_srl_epi32(_mm_unpacklo_epi16(low, high), count),
+                                   _mm_srl_epi32(_mm_unpackhi_epi16(low, high), count));
+        };
+        for (int j = 0; j < kDistinct; j += 16)
+            _mm_store_si128(reinterpret_cast<__m128i*>(distinct + j), _mm_packus_epi16(squares(j), squares(j + 8)));
+#else
+        for (int j = 0; j < kDistinct; ++j)
+        {
+            const int d = int16_t(uint16_t(pixel - lattice[j]));
+            distinct[j] = uint8_t(std::min(255, (d * d) >> shift));
+        }
+#endif
+        std::fill(row, distinct, distinct[0]);
+        std::fill(distinct + kDistinct, row + kLatticeSpan, distinct[kDistinct - 1]);
+    }
+
+    // The bases among b0 to b0 + 15 in 'open' (a bit a base) whose bound is
+    // at most the limit. The sums are tested every third pixel: where the
+    // bases fall out is hard to foresee, and fewer tests cost less than the
+    // pixels they would save.
+    unsigned survivors(int b0, const int16_t* shifts, unsigned open) const
+    {
+#if defined(__SSE2__)
+        const int k0 = shifts[0], k1 = shifts[1], k2 = shifts[2], k3 = shifts[3];
+        const int k4 = shifts[4], k5 = shifts[5], k6 = shifts[6], k7 = shifts[7];
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i over = _mm_set1_epi8(char(limit + 1)); // sums at least this exceed the limit
+        __m128i sum = zero;
+        if (open != 0xffffu) // closed bases start full
+        {
+            const __m128i bits = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
+            const __m128i spread =
+                _mm_unpacklo_epi64(_mm_set1_epi8(char(open & 0xff)), _mm_set1_epi8(char(open >> 8)));
+            sum = _mm_andnot_si128(_mm_cmpeq_epi8(_mm_and_si128(spread, bits), bits), _mm_set1_epi8(-1));
+        }
+        auto add = [&](int p) {
+            const uint8_t* at = rows[p] + (b0 - kLatticeLow);
+            auto load = [at](int k) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + k)); };
+            sum = _mm_adds_epu8(sum, _mm_min_epu8(_mm_min_epu8(_mm_min_epu8(load(k0), load(k1)),
+                                                               _mm_min_epu8(load(k2), load(k3))),
+                                                  _mm_min_epu8(_mm_min_epu8(load(k4), load(k5)),
+                                                               _mm_min_epu8(load(k6), load(k7)))));
+        };
+        auto overBits = [&]() { return unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_subs_epu8(over, sum), zero))); };
+        for (int p = 0; p < 15; p += 3)
+        {
+            add(p);
+            add(p + 1);
+            add(p + 2);
+            if (overBits() == 0xffffu)
+                return 0;
+        }
+        add(15);
+        return ~overBits() & 0xffffu;
+#else
+        int sums[16];
+        for (int lane = 0; lane < 16; ++lane)
+            sums[lane] = (open >> lane) & 1 ? 0 : 255;
+        for (int p = 0; p < 16 && open != 0; ++p)
+        {
+            const uint8_t* at = rows[p] + (b0 - kLatticeLow);
+            for (int lane = 0; lane < 16; ++lane)
+            {
+                int least = 255;
+                for (int index = 0; index < 8; ++index)
+                    least = std::min(least, int(at[lane + shifts[index]]));
+                sums[lane] = std::min(255, sums[lane] + least);
+                if (sums[lane] > limit)
+                    open &= ~(1u << lane);
             }
+        }
+        return open;
+#endif
     }
 };
 
@@ -413,14 +551,14 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
     // least error, as a search of every candidate with calcError finds it.
     // Candidates are visited in another order and compared by (error,
     // position in that order), which gives the same one, and only those that
-    // can still win are measured. Five anchor pixels (the least, the
-    // greatest, the median and the quartiles) each need a value within the
-    // square root of the best error so far, or that pixel alone would cost
-    // more than the best; for each table and multiplier the bases meeting
-    // this come as ranges from the inverse of the values, and a table and
-    // multiplier whose values cannot span the least and greatest anchors is
-    // passed over. A start near the block's own spread makes the bound low
-    // from the outset.
+    // can still win are measured: those whose error can be at most the best
+    // so far. The least and the greatest pixel each need a value within the
+    // square root of the best error, which leaves a range of bases for each
+    // table and multiplier. With a multiplier, a lower bound of the error of
+    // 16 bases at a time (LatticeBound) passes over most of the range;
+    // without one, the values are too close together for blocks of a wide
+    // spread, and a bound from pairs of pixels passes over the table. A start
+    // near the block's own spread makes the bounds low from the outset.
     const SumInverse& inverse = sumInverse(isSigned);
     const int lift = isSigned ? 32768 : 0;        // to the rising domain
     const int termOfZero = isSigned ? -1024 : 4;  // base term = 8 base + this
@@ -430,7 +568,8 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
     for (int by = 0; by < 4; ++by)
         for (int bx = 0; bx < 4; ++bx)
             pixels[by * 4 + bx] = image[((y + by) * width + x + bx) * stride];
-    // The anchors first: they decide most rejections.
+    // The least, the greatest, the median and the quartiles first: they
+    // decide most rejections.
     int sorted[16];
     for (int p = 0; p < 16; ++p)
         sorted[p] = (((pixels[p] + lift) & 0xffff) << 4) | p;
@@ -439,14 +578,13 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
     int order[16];
     for (int k = 0; k < 16; ++k)
         order[k] = pixels[sorted[kAnchorRanks[k]] & 15];
-    int anchors[kAnchors];
-    for (int a = 0; a < kAnchors; ++a)
-        anchors[a] = (order[a] + lift) & 0xffff;
+    const int least = (order[0] + lift) & 0xffff, greatest = (order[1] + lift) & 0xffff;
 
+    const BlockPixels measure(pixels);
     int64_t bestError = INT64_MAX;
     int bestKey = INT32_MAX; // base * 256 + table * 16 + multiplier
     auto consider = [&](int base, int tableMultiplier) {
-        const int64_t error = candidateError(order, values + (base << 11) + tableMultiplier * 8, bestError);
+        const int64_t error = measure.error(values + (base << 11) + tableMultiplier * 8);
         const int key = (base << 8) + tableMultiplier;
         if (error < bestError || (error == bestError && key < bestKey))
         {
@@ -455,113 +593,88 @@ void compressBlockAlpha16(unsigned short* image, int stride, int x, int y, int w
         }
     };
 
+    // Signed base 0 acts as base 1 and comes first: where base 1 could win,
+    // base 0 is measured instead.
+    auto considerBase = [&](int base, int tableMultiplier) {
+        consider(isSigned && base == 1 ? 0 : base, tableMultiplier);
+    };
+
     // A start, for a low bound from the outset: for each table, the one or
-    // two multipliers whose values span the anchors' sums, with the bases
-    // centring them on the anchors' middle and their neighbours.
-    static const SumOffsets sumOffsets;
-    const int lowSum = inverse.firstSum[anchors[0]], highSum = inverse.firstSum[anchors[1]];
+    // two multipliers whose values span the extremes' sums, with the base
+    // centring them on the extremes' middle.
+    static const SearchTables tables;
+    const int lowSum = inverse.firstSum[least], highSum = inverse.firstSum[greatest];
     for (int table = 0; table < 16; ++table)
     {
-        const int lowModifier = sumOffsets.modifiers[table][0], highModifier = sumOffsets.modifiers[table][1];
+        const int lowModifier = tables.modifiers[table][0], highModifier = tables.modifiers[table][1];
         const int span = 8 * (highModifier - lowModifier);
         const int fewest = std::min(15, (highSum - lowSum) / span);
         for (int multiplier = fewest; multiplier <= std::min(15, fewest + 1); ++multiplier)
         {
             const int scale = multiplier == 0 ? 1 : 8 * multiplier;
             const int centre = (lowSum + highSum - scale * (lowModifier + highModifier)) / 2 - termOfZero;
-            const int base = std::min(254, std::max(firstBase + 1, floorDiv8(centre + 4)));
-            for (int b = std::max(firstBase, base - 1); b <= std::min(255, base + 1); ++b)
-                consider(b, table * 16 + multiplier);
+            considerBase(std::min(255, std::max(firstBase, floorDiv8(centre + 4))), table * 16 + multiplier);
         }
     }
 
+    LatticeBound bound; // rows in the order of 'order'
     int64_t best = -1;
-    int reach = 0;
-    bool everyBase = false;
-    int sumRanges[kAnchors][2][2];  // sums within reach of each anchor, one or two ranges
-    int baseRanges[kAnchors][2][2]; // the same as bases for a zero offset beside the term of 0
+    int topSum = kHighestSum + 1, bottomSum = kLowestSum; // sums within reach of the extremes
+    // Without a multiplier the values of a candidate lie on an arc of at most
+    // zeroSpan, so two pixels d1 and d2 from it are at most d1 + span + d2
+    // apart on the circle of 16-bit values: d1^2 + d2^2 is at least half the
+    // square of their distance less the span. Pairs of the sorted pixels, 8
+    // apart, give twice a bound of the error.
+    int64_t twiceClustered = 0;
+    for (int p = 0; p < 8; ++p)
+    {
+        const int apart = (sorted[p + 8] >> 4) - (sorted[p] >> 4);
+        const int64_t gap = std::min(apart, 65536 - apart) - tables.zeroSpan[isSigned];
+        if (gap > 0)
+            twiceClustered += gap * gap;
+    }
     for (int tm = 0; tm < 256; ++tm)
     {
         if (bestError != best)
         {
             best = bestError;
-            reach = int(std::min<int64_t>(floorSqrt(best), 65536));
-            everyBase = 2 * reach + 1 >= 65536;
-            for (int a = 0; a < kAnchors && !everyBase; ++a)
-            {
-                // The values within reach as one or two rising ranges, then
-                // as the sums giving them.
-                const int lo = anchors[a] - reach, hi = anchors[a] + reach;
-                int ranges[2][2] = {{std::max(lo, 0), std::min(hi, 65535)}, {1, 0}};
-                if (lo < 0)
-                    ranges[1][0] = lo + 65536, ranges[1][1] = 65535;
-                else if (hi > 65535)
-                    ranges[1][0] = 0, ranges[1][1] = hi - 65536;
-                for (int r = 0; r < 2; ++r)
-                {
-                    int* sums = sumRanges[a][r];
-                    sums[0] = kHighestSum + 1; // empty
-                    sums[1] = kLowestSum;
-                    if (ranges[r][0] <= ranges[r][1])
-                    {
-                        sums[0] = inverse.firstSum[ranges[r][0]];
-                        sums[1] = inverse.firstSum[ranges[r][1] + 1] - 1;
-                    }
-                    baseRanges[a][r][0] = -floorDiv8(termOfZero - sums[0]);
-                    baseRanges[a][r][1] = floorDiv8(sums[1] - termOfZero);
-                }
-            }
+            bound.update(best, order, tables.lattice[isSigned]);
+            // A level within reach of the least pixel is at most that pixel
+            // plus the reach, and one within reach of the greatest at least
+            // that pixel less the reach, unless the reach wraps.
+            const int reach = int(std::min<int64_t>(floorSqrt(best), 65536));
+            topSum = kHighestSum + 1;
+            bottomSum = kLowestSum;
+            if (least >= reach && least + reach <= 65535)
+                topSum = inverse.firstSum[least + reach + 1] - 1;
+            if (greatest >= reach && greatest + reach <= 65535)
+                bottomSum = inverse.firstSum[greatest - reach];
         }
-        if (everyBase)
+        if ((tm & 15) == 0)
         {
-            for (int base = 0; base < 256; ++base)
-                consider(base, tm);
+            // No multiplier: the levels are 8 b + the term of 0 + the
+            // modifiers, each base measured.
+            if (twiceClustered > 2 * best)
+                continue;
+            const int table = tm >> 4;
+            const int low = std::max(firstBase, -floorDiv8(termOfZero + tables.modifiers[table][1] - bottomSum));
+            const int high = std::min(255, floorDiv8(topSum - termOfZero - tables.modifiers[table][0]));
+            for (int base = low; base <= high; ++base)
+                considerBase(base, tm);
             continue;
         }
-        // Without a wrap, values within reach of the least and the greatest
-        // anchor are at least their spread less twice the reach apart.
-        if (anchors[0] >= reach && anchors[1] + reach <= 65535 &&
-            anchors[1] - anchors[0] - 2 * reach > sumOffsets.widths[isSigned][tm])
-            continue;
-
-        // The bases putting a value within reach of every anchor: with a
-        // multiplier the offsets are 8 x (multiplier x modifier), so each
-        // index shifts the anchor's base ranges; without one, the sums are
-        // divided out for each index.
-        const int16_t* offsets = sumOffsets.offsets[isSigned][tm];
-        const int16_t* shifts = sumOffsets.shifts[tm];
-        const bool multiplied = (tm & 15) != 0;
-        BaseSet bases;
-        for (int a = 0; a < kAnchors; ++a)
+        // The lowest level at most the top lattice position and the highest
+        // at least the bottom one.
+        const int low = std::max(firstBase, -floorDiv8(termOfZero - bottomSum) - tables.highShift[tm]);
+        const int high = std::min(255, floorDiv8(topSum - termOfZero) - tables.lowShift[tm]);
+        const int16_t* shifts = tables.shifts[tm];
+        for (int b0 = low & ~15; b0 <= high; b0 += 16)
         {
-            BaseSet within;
-            within.clear();
-            for (int r = 0; r < 2; ++r)
-            {
-                const int* sums = sumRanges[a][r];
-                if (sums[0] > sums[1])
-                    continue;
-                if (multiplied)
-                    for (int index = 0; index < 8; ++index)
-                        within.add(baseRanges[a][r][0] - shifts[index], baseRanges[a][r][1] - shifts[index]);
-                else
-                    for (int index = 0; index < 8; ++index)
-                        within.add(-floorDiv8(offsets[index] - sums[0]), floorDiv8(sums[1] - offsets[index]));
-            }
-            if (isSigned) // base 0 is base 1 again; 8 x 0 - 1024 is no base term
-                within.words[0] = (within.words[0] & ~uint64_t(1)) | ((within.words[0] >> 1) & 1);
-            if (a == 0)
-                bases = within;
-            else
-                bases.intersect(within);
-            if (bases.empty())
-                break;
+            const unsigned open = (0xffffu << std::max(0, low - b0)) & (0xffffu >> (15 - std::min(15, high - b0)));
+            for (unsigned left = bound.survivors(b0, shifts, open); left != 0; left &= left - 1)
+                considerBase(b0 + __builtin_ctz(left), tm);
         }
-        for (int w = 0; w < 4; ++w)
-            for (uint64_t word = bases.words[w]; word != 0; word &= word - 1)
-                consider(w * 64 + __builtin_ctzll(word), tm);
     }
-
     const int bestBase = bestKey >> 8;
     const int bestTable = (bestKey >> 4) & 15;
     const int bestMultiplier = bestKey & 15;

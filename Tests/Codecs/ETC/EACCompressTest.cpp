@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <random>
+#include <utility>
 #include <vector>
 
 using namespace orbtexture;
@@ -249,7 +250,14 @@ std::pair<int, int> PlainSearch(unsigned short* pixels, bool isSigned)
 // 16-bit wrap or across the signed one (32767 to -32768), a ramp, a flat
 // block with one outlier, 8-bit values widened, a flat block (ties
 // everywhere), a block made of one candidate's own values (error 0 for
-// several candidates).
+// several candidates). Then the edges of the search's bounds: a candidate's
+// values with its least pushed down (and on odd bases its greatest pushed up)
+// to the edge of the extremes' reach; eight pixels below and eight above the
+// least and greatest values of a candidate without a multiplier, and the same
+// for the widest of those tables, a step or two out (the bound from pairs of
+// pixels, at equality for flat halves); a flat block at a candidate's value;
+// two clusters either side of the wrap; a candidate at an end of the bases
+// with its greatest value pushed across the wrap and on some its least too.
 void MakeBlock(int kind, bool isSigned, std::mt19937& random, unsigned short (&pixels)[16])
 {
     auto around = [&](int centre, int spread) {
@@ -259,6 +267,21 @@ void MakeBlock(int kind, bool isSigned, std::mt19937& random, unsigned short (&p
     const int other = int(random() % 65536);
     const int step = int(random() % 2001) - 1000, stepY = int(random() % 2001) - 1000;
     const int base = int(random() % 256), table = int(random() % 16), multiplier = int(random() % 16);
+    const int push = int(random() % 400);
+    // The least and greatest values of a candidate, as the 16-bit values
+    // rise (signed ones from -32768).
+    const int lift = isSigned ? 32768 : 0;
+    auto ends = [&](int b, int t, int m) {
+        int least = 65536, greatest = -1;
+        for (int index = 0; index < 8; ++index)
+        {
+            const int value = get16bits11bits(b, t, m, index, isSigned) + lift;
+            least = std::min(least, value);
+            greatest = std::max(greatest, value);
+        }
+        return std::make_pair(least - lift, greatest - lift);
+    };
+    const int endBase = base & 1 ? 250 + base % 6 : base % 6, endMultiplier = 8 + multiplier % 8;
     for (int i = 0; i < 16; ++i)
     {
         unsigned short& p = pixels[i];
@@ -273,7 +296,35 @@ void MakeBlock(int kind, bool isSigned, std::mt19937& random, unsigned short (&p
         case 6: p = i == int(base % 16) ? uint16_t(other) : uint16_t(centre); break;
         case 7: p = uint16_t(((centre >> 8) + int(random() % 9) - 4) * 257); break;
         case 8: p = uint16_t(centre); break;
-        default: p = uint16_t(get16bits11bits(base, table, multiplier, int(random() % 8), isSigned)); break;
+        case 9: p = uint16_t(get16bits11bits(base, table, multiplier, int(random() % 8), isSigned)); break;
+        case 10:
+        {
+            const std::pair<int, int> e = ends(base, table, multiplier);
+            const int own = get16bits11bits(base, table, multiplier, int(random() % 8), isSigned);
+            p = uint16_t(i == 0 ? e.first - push : i == 1 && (base & 1) ? e.second + push : own);
+            break;
+        }
+        case 11:
+        {
+            const std::pair<int, int> e = ends(base, table, 0);
+            p = uint16_t(i < 8 ? e.first - push / 4 : e.second + push / 4);
+            break;
+        }
+        case 12: p = uint16_t(get16bits11bits(base, table, multiplier, 3, isSigned)); break;
+        case 13: p = around(i < 8 ? 65535 - spread / 8 : spread / 8, spread / 8); break;
+        case 14:
+        {
+            const std::pair<int, int> e = ends(endBase, table, endMultiplier);
+            const int own = get16bits11bits(endBase, table, endMultiplier, int(random() % 8), isSigned);
+            p = uint16_t(i == 0 ? e.second + 1 + push % 8 : i == 1 && (base & 2) ? e.first - 1 - push % 8 : own);
+            break;
+        }
+        default:
+        {
+            const std::pair<int, int> e = ends(base, 0, 0);
+            p = uint16_t(i < 8 ? e.first - push % 3 : e.second + push % 3);
+            break;
+        }
         }
     }
 }
@@ -285,12 +336,12 @@ void MakeBlock(int kind, bool isSigned, std::mt19937& random, unsigned short (&p
 TEST(EACCompressAlpha16, SameBlockAsThePlainSearch)
 {
 #ifdef NDEBUG
-    constexpr int kPerKind = 120; // 2400 blocks
+    constexpr int kPerKind = 120; // 3840 blocks
 #else
-    constexpr int kPerKind = 6; // unoptimised (sanitizer) builds: 120 blocks
+    constexpr int kPerKind = 6; // unoptimised (sanitizer) builds: 192 blocks
 #endif
     std::mt19937 random(11);
-    for (int kind = 0; kind < 10; ++kind)
+    for (int kind = 0; kind < 16; ++kind)
         for (int trial = 0; trial < 2 * kPerKind; ++trial)
         {
             const bool isSigned = trial % 2 == 1;
