@@ -14,8 +14,9 @@ inline bool isStoredPlace(unsigned int x, unsigned int y) { return ((x ^ y) & 1u
 
 } // namespace
 
-ORBTC2bppCompressor::ORBTC2bppCompressor(const PixelU8* source, unsigned int width, unsigned int height)
-    : ORBTCCompressor(source, width, height, 8, 4)
+template <class Base>
+ORBTC2bppCompressorT<Base>::ORBTC2bppCompressorT(const PixelU8* source, unsigned int width, unsigned int height)
+    : Base(source, width, height, 8, 4)
 {
     const uint64_t blocks = uint64_t(blocksX) * blocksY;
     if (blocks > MaxBlocks)
@@ -29,61 +30,57 @@ ORBTC2bppCompressor::ORBTC2bppCompressor(const PixelU8* source, unsigned int wid
     blockInfo.assign(size_t(blocks), initial);
 }
 
-ORBTC2bppCompressor::~ORBTC2bppCompressor() = default;
+template <class Base>
+ORBTC2bppCompressorT<Base>::~ORBTC2bppCompressorT() = default;
 
-bool ORBTC2bppCompressor::preprocess(bool /*wideSample*/)
+template <class Base>
+bool ORBTC2bppCompressorT<Base>::preprocess(bool /*wideSample*/)
 {
     // 2bpp always samples the block alone.
-    calculateColoursAB(false);
+    this->calculateColoursAB(false);
     interpolateColoursAB();
     calculateModulations();
     return true;
 }
 
-bool ORBTC2bppCompressor::compress()
+template <class Base>
+bool ORBTC2bppCompressorT<Base>::compress()
 {
-    return runPasses();
+    return this->runPasses();
 }
 
-bool ORBTC2bppCompressor::getCompressedData(ORBTCBlockData* output, bool twiddle)
+template <class Base>
+uint32_t ORBTC2bppCompressorT<Base>::blockModulation(size_t block, uint32_t& modeFlag) const
 {
-    for (unsigned int by = 0; by < blocksY; ++by)
-        for (unsigned int bx = 0; bx < blocksX; ++bx)
-        {
-            const size_t block = size_t(by) * blocksX + bx;
-            const BlockInfo& info = blockInfo[block];
-            ORBTCBlockData& word = output[twiddle ? getTwiddleOffset(blocksX, blocksY, bx, by) : block];
-            uint32_t modulation = 0;
-            uint32_t flag = 0;
-            if (info.mode == eORBTCMode1BPP)
-            {
-                for (unsigned int i = 0; i < 32; ++i)
-                    if (info.oneBitCodes[i] == 3)
-                        modulation |= 1u << i;
-            }
-            else if (info.mode <= eORBTCModeVerticalOnly)
-            {
-                flag = 1;
-                for (unsigned int y = 0; y < 4; ++y)
-                    for (unsigned int x = y & 1u; x < 8; x += 2)
-                        modulation |= uint32_t(info.twoBitCodes[y * 8 + x] & 3) << (8 * y + 2 * (x >> 1));
-                // Bits 0 and 20 carry the sub-mode in place of code bits.
-                if (info.mode == eORBTCModeInterpolated)
-                    modulation &= ~1u;
-                else if (info.mode == eORBTCModeHorizontalOnly)
-                    modulation = (modulation & ~(1u << 20)) | 1u;
-                else
-                    modulation |= (1u << 20) | 1u;
-            }
-            word.modulationData = modulation;
-            word.colourData = flag;
-            word.setColourA(coloursA[block]);
-            word.setColourB(coloursB[block]);
-        }
-    return true;
+    const BlockInfo& info = blockInfo[block];
+    uint32_t modulation = 0;
+    modeFlag = 0;
+    if (info.mode == eORBTCMode1BPP)
+    {
+        for (unsigned int i = 0; i < 32; ++i)
+            if (info.oneBitCodes[i] == 3)
+                modulation |= 1u << i;
+    }
+    else if (info.mode <= eORBTCModeVerticalOnly)
+    {
+        modeFlag = 1;
+        for (unsigned int y = 0; y < 4; ++y)
+            for (unsigned int x = y & 1u; x < 8; x += 2)
+                modulation |= uint32_t(info.twoBitCodes[y * 8 + x] & 3) << (8 * y + 2 * (x >> 1));
+        // Bits 0 and 20 carry the sub-mode in place of code bits.
+        if (info.mode == eORBTCModeInterpolated)
+            modulation &= ~1u;
+        else if (info.mode == eORBTCModeHorizontalOnly)
+            modulation = (modulation & ~(1u << 20)) | 1u;
+        else
+            modulation |= (1u << 20) | 1u;
+    }
+    return modulation;
 }
 
-void ORBTC2bppCompressor::calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
+template <class Base>
+void ORBTC2bppCompressorT<Base>::calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0,
+                                                      unsigned int y1)
 {
     PixelU8 preview[32];
     for (unsigned int by = y0; by < y1; ++by)
@@ -96,13 +93,13 @@ void ORBTC2bppCompressor::calculateModulations(unsigned int x0, unsigned int x1,
             BlockInfo& info = blockInfo[size_t(by) * blocksX + bx];
             unsigned int error = 0;
             decompressORBTCBlock(bx, by, preview, eORBTCMode1BPP);
-            calculateImageBlockErrorMeanSquared(source, preview, error);
+            this->calculateImageBlockErrorMeanSquared(source, preview, error);
             uint64_t best = uint64_t(error) * info.modeWeights[0];
             unsigned char mode = eORBTCMode1BPP;
             for (unsigned char k = 1; k < 4; ++k)
             {
                 decompressORBTCBlock(bx, by, preview, eORBTCMode(k));
-                calculateImageBlockErrorMeanSquared(source, preview, error);
+                this->calculateImageBlockErrorMeanSquared(source, preview, error);
                 const uint64_t weighted = uint64_t(error) * info.modeWeights[k];
                 if (best > weighted)
                 {
@@ -114,12 +111,14 @@ void ORBTC2bppCompressor::calculateModulations(unsigned int x0, unsigned int x1,
         }
 }
 
-void ORBTC2bppCompressor::calculateModulations()
+template <class Base>
+void ORBTC2bppCompressorT<Base>::calculateModulations()
 {
     calculateModulations(0, blocksX, 0, blocksY);
 }
 
-void ORBTC2bppCompressor::optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
+template <class Base>
+void ORBTC2bppCompressorT<Base>::optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
 {
     unsigned char values[32];
     float weights[32];
@@ -131,23 +130,26 @@ void ORBTC2bppCompressor::optimizeColoursAB(unsigned int x0, unsigned int x1, un
             // modes reach 9 and 10 and extrapolate past B, as in the preview.
             for (int i = 0; i < 32; ++i)
                 weights[i] = float(values[i]) * 0.125f;
-            refineBlockColours(bx, by, weights, 0.03125f, 128.0f);
+            this->refineBlockColours(bx, by, weights, 0.03125f, 128.0f);
         }
 }
 
-void ORBTC2bppCompressor::optimizeColoursAB()
+template <class Base>
+void ORBTC2bppCompressorT<Base>::optimizeColoursAB()
 {
     optimizeColoursAB(0, blocksX, 0, blocksY);
 }
 
-void ORBTC2bppCompressor::interpolateColoursAB()
+template <class Base>
+void ORBTC2bppCompressorT<Base>::interpolateColoursAB()
 {
     interpolateColoursAB(interpolateColours8x4_uint8, coloursA.data(), interpolatedA.data());
     interpolateColoursAB(interpolateColours8x4_uint8, coloursB.data(), interpolatedB.data());
 }
 
-void ORBTC2bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int blockY, PixelU8* out,
-                                               eORBTCMode mode)
+template <class Base>
+void ORBTC2bppCompressorT<Base>::decompressORBTCBlock(unsigned int blockX, unsigned int blockY, PixelU8* out,
+                                                      eORBTCMode mode)
 {
     unsigned char values[32];
     getModulationValues(blockX, blockY, mode, values);
@@ -168,7 +170,8 @@ void ORBTC2bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int
     }
 }
 
-void ORBTC2bppCompressor::calculate1BPPModulation(unsigned int blockX, unsigned int blockY)
+template <class Base>
+void ORBTC2bppCompressorT<Base>::calculate1BPPModulation(unsigned int blockX, unsigned int blockY)
 {
     BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
     for (unsigned int y = 0; y < 4; ++y)
@@ -177,14 +180,15 @@ void ORBTC2bppCompressor::calculate1BPPModulation(unsigned int blockX, unsigned 
         for (unsigned int x = 0; x < 8; ++x)
         {
             const PixelU8& p = pixels[row + x];
-            const bool nearerA = squareColourDistance(p, interpolatedA[row + x]) <
-                                 squareColourDistance(p, interpolatedB[row + x]);
+            const bool nearerA = this->squareColourDistance(p, interpolatedA[row + x]) <
+                                 this->squareColourDistance(p, interpolatedB[row + x]);
             info.oneBitCodes[y * 8 + x] = nearerA ? 0 : 3;
         }
     }
 }
 
-void ORBTC2bppCompressor::calculate2BPPInterpolatedModulation(unsigned int blockX, unsigned int blockY)
+template <class Base>
+void ORBTC2bppCompressorT<Base>::calculate2BPPInterpolatedModulation(unsigned int blockX, unsigned int blockY)
 {
     BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
     for (unsigned int y = 0; y < 4; ++y)
@@ -195,13 +199,14 @@ void ORBTC2bppCompressor::calculate2BPPInterpolatedModulation(unsigned int block
             const PixelU8& p = pixels[row + x];
             const PixelU8& a = interpolatedA[row + x];
             const PixelU8& b = interpolatedB[row + x];
-            info.twoBitCodes[y * 8 + x] = nearestStandardCode(p, a, b);
+            info.twoBitCodes[y * 8 + x] = this->nearestStandardCode(p, a, b);
         }
     }
 }
 
-void ORBTC2bppCompressor::getModulationValues(unsigned int blockX, unsigned int blockY, eORBTCMode mode,
-                                              unsigned char* values)
+template <class Base>
+void ORBTC2bppCompressorT<Base>::getModulationValues(unsigned int blockX, unsigned int blockY, eORBTCMode mode,
+                                                     unsigned char* values)
 {
     const BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
     if (mode == eORBTCMode1BPP)
@@ -243,5 +248,7 @@ void ORBTC2bppCompressor::getModulationValues(unsigned int blockX, unsigned int 
             values[y * 8 + x] = static_cast<unsigned char>(value);
         }
 }
+
+template class ORBTC2bppCompressorT<ORBTCCompressor>;
 
 } // namespace orbtexture

@@ -11,9 +11,14 @@
 namespace orbtexture
 {
 
-class ORBTC2bppCompressor : public ORBTCCompressor
+// The 2bpp block logic on either word generation's base (ORBTCCompressor or
+// ORBTCIICompressor); instantiated for both in its source file.
+template <class Base>
+class ORBTC2bppCompressorT : public Base
 {
 public:
+    typedef typename Base::PixelU8 PixelU8;
+
     struct BlockInfo
     {
         unsigned char oneBitCodes[32]; // 0 or 3, index y * 8 + x
@@ -25,16 +30,15 @@ public:
     // Most blocks the record array may hold.
     static const uint32_t MaxBlocks = 30932992u;
 
-    ORBTC2bppCompressor(const PixelU8* source, unsigned int width, unsigned int height);
-    ~ORBTC2bppCompressor() override;
+    ORBTC2bppCompressorT(const PixelU8* source, unsigned int width, unsigned int height);
+    ~ORBTC2bppCompressorT() override;
 
     bool preprocess(bool wideSample) override;
     bool compress() override;
-    bool getCompressedData(ORBTCBlockData* output, bool twiddle) override;
     void calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) override;
     void optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) override;
     void interpolateColoursAB() override;
-    using ORBTCCompressor::interpolateColoursAB;
+    using Base::interpolateColoursAB;
 
     void calculateModulations();
     void optimizeColoursAB();
@@ -48,7 +52,25 @@ public:
     void getModulationValues(unsigned int blockX, unsigned int blockY, eORBTCMode mode, unsigned char* values);
 
     std::vector<BlockInfo> blockInfo;
+
+    // The base's members, named without this->.
+    using Base::blocksX;
+    using Base::blocksY;
+    using Base::coloursA;
+    using Base::coloursB;
+    using Base::interpolatedA;
+    using Base::interpolatedB;
+    using Base::pixels;
+    using Base::width;
+
+protected:
+    // Mode 0: one bit a pixel, flag 0. Modes 1 to 3: the sixteen stored codes
+    // with the sub-mode in bits 0 and 20, flag 1. Any other mode: 0, flag 0.
+    uint32_t blockModulation(size_t block, uint32_t& modeFlag) const override;
 };
+
+typedef ORBTC2bppCompressorT<ORBTCCompressor> ORBTC2bppCompressor;
+extern template class ORBTC2bppCompressorT<ORBTCCompressor>;
 
 } // namespace orbtexture
 

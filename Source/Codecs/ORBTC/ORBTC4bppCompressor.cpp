@@ -16,8 +16,9 @@ inline int blend(int a, int b, int weight) { return (a * 8 + (b - a) * weight) /
 
 } // namespace
 
-ORBTC4bppCompressor::ORBTC4bppCompressor(const PixelU8* source, unsigned int width, unsigned int height)
-    : ORBTCCompressor(source, width, height, 4, 4)
+template <class Base>
+ORBTC4bppCompressorT<Base>::ORBTC4bppCompressorT(const PixelU8* source, unsigned int width, unsigned int height)
+    : Base(source, width, height, 4, 4)
 {
     const uint64_t blocks = uint64_t(blocksX) * blocksY;
     if (blocks > MaxBlocks)
@@ -29,42 +30,39 @@ ORBTC4bppCompressor::ORBTC4bppCompressor(const PixelU8* source, unsigned int wid
     blockInfo.assign(size_t(blocks), initial);
 }
 
-ORBTC4bppCompressor::~ORBTC4bppCompressor() = default;
+template <class Base>
+ORBTC4bppCompressorT<Base>::~ORBTC4bppCompressorT() = default;
 
-bool ORBTC4bppCompressor::preprocess(bool wideSample)
+template <class Base>
+bool ORBTC4bppCompressorT<Base>::preprocess(bool wideSample)
 {
-    calculateColoursAB(wideSample);
+    this->calculateColoursAB(wideSample);
     interpolateColoursAB();
     calculateModulations();
     return true;
 }
 
-bool ORBTC4bppCompressor::compress()
+template <class Base>
+bool ORBTC4bppCompressorT<Base>::compress()
 {
-    return runPasses();
+    return this->runPasses();
 }
 
-bool ORBTC4bppCompressor::getCompressedData(ORBTCBlockData* output, bool twiddle)
+template <class Base>
+uint32_t ORBTC4bppCompressorT<Base>::blockModulation(size_t block, uint32_t& modeFlag) const
 {
-    for (unsigned int by = 0; by < blocksY; ++by)
-        for (unsigned int bx = 0; bx < blocksX; ++bx)
-        {
-            const size_t block = size_t(by) * blocksX + bx;
-            const BlockInfo& info = blockInfo[block];
-            ORBTCBlockData& word = output[twiddle ? getTwiddleOffset(blocksX, blocksY, bx, by) : block];
-            const unsigned char* codes = info.codes[info.mode & 1];
-            uint32_t modulation = 0;
-            for (unsigned int i = 0; i < 16; ++i)
-                modulation |= uint32_t(codes[i] & 3) << (2 * i);
-            word.modulationData = modulation;
-            word.colourData = uint32_t(info.mode) & 1u;
-            word.setColourA(coloursA[block]);
-            word.setColourB(coloursB[block]);
-        }
-    return true;
+    const BlockInfo& info = blockInfo[block];
+    const unsigned char* codes = info.codes[info.mode & 1];
+    uint32_t modulation = 0;
+    for (unsigned int i = 0; i < 16; ++i)
+        modulation |= uint32_t(codes[i] & 3) << (2 * i);
+    modeFlag = uint32_t(info.mode) & 1u;
+    return modulation;
 }
 
-void ORBTC4bppCompressor::calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
+template <class Base>
+void ORBTC4bppCompressorT<Base>::calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0,
+                                                      unsigned int y1)
 {
     PixelU8 preview[16];
     for (unsigned int by = y0; by < y1; ++by)
@@ -76,9 +74,9 @@ void ORBTC4bppCompressor::calculateModulations(unsigned int x0, unsigned int x1,
             const PixelU8* source = &pixels[size_t(by) * 4 * width + size_t(bx) * 4];
             unsigned int error0 = 0, error1 = 0;
             decompressORBTCBlock(bx, by, preview, eORBTCModeStandard);
-            calculateImageBlockErrorMeanSquared(source, preview, error0);
+            this->calculateImageBlockErrorMeanSquared(source, preview, error0);
             decompressORBTCBlock(bx, by, preview, eORBTCModePunchthrough);
-            calculateImageBlockErrorMeanSquared(source, preview, error1);
+            this->calculateImageBlockErrorMeanSquared(source, preview, error1);
 
             BlockInfo& info = blockInfo[size_t(by) * blocksX + bx];
             info.mode = uint64_t(error0) * info.modeWeights[0] > uint64_t(error1) * info.modeWeights[1]
@@ -87,12 +85,14 @@ void ORBTC4bppCompressor::calculateModulations(unsigned int x0, unsigned int x1,
         }
 }
 
-void ORBTC4bppCompressor::calculateModulations()
+template <class Base>
+void ORBTC4bppCompressorT<Base>::calculateModulations()
 {
     calculateModulations(0, blocksX, 0, blocksY);
 }
 
-void ORBTC4bppCompressor::optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
+template <class Base>
+void ORBTC4bppCompressorT<Base>::optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1)
 {
     float weights[16];
     for (unsigned int by = y0; by < y1; ++by)
@@ -103,23 +103,26 @@ void ORBTC4bppCompressor::optimizeColoursAB(unsigned int x0, unsigned int x1, un
             // Both modes weigh a code by its standard weight.
             for (int i = 0; i < 16; ++i)
                 weights[i] = float(ORBTCStandardWeights[codes[i] & 3]) * 0.125f;
-            refineBlockColours(bx, by, weights, 0.0625f, 32.0f);
+            this->refineBlockColours(bx, by, weights, 0.0625f, 32.0f);
         }
 }
 
-void ORBTC4bppCompressor::optimizeColoursAB()
+template <class Base>
+void ORBTC4bppCompressorT<Base>::optimizeColoursAB()
 {
     optimizeColoursAB(0, blocksX, 0, blocksY);
 }
 
-void ORBTC4bppCompressor::interpolateColoursAB()
+template <class Base>
+void ORBTC4bppCompressorT<Base>::interpolateColoursAB()
 {
     interpolateColoursAB(interpolateColours4x4_uint8, coloursA.data(), interpolatedA.data());
     interpolateColoursAB(interpolateColours4x4_uint8, coloursB.data(), interpolatedB.data());
 }
 
-void ORBTC4bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int blockY, PixelU8* out,
-                                               eORBTCMode mode)
+template <class Base>
+void ORBTC4bppCompressorT<Base>::decompressORBTCBlock(unsigned int blockX, unsigned int blockY, PixelU8* out,
+                                                      eORBTCMode mode)
 {
     const BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
     for (unsigned int y = 0; y < 4; ++y)
@@ -148,7 +151,8 @@ void ORBTC4bppCompressor::decompressORBTCBlock(unsigned int blockX, unsigned int
     }
 }
 
-void ORBTC4bppCompressor::calculateModulations_Standard(unsigned int blockX, unsigned int blockY)
+template <class Base>
+void ORBTC4bppCompressorT<Base>::calculateModulations_Standard(unsigned int blockX, unsigned int blockY)
 {
     BlockInfo& info = blockInfo[size_t(blockY) * blocksX + blockX];
     for (unsigned int y = 0; y < 4; ++y)
@@ -159,12 +163,13 @@ void ORBTC4bppCompressor::calculateModulations_Standard(unsigned int blockX, uns
             const PixelU8& p = pixels[row + x];
             const PixelU8& a = interpolatedA[row + x];
             const PixelU8& b = interpolatedB[row + x];
-            info.codes[eORBTCModeStandard][y * 4 + x] = nearestStandardCode(p, a, b);
+            info.codes[eORBTCModeStandard][y * 4 + x] = this->nearestStandardCode(p, a, b);
         }
     }
 }
 
-void ORBTC4bppCompressor::calculateModulations_Punchthrough(unsigned int blockX, unsigned int blockY)
+template <class Base>
+void ORBTC4bppCompressorT<Base>::calculateModulations_Punchthrough(unsigned int blockX, unsigned int blockY)
 {
     // Codes 1 and 2 blend at the same weight; code 2 also drops alpha.
     const int half = ORBTCPunchthroughWeights[1];
@@ -180,10 +185,10 @@ void ORBTC4bppCompressor::calculateModulations_Punchthrough(unsigned int blockX,
             const int halfColour = sq(blend(a.red, b.red, half) - p.red) + sq(blend(a.green, b.green, half) - p.green) +
                                    sq(blend(a.blue, b.blue, half) - p.blue);
             const int errors[4] = {
-                int(squareColourDistance(a, p)),
+                int(this->squareColourDistance(a, p)),
                 halfColour + sq(blend(a.alpha, b.alpha, half) - p.alpha),
                 halfColour + sq(int(p.alpha)),
-                int(squareColourDistance(b, p)),
+                int(this->squareColourDistance(b, p)),
             };
             unsigned char bestCode = 0;
             for (unsigned char code = 1; code < 4; ++code)
@@ -194,8 +199,9 @@ void ORBTC4bppCompressor::calculateModulations_Punchthrough(unsigned int blockX,
     }
 }
 
-void ORBTC4bppCompressor::getInterpolatedColour(const PixelU8* blockColours, unsigned int x, unsigned int y,
-                                                PixelU8* result) const
+template <class Base>
+void ORBTC4bppCompressorT<Base>::getInterpolatedColour(const PixelU8* blockColours, unsigned int x, unsigned int y,
+                                                       PixelU8* result) const
 {
     const int xb = int((x + 2) >> 2), fx = int((x + 2) & 3);
     const int yb = int((y + 2) >> 2), fy = int((y + 2) & 3);
@@ -215,5 +221,7 @@ void ORBTC4bppCompressor::getInterpolatedColour(const PixelU8* blockColours, uns
     result->blue = channel(P.blue, Q.blue, R.blue, S.blue);
     result->alpha = channel(P.alpha, Q.alpha, R.alpha, S.alpha);
 }
+
+template class ORBTC4bppCompressorT<ORBTCCompressor>;
 
 } // namespace orbtexture

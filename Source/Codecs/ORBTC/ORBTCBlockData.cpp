@@ -15,28 +15,34 @@ Pixel<unsigned char> ORBTCBlockData::getColourA() const { return ToPixel(ORBTCEx
 
 Pixel<unsigned char> ORBTCBlockData::getColourB() const { return ToPixel(ORBTCExpandColourB(colourData)); }
 
+uint32_t ORBTCBlockData::packColourA(const Pixel<unsigned char>& colour, bool opaque)
+{
+    if (opaque)
+        return (uint32_t(colour.red >> 3) << 10) | (uint32_t(colour.green >> 3) << 5) |
+               (uint32_t(colour.blue >> 4) << 1);
+    return (uint32_t(colour.alpha >> 5) << 12) | (uint32_t(colour.red >> 4) << 8) | (uint32_t(colour.green >> 4) << 4) |
+           (uint32_t(colour.blue >> 5) << 1);
+}
+
+uint32_t ORBTCBlockData::packColourB(const Pixel<unsigned char>& colour, bool opaque)
+{
+    if (opaque)
+        return (uint32_t(colour.red >> 3) << 26) | (uint32_t(colour.green >> 3) << 21) |
+               (uint32_t(colour.blue >> 3) << 16);
+    return (uint32_t(colour.alpha >> 5) << 28) | (uint32_t(colour.red >> 4) << 24) |
+           (uint32_t(colour.green >> 4) << 20) | (uint32_t(colour.blue >> 4) << 16);
+}
+
 void ORBTCBlockData::setColourA(const Pixel<unsigned char>& colour)
 {
-    uint32_t bits;
-    if (colour.alpha == 255)
-        bits = 0x8000u | (uint32_t(colour.red >> 3) << 10) | (uint32_t(colour.green >> 3) << 5) |
-               (uint32_t(colour.blue >> 4) << 1);
-    else
-        bits = (uint32_t(colour.alpha >> 5) << 12) | (uint32_t(colour.red >> 4) << 8) |
-               (uint32_t(colour.green >> 4) << 4) | (uint32_t(colour.blue >> 5) << 1);
-    colourData = (colourData & ~0xfffeu) | bits;
+    const bool opaque = colour.alpha == 255;
+    colourData = (colourData & ~0xfffeu) | (opaque ? 0x8000u : 0u) | packColourA(colour, opaque);
 }
 
 void ORBTCBlockData::setColourB(const Pixel<unsigned char>& colour)
 {
-    uint32_t bits;
-    if (colour.alpha == 255)
-        bits = 0x80000000u | (uint32_t(colour.red >> 3) << 26) | (uint32_t(colour.green >> 3) << 21) |
-               (uint32_t(colour.blue >> 3) << 16);
-    else
-        bits = (uint32_t(colour.alpha >> 5) << 28) | (uint32_t(colour.red >> 4) << 24) |
-               (uint32_t(colour.green >> 4) << 20) | (uint32_t(colour.blue >> 4) << 16);
-    colourData = (colourData & 0xffffu) | bits;
+    const bool opaque = colour.alpha == 255;
+    colourData = (colourData & 0xffffu) | (opaque ? 0x80000000u : 0u) | packColourB(colour, opaque);
 }
 
 void ORBTCBlockData::storeModulationValue4BPP(unsigned int x, unsigned int y, unsigned int value)

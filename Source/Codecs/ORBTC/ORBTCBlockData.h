@@ -30,6 +30,11 @@ struct ORBTCBlockData
 
     // Two-bit code of pixel (x, y) of a 4 x 4 block.
     void storeModulationValue4BPP(unsigned int x, unsigned int y, unsigned int value);
+
+    // The fields of colour A (bits 14..1) or colour B (bits 30..16) in the
+    // opaque or translucent form, low bits cut; no form bit.
+    static uint32_t packColourA(const Pixel<unsigned char>& colour, bool opaque);
+    static uint32_t packColourB(const Pixel<unsigned char>& colour, bool opaque);
 };
 
 static_assert(sizeof(ORBTCBlockData) == sizeof(ORBTCWord), "ORBTCBlockData must match ORBTCWord");

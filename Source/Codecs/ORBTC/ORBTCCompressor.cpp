@@ -13,7 +13,7 @@ namespace
 
 size_t checkedArraySize(uint64_t items)
 {
-    if (items > ORBTCCompressor::MaxArrayItems)
+    if (items > ORBTCCompressorCore::MaxArrayItems)
         throw std::bad_array_new_length();
     return static_cast<size_t>(items);
 }
@@ -92,13 +92,13 @@ void analyzeEdgesInBlock(Pixel<unsigned char>* tile, float* vertical, float* hor
 
 unsigned int wrapBlockIndex(unsigned int size, int index)
 {
-    return ORBTCCompressor::wrapIndex(size, index);
+    return ORBTCCompressorCore::wrapIndex(size, index);
 }
 
-ORBTCCompressor::ORBTCCompressor(const PixelU8* source, unsigned int width, unsigned int height,
-                                 unsigned char blockWidth, unsigned char blockHeight)
-    : width(width), height(height), blocksX(width / blockWidth), blocksY(height / blockHeight),
-      blockWidth(blockWidth), blockHeight(blockHeight), iterations(0), modulationInterval(1)
+ORBTCCompressorCore::ORBTCCompressorCore(const PixelU8* source, unsigned int width, unsigned int height,
+                                         unsigned char blockWidth, unsigned char blockHeight)
+    : width(width), height(height), blocksX(width / blockWidth), blocksY(height / blockHeight), blockWidth(blockWidth),
+      blockHeight(blockHeight), iterations(0), modulationInterval(1)
 {
     const size_t pixelCount = checkedArraySize(uint64_t(width) * height);
     const size_t blockCount = checkedArraySize(uint64_t(blocksX) * blocksY);
@@ -109,7 +109,7 @@ ORBTCCompressor::ORBTCCompressor(const PixelU8* source, unsigned int width, unsi
     interpolatedB.resize(pixelCount);
 }
 
-ORBTCCompressor::~ORBTCCompressor()
+ORBTCCompressorCore::~ORBTCCompressorCore()
 {
     std::vector<PixelU8>().swap(pixels);
     std::vector<PixelU8>().swap(coloursA);
@@ -118,15 +118,15 @@ ORBTCCompressor::~ORBTCCompressor()
     std::vector<PixelU8>().swap(interpolatedB);
 }
 
-void ORBTCCompressor::calculateColoursAB(bool wideSample)
+void ORBTCCompressorCore::calculateColoursAB(bool wideSample)
 {
     for (unsigned int by = 0; by < blocksY; ++by)
         for (unsigned int bx = 0; bx < blocksX; ++bx)
             calculateColoursABForBlock(bx, by, coloursA[by * blocksX + bx], coloursB[by * blocksX + bx], wideSample);
 }
 
-void ORBTCCompressor::calculateColoursABForBlock(unsigned int blockX, unsigned int blockY, PixelU8& colourA,
-                                                 PixelU8& colourB, bool wideSample)
+void ORBTCCompressorCore::calculateColoursABForBlock(unsigned int blockX, unsigned int blockY, PixelU8& colourA,
+                                                     PixelU8& colourB, bool wideSample)
 {
     // Largest sample: twice an 8 x 4 block in each direction.
     PixelU8 samples[16 * 8];
@@ -152,8 +152,8 @@ void ORBTCCompressor::calculateColoursABForBlock(unsigned int blockX, unsigned i
     selectColoursAB_MaxDistance(samples, count, colourA, colourB);
 }
 
-void ORBTCCompressor::selectColoursAB_MaxDistance(const PixelU8* samples, unsigned int count, PixelU8& colourA,
-                                                  PixelU8& colourB) const
+void ORBTCCompressorCore::selectColoursAB_MaxDistance(const PixelU8* samples, unsigned int count, PixelU8& colourA,
+                                                      PixelU8& colourB) const
 {
     if (count == 0)
         return;
@@ -182,8 +182,8 @@ void ORBTCCompressor::selectColoursAB_MaxDistance(const PixelU8* samples, unsign
     colourB = iFirst ? pj : pi;
 }
 
-void ORBTCCompressor::selectColoursAB_Statistical(const PixelU8* samples, unsigned int count, PixelU8& colourA,
-                                                  PixelU8& colourB) const
+void ORBTCCompressorCore::selectColoursAB_Statistical(const PixelU8* samples, unsigned int count, PixelU8& colourA,
+                                                      PixelU8& colourB) const
 {
     uint64_t sum[4] = {0, 0, 0, 0};
     for (unsigned int i = 0; i < count; ++i)
@@ -215,8 +215,8 @@ void ORBTCCompressor::selectColoursAB_Statistical(const PixelU8* samples, unsign
     colourB = PixelU8{hi[0], hi[1], hi[2], hi[3]};
 }
 
-void ORBTCCompressor::refineBlockColours(unsigned int blockX, unsigned int blockY, const float* weights, float scale,
-                                         float skipThreshold)
+void ORBTCCompressorCore::refineBlockColours(unsigned int blockX, unsigned int blockY, const float* weights,
+                                             float scale, float skipThreshold)
 {
     float sumD[4] = {0, 0, 0, 0};
     float sumWD[4] = {0, 0, 0, 0};
@@ -300,7 +300,7 @@ void ORBTCCompressor::refineBlockColours(unsigned int blockX, unsigned int block
     colourB = PixelU8{outB[0], outB[1], outB[2], outB[3]};
 }
 
-void ORBTCCompressor::interpolateColoursAB(TileInterpolator callback, const PixelU8* blockColours, PixelU8* output)
+void ORBTCCompressorCore::interpolateColoursAB(TileInterpolator callback, const PixelU8* blockColours, PixelU8* output)
 {
     if (blocksX == 0 || blocksY == 0)
         return;
@@ -334,8 +334,8 @@ void ORBTCCompressor::interpolateColoursAB(TileInterpolator callback, const Pixe
     }
 }
 
-void ORBTCCompressor::interpolateColours(const PixelU8& P, const PixelU8& Q, const PixelU8& R, const PixelU8& S,
-                                         unsigned int x, unsigned int y, PixelU8& result) const
+void ORBTCCompressorCore::interpolateColours(const PixelU8& P, const PixelU8& Q, const PixelU8& R, const PixelU8& S,
+                                             unsigned int x, unsigned int y, PixelU8& result) const
 {
     const int wx = int(x), wy = int(y);
     const int ux = blockWidth - wx, uy = blockHeight - wy;
@@ -348,8 +348,8 @@ void ORBTCCompressor::interpolateColours(const PixelU8& P, const PixelU8& Q, con
     result.alpha = channel(P.alpha, Q.alpha, R.alpha, S.alpha);
 }
 
-void ORBTCCompressor::calculateImageBlockErrorMeanSquared(const PixelU8* imageBlock, const PixelU8* candidate,
-                                                          unsigned int& error) const
+void ORBTCCompressorCore::calculateImageBlockErrorMeanSquared(const PixelU8* imageBlock, const PixelU8* candidate,
+                                                              unsigned int& error) const
 {
     unsigned int sum = 0;
     for (unsigned int y = 0; y < blockHeight; ++y)
@@ -358,46 +358,46 @@ void ORBTCCompressor::calculateImageBlockErrorMeanSquared(const PixelU8* imageBl
     error = sum;
 }
 
-unsigned int ORBTCCompressor::squareColourDistance(const PixelU8& a, const PixelU8& b)
+unsigned int ORBTCCompressorCore::squareColourDistance(const PixelU8& a, const PixelU8& b)
 {
     return unsigned(sq(a.red - b.red) + sq(a.green - b.green) + sq(a.blue - b.blue) + sq(a.alpha - b.alpha));
 }
 
-unsigned int ORBTCCompressor::weightedColourDistance(const PixelU8& a, const PixelU8& b)
+unsigned int ORBTCCompressorCore::weightedColourDistance(const PixelU8& a, const PixelU8& b)
 {
     return unsigned(3 * sq(a.red - b.red) + 4 * sq(a.green - b.green) + 2 * sq(a.blue - b.blue) +
                     3 * sq(a.alpha - b.alpha));
 }
 
-unsigned int ORBTCCompressor::colourLuminance(const PixelU8& colour)
+unsigned int ORBTCCompressorCore::colourLuminance(const PixelU8& colour)
 {
     return (colour.red * 30u + colour.green * 59u + colour.blue * 11u) / 100u;
 }
 
-float ORBTCCompressor::clamp(float value, float low, float high)
+float ORBTCCompressorCore::clamp(float value, float low, float high)
 {
     return value < low ? low : (value > high ? high : value);
 }
 
-Pixel<float> ORBTCCompressor::clamp(const Pixel<float>& value, float low, float high)
+Pixel<float> ORBTCCompressorCore::clamp(const Pixel<float>& value, float low, float high)
 {
     return Pixel<float>{clamp(value.red, low, high), clamp(value.green, low, high), clamp(value.blue, low, high),
                         clamp(value.alpha, low, high)};
 }
 
-unsigned int ORBTCCompressor::wrapIndex(unsigned int size, int index)
+unsigned int ORBTCCompressorCore::wrapIndex(unsigned int size, int index)
 {
     return unsigned((index + int(size)) % int(size));
 }
 
-unsigned int ORBTCCompressor::getTwiddleOffset(unsigned int blocksX, unsigned int blocksY, unsigned int x,
-                                               unsigned int y)
+unsigned int ORBTCCompressorCore::getTwiddleOffset(unsigned int blocksX, unsigned int blocksY, unsigned int x,
+                                                   unsigned int y)
 {
     return ORBTCWordIndex(blocksX, blocksY, x, y);
 }
 
-void ORBTCCompressor::gaussianFilterImage3x3(const PixelU8* source, PixelU8* output, unsigned int imageWidth,
-                                             unsigned int imageHeight, bool copyBorders) const
+void ORBTCCompressorCore::gaussianFilterImage3x3(const PixelU8* source, PixelU8* output, unsigned int imageWidth,
+                                                 unsigned int imageHeight, bool copyBorders) const
 {
     static const int Weights[3][3] = {{1, 2, 1}, {2, 4, 2}, {1, 2, 1}};
     const size_t w = imageWidth;
@@ -426,8 +426,8 @@ void ORBTCCompressor::gaussianFilterImage3x3(const PixelU8* source, PixelU8* out
                 output[y * w + x] = source[y * w + x];
 }
 
-void ORBTCCompressor::gaussianFilterImage5x5(const PixelU8* source, PixelU8* output, unsigned int imageWidth,
-                                             unsigned int imageHeight, bool copyBorders) const
+void ORBTCCompressorCore::gaussianFilterImage5x5(const PixelU8* source, PixelU8* output, unsigned int imageWidth,
+                                                 unsigned int imageHeight, bool copyBorders) const
 {
     static const int Weights[5][5] = {{2, 4, 5, 4, 2},
                                       {4, 9, 12, 9, 4},
@@ -460,7 +460,7 @@ void ORBTCCompressor::gaussianFilterImage5x5(const PixelU8* source, PixelU8* out
                 output[y * w + x] = source[y * w + x];
 }
 
-bool ORBTCCompressor::runPasses()
+bool ORBTCCompressorCore::runPasses()
 {
     for (unsigned int pass = 0; pass < iterations; ++pass)
     {
@@ -472,7 +472,7 @@ bool ORBTCCompressor::runPasses()
     return true;
 }
 
-unsigned char ORBTCCompressor::nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b)
+unsigned char ORBTCCompressorCore::nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b)
 {
     int bestError = 0;
     unsigned char bestCode = 0;
@@ -490,6 +490,22 @@ unsigned char ORBTCCompressor::nearestStandardCode(const PixelU8& p, const Pixel
         }
     }
     return bestCode;
+}
+
+bool ORBTCCompressor::getCompressedData(ORBTCBlockData* output, bool twiddle)
+{
+    for (unsigned int by = 0; by < blocksY; ++by)
+        for (unsigned int bx = 0; bx < blocksX; ++bx)
+        {
+            const size_t block = size_t(by) * blocksX + bx;
+            ORBTCBlockData& word = output[twiddle ? getTwiddleOffset(blocksX, blocksY, bx, by) : block];
+            uint32_t modeFlag = 0;
+            word.modulationData = blockModulation(block, modeFlag);
+            word.colourData = modeFlag;
+            word.setColourA(coloursA[block]);
+            word.setColourB(coloursB[block]);
+        }
+    return true;
 }
 
 } // namespace orbtexture

@@ -1,9 +1,10 @@
 #ifndef ORBTCCOMPRESSOR_H
 #define ORBTCCOMPRESSOR_H
 
-// Abstract base of the iterative ORBTC block compressors: owns the source
-// image, the per-block colours A and B (8 bits a channel throughout) and their
-// bilinear upscales, and the pixel arithmetic the concrete classes share.
+// Abstract bases of the iterative ORBTC block compressors. The core owns the
+// source image, the per-block colours A and B (8 bits a channel throughout)
+// and their bilinear upscales, and the pixel arithmetic the concrete classes
+// share; ORBTCCompressor writes its blocks as generation 1 words.
 
 #include <cstddef>
 #include <cstdint>
@@ -45,7 +46,10 @@ void analyzeEdgesInBlock(Pixel<unsigned char>* tile, float* vertical, float* hor
 // (index + size) modulo size, for index down to -size.
 unsigned int wrapBlockIndex(unsigned int size, int index);
 
-class ORBTCCompressor
+// Everything but the word format: the compressors of both generations are
+// the same block logic (ORBTC4bppCompressorT, ORBTC2bppCompressorT) on top of
+// ORBTCCompressor or ORBTCIICompressor.
+class ORBTCCompressorCore
 {
 public:
     typedef Pixel<unsigned char> PixelU8;
@@ -56,18 +60,15 @@ public:
     // Largest pixel array the class allocates.
     static const uint32_t MaxArrayItems = 0x1fc00000u;
 
-    ORBTCCompressor(const PixelU8* source, unsigned int width, unsigned int height, unsigned char blockWidth,
-                    unsigned char blockHeight);
-    virtual ~ORBTCCompressor();
+    ORBTCCompressorCore(const PixelU8* source, unsigned int width, unsigned int height, unsigned char blockWidth,
+                        unsigned char blockHeight);
+    virtual ~ORBTCCompressorCore();
 
-    ORBTCCompressor(const ORBTCCompressor&) = delete;
-    ORBTCCompressor& operator=(const ORBTCCompressor&) = delete;
+    ORBTCCompressorCore(const ORBTCCompressorCore&) = delete;
+    ORBTCCompressorCore& operator=(const ORBTCCompressorCore&) = delete;
 
     virtual bool preprocess(bool wideSample) = 0;
     virtual bool compress() = 0;
-    // Writes one word per block; twiddle selects the format's word order
-    // (getTwiddleOffset), otherwise the words are in row order.
-    virtual bool getCompressedData(ORBTCBlockData* output, bool twiddle) = 0;
     virtual void calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) = 0;
     virtual void optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) = 0;
     virtual void interpolateColoursAB() = 0;
@@ -111,6 +112,9 @@ public:
                                 unsigned int imageHeight, bool copyBorders) const;
 
 protected:
+    // The modulation word of a block (index in row order) in its current
+    // mode, and the mode's flag for bit 0 of the colour word.
+    virtual uint32_t blockModulation(size_t block, uint32_t& modeFlag) const = 0;
     // The single-threaded passes of compress(): colours, upscale, and every
     // modulationInterval passes the modulations. Returns true.
     bool runPasses();
@@ -138,6 +142,16 @@ public:
     std::vector<PixelU8> interpolatedB;
     unsigned int iterations;
     unsigned int modulationInterval;
+};
+
+class ORBTCCompressor : public ORBTCCompressorCore
+{
+public:
+    using ORBTCCompressorCore::ORBTCCompressorCore;
+
+    // Writes one word per block; twiddle selects the format's word order
+    // (getTwiddleOffset), otherwise the words are in row order. Returns true.
+    virtual bool getCompressedData(ORBTCBlockData* output, bool twiddle);
 };
 
 } // namespace orbtexture

@@ -41,10 +41,17 @@ unsigned int ORBTCGetProcessorCount()
     return online > 0 ? static_cast<unsigned int>(online) : 1u;
 }
 
-ORBTCMultiThreadedCompressor::ORBTCMultiThreadedCompressor(ORBTCCompressor* compressor, unsigned int threads)
+ORBTCMultiThreadedCompressor::ORBTCMultiThreadedCompressor(ORBTCCompressorCore* compressor, unsigned int threads)
+    : ORBTCMultiThreadedCompressor(compressor, threads, true)
+{
+}
+
+ORBTCMultiThreadedCompressor::ORBTCMultiThreadedCompressor(ORBTCCompressorCore* compressor, unsigned int threads,
+                                                           bool countProcessors)
     : compressor(compressor), numberOfThreads(threads)
 {
-    calculateNumberOfThreads();
+    if (countProcessors)
+        calculateNumberOfThreads();
 }
 
 void ORBTCMultiThreadedCompressor::calculateNumberOfThreads()
@@ -129,6 +136,13 @@ bool ORBTCMultiThreadedCompressor::compress()
     return true;
 }
 
+bool ORBTCMultiThreadedCompressor::run(bool wideSample, int iterations)
+{
+    compressor->iterations = iterations > 0 ? static_cast<unsigned int>(iterations) : 0u;
+    preprocess(wideSample);
+    return compress();
+}
+
 namespace
 {
 
@@ -137,12 +151,7 @@ void runCompressor(void* input, void* output, unsigned int width, unsigned int h
                    int iterations)
 {
     Compressor compressor(static_cast<const Pixel<unsigned char>*>(input), width, height);
-    compressor.iterations = iterations > 0 ? static_cast<unsigned int>(iterations) : 0u;
-    {
-        ORBTCMultiThreadedCompressor driver(&compressor, 64);
-        driver.preprocess(wideSample);
-        driver.compress();
-    }
+    ORBTCMultiThreadedCompressor(&compressor, ORBTCMultiThreadedCompressor::EntryThreads).run(wideSample, iterations);
     compressor.getCompressedData(static_cast<ORBTCBlockData*>(output), true);
 }
 

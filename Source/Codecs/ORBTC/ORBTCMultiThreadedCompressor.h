@@ -28,8 +28,11 @@ struct ORBTCCompressorBlock
 class ORBTCMultiThreadedCompressor
 {
 public:
+    // The section count the raw-memory entries ask for.
+    static const unsigned int EntryThreads = 64;
+
     // compressor is not owned.
-    ORBTCMultiThreadedCompressor(ORBTCCompressor* compressor, unsigned int threads);
+    ORBTCMultiThreadedCompressor(ORBTCCompressorCore* compressor, unsigned int threads);
 
     // Least of the online processors, the requested number and the block count.
     void calculateNumberOfThreads();
@@ -42,13 +45,20 @@ public:
     // Runs the compressor's iterations: every pass recalculates modulations
     // per section, upscales once, then optimises colours per section.
     bool compress();
+    // Sets the compressor's pass count (negative counts as 0), preprocesses
+    // and compresses. Returns true.
+    bool run(bool wideSample, int iterations);
 
     // The sections compress() works on. Blocks that don't fit the even cut
     // lie in no section and keep their preprocessed colours and codes.
     void getSections(std::vector<ORBTCCompressorBlock>& sections);
 
-    ORBTCCompressor* compressor;
+    ORBTCCompressorCore* compressor;
     unsigned int numberOfThreads;
+
+protected:
+    // Keeps threads as the section count, without calculateNumberOfThreads.
+    ORBTCMultiThreadedCompressor(ORBTCCompressorCore* compressor, unsigned int threads, bool countProcessors);
 };
 
 // Compress width x height rgba8 pixels into ORBTC words, twiddled when the
