@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "Codecs/ORBTC/ORBTCIICompressor.h"
 #include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 namespace orbtexture
@@ -250,5 +251,6 @@ void ORBTC2bppCompressorT<Base>::getModulationValues(unsigned int blockX, unsign
 }
 
 template class ORBTC2bppCompressorT<ORBTCCompressor>;
+template class ORBTC2bppCompressorT<ORBTCIICompressor>;
 
 } // namespace orbtexture

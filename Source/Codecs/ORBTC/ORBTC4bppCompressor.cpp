@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "Codecs/ORBTC/ORBTCIICompressor.h"
 #include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 namespace orbtexture
@@ -223,5 +224,6 @@ void ORBTC4bppCompressorT<Base>::getInterpolatedColour(const PixelU8* blockColou
 }
 
 template class ORBTC4bppCompressorT<ORBTCCompressor>;
+template class ORBTC4bppCompressorT<ORBTCIICompressor>;
 
 } // namespace orbtexture
