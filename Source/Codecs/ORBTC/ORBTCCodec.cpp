@@ -4,7 +4,9 @@
 #include <cstring>
 #include <vector>
 
+#include "Codecs/ORBTC/ORBTC2SectionCompress.h"
 #include "Codecs/ORBTC/ORBTCFormat.h"
+#include "Codecs/ORBTC/ORBTCIIMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCPadding.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
@@ -78,7 +80,11 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
                               int(paddedWidth), int(paddedHeight), generation, quality - 2, twoBpp ? 1 : 0) == 0
                    ? size
                    : 0;
-    // The ORBTCII compressors are not part of this build.
+    if (quality == 0 && !twoBpp)
+        return ORBTC2SectionCompress(pixels, output, paddedWidth, paddedHeight) != 0 ? size : 0;
+    if (quality <= 1)
+        return orbtc2Compress(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp, quality == 0 ? 0 : 8);
+    // The optimiser for ORBTCII is not part of this build.
     return 0;
 }
 
