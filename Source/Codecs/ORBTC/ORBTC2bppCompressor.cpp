@@ -45,12 +45,6 @@ bool ORBTC2bppCompressorT<Base>::preprocess(bool /*wideSample*/)
 }
 
 template <class Base>
-bool ORBTC2bppCompressorT<Base>::compress()
-{
-    return this->runPasses();
-}
-
-template <class Base>
 uint32_t ORBTC2bppCompressorT<Base>::blockModulation(size_t block, uint32_t& modeFlag) const
 {
     const BlockInfo& info = blockInfo[block];

@@ -44,12 +44,6 @@ bool ORBTC4bppCompressorT<Base>::preprocess(bool wideSample)
 }
 
 template <class Base>
-bool ORBTC4bppCompressorT<Base>::compress()
-{
-    return this->runPasses();
-}
-
-template <class Base>
 uint32_t ORBTC4bppCompressorT<Base>::blockModulation(size_t block, uint32_t& modeFlag) const
 {
     const BlockInfo& info = blockInfo[block];

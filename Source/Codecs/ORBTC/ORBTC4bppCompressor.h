@@ -32,7 +32,6 @@ public:
     ~ORBTC4bppCompressorT() override;
 
     bool preprocess(bool wideSample) override;
-    bool compress() override;
     void calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) override;
     void optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) override;
     void interpolateColoursAB() override;

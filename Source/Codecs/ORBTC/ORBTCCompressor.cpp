@@ -460,7 +460,7 @@ void ORBTCCompressorCore::gaussianFilterImage5x5(const PixelU8* source, PixelU8*
                 output[y * w + x] = source[y * w + x];
 }
 
-bool ORBTCCompressorCore::runPasses()
+bool ORBTCCompressorCore::compress()
 {
     for (unsigned int pass = 0; pass < iterations; ++pass)
     {

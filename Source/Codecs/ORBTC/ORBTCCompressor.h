@@ -68,7 +68,9 @@ public:
     ORBTCCompressorCore& operator=(const ORBTCCompressorCore&) = delete;
 
     virtual bool preprocess(bool wideSample) = 0;
-    virtual bool compress() = 0;
+    // The single-threaded passes over the whole grid: colours, upscale, and
+    // every modulationInterval passes the modulations. Returns true.
+    virtual bool compress();
     virtual void calculateModulations(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) = 0;
     virtual void optimizeColoursAB(unsigned int x0, unsigned int x1, unsigned int y0, unsigned int y1) = 0;
     virtual void interpolateColoursAB() = 0;
@@ -115,9 +117,6 @@ protected:
     // The modulation word of a block (index in row order) in its current
     // mode, and the mode's flag for bit 0 of the colour word.
     virtual uint32_t blockModulation(size_t block, uint32_t& modeFlag) const = 0;
-    // The single-threaded passes of compress(): colours, upscale, and every
-    // modulationInterval passes the modulations. Returns true.
-    bool runPasses();
     // The code 0 to 3 whose blend of a and b, at its standard weight out of 8,
     // is nearest to p over four channels; a tie goes to the lower code.
     static unsigned char nearestStandardCode(const PixelU8& p, const PixelU8& a, const PixelU8& b);
