@@ -10,6 +10,7 @@
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCPadding.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
+#include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
 
 namespace orbtexture
 {
@@ -97,7 +98,8 @@ unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int
     int result = 0;
     if (decoder == 0)
         result = ORBTDecompressORBTC(input, twoBpp ? 1 : 0, int(width), int(height), static_cast<unsigned char*>(output));
-    // The extended decoder is not part of this build: it counts as failing.
+    else
+        result = orbtc_decompress(input, static_cast<unsigned char*>(output), width, height, decoder, twoBpp ? 1 : 0);
     return result != 0 ? size : 0;
 }
 

@@ -19,9 +19,10 @@ ORBT_API unsigned int ORBTCCompress(const void* input, void* output, const unsig
                                     const unsigned int& height, bool hasAlpha, bool twoBpp, unsigned int generation,
                                     unsigned int quality);
 
-// Decodes to width x height rgba8 pixels with decoder 0 (ORBTC) or the
-// extended decoder (any other value). Returns width * 4 * height, or 0 when the
-// decoder fails; null pointers ask for the size.
+// Decodes to width x height rgba8 pixels with decoder 0 (ORBTC words) or the
+// extended decoder (any other value: ORBTCII words in row order, one per block
+// of the size rounded up to whole blocks). Returns width * 4 * height, or 0
+// when the decoder fails; null pointers ask for the size.
 ORBT_API unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int& width,
                                       const unsigned int& height, bool twoBpp, const unsigned int& decoder);
 

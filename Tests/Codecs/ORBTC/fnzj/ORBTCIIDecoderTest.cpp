@@ -9,11 +9,13 @@
 #include <random>
 #include <vector>
 
+#include "Codecs/ORBTC/ORBTCCodec.h"
 #include "Codecs/ORBTC/ORBTCFormat.h"
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
 #include "Codecs/ORBTC/fnzj/initialreps.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
 #include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
+#include "ORBTextureUtilities.h"
 
 using namespace orbtexture;
 
@@ -283,6 +285,24 @@ TEST(ORBTCIIDecoder, GenerationOneWordsMatchTheORBTCDecoder)
         EXPECT_EQ(DecodeWith(bytes, width, height, bitsPerPixel, 0, 0).pixels, plain)
             << width << "x" << height << " at " << bitsPerPixel << "bpp";
     }
+}
+
+TEST(ORBTCIIDecoder, ReachedThroughORBTCDecompressAndTranscode)
+{
+    const unsigned width = 12, height = 8; // a grid of 3 x 2 words at 4bpp
+    const std::vector<uint8_t> bytes = RandomBytes(12 * 8 / 2, 7);
+    const Image expected = DecodeII(bytes, int(width), int(height));
+    std::vector<uint8_t> out(width * height * 4);
+    EXPECT_EQ(ORBTCDecompress(bytes.data(), out.data(), width, height, false, 1), width * height * 4);
+    EXPECT_EQ(out, expected.pixels);
+
+    for (uint32_t format : {uint32_t(ePF_ORBTCII_4bpp), uint32_t(ePF_ORBTCII_2bpp)})
+        EXPECT_TRUE(CanTranscodeFrom(PixelType(format))) << format;
+    CORBTexture texture(CORBTextureHeader(uint64_t(ePF_ORBTCII_4bpp), height, width));
+    ASSERT_EQ(texture.getDataSize(), bytes.size());
+    std::memcpy(texture.getDataPtr(), bytes.data(), bytes.size());
+    ASSERT_TRUE(Transcode(texture, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear));
+    EXPECT_EQ(std::memcmp(texture.getDataPtr(), expected.pixels.data(), expected.pixels.size()), 0);
 }
 
 TEST(ORBTCIIDecoder, RefusesWhatItCannotDecode)
