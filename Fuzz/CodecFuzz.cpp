@@ -112,9 +112,14 @@ void DecodeORBTC(const Input& input, unsigned width, unsigned height, bool exten
         if (unsigned(result) != consumed)
             Fail("ORBTDecompressORBTC result", w, h, unsigned(result));
 
+        // The extended decoder reads exactly one word per block of the size
+        // rounded up to whole blocks (8 x 4 at 2bpp, 4 x 4 at 4bpp).
         const unsigned decoder = extendedDecoder ? 1 : 0;
-        const unsigned written = ORBTCDecompress(words.data(), pixels.data(), w, h, twoBit != 0, decoder);
-        if (written != (decoder == 0 ? w * h * 4 : 0))
+        const unsigned blockWidth = twoBit ? 8 : 4;
+        const std::vector<uint8_t> blockWords =
+            decoder ? input.fill(size_t((w + blockWidth - 1) / blockWidth) * ((h + 3) / 4) * 8) : words;
+        const unsigned written = ORBTCDecompress(blockWords.data(), pixels.data(), w, h, twoBit != 0, decoder);
+        if (written != w * h * 4)
             Fail("ORBTCDecompress result", w, h, written);
     }
 }

@@ -305,6 +305,24 @@ TEST(ORBTCIIDecoder, ReachedThroughORBTCDecompressAndTranscode)
     EXPECT_EQ(std::memcmp(texture.getDataPtr(), expected.pixels.data(), expected.pixels.size()), 0);
 }
 
+TEST(ORBTCIIDecoder, ArbitraryWordsAtEverySmallSize)
+{
+    // Exactly the words of each size, so that a read or write out of bounds
+    // shows under the sanitizers.
+    for (int twoBpp = 0; twoBpp < 2; ++twoBpp)
+        for (unsigned height = 1; height <= 64; ++height)
+            for (unsigned width = 1; width <= 64; ++width)
+            {
+                const unsigned bw = twoBpp ? 8 : 4;
+                const std::vector<uint8_t> bytes =
+                    RandomBytes(size_t((width + bw - 1) / bw) * ((height + 3) / 4) * 8, width * 64 + height);
+                std::vector<uint8_t> pixels(size_t(width) * height * 4);
+                ASSERT_EQ(ORBTCDecompress(bytes.data(), pixels.data(), width, height, twoBpp != 0, 1),
+                          width * height * 4)
+                    << width << "x" << height;
+            }
+}
+
 TEST(ORBTCIIDecoder, RefusesWhatItCannotDecode)
 {
     const std::vector<uint8_t> bytes(64);
