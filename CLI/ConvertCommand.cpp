@@ -60,7 +60,7 @@ const char* const kConvertHelp =
     "                         3 exhaustive perceptual, 4 and 5 as 2 and 3;\n"
     "                         every ETC format takes 0 to 5 (ETC2_RGB_A1 and\n"
     "                         EAC have one search for all)\n"
-    "                         ORBTC: 0 and 1 the block compressors, 2 to 8 the\n"
+    "                         ORBTC, ORBTCII: 0 and 1 the block compressors, 2 to 8 the\n"
     "                         optimiser, slower and better as it rises (above\n"
     "                         8 the same as 8)\n"
     "                         ASTC (astcenc's presets): 0 -veryfast (called\n"

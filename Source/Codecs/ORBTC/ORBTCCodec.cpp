@@ -76,17 +76,14 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
     if (quality <= 1 && generation != 1)
         return orbtcCompressMW(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp,
                                quality == 0 ? 0 : 8);
-    if (quality >= 2 && generation != 1)
+    if (quality >= 2)
         return orbtc_compress(static_cast<const unsigned char*>(image), static_cast<unsigned char*>(output),
                               int(paddedWidth), int(paddedHeight), generation, quality - 2, twoBpp ? 1 : 0) == 0
                    ? size
                    : 0;
     if (quality == 0 && !twoBpp)
         return ORBTC2SectionCompress(pixels, output, paddedWidth, paddedHeight) != 0 ? size : 0;
-    if (quality <= 1)
-        return orbtc2Compress(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp, quality == 0 ? 0 : 8);
-    // The optimiser for ORBTCII is not part of this build.
-    return 0;
+    return orbtc2Compress(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp, quality == 0 ? 0 : 8);
 }
 
 unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,

@@ -13,91 +13,30 @@
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
+#include "Support/TestPictures.h"
 
 using namespace orbtexture;
+using namespace testsupport;
 
 namespace
 {
 
-// A small photograph-like picture: smooth shading, a hard edge, a thin line,
-// texture noise and, when asked, an alpha ramp with a transparent hole.
-std::vector<unsigned char> Picture(unsigned width, unsigned height, bool alpha, unsigned seed = 3)
-{
-    std::mt19937 random(seed);
-    std::vector<unsigned char> pixels(size_t(width) * height * 4);
-    for (unsigned y = 0; y < height; ++y)
-        for (unsigned x = 0; x < width; ++x)
-        {
-            unsigned char* p = &pixels[(size_t(y) * width + x) * 4];
-            const double u = double(x) / width, v = double(y) / height;
-            double r = 200 * u + 30, g = 60 + 120 * std::sin(6 * v), b = 90 + 80 * u * v;
-            if (x > width / 2 + y / 3)
-                r = 40, g += 50; // an edge
-            if (x == y / 2 + 3)
-                r = g = b = 250; // a thin line
-            const int noise = int(random() % 13) - 6;
-            p[0] = uint8_t(std::min(255.0, std::max(0.0, r + noise)));
-            p[1] = uint8_t(std::min(255.0, std::max(0.0, g + noise)));
-            p[2] = uint8_t(std::min(255.0, std::max(0.0, b - noise)));
-            const double dx = double(x) - width * 0.3, dy = double(y) - height * 0.6;
-            p[3] = !alpha ? 255 : dx * dx + dy * dy < width * width / 36.0 ? 0 : uint8_t(std::min(255.0, 120 + 200 * v));
-        }
-    return pixels;
-}
-
-double Psnr(const std::vector<unsigned char>& a, const std::vector<unsigned char>& b, bool withAlpha)
-{
-    double sum = 0.0;
-    size_t n = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-    {
-        if (!withAlpha && i % 4 == 3)
-            continue;
-        sum += (double(a[i]) - b[i]) * (double(a[i]) - b[i]);
-        ++n;
-    }
-    return sum == 0.0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 * double(n) / sum);
-}
-
+// Generation 0 is ORBTC, 1 ORBTCII (whose decoder is the extended one).
 std::vector<unsigned char> Compress(const std::vector<unsigned char>& pixels, unsigned width, unsigned height,
-                                    bool twoBpp, unsigned quality)
+                                    bool twoBpp, unsigned quality, unsigned generation = 0)
 {
     std::vector<unsigned char> words(size_t(width) * height * (twoBpp ? 2 : 4) / 8);
-    EXPECT_EQ(ORBTCCompress(pixels.data(), words.data(), width, height, true, twoBpp, 0, quality), words.size());
+    EXPECT_EQ(ORBTCCompress(pixels.data(), words.data(), width, height, true, twoBpp, generation, quality),
+              words.size());
     return words;
 }
 
 std::vector<unsigned char> Decode(const std::vector<unsigned char>& words, unsigned width, unsigned height,
-                                  bool twoBpp)
+                                  bool twoBpp, unsigned generation = 0)
 {
     std::vector<unsigned char> out(size_t(width) * height * 4);
-    EXPECT_EQ(ORBTCDecompress(words.data(), out.data(), width, height, twoBpp, 0), out.size());
+    EXPECT_EQ(ORBTCDecompress(words.data(), out.data(), width, height, twoBpp, generation), out.size());
     return out;
-}
-
-// The optimiser's measure: squared channel differences, alpha's weighted by
-// 30 where the source alpha is 0 or 255.
-double WeightedError(const std::vector<unsigned char>& source, const std::vector<unsigned char>& decoded)
-{
-    double sum = 0.0;
-    for (size_t i = 0; i < source.size(); i += 4)
-    {
-        const double w = source[i + 3] == 0 || source[i + 3] == 255 ? 30.0 : 1.0;
-        for (int c = 0; c < 4; ++c)
-        {
-            const double d = (double(source[i + c]) - decoded[i + c]) * (c == 3 ? w : 1.0);
-            sum += d * d;
-        }
-    }
-    return sum;
-}
-
-uint64_t Fnv(const std::vector<unsigned char>& bytes)
-{
-    uint64_t h = 1469598103934665603ull;
-    for (unsigned char b : bytes)
-        h = (h ^ b) * 1099511628211ull;
-    return h;
 }
 
 struct ProcessorOverride
@@ -115,23 +54,27 @@ TEST(OptimiserSearch, BeatsTheBlockCompressors)
 {
     // Quality 2 (the optimiser's first level) is clearly better than the
     // block compressor's best by the optimiser's measure, and more passes do
-    // not lose. On an opaque picture that measure is the colour PSNR.
-    for (bool twoBpp : {false, true})
-        for (bool alpha : {false, true})
-        {
-            SCOPED_TRACE(std::string(twoBpp ? "2bpp" : "4bpp") + (alpha ? " alpha" : ""));
-            const auto pixels = Picture(32, 32, alpha);
-            const auto block = Decode(Compress(pixels, 32, 32, twoBpp, 1), 32, 32, twoBpp);
-            const auto first = Decode(Compress(pixels, 32, 32, twoBpp, 2), 32, 32, twoBpp);
-            const auto third = Decode(Compress(pixels, 32, 32, twoBpp, 4), 32, 32, twoBpp);
-            if (!alpha)
+    // not lose, in both generations. On an opaque picture that measure is the
+    // colour PSNR.
+    for (unsigned generation : {0u, 1u})
+        for (bool twoBpp : {false, true})
+            for (bool alpha : {false, true})
             {
-                EXPECT_GT(Psnr(pixels, first, false), Psnr(pixels, block, false) + 1.0);
-                EXPECT_GE(Psnr(pixels, third, false), Psnr(pixels, first, false) - 0.05);
+                SCOPED_TRACE(std::string(generation ? "ORBTCII " : "ORBTC ") + (twoBpp ? "2bpp" : "4bpp") +
+                             (alpha ? " alpha" : ""));
+                const auto pixels = Picture(32, 32, alpha);
+                auto decoded = [&](unsigned quality) {
+                    return Decode(Compress(pixels, 32, 32, twoBpp, quality, generation), 32, 32, twoBpp, generation);
+                };
+                const auto block = decoded(1), first = decoded(2), third = decoded(4);
+                if (!alpha)
+                {
+                    EXPECT_GT(Psnr(pixels, first, false), Psnr(pixels, block, false) + 1.0);
+                    EXPECT_GE(Psnr(pixels, third, false), Psnr(pixels, first, false) - 0.05);
+                }
+                EXPECT_LT(WeightedError(pixels, first), WeightedError(pixels, block) / 2);
+                EXPECT_LE(WeightedError(pixels, third), WeightedError(pixels, first));
             }
-            EXPECT_LT(WeightedError(pixels, first), WeightedError(pixels, block) / 2);
-            EXPECT_LE(WeightedError(pixels, third), WeightedError(pixels, first));
-        }
 }
 
 TEST(OptimiserSearch, WordsDoNotDependOnThreads)
@@ -140,23 +83,28 @@ TEST(OptimiserSearch, WordsDoNotDependOnThreads)
     // and refused thread starts, give the same words.
     ProcessorOverride restore;
     const auto pixels = Picture(32, 48, true, 9);
-    for (bool twoBpp : {false, true})
-    {
-        ORBTCSetProcessorCountOverride(1);
-        const auto reference = Compress(pixels, 32, 48, twoBpp, 3);
-        for (unsigned cores : {2u, 3u, 8u})
+    for (unsigned generation : {0u, 1u})
+        for (bool twoBpp : {false, true})
         {
-            ORBTCSetProcessorCountOverride(cores);
-            EXPECT_EQ(Compress(pixels, 32, 48, twoBpp, 3), reference) << cores << " cores";
+            SCOPED_TRACE(std::string(generation ? "ORBTCII " : "ORBTC ") + (twoBpp ? "2bpp" : "4bpp"));
+            // ORBTCII's quality 3 makes five passes: the last two with hard
+            // modes and, in the fourth, the neighbours' hard flags inverted.
+            ORBTCSetProcessorCountOverride(1);
+            const auto reference = Compress(pixels, 32, 48, twoBpp, 3, generation);
+            for (unsigned cores : {2u, 3u, 8u})
+            {
+                ORBTCSetProcessorCountOverride(cores);
+                EXPECT_EQ(Compress(pixels, 32, 48, twoBpp, 3, generation), reference) << cores << " cores";
+            }
+            ORBTCSetProcessorCountOverride(8);
+            for (unsigned period : {1u, 2u, 3u})
+            {
+                SetThreadStartRefusals(period);
+                EXPECT_EQ(Compress(pixels, 32, 48, twoBpp, 3, generation), reference)
+                    << "every " << period << "th start refused";
+            }
+            SetThreadStartRefusals(0);
         }
-        ORBTCSetProcessorCountOverride(8);
-        for (unsigned period : {1u, 2u, 3u})
-        {
-            SetThreadStartRefusals(period);
-            EXPECT_EQ(Compress(pixels, 32, 48, twoBpp, 3), reference) << "every " << period << "th start refused";
-        }
-        SetThreadStartRefusals(0);
-    }
 }
 
 TEST(OptimiserSearch, GridsThatWrapOntoThemselves)
@@ -197,20 +145,22 @@ TEST(OptimiserSearch, PinnedWords)
     // cannot change a result unnoticed.
     struct Case
     {
+        unsigned generation;
         bool twoBpp, alpha;
         unsigned quality;
         uint64_t hash;
     };
     const Case cases[] = {
-        {false, false, 2, 2919420755526885977ull},
-        {false, true, 4, 13414715969474667438ull},
-        {true, false, 2, 7829255527820592728ull},
-        {true, true, 3, 126696596248528256ull},
+        {0, false, false, 2, 2919420755526885977ull}, {0, false, true, 4, 13414715969474667438ull},
+        {0, true, false, 2, 7829255527820592728ull},  {0, true, true, 3, 126696596248528256ull},
+        {1, false, false, 2, 10873577112052265665ull}, {1, false, true, 4, 5058213094824618462ull},
+        {1, true, false, 2, 11640769714228691996ull},  {1, true, true, 3, 7554064260889329528ull},
     };
     for (const Case& c : cases)
     {
         const auto pixels = Picture(16, 16, c.alpha, 21);
-        EXPECT_EQ(Fnv(Compress(pixels, 16, 16, c.twoBpp, c.quality)), c.hash)
-            << (c.twoBpp ? "2bpp" : "4bpp") << (c.alpha ? " alpha" : "") << " quality " << c.quality;
+        EXPECT_EQ(Fnv(Compress(pixels, 16, 16, c.twoBpp, c.quality, c.generation)), c.hash)
+            << (c.generation ? "ORBTCII " : "ORBTC ") << (c.twoBpp ? "2bpp" : "4bpp") << (c.alpha ? " alpha" : "")
+            << " quality " << c.quality;
     }
 }
