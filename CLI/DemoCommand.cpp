@@ -106,6 +106,12 @@ const DemoConversion kConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 1},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 2},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_2bpp), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_2bpp), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_2bpp), orbtexture::eVarUnsignedByteNorm, 2},
     {orbtexture::PixelType(orbtexture::ePF_ETC1), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ETC1), orbtexture::eVarUnsignedByteNorm, 1},
     {orbtexture::PixelType(orbtexture::ePF_ETC2_RGB), orbtexture::eVarUnsignedByteNorm, 0},
@@ -125,12 +131,25 @@ const DemoConversion kConversions[] = {
 };
 
 // The photograph crop: the optimiser's qualities beside the block
-// compressor's best, and the exhaustive ETC searches beside the fast ones.
+// compressor's best, both generations of ORBTC at the same qualities, and the
+// exhaustive ETC searches beside the fast ones.
 const DemoConversion kPhotoConversions[] = {
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 1},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 2},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 4},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 8},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 2},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 4},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 8},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 2},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_2bpp), orbtexture::eVarUnsignedByteNorm, 0},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_2bpp), orbtexture::eVarUnsignedByteNorm, 1},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTCII_2bpp), orbtexture::eVarUnsignedByteNorm, 2},
     {orbtexture::PixelType(orbtexture::ePF_ETC1), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ETC1), orbtexture::eVarUnsignedByteNorm, 2},
     {orbtexture::PixelType(orbtexture::ePF_ETC2_RGB), orbtexture::eVarUnsignedByteNorm, 0},
