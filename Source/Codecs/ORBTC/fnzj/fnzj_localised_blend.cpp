@@ -24,7 +24,8 @@ constexpr uint8_t HemWeights8xU8[17] = {0, 0, 0, 0, 8, 8, 8, 8, 0, 0, 0, 0, 8, 8
 
 // The better of a pixel's four errors: of choices 1 and 2 (2 on a tie), of
 // 0 and 3 (0 on a tie), and of those the first pair's on a tie.
-inline int BestOfFour(const int64_t* e)
+template <typename Error>
+inline int BestOfFour(const Error* e)
 {
     const int middle = e[2] <= e[1] ? 2 : 1;
     const int ends = e[0] <= e[3] ? 0 : 3;
@@ -107,21 +108,20 @@ inline void SynthesiseLanes(const BlendCache::Lanes& lanes, int selfWeight, __m1
     high = _mm_unpackhi_epi64(mixes, ends);
 }
 
-// The errors of two choices in 16-bit lanes against a pixel ('pixel' its
-// channels twice, 'alphaWeight' 1, 1, 1, w twice).
-inline void MeasureLanes(__m128i choices, __m128i pixel, __m128i alphaWeight, int64_t& first, int64_t& second)
+// The squared errors of two choices in 16-bit lanes against a pixel
+// ('pixel' its channels twice, 'alphaWeight' 1, 1, 1, w twice), as the
+// 32-bit lanes e0, e0, e1, e1. An error is at most 3 x 255^2 + (30 x 255)^2.
+inline __m128i MeasureLanes(__m128i choices, __m128i pixel, __m128i alphaWeight)
 {
     const __m128i d = _mm_mullo_epi16(_mm_sub_epi16(choices, pixel), alphaWeight);
-    alignas(16) int32_t squares[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(squares), _mm_madd_epi16(d, d));
-    first = int64_t(squares[0]) + squares[1];
-    second = int64_t(squares[2]) + squares[3];
+    const __m128i halves = _mm_madd_epi16(d, d);
+    return _mm_add_epi32(halves, _mm_shuffle_epi32(halves, _MM_SHUFFLE(2, 3, 0, 1)));
 }
 
 // The choices of pixel i and their errors: through the cache when it holds
 // the pixel, else by SynthesisePixelColourChoices.
 inline void SynthesiseAndMeasure(const OptimiseWork& work, int i, const NeighbourhoodReps& reps, __m128i selfAB,
-                                 unsigned char (*colours)[4], int64_t* errors)
+                                 unsigned char (*colours)[4], int32_t* errors)
 {
     const PixelBlendRecord& record = work.records[i];
     const unsigned char* pixel = work.window + 4 * i;
@@ -129,7 +129,7 @@ inline void SynthesiseAndMeasure(const OptimiseWork& work, int i, const Neighbou
     {
         SynthesisePixelColourChoices(record, reps, colours);
         for (int k = 0; k < 4; ++k)
-            errors[k] = PixelError(pixel, colours[k]);
+            errors[k] = int32_t(PixelError(pixel, colours[k]));
         return;
     }
     __m128i low, high;
@@ -142,8 +142,10 @@ inline void SynthesiseAndMeasure(const OptimiseWork& work, int i, const Neighbou
     const __m128i pixelLanes = _mm_unpacklo_epi64(p16, p16);
     const int16_t w = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
     const __m128i alphaWeight = _mm_setr_epi16(1, 1, 1, w, 1, 1, 1, w);
-    MeasureLanes(low, pixelLanes, alphaWeight, errors[0], errors[1]);
-    MeasureLanes(high, pixelLanes, alphaWeight, errors[2], errors[3]);
+    const __m128 e01 = _mm_castsi128_ps(MeasureLanes(low, pixelLanes, alphaWeight));
+    const __m128 e23 = _mm_castsi128_ps(MeasureLanes(high, pixelLanes, alphaWeight));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(errors),
+                     _mm_castps_si128(_mm_shuffle_ps(e01, e23, _MM_SHUFFLE(2, 0, 2, 0))));
 }
 
 // The block's own pair, masked, in 16-bit lanes.
@@ -416,7 +418,7 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
         const PixelBlendRecord& record = work.records[i];
         if (record.locality == 0 && !includeOuterRing)
             continue;
-        int64_t e[4];
+        alignas(16) int32_t e[4];
         SynthesiseAndMeasure(work, i, reps, selfAB, colours, e);
         const unsigned char* pixel = work.window + 4 * i;
         int choice;
@@ -448,12 +450,12 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
     const int count = params.windowWidth * params.windowHeight;
     const __m128i selfAB = SelfPairLanes(reps);
     alignas(16) unsigned char colours[kMaxWindowPixels][4][4];
-    int64_t pixelErrors[kMaxWindowPixels][4];
+    alignas(16) int32_t pixelErrors[kMaxWindowPixels][4];
 
     // A pixel choosing alone, as in the plain evaluation.
     auto alone = [&](int i) {
         const PixelBlendRecord& record = work.records[i];
-        int64_t* e = pixelErrors[i];
+        int32_t* e = pixelErrors[i];
         SynthesiseAndMeasure(work, i, reps, selfAB, colours[i], e);
         const unsigned char* pixel = work.window + 4 * i;
         int choice;
@@ -569,7 +571,7 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
     for (int i = 0; i < count; ++i)
     {
         const PixelBlendRecord& record = work.records[i];
-        int64_t e[4];
+        alignas(16) int32_t e[4];
         SynthesiseAndMeasure(work, i, reps, selfAB, colours[i], e);
         if (!stored(i))
             continue;
