@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,9 +17,14 @@
 namespace cli
 {
 
+std::string ErrorLine(const std::string& subject, const std::string& message)
+{
+    return "orbtex: " + subject + ": " + message;
+}
+
 void PrintError(const std::string& subject, const std::string& message)
 {
-    std::cerr << "orbtex: " << subject << ": " << message << "\n";
+    std::cerr << ErrorLine(subject, message) << "\n";
 }
 
 int UsageError(const std::string& command, const std::string& message)
@@ -125,22 +131,46 @@ namespace
 
 using Node = PendingOutput::Node;
 
-// Uncommitted outputs, newest first. Only the main thread changes the list,
-// one atomic store at a time, so a handler interrupting it always finds a
-// whole list.
+// Uncommitted outputs, newest first. Threads change the list one at a time
+// under gListBusy, each change one atomic store, so a handler interrupting
+// the holder finds a whole list; a handler on another thread takes the flag
+// first, so no node it walks is freed under it.
 std::atomic<Node*> gPending{nullptr};
+std::atomic<bool> gListBusy{false};
+thread_local bool tHoldsList = false;
 static_assert(std::atomic<Node*>::is_always_lock_free, "the signal handler walks the list");
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler takes the flag");
 
 constexpr int kCleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
+class ListHold
+{
+public:
+    ListHold()
+    {
+        while (gListBusy.exchange(true))
+            std::this_thread::yield();
+        tHoldsList = true;
+    }
+    ~ListHold()
+    {
+        tHoldsList = false;
+        gListBusy.store(false);
+    }
+    ListHold(const ListHold&) = delete;
+    ListHold& operator=(const ListHold&) = delete;
+};
+
 void Register(Node& node)
 {
+    const ListHold hold;
     node.next.store(gPending.load());
     gPending.store(&node);
 }
 
 void Unregister(Node& node)
 {
+    const ListHold hold;
     std::atomic<Node*>* link = &gPending;
     for (Node* current = link->load(); current; current = link->load())
     {
@@ -156,6 +186,10 @@ void Unregister(Node& node)
 // Async-signal-safe: unlink, sigaction and raise only.
 void RemovePendingAndDie(int signal)
 {
+    // The flag is never released: the process ends here.
+    if (!tHoldsList)
+        while (gListBusy.exchange(true))
+            ;
     for (Node* node = gPending.load(); node; node = node->next.load())
         ::unlink(node->path);
     struct sigaction action;

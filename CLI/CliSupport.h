@@ -14,7 +14,10 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 
-// Prints "orbtex: <subject>: <message>" to standard error.
+// "orbtex: <subject>: <message>", the form of every error line.
+std::string ErrorLine(const std::string& subject, const std::string& message);
+
+// Prints ErrorLine to standard error.
 void PrintError(const std::string& subject, const std::string& message);
 
 // Prints "orbtex: <message>" and a pointer to the help to standard error;

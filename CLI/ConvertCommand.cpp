@@ -2,14 +2,17 @@
 // image files and native textures.
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <thread>
 
@@ -22,6 +25,7 @@
 #include "ImageOperations.h"
 #include "ProgressLine.h"
 #include "TextureInput.h"
+#include "ORBTextureDiffTools.h"
 #include "ORBTextureInfo.h"
 #include "ORBTextureLegacy.h"
 #include "ORBTextureUtilities.h"
@@ -31,6 +35,7 @@ namespace cli
 
 const char* const kConvertHelp =
     "usage: orbtex convert IN OUT [options]\n"
+    "       orbtex convert IN... -o DIR [--ext EXT] [--jobs N] [options]\n"
     "\n"
     "Converts IN to another pixel format, channel type or colour space and\n"
     "writes OUT. IN is a texture (.orb, legacy .orb, .dds, .ktx, .astc) or an\n"
@@ -42,6 +47,11 @@ const char* const kConvertHelp =
     "converted to r8g8b8a8 after the conversion asked for (so '--format ETC1\n"
     "out.png' shows the compressed result). A .astc file holds one surface:\n"
     "level 0 of member 0, face 0.\n"
+    "\n"
+    "With -o DIR every IN is converted with the same options to\n"
+    "DIR/NAME.EXT, NAME being IN's name without its extension; an IN that is\n"
+    "a folder stands for the image and texture files in it. A file that fails\n"
+    "is reported on its own line and the others go on.\n"
     "\n"
     "Options:\n"
     "  --format NAME          target format (default: the source's): a named\n"
@@ -69,8 +79,17 @@ const char* const kConvertHelp =
     "                         DXT, UYVY, YUY2, BW1bpp, RGB9E5, RGBG8888,\n"
     "                         GRGB8888 and channel layouts ignore it; a quality\n"
     "                         this version cannot serve is refused\n"
+    "  -o DIR, --out DIR      convert every IN into DIR (created if missing)\n"
+    "  --ext EXT              with -o: the output type, orb (default), dds,\n"
+    "                         ktx, astc, h, png, tga or bmp\n"
+    "  --jobs N               with -o: files converted at once (default: one\n"
+    "                         per core); the output does not depend on it\n"
     "  --quiet                no progress line (shown on a terminal while the\n"
-    "                         ORBTC optimiser works)\n"
+    "                         ORBTC optimiser works, and for a batch)\n"
+    "  --verbose              a line per file on standard output: the format\n"
+    "                         written, the seconds to load, convert and write,\n"
+    "                         and the PSNR of level 0 against the source where\n"
+    "                         the pixels changed\n"
     "  --dither               dither to the target's bit depth first (for DXT\n"
     "                         after the conversion to r8g8b8a8)\n"
     "  --all-surfaces         image OUT: one file per level, member and face,\n"
@@ -86,7 +105,8 @@ const char* const kConvertHelp =
     "before it replaces OUT. 'orbtex formats' lists every format and type name.\n"
     "\n" ORBTEX_IMAGE_OPERATIONS_HELP
     "\n"
-    "Exit status: 0 done, 1 failed (no output file is left), 2 usage error.\n";
+    "Exit status: 0 done, 1 failed (no output file is left; for a batch, any\n"
+    "file failed), 2 usage error.\n";
 
 namespace
 {
@@ -98,8 +118,15 @@ using orbtexture::PixelType;
 
 struct ConvertOptions
 {
-    std::string input;
+    // One file: inputs[0] to output. A batch (-o DIR): every input, files
+    // of a folder among them, to DIR/NAME.extension.
+    std::vector<std::string> inputs;
     std::string output;
+    bool batch = false;
+    std::string outDirectory;
+    std::string extension; // with its dot; .orb unless --ext gives one
+    int jobs = 0;          // 0: one per core
+    bool verbose = false;
     std::string format;
     std::string type;
     std::string colourSpace;
@@ -125,9 +152,8 @@ enum class OutputKind
     Image
 };
 
-OutputKind KindOfOutput(const ConvertOptions& options)
+OutputKind KindOfOutput(const std::string& extension, int legacyApi)
 {
-    const std::string extension = FileExtension(options.output);
     if (IsWritableImageExtension(extension))
         return OutputKind::Image;
     if (extension == ".dds")
@@ -138,7 +164,7 @@ OutputKind KindOfOutput(const ConvertOptions& options)
         return OutputKind::ASTC;
     if (extension == ".h")
         return OutputKind::CHeader;
-    return options.legacyApi ? OutputKind::Legacy : OutputKind::Native;
+    return legacyApi ? OutputKind::Legacy : OutputKind::Native;
 }
 
 bool ParseColourSpace(const std::string& word, EORBTColourSpace& space)
@@ -177,30 +203,36 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
         if (operation > 0)
             continue;
         std::string number;
-        if (argument == "--format" || argument == "--type" || argument == "--colour-space" ||
-            argument == "--input-colour-space" || argument == "--quality" || argument == "--legacy-api")
+        const bool numeric = argument == "--quality" || argument == "--legacy-api" || argument == "--jobs";
+        const bool directory = argument == "-o" || argument == "--out";
+        if (numeric || directory || argument == "--format" || argument == "--type" || argument == "--colour-space" ||
+            argument == "--input-colour-space" || argument == "--ext")
         {
-            const bool numeric = argument == "--quality" || argument == "--legacy-api";
             std::string& target = numeric                        ? number
+                                  : directory                    ? options.outDirectory
                                   : argument == "--format"       ? options.format
                                   : argument == "--type"         ? options.type
                                   : argument == "--colour-space" ? options.colourSpace
+                                  : argument == "--ext"          ? options.extension
                                                                  : options.inputColourSpace;
             if (!value(target))
                 return UsageError("convert", argument + " needs a value");
+            options.batch = options.batch || directory;
             if (numeric)
             {
-                const bool quality = argument == "--quality";
-                const long lowest = quality ? 0 : 1, highest = quality ? 1000 : 7;
+                const bool quality = argument == "--quality", legacy = argument == "--legacy-api";
+                const long lowest = quality ? 0 : 1, highest = quality ? 1000 : legacy ? 7 : 1024;
                 char* end = nullptr;
                 const long parsed = std::strtol(number.c_str(), &end, 10);
                 if (number.empty() || *end != '\0' || parsed < lowest || parsed > highest)
-                    return UsageError("convert", quality ? "--quality needs a number from 0, not '" + number + "'"
-                                                         : "--legacy-api needs a number from 1 to 7, not '" +
-                                                               number + "'");
-                (quality ? options.quality : options.legacyApi) = int(parsed);
+                    return UsageError("convert", argument + " needs a number from " + std::to_string(lowest) +
+                                                     (legacy ? " to 7" : "") + ", not '" + number + "'");
+                (quality ? options.quality : legacy ? options.legacyApi : options.jobs) =
+                    int(parsed);
             }
         }
+        else if (argument == "--verbose")
+            options.verbose = true;
         else if (argument == "--dither")
             options.dither = true;
         else if (argument == "--quiet")
@@ -214,17 +246,33 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
         else
             positional.push_back(argument);
     }
-    if (positional.size() != 2)
-        return UsageError("convert", "needs an input and an output file");
-    options.input = positional[0];
-    options.output = positional[1];
+    if (options.batch)
+    {
+        if (positional.empty())
+            return UsageError("convert", "needs at least one input");
+        options.inputs = positional;
+        options.extension = options.extension.empty() ? ".orb"
+                            : FileExtension(options.extension[0] == '.' ? "x" + options.extension : "x." + options.extension);
+        if (KindOfOutput(options.extension, 0) == OutputKind::Native && options.extension != ".orb")
+            return UsageError("convert", "--ext is orb, dds, ktx, astc, h, png, tga or bmp, not '" +
+                                             options.extension.substr(1) + "'");
+    }
+    else
+    {
+        if (positional.size() != 2)
+            return UsageError("convert", "needs an input and an output file (or -o DIR for a batch)");
+        if (options.jobs || !options.extension.empty())
+            return UsageError("convert", std::string(options.jobs ? "--jobs" : "--ext") + " needs -o DIR");
+        options.inputs = {positional[0]};
+        options.output = positional[1];
+    }
     EORBTColourSpace unused;
     if (!options.colourSpace.empty() && !ParseColourSpace(options.colourSpace, unused))
         return UsageError("convert", "--colour-space is linear or srgb, not '" + options.colourSpace + "'");
     if (!ParseColourSpace(options.inputColourSpace, unused))
         return UsageError("convert",
                           "--input-colour-space is linear or srgb, not '" + options.inputColourSpace + "'");
-    if (options.legacyApi && FileExtension(options.output) != ".orb")
+    if (options.legacyApi && (options.batch ? options.extension : FileExtension(options.output)) != ".orb")
         return UsageError("convert", "--legacy-api needs a .orb output");
     return -1;
 }
@@ -261,10 +309,7 @@ bool IsASTCFormat(PixelType format)
            format.PixelTypeID <= orbtexture::ePF_ASTC_6x6x6;
 }
 
-std::string Describe(PixelType format, uint32_t type)
-{
-    return PixelFormatName(format.PixelTypeID) + " " + ChannelTypeShortName(type);
-}
+std::string Describe(PixelType format, uint32_t type) { return FormatAndTypeName(format.PixelTypeID, type); }
 
 // Named formats whose compressor of the asked quality is not built yet are
 // named as such; channel layouts take no quality.
@@ -280,11 +325,11 @@ bool QualitySupported(PixelType target, int quality, std::string& reason)
     return false;
 }
 
-bool LoadInput(const ConvertOptions& options, CORBTexture& texture, std::string& reason)
+bool LoadInput(const ConvertOptions& options, const std::string& input, CORBTexture& texture, std::string& reason)
 {
     EORBTColourSpace space = orbtexture::eColourSpaceLinear;
     ParseColourSpace(options.inputColourSpace, space);
-    return LoadTextureOrImage(options.input, space, options.allowShort, texture, reason);
+    return LoadTextureOrImage(input, space, options.allowShort, texture, reason);
 }
 
 // Test hook: ORBTEX_TEST_PAUSE_BEFORE_COMMIT=SECONDS keeps written outputs
@@ -307,10 +352,10 @@ bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string
         return false;
     // The bytes are in memory already and the texture they must equal is
     // held too: the load limit, meant for inputs, does not apply here.
-    const uint64_t limit = ORBTGetLoadLimit();
-    ORBTSetLoadLimit(UINT64_MAX);
-    const CORBTexture loaded(bytes.data(), bytes.size());
-    ORBTSetLoadLimit(limit);
+    const CORBTexture loaded = [&] {
+        const UnlimitedLoads unlimited;
+        return CORBTexture(bytes.data(), bytes.size());
+    }();
     bytes = std::vector<unsigned char>();
     if (!loaded.getDataPtr())
     {
@@ -350,10 +395,10 @@ bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string
 bool SurfacesLoadBack(const std::string& path, const CORBTexture& expected, bool firstSurfaceOnly,
                       std::string& reason)
 {
-    const uint64_t limit = ORBTGetLoadLimit();
-    ORBTSetLoadLimit(UINT64_MAX);
-    const CORBTexture loaded(path.c_str());
-    ORBTSetLoadLimit(limit);
+    const CORBTexture loaded = [&] {
+        const UnlimitedLoads unlimited;
+        return CORBTexture(path.c_str());
+    }();
     if (!loaded.getDataPtr())
     {
         reason = ORBTGetLastError();
@@ -426,14 +471,15 @@ std::string UnrepresentableReason(OutputKind kind, const CORBTexture& texture, i
 
 // A texture file under a temporary name, read back and checked, then renamed
 // into place.
-bool WriteTexture(const ConvertOptions& options, OutputKind kind, CORBTexture& texture, std::string& reason)
+bool WriteTexture(const ConvertOptions& options, const std::string& path, OutputKind kind, CORBTexture& texture,
+                  std::string& reason)
 {
     reason = UnrepresentableReason(kind, texture, options.legacyApi);
     if (!reason.empty())
         return false;
     // addMetaData of a key already present counts the item twice.
     texture.recountMetaDataSize();
-    PendingOutput output(options.output);
+    PendingOutput output(path);
     const CORBTString temporary(output.TemporaryPath().c_str());
     errno = 0;
     bool saved = false;
@@ -444,7 +490,7 @@ bool WriteTexture(const ConvertOptions& options, OutputKind kind, CORBTexture& t
         break;
     case OutputKind::ASTC: saved = texture.saveASTCFile(temporary); break;
     case OutputKind::CHeader:
-        saved = texture.saveCHeaderFile(temporary, CORBTString(CSymbolName(options.output).c_str()));
+        saved = texture.saveCHeaderFile(temporary, CORBTString(CSymbolName(path).c_str()));
         break;
     default: saved = texture.saveFile(temporary); break; // native, DDS and KTX by extension
     }
@@ -469,26 +515,19 @@ bool WriteTexture(const ConvertOptions& options, OutputKind kind, CORBTexture& t
 
 // Image files of one surface, or of every surface; written under temporary
 // names and renamed only when all are written.
-bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std::string& failedPath,
-                 std::string& reason)
+bool WriteImages(const ConvertOptions& options, const std::string& output, const CORBTexture& texture,
+                 std::string& failedPath, std::string& reason)
 {
-    const std::string extension = FileExtension(options.output);
+    const std::string extension = FileExtension(output);
     CORBTexture rgba8(texture);
-    if (DXTSelector(rgba8.getPixelType()) && !DecompressDXTSurfaces(rgba8, reason))
+    if (!ToRGBA8(rgba8, reason))
     {
-        failedPath = options.output;
-        return false;
-    }
-    if (!orbtexture::Transcode(rgba8, PixelType(orbtexture::ORBStandard8PixelType), orbtexture::eVarUnsignedByteNorm,
-                               rgba8.getColourSpace()))
-    {
-        failedPath = options.output;
-        reason = "cannot convert " + Describe(texture.getPixelType(), texture.getChannelType()) + " to r8g8b8a8";
+        failedPath = output;
         return false;
     }
 
     std::vector<std::unique_ptr<PendingOutput>> outputs;
-    const std::filesystem::path base(options.output);
+    const std::filesystem::path base(output);
     const uint32_t levels = options.allSurfaces ? rgba8.getNumMIPLevels() : 1;
     const uint32_t members = options.allSurfaces ? rgba8.getNumArrayMembers() : 1;
     const uint32_t faces = options.allSurfaces ? rgba8.getNumFaces() : 1;
@@ -496,7 +535,7 @@ bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std:
         for (uint32_t member = 0; member < members; ++member)
             for (uint32_t face = 0; face < faces; ++face)
             {
-                std::string path = options.output;
+                std::string path = output;
                 if (options.allSurfaces)
                     path = (base.parent_path() / (base.stem().string() + "-level" + std::to_string(level) +
                                                   "-member" + std::to_string(member) + "-face" +
@@ -523,6 +562,249 @@ bool WriteImages(const ConvertOptions& options, const CORBTexture& texture, std:
 
 } // namespace
 
+namespace
+{
+
+// The --format and --type of every file of the command, read once.
+struct Target
+{
+    uint64_t format = 0;
+    uint32_t type = 0;
+};
+
+bool ReadTarget(const ConvertOptions& options, Target& target, std::string& reason)
+{
+    if (!options.format.empty() && !ParsePixelFormat(options.format, target.format, reason))
+        return false;
+    if (!options.type.empty() && !ParseChannelType(options.type, target.type))
+    {
+        reason = "unknown channel type '" + options.type + "' (orbtex formats lists the names)";
+        return false;
+    }
+    return true;
+}
+
+// How one file went: the failed path and reason, or what --verbose tells.
+struct FileResult
+{
+    std::string failedPath, reason;
+    std::string written; // format and channel type
+    double seconds[3] = {0, 0, 0}; // load, convert, write
+    bool measured = false;
+    float psnr = 0; // -1: identical
+};
+
+bool Fail(FileResult& result, const std::string& path, const std::string& reason)
+{
+    result.failedPath = path;
+    result.reason = reason;
+    return false;
+}
+
+class Stopwatch
+{
+public:
+    double Lap()
+    {
+        const auto now = std::chrono::steady_clock::now();
+        const double seconds = std::chrono::duration<double>(now - m_last).count();
+        m_last = now;
+        return seconds;
+    }
+
+private:
+    std::chrono::steady_clock::time_point m_last = std::chrono::steady_clock::now();
+};
+
+// The PSNR of level 0's first surface of 'result' against 'source'; false if
+// the result cannot be decoded to compare.
+bool MeasurePSNR(const CORBTexture& source, const CORBTexture& result, float& psnr)
+{
+    CORBTexture a(source), b(result);
+    std::string reason;
+    if (ToCommonType(a, b, reason) != 0)
+        return false;
+    psnr = orbtexture::GetPSNRValue(a, b, 0, 0, 0).overall;
+    return true;
+}
+
+bool ConvertFile(const ConvertOptions& options, const Target& target, const std::string& input,
+                 const std::string& output, ProgressLine& progress, FileResult& result)
+{
+    ProgressLine::File progressFile(progress, input);
+    Stopwatch stopwatch;
+    std::string reason;
+    CORBTexture texture;
+    if (!LoadInput(options, input, texture, reason))
+        return Fail(result, input, reason);
+    result.seconds[0] = stopwatch.Lap();
+
+    const PixelType sourceFormat = texture.getPixelType();
+    const EORBTVariableType sourceType = texture.getChannelType();
+    const PixelType targetFormat = options.format.empty() ? sourceFormat : PixelType(target.format);
+    const EORBTVariableType targetType =
+        options.type.empty() ? DefaultChannelType(targetFormat, sourceType) : EORBTVariableType(target.type);
+    EORBTColourSpace targetSpace = texture.getColourSpace();
+    if (!options.colourSpace.empty())
+        ParseColourSpace(options.colourSpace, targetSpace);
+
+    if (!ConvertReads(sourceFormat))
+        return Fail(result, input, "no decoder for " + PixelFormatName(sourceFormat.PixelTypeID) + " in this version");
+    if (!ConvertWrites(targetFormat))
+        return Fail(result, input, "no encoder for " + PixelFormatName(targetFormat.PixelTypeID) + " in this version");
+    if (!QualitySupported(targetFormat, options.quality, reason))
+        return Fail(result, input, reason);
+    // The library decodes a named source even into its own format.
+    for (const PixelType format : {sourceFormat, targetFormat})
+        if (IsASTCFormat(format) && !orbtexture::isASTCEncAvailable())
+            return Fail(result, input,
+                        PixelFormatName(format.PixelTypeID) + " needs the astcenc program, which is not on PATH");
+    if (!ApplyImageOperations(texture, options.operations, reason))
+        return Fail(result, input, reason);
+    // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
+    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
+        return Fail(result, input, reason);
+    const CORBTexture source = options.verbose ? texture : CORBTexture();
+    const bool dxtTarget = DXTSelector(targetFormat) != 0;
+    progressFile.SetSurfaces(texture.getNumMIPLevels() * texture.getNumArrayMembers() * texture.getNumFaces());
+    const bool transcoded =
+        dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
+                                          orbtexture::eVarUnsignedByteNorm, targetSpace)
+                  : orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
+                                          orbtexture::ECompressorQuality(options.quality), options.dither);
+    if (!transcoded)
+        return Fail(result, input,
+                    "cannot convert " + Describe(sourceFormat, sourceType) + " to " + Describe(targetFormat, targetType));
+    if (dxtTarget && !CompressDXTSurfaces(texture, targetFormat, targetType, options.dither, reason))
+        return Fail(result, input, reason);
+    result.seconds[1] = stopwatch.Lap();
+    result.written = Describe(texture.getPixelType(), texture.getChannelType());
+
+    const OutputKind kind = KindOfOutput(FileExtension(output), options.legacyApi);
+    if (kind == OutputKind::Image)
+    {
+        std::string failedPath;
+        if (!WriteImages(options, output, texture, failedPath, reason))
+            return Fail(result, failedPath, reason);
+    }
+    else if (!WriteTexture(options, output, kind, texture, reason))
+        return Fail(result, output, reason);
+    result.seconds[2] = stopwatch.Lap();
+    if (options.verbose)
+        result.measured = MeasurePSNR(source, texture, result.psnr);
+    return true;
+}
+
+std::string VerboseLine(const std::string& input, const std::string& output, const FileResult& result)
+{
+    char times[96];
+    std::snprintf(times, sizeof times, "load %.3f s, convert %.3f s, write %.3f s", result.seconds[0],
+                  result.seconds[1], result.seconds[2]);
+    std::string line = input + " -> " + output + ": " + result.written + ", " + times;
+    if (result.measured)
+        line += result.psnr == -1.0f ? ", identical to the source" : ", PSNR " + DecibelsText(result.psnr) + " dB";
+    return line;
+}
+
+// Whether an input of a batch is one of the files a folder contributes.
+bool Convertible(const std::filesystem::path& path)
+{
+    const std::string extension = FileExtension(path.string());
+    return IsReadableImageExtension(extension) || extension == ".orb" || extension == ".dds" ||
+           extension == ".ktx" || extension == ".astc";
+}
+
+// The files of a batch: each input, and in place of a folder the image and
+// texture files in it, by name. A folder without any, or unreadable, is
+// reported and marks 'failed'.
+std::vector<std::string> BatchFiles(const std::vector<std::string>& inputs, bool& failed)
+{
+    std::vector<std::string> files;
+    for (const std::string& input : inputs)
+    {
+        std::error_code error;
+        if (!std::filesystem::is_directory(input, error))
+        {
+            files.push_back(input);
+            continue;
+        }
+        std::vector<std::string> found;
+        for (std::filesystem::directory_iterator it(input, error), end; !error && it != end; it.increment(error))
+            if (it->is_regular_file(error) && Convertible(it->path()))
+                found.push_back(it->path().string());
+        if (error || found.empty())
+        {
+            PrintError(input, error ? "cannot read folder: " + error.message() : "holds no image or texture file");
+            failed = true;
+        }
+        std::sort(found.begin(), found.end());
+        files.insert(files.end(), found.begin(), found.end());
+    }
+    return files;
+}
+
+int RunBatch(const ConvertOptions& options, const Target& target)
+{
+    bool anyFailed = false;
+    const std::vector<std::string> files = BatchFiles(options.inputs, anyFailed);
+
+    // Each file's output; a name that an earlier file takes is a failure.
+    struct Job
+    {
+        std::string input, output;
+    };
+    std::vector<Job> jobs;
+    std::map<std::string, std::string> taken;
+    for (const std::string& input : files)
+    {
+        const std::string output =
+            (std::filesystem::path(options.outDirectory) / std::filesystem::path(input).stem()).string() +
+            options.extension;
+        const auto earlier = taken.emplace(output, input);
+        if (earlier.second)
+            jobs.push_back({input, output});
+        else
+        {
+            PrintError(input, "its output " + output + " is also the output of " + earlier.first->second);
+            anyFailed = true;
+        }
+    }
+    std::error_code error;
+    if (!jobs.empty() && !std::filesystem::create_directories(options.outDirectory, error) && error)
+    {
+        PrintError(options.outDirectory, "cannot create folder: " + error.message());
+        return kExitFailure;
+    }
+
+    ProgressLine progress(unsigned(files.size()), true, options.quiet);
+    std::atomic<size_t> next{0};
+    std::atomic<bool> failed{anyFailed};
+    const auto work = [&] {
+        for (size_t i; (i = next++) < jobs.size();)
+        {
+            FileResult result;
+            if (!ConvertFile(options, target, jobs[i].input, jobs[i].output, progress, result))
+            {
+                progress.PrintLine(stderr, ErrorLine(result.failedPath, result.reason));
+                failed = true;
+            }
+            else if (options.verbose)
+                progress.PrintLine(stdout, VerboseLine(jobs[i].input, jobs[i].output, result));
+        }
+    };
+    const unsigned threads = std::min<size_t>(
+        options.jobs ? unsigned(options.jobs) : std::max(1u, std::thread::hardware_concurrency()), jobs.size());
+    std::vector<std::thread> helpers;
+    for (unsigned i = 1; i < threads; ++i)
+        helpers.emplace_back(work);
+    work();
+    for (std::thread& helper : helpers)
+        helper.join();
+    return failed ? kExitFailure : kExitOk;
+}
+
+} // namespace
+
 int RunConvert(const std::vector<std::string>& arguments)
 {
     ConvertOptions options;
@@ -530,116 +812,37 @@ int RunConvert(const std::vector<std::string>& arguments)
     if (parsed >= 0)
         return parsed;
 
+    Target target;
+    std::string reason;
+    if (options.batch)
+    {
+        if (!ReadTarget(options, target, reason))
+            return UsageError("convert", reason);
+        return RunBatch(options, target);
+    }
+
+    const std::string& input = options.inputs[0];
     const std::string outExtension = FileExtension(options.output);
-    const OutputKind outputKind = KindOfOutput(options);
-    if (outputKind == OutputKind::Native && outExtension != ".orb")
+    if (KindOfOutput(outExtension, options.legacyApi) == OutputKind::Native && outExtension != ".orb")
     {
         PrintError(options.output, "cannot write '" + outExtension +
                                        "' files; use .orb, .dds, .ktx, .astc, .h, .png, .tga or .bmp");
         return kExitFailure;
     }
-
-    uint64_t requestedFormat = 0;
-    std::string reason;
-    if (!options.format.empty() && !ParsePixelFormat(options.format, requestedFormat, reason))
+    if (!ReadTarget(options, target, reason))
     {
-        PrintError(options.input, reason);
+        PrintError(input, reason);
         return kExitFailure;
     }
-    uint32_t requestedType = 0;
-    if (!options.type.empty() && !ParseChannelType(options.type, requestedType))
+    ProgressLine progress(1, false, options.quiet);
+    FileResult result;
+    if (!ConvertFile(options, target, input, options.output, progress, result))
     {
-        PrintError(options.input, "unknown channel type '" + options.type + "' (orbtex formats lists the names)");
+        progress.PrintLine(stderr, ErrorLine(result.failedPath, result.reason));
         return kExitFailure;
     }
-
-    CORBTexture texture;
-    if (!LoadInput(options, texture, reason))
-    {
-        PrintError(options.input, reason);
-        return kExitFailure;
-    }
-
-    const PixelType sourceFormat = texture.getPixelType();
-    const EORBTVariableType sourceType = texture.getChannelType();
-    const PixelType targetFormat = options.format.empty() ? sourceFormat : PixelType(requestedFormat);
-    const EORBTVariableType targetType =
-        options.type.empty() ? DefaultChannelType(targetFormat, sourceType) : EORBTVariableType(requestedType);
-    EORBTColourSpace targetSpace = texture.getColourSpace();
-    if (!options.colourSpace.empty())
-        ParseColourSpace(options.colourSpace, targetSpace);
-
-    if (!ConvertReads(sourceFormat))
-    {
-        PrintError(options.input, "no decoder for " + PixelFormatName(sourceFormat.PixelTypeID) + " in this version");
-        return kExitFailure;
-    }
-    if (!ConvertWrites(targetFormat))
-    {
-        PrintError(options.input, "no encoder for " + PixelFormatName(targetFormat.PixelTypeID) + " in this version");
-        return kExitFailure;
-    }
-    if (!QualitySupported(targetFormat, options.quality, reason))
-    {
-        PrintError(options.input, reason);
-        return kExitFailure;
-    }
-    // The library decodes a named source even into its own format.
-    for (const PixelType format : {sourceFormat, targetFormat})
-        if (IsASTCFormat(format) && !orbtexture::isASTCEncAvailable())
-        {
-            PrintError(options.input,
-                       PixelFormatName(format.PixelTypeID) + " needs the astcenc program, which is not on PATH");
-            return kExitFailure;
-        }
-    if (!ApplyImageOperations(texture, options.operations, reason))
-    {
-        PrintError(options.input, reason);
-        return kExitFailure;
-    }
-    // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
-    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
-    {
-        PrintError(options.input, reason);
-        return kExitFailure;
-    }
-    const bool dxtTarget = DXTSelector(targetFormat) != 0;
-    const ProgressLine progress(options.input,
-                                texture.getNumMIPLevels() * texture.getNumArrayMembers() * texture.getNumFaces(),
-                                options.quiet);
-    const bool transcoded =
-        dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
-                                          orbtexture::eVarUnsignedByteNorm, targetSpace)
-                  : orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
-                                          orbtexture::ECompressorQuality(options.quality), options.dither);
-    if (!transcoded)
-    {
-        PrintError(options.input, "cannot convert " + Describe(sourceFormat, sourceType) + " to " +
-                                      Describe(targetFormat, targetType));
-        return kExitFailure;
-    }
-    if (dxtTarget && !CompressDXTSurfaces(texture, targetFormat, targetType, options.dither, reason))
-    {
-        PrintError(options.input, reason);
-        return kExitFailure;
-    }
-
-    if (outputKind == OutputKind::Image)
-    {
-        std::string failedPath;
-        if (!WriteImages(options, texture, failedPath, reason))
-        {
-            PrintError(failedPath, reason);
-            return kExitFailure;
-        }
-        return kExitOk;
-    }
-
-    if (!WriteTexture(options, outputKind, texture, reason))
-    {
-        PrintError(options.output, reason);
-        return kExitFailure;
-    }
+    if (options.verbose)
+        progress.PrintLine(stdout, VerboseLine(input, options.output, result));
     return kExitOk;
 }
 

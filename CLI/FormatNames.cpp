@@ -83,4 +83,9 @@ std::string ColourSpaceName(uint32_t colourSpace)
     }
 }
 
+std::string FormatAndTypeName(uint64_t pixelFormat, uint32_t channelType)
+{
+    return PixelFormatName(pixelFormat) + " " + ChannelTypeShortName(channelType);
+}
+
 } // namespace cli

@@ -35,6 +35,9 @@ bool ParseChannelType(const std::string& name, uint32_t& channelType);
 // Short name of a channel type, as ParseChannelType reads it.
 std::string ChannelTypeShortName(uint32_t channelType);
 
+// Format and short channel type ("ETC1 ubn", "r8g8b8a8 sf").
+std::string FormatAndTypeName(uint64_t pixelFormat, uint32_t channelType);
+
 } // namespace cli
 
 #endif

@@ -1,6 +1,7 @@
 #include "TextureInput.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
@@ -13,9 +14,24 @@ namespace cli
 
 using namespace orbtexture;
 
+namespace
+{
+
+std::shared_mutex gLoadLimitLock;
+
+} // namespace
+
+UnlimitedLoads::UnlimitedLoads() : m_lock(gLoadLimitLock), m_limit(ORBTGetLoadLimit())
+{
+    ORBTSetLoadLimit(UINT64_MAX);
+}
+
+UnlimitedLoads::~UnlimitedLoads() { ORBTSetLoadLimit(m_limit); }
+
 bool LoadTextureOrImage(const std::string& path, EORBTColourSpace imageColourSpace, bool allowShort,
                         CORBTexture& texture, std::string& reason)
 {
+    const std::shared_lock<std::shared_mutex> limited(gLoadLimitLock);
     if (IsReadableImageExtension(FileExtension(path)))
         return LoadImageFile(path, imageColourSpace, texture, reason);
     texture = CORBTexture(path.c_str());
@@ -65,8 +81,7 @@ bool MakeStandard(CORBTexture& texture, std::string& reason)
     PixelType format;
     EORBTVariableType channelType;
     StandardTypeFor(texture, format, channelType);
-    const std::string from = PixelFormatName(texture.getPixelType().PixelTypeID) + " " +
-                             ChannelTypeShortName(texture.getChannelType());
+    const std::string from = FormatAndTypeName(texture.getPixelType().PixelTypeID, texture.getChannelType());
     if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
         return false;
     if (!ConvertReads(texture.getPixelType()) ||
@@ -77,6 +92,45 @@ bool MakeStandard(CORBTexture& texture, std::string& reason)
         return false;
     }
     return true;
+}
+
+bool ToRGBA8(CORBTexture& texture, std::string& reason)
+{
+    const std::string from = FormatAndTypeName(texture.getPixelType().PixelTypeID, texture.getChannelType());
+    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
+        return false;
+    if (!Transcode(texture, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, texture.getColourSpace()))
+    {
+        reason = "cannot convert " + from + " to r8g8b8a8";
+        return false;
+    }
+    return true;
+}
+
+int ToCommonType(CORBTexture& a, CORBTexture& b, std::string& reason)
+{
+    if (!MakeStandard(a, reason))
+        return 1;
+    if (!MakeStandard(b, reason))
+        return 2;
+    if (a.getPixelType() == b.getPixelType() && a.getChannelType() == b.getChannelType())
+        return 0;
+    for (CORBTexture* t : {&a, &b})
+        if (!Transcode(*t, PixelType(ORBStandard32PixelType), eVarSignedFloat, t->getColourSpace()))
+        {
+            reason = "cannot convert to r32g32b32a32 sf";
+            return t == &a ? 1 : 2;
+        }
+    return 0;
+}
+
+std::string DecibelsText(float psnr)
+{
+    if (psnr == -1.0f)
+        return "inf";
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", double(psnr));
+    return text;
 }
 
 } // namespace cli
