@@ -1,15 +1,21 @@
 // orbtex compare: measure the difference of two textures and picture it.
 
+#include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
+#include <memory>
+#include <set>
 
 #include "CliSupport.h"
 #include "Commands.h"
 #include "FormatNames.h"
+#include "HtmlReport.h"
 #include "ImageFiles.h"
 #include "ORBTextureDiffTools.h"
 #include "ORBTextureUtilities.h"
@@ -20,6 +26,7 @@ namespace cli
 
 const char* const kCompareHelp =
     "usage: orbtex compare A B [options]\n"
+    "       orbtex compare ORIGINAL RESULT... --report DIR [options]\n"
     "\n"
     "Compares two textures or images of the same size and prints, for red,\n"
     "green, blue, alpha and the pixel as a whole, the largest difference, the\n"
@@ -45,11 +52,20 @@ const char* const kCompareHelp =
     "                         tolerance: black where equal, blue where every\n"
     "                         channel differs by less than F (0 to 1), red\n"
     "                         elsewhere; blend: A x F + B x (1 - F)\n"
-    "  --factor F             F above (default: 1 for colour, 0.01 for\n"
-    "                         tolerance, 0.5 for blend)\n"
+    "  --factor F             F above (default: 1 for colour, 8 for colour in\n"
+    "                         a report, 0.01 for tolerance, 0.5 for blend)\n"
+    "  --report DIR           compare each RESULT with ORIGINAL and write\n"
+    "                         DIR/report.html: a table of format, quality\n"
+    "                         (from a -qN at the end of the name), bits per\n"
+    "                         pixel, data bytes, overall PSNR and the time to\n"
+    "                         load and decode, also printed, and for each\n"
+    "                         RESULT the original, the decoded result and\n"
+    "                         the difference image of the measured surface\n"
+    "                         as .png files beside it\n"
     "\n"
     "Exit status: 0 compared, 1 a file could not be read or compared or the\n"
-    "difference image not written (none is left behind), 2 usage error.\n";
+    "difference image not written (none is left behind; a report leaves out\n"
+    "the results that failed), 2 usage error.\n";
 
 namespace
 {
@@ -58,7 +74,8 @@ using namespace orbtexture;
 
 struct CompareOptions
 {
-    std::string first, second, diff;
+    std::string first, diff, report;
+    std::vector<std::string> results; // one unless a report is asked for
     std::string mode = "colour";
     float factor = 0.0f;
     bool factorGiven = false;
@@ -77,7 +94,8 @@ int ParseArguments(const std::vector<std::string>& arguments, CompareOptions& op
             return kExitOk;
         }
         const bool valued = argument == "--diff" || argument == "--diff-mode" || argument == "--factor" ||
-                            argument == "--mip" || argument == "--member" || argument == "--face";
+                            argument == "--mip" || argument == "--member" || argument == "--face" ||
+                            argument == "--report";
         if (!valued)
         {
             if (argument.size() > 1 && argument[0] == '-')
@@ -91,6 +109,8 @@ int ParseArguments(const std::vector<std::string>& arguments, CompareOptions& op
         char* end = nullptr;
         if (argument == "--diff")
             options.diff = value;
+        else if (argument == "--report")
+            options.report = value;
         else if (argument == "--diff-mode")
         {
             options.mode = value == "color" ? "colour" : value;
@@ -113,10 +133,12 @@ int ParseArguments(const std::vector<std::string>& arguments, CompareOptions& op
             options.surface[argument == "--mip" ? 0 : argument == "--member" ? 1 : 2] = unsigned(number);
         }
     }
-    if (positional.size() != 2)
-        return UsageError("compare", "needs two files to compare");
+    if (positional.size() < 2 || (positional.size() > 2 && options.report.empty()))
+        return UsageError("compare", "needs two files to compare (or an original and results with --report)");
+    if (positional.size() > 2 && !options.diff.empty())
+        return UsageError("compare", "--diff takes one pair of files");
     options.first = positional[0];
-    options.second = positional[1];
+    options.results.assign(positional.begin() + 1, positional.end());
     if (!options.diff.empty())
     {
         const std::string extension = FileExtension(options.diff);
@@ -124,7 +146,10 @@ int ParseArguments(const std::vector<std::string>& arguments, CompareOptions& op
             return UsageError("compare", "--diff writes .png, .tga, .bmp, .orb, .dds or .ktx, not '" + extension + "'");
     }
     if (!options.factorGiven)
-        options.factor = options.mode == "tolerance" ? 0.01f : options.mode == "blend" ? 0.5f : 1.0f;
+        options.factor = options.mode == "tolerance" ? 0.01f
+                         : options.mode == "blend"   ? 0.5f
+                         : options.report.empty()    ? 1.0f
+                                                     : 8.0f;
     return -1;
 }
 
@@ -144,16 +169,17 @@ std::string Size(const CORBTexture& t)
     return std::to_string(t.getWidth()) + "x" + std::to_string(t.getHeight()) + "x" + std::to_string(t.getDepth());
 }
 
-// The reason a pair cannot be compared at the chosen surface, naming the file.
-bool CheckPair(const CompareOptions& options, const CORBTexture& a, const CORBTexture& b)
+// Whether a pair can be compared at the chosen surface; if not, says why,
+// naming the file.
+bool CheckPair(const CompareOptions& options, const CORBTexture& a, const std::string& second, const CORBTexture& b)
 {
     if (Size(a) != Size(b))
     {
-        PrintError(options.second, "size " + Size(b) + " differs from " + Size(a) + " of " + options.first);
+        PrintError(second, "size " + Size(b) + " differs from " + Size(a) + " of " + options.first);
         return false;
     }
     const char* const names[3] = {"MIP level", "array member", "face"};
-    for (const auto* entry : {&options.first, &options.second})
+    for (const auto* entry : {&options.first, &second})
     {
         const CORBTexture& t = entry == &options.first ? a : b;
         const uint32_t counts[3] = {t.getNumMIPLevels(), t.getNumArrayMembers(), t.getNumFaces()};
@@ -168,20 +194,21 @@ bool CheckPair(const CompareOptions& options, const CORBTexture& a, const CORBTe
     return true;
 }
 
+// Brings a loaded pair to one type; false after naming the file that failed.
+bool Comparable(const CompareOptions& options, CORBTexture& a, const std::string& second, CORBTexture& b)
+{
+    std::string reason;
+    const int failed = ToCommonType(a, b, reason);
+    if (failed)
+        PrintError(failed == 1 ? options.first : second, reason);
+    return failed == 0;
+}
+
 std::string Number(float value)
 {
     char text[32];
     std::snprintf(text, sizeof text, value == std::floor(value) && std::fabs(value) < 1e9f ? "%.0f" : "%.6g",
                   double(value));
-    return text;
-}
-
-std::string Decibels(float value)
-{
-    if (value == -1.0f)
-        return "inf";
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2f", double(value));
     return text;
 }
 
@@ -203,16 +230,33 @@ void PrintTable(const CORBTexture& a, const CompareOptions& options, const CORBT
             return row < 4 ? results[measure].channels[row] : results[measure].overall;
         };
         std::printf("%-8s %14s %14s %14s %14s %10s\n", rows[row], Number(field(0)).c_str(), Number(field(1)).c_str(),
-                    Number(field(2)).c_str(), Number(field(3)).c_str(), Decibels(field(4)).c_str());
+                    Number(field(2)).c_str(), Number(field(3)).c_str(), DecibelsText(field(4)).c_str());
     }
     std::fflush(stdout);
 }
 
+CORBTexture DiffPicture(const CompareOptions& options, const CORBTexture& a, const CORBTexture& b)
+{
+    return options.mode == "tolerance" ? ToleranceDiff(a, b, options.factor)
+           : options.mode == "blend"   ? BlendDiff(a, b, options.factor)
+                                       : ColourDiff(a, b, options.factor);
+}
+
+// Writes the measured surface of 'texture' as a PNG into 'output'.
+bool WriteSurfacePng(const CompareOptions& options, const CORBTexture& texture, PendingOutput& output,
+                     std::string& reason)
+{
+    const unsigned mip = options.surface[0], member = options.surface[1], face = options.surface[2];
+    CORBTexture rgba8(texture);
+    if (!ToRGBA8(rgba8, reason))
+        return false;
+    return WriteImageFile(output.TemporaryPath(), ".png", rgba8.getDataPtr(mip, member, face), rgba8.getWidth(mip),
+                          rgba8.getHeight(mip) * rgba8.getDepth(mip), reason);
+}
+
 bool WriteDiff(const CompareOptions& options, const CORBTexture& a, const CORBTexture& b)
 {
-    const CORBTexture picture = options.mode == "tolerance" ? ToleranceDiff(a, b, options.factor)
-                                : options.mode == "blend"   ? BlendDiff(a, b, options.factor)
-                                                            : ColourDiff(a, b, options.factor);
+    const CORBTexture picture = DiffPicture(options, a, b);
     std::string reason;
     if (!picture.getDataPtr())
     {
@@ -240,6 +284,159 @@ bool WriteDiff(const CompareOptions& options, const CORBTexture& a, const CORBTe
     return true;
 }
 
+// The files of a report, named after the inputs but never twice the same.
+class ReportFiles
+{
+public:
+    explicit ReportFiles(const std::string& directory) : m_directory(directory) {}
+
+    // A new PNG in the report's folder for 'path' and 'role'; its name.
+    std::string Add(const std::string& path, const std::string& role)
+    {
+        std::string base = std::filesystem::path(path).filename().string() + "-" + role;
+        for (char& c : base)
+            if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-' && c != '_')
+                c = '_';
+        std::string name = base + ".png";
+        for (int n = 2; !m_names.insert(name).second; ++n)
+            name = base + "-" + std::to_string(n) + ".png";
+        m_outputs.push_back(std::make_unique<PendingOutput>(Path(name)));
+        return name;
+    }
+    PendingOutput& Last() { return *m_outputs.back(); }
+    std::string Path(const std::string& name) const { return (std::filesystem::path(m_directory) / name).string(); }
+    bool CommitAll(std::string& failed, std::string& reason)
+    {
+        for (auto& output : m_outputs)
+            if (!output->Commit(reason))
+            {
+                failed = output->Destination();
+                return false;
+            }
+        return true;
+    }
+
+private:
+    std::string m_directory;
+    std::set<std::string> m_names;
+    std::vector<std::unique_ptr<PendingOutput>> m_outputs;
+};
+
+// The quality a file name tells by a -qN at the end of its stem, as orbtex
+// demo names its files; "-" if none.
+std::string QualityFromName(const std::string& path)
+{
+    const std::string stem = std::filesystem::path(path).stem().string();
+    const size_t at = stem.rfind("-q");
+    if (at == std::string::npos || at + 2 == stem.size() ||
+        stem.find_first_not_of("0123456789", at + 2) != std::string::npos)
+        return "-";
+    return stem.substr(at + 2);
+}
+
+// Stored bits per pixel: data bits over the pixels of every surface.
+std::string BitsPerPixel(const CORBTexture& t)
+{
+    uint64_t pixels = 0;
+    for (uint32_t level = 0; level < t.getNumMIPLevels(); ++level)
+        pixels += uint64_t(t.getWidth(level)) * t.getHeight(level) * t.getDepth(level);
+    pixels *= uint64_t(t.getNumArrayMembers()) * t.getNumFaces();
+    const double bits = pixels ? 8.0 * t.getDataSize() / double(pixels) : 0.0;
+    char text[32];
+    std::snprintf(text, sizeof text, bits == std::floor(bits) ? "%.0f" : "%.2f", bits);
+    return text;
+}
+
+int RunReport(const CompareOptions& options)
+{
+    CORBTexture original;
+    if (!LoadStandard(options.first, original))
+        return kExitFailure;
+    std::error_code error;
+    if (!std::filesystem::create_directories(options.report, error) && error)
+    {
+        PrintError(options.report, "cannot create folder: " + error.message());
+        return kExitFailure;
+    }
+    const unsigned mip = options.surface[0], member = options.surface[1], face = options.surface[2];
+    ReportFiles files(options.report);
+    std::string reason;
+    const std::string originalPicture = files.Add(options.first, "original");
+    if (!WriteSurfacePng(options, original, files.Last(), reason))
+    {
+        PrintError(files.Last().Destination(), reason);
+        return kExitFailure;
+    }
+
+    ReportTable table{{"file", "format", "quality", "bpp", "bytes", "psnr_db", "time_ms"}, {}};
+    std::vector<std::pair<std::string, std::vector<ReportPicture>>> rows;
+    const auto picture = [&](const std::string& file, const std::string& caption) {
+        return ReportPicture{file, caption, original.getWidth(mip), original.getHeight(mip) * original.getDepth(mip)};
+    };
+    bool failed = false;
+    for (const std::string& path : options.results)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        CORBTexture result;
+        if (!LoadTextureOrImage(path, eColourSpaceLinear, false, result, reason))
+        {
+            PrintError(path, reason);
+            failed = true;
+            continue;
+        }
+        const std::vector<std::string> stored = {PixelFormatName(result.getPixelType().PixelTypeID),
+                                                 QualityFromName(path), BitsPerPixel(result),
+                                                 std::to_string(result.getDataSize())};
+        CORBTexture a(original);
+        if (!CheckPair(options, a, path, result) || !Comparable(options, a, path, result))
+        {
+            failed = true;
+            continue;
+        }
+        const double milliseconds =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+        const CORBTexture difference = DiffPicture(options, a, result);
+        const std::string decodedName = files.Add(path, "decoded");
+        bool written = WriteSurfacePng(options, result, files.Last(), reason);
+        const std::string differenceName = written ? files.Add(path, "difference") : "";
+        written = written && WriteSurfacePng(options, difference, files.Last(), reason);
+        if (!written)
+        {
+            PrintError(files.Last().Destination(), reason);
+            return kExitFailure;
+        }
+        char time[32];
+        std::snprintf(time, sizeof time, "%.1f", milliseconds);
+        table.rows.push_back({path});
+        table.rows.back().insert(table.rows.back().end(), stored.begin(), stored.end());
+        table.rows.back().push_back(DecibelsText(GetPSNRValue(a, result, mip, member, face).overall));
+        table.rows.back().push_back(time);
+        rows.push_back({path,
+                        {picture(originalPicture, "original " + options.first), picture(decodedName, "decoded"),
+                         picture(differenceName, "difference (" + options.mode + ", factor " +
+                                                     Number(options.factor) + ")")}});
+    }
+
+    HtmlReport page("orbtex compare: " + options.first);
+    page.AddParagraph("Each result against " + options.first + " (" + Size(original) + "), level " +
+                      std::to_string(mip) + ", member " + std::to_string(member) + ", face " + std::to_string(face) +
+                      "; bpp and bytes are of the result as stored, psnr_db is the overall PSNR, time_ms the time "
+                      "to load and decode the result.");
+    page.AddTable(table);
+    for (const auto& row : rows)
+        page.AddPictures(row.first, row.second);
+    PendingOutput html(files.Path("report.html"));
+    std::string failedPath = html.Destination();
+    if (!page.Write(html.TemporaryPath(), reason) || !files.CommitAll(failedPath, reason) || !html.Commit(reason))
+    {
+        PrintError(failedPath, reason);
+        return kExitFailure;
+    }
+    table.Print(std::cout);
+    std::cout << "report: " << html.Destination() << "\n";
+    return failed ? kExitFailure : kExitOk;
+}
+
 } // namespace
 
 int RunCompare(const std::vector<std::string>& arguments)
@@ -248,17 +445,14 @@ int RunCompare(const std::vector<std::string>& arguments)
     const int parsed = ParseArguments(arguments, options);
     if (parsed >= 0)
         return parsed;
+    if (!options.report.empty())
+        return RunReport(options);
 
+    const std::string& second = options.results[0];
     CORBTexture a, b;
-    if (!LoadStandard(options.first, a) || !LoadStandard(options.second, b) || !CheckPair(options, a, b))
+    if (!LoadStandard(options.first, a) || !LoadStandard(second, b) || !CheckPair(options, a, second, b) ||
+        !Comparable(options, a, second, b))
         return kExitFailure;
-    if (a.getPixelType() != b.getPixelType() || a.getChannelType() != b.getChannelType())
-        for (CORBTexture* t : {&a, &b})
-            if (!Transcode(*t, PixelType(ORBStandard32PixelType), eVarSignedFloat, t->getColourSpace()))
-            {
-                PrintError(t == &a ? options.first : options.second, "cannot convert to r32g32b32a32 sf");
-                return kExitFailure;
-            }
     PrintTable(a, options, b);
     if (!options.diff.empty() && !WriteDiff(options, a, b))
         return kExitFailure;

@@ -1,0 +1,198 @@
+// orbtex compare --report: the page, its pictures and its table.
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <stb_image.h>
+#include <stb_image_write.h>
+
+#include "RunOrbtex.h"
+
+using testsupport::Orbtex;
+using testsupport::Quote;
+using testsupport::RunResult;
+using testsupport::ScratchDir;
+
+namespace
+{
+
+// Python's HTML parser lists the page: "img<TAB>src" for each image and
+// "row<TAB>cell<TAB>cell..." for each table row.
+const char* const kListPage = R"(import sys
+from html.parser import HTMLParser
+class Page(HTMLParser):
+    def __init__(self):
+        super().__init__()
+        self.row = None
+        self.cell = None
+    def handle_starttag(self, tag, attrs):
+        if tag == 'img':
+            print('img\t' + dict(attrs)['src'])
+        elif tag == 'tr':
+            self.row = []
+        elif tag in ('td', 'th'):
+            self.cell = ''
+    def handle_endtag(self, tag):
+        if tag in ('td', 'th'):
+            self.row.append(self.cell)
+            self.cell = None
+        elif tag == 'tr':
+            print('\t'.join(['row'] + self.row))
+    def handle_data(self, data):
+        if self.cell is not None:
+            self.cell += data
+Page().feed(open(sys.argv[1], encoding='utf-8').read())
+)";
+
+std::vector<std::string> Split(const std::string& line, char separator)
+{
+    std::vector<std::string> parts;
+    std::istringstream in(line);
+    if (separator == ' ')
+        for (std::string word; in >> word;)
+            parts.push_back(word);
+    else
+        for (std::string part; std::getline(in, part, separator);)
+            parts.push_back(part);
+    return parts;
+}
+
+struct Image
+{
+    int width = 0, height = 0;
+    std::vector<uint8_t> pixels; // rgba
+};
+
+Image Load(const std::string& path)
+{
+    Image image;
+    int channels = 0;
+    unsigned char* pixels = stbi_load(path.c_str(), &image.width, &image.height, &channels, 4);
+    if (pixels)
+        image.pixels.assign(pixels, pixels + size_t(image.width) * image.height * 4);
+    stbi_image_free(pixels);
+    return image;
+}
+
+} // namespace
+
+TEST(OrbtexReport, PageShowsEachResultAndThePrintedTable)
+{
+    ScratchDir dir;
+    const int width = 16, height = 8;
+    std::vector<uint8_t> original(width * height * 4);
+    for (size_t i = 0; i < original.size(); ++i)
+        original[i] = (i % 4 == 3) ? 255 : uint8_t((i * 53) ^ (i >> 3));
+    ASSERT_TRUE(stbi_write_png((dir / "photo.png").c_str(), width, height, 4, original.data(), width * 4));
+    const auto convert = [&](const std::string& output, const std::string& options) {
+        const RunResult run = Orbtex(dir, "convert " + Quote(dir / "photo.png") + " " + Quote(dir / output) + " " + options);
+        ASSERT_EQ(run.status, 0) << run.err;
+    };
+    convert("photo-ETC1-q1.ktx", "--format ETC1 --quality 1");
+    convert("photo-r5g6b5.orb", "--format r5g6b5");
+    convert("small.png", "--resize 8x8");
+    testsupport::WriteBytes(dir / "broken.orb", {1, 2, 3});
+
+    const RunResult run = Orbtex(dir, "compare " + Quote(dir / "photo.png") + " " + Quote(dir / "photo-ETC1-q1.ktx") +
+                                          " " + Quote(dir / "broken.orb") + " " + Quote(dir / "small.png") + " " +
+                                          Quote(dir / "photo-r5g6b5.orb") + " --report " + Quote(dir / "report"));
+    // The two bad results are named and left out; the others are reported.
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(testsupport::CountLines(run.err), 2) << run.err;
+    EXPECT_NE(run.err.find("orbtex: " + (dir / "broken.orb") + ": "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("orbtex: " + (dir / "small.png") + ": size 8x8x1 differs from 16x8x1"), std::string::npos)
+        << run.err;
+
+    const std::string listing = dir / "listing";
+    const std::string script = dir / "list.py";
+    testsupport::WriteBytes(script, std::vector<uint8_t>(kListPage, kListPage + std::strlen(kListPage)));
+    ASSERT_EQ(std::system(("python3 " + Quote(script) + " " + Quote(dir / "report/report.html") + " >" +
+                           Quote(listing))
+                              .c_str()),
+              0);
+    std::vector<std::string> images;
+    std::vector<std::vector<std::string>> rows;
+    for (const std::string& line : Split(testsupport::Slurp(listing), '\n'))
+    {
+        std::vector<std::string> cells = Split(line, '\t');
+        if (cells[0] == "img")
+            images.push_back(cells.at(1));
+        else
+            rows.emplace_back(cells.begin() + 1, cells.end());
+    }
+
+    // The table as printed, row for row and cell for cell.
+    const std::vector<std::string> printed = Split(run.out, '\n');
+    ASSERT_EQ(printed.size(), 4u) << run.out;
+    ASSERT_EQ(rows.size(), 3u);
+    for (size_t i = 0; i < rows.size(); ++i)
+        EXPECT_EQ(Split(printed[i], ' '), rows[i]) << printed[i];
+    EXPECT_EQ(printed[3], "report: " + (dir / "report/report.html"));
+    EXPECT_EQ(rows[0], (std::vector<std::string>{"file", "format", "quality", "bpp", "bytes", "psnr_db", "time_ms"}));
+    // Quality from the name, bits per pixel and bytes as stored.
+    EXPECT_EQ(std::vector<std::string>(rows[1].begin(), rows[1].begin() + 5),
+              (std::vector<std::string>{dir / "photo-ETC1-q1.ktx", "ETC1", "1", "4", "64"}));
+    EXPECT_EQ(std::vector<std::string>(rows[2].begin(), rows[2].begin() + 5),
+              (std::vector<std::string>{dir / "photo-r5g6b5.orb", "r5g6b5", "-", "16", "256"}));
+    // The PSNR is compare's own overall figure.
+    for (int row = 1; row <= 2; ++row)
+    {
+        const RunResult pair = Orbtex(dir, "compare " + Quote(dir / "photo.png") + " " + Quote(rows[row][0]));
+        const std::vector<std::string> overall = Split(Split(pair.out, '\n').back(), ' ');
+        EXPECT_EQ(overall.back(), rows[row][5]) << pair.out;
+    }
+
+    // Each result row shows the original, the decoded result and the
+    // difference, 8 times magnified, all files beside the page that decode.
+    ASSERT_EQ(images.size(), 6u);
+    for (const std::string& image : images)
+    {
+        EXPECT_EQ(image.find('/'), std::string::npos) << image;
+        const Image loaded = Load(dir / ("report/" + image));
+        EXPECT_EQ(loaded.width, width) << image;
+        EXPECT_EQ(loaded.height, height) << image;
+    }
+    EXPECT_EQ(images[0], images[3]);
+    EXPECT_EQ(Load(dir / ("report/" + images[0])).pixels, original);
+    for (int row = 0; row < 2; ++row)
+    {
+        const Image decoded = Load(dir / ("report/" + images[3 * row + 1]));
+        const Image difference = Load(dir / ("report/" + images[3 * row + 2]));
+        int changed = 0;
+        for (size_t i = 0; i < original.size(); ++i)
+        {
+            const int delta = std::abs(int(original[i]) - int(decoded.pixels[i])) * 8;
+            const int expected = i % 4 == 3 ? 255 - std::min(delta, 255) : std::min(delta, 255);
+            ASSERT_NEAR(difference.pixels[i], expected, 1) << images[3 * row + 2] << " byte " << i;
+            changed += delta != 0;
+        }
+        EXPECT_GT(changed, 0) << images[3 * row + 1];
+    }
+    // Only the page and its pictures, no temporary files.
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir / "report"))
+        files += entry.path().filename() != "report.html";
+    EXPECT_EQ(files, 5u);
+}
+
+TEST(OrbtexReport, UsageAndLoneFailures)
+{
+    ScratchDir dir;
+    const uint8_t pixel[4] = {1, 2, 3, 255};
+    ASSERT_TRUE(stbi_write_png((dir / "a.png").c_str(), 1, 1, 4, pixel, 4));
+    const std::string a = Quote(dir / "a.png");
+    EXPECT_EQ(Orbtex(dir, "compare " + a + " " + a + " " + a).status, 2);
+    EXPECT_EQ(Orbtex(dir, "compare " + a + " " + a + " " + a + " --report r --diff d.png").status, 2);
+    EXPECT_EQ(Orbtex(dir, "compare " + a + " --report r").status, 2);
+    // An original that cannot be read leaves nothing.
+    const RunResult run = Orbtex(dir, "compare " + Quote(dir / "none.png") + " " + a + " --report " + Quote(dir / "r"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(testsupport::CountLines(run.err), 1);
+    EXPECT_FALSE(std::filesystem::exists(dir / "r"));
+}
