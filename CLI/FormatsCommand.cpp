@@ -8,20 +8,54 @@
 #include "Commands.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
+#include "JsonWriter.h"
 #include "ORBTextureFormat.h"
 
 namespace cli
 {
 
 const char* const kFormatsHelp =
-    "usage: orbtex formats\n"
+    "usage: orbtex formats [--json]\n"
     "\n"
     "Lists the pixel format names, the channel layout syntax and the channel\n"
     "type names that 'orbtex convert' accepts, and for each named format\n"
-    "whether convert can write it and read it in this version.\n";
+    "whether convert can write it and read it in this version. With --json\n"
+    "the same as one JSON object.\n";
+
+namespace
+{
+
+void PrintJson()
+{
+    JsonWriter json;
+    json.BeginObject().Key("formats").BeginArray();
+    for (uint32_t format = 0; format < orbtexture::ePF_NumCompressed; ++format)
+    {
+        unsigned x, y, z;
+        ORBTGetFormatMinDims(format, x, y, z);
+        const char* alias = PixelFormatAlias(format);
+        const orbtexture::PixelType type(format);
+        json.BeginObject().Key("name").String(PixelFormatName(format)).Key("alias");
+        alias ? json.String(alias) : json.Null();
+        json.Key("bitsPerPixel").Number(uint64_t(ORBTGetBitsPerPixel(format)))
+            .Key("block").BeginArray().Number(uint64_t(x)).Number(uint64_t(y)).Number(uint64_t(z)).EndArray()
+            .Key("write").Bool(ConvertWrites(type))
+            .Key("read").Bool(ConvertReads(type))
+            .EndObject();
+    }
+    json.EndArray().Key("astcenc").Bool(orbtexture::isASTCEncAvailable()).Key("channelTypes").BeginArray();
+    for (uint32_t type = 0; type < orbtexture::eNumVarTypes; ++type)
+        json.BeginObject().Key("short").String(ChannelTypeShortName(type)).Key("name").String(ChannelTypeName(type))
+            .EndObject();
+    json.EndArray().Key("colourSpaces").BeginArray().String("linear").String("srgb").EndArray().EndObject();
+    std::cout << json.Text() << "\n";
+}
+
+} // namespace
 
 int RunFormats(const std::vector<std::string>& arguments)
 {
+    bool json = false;
     for (const std::string& argument : arguments)
     {
         if (IsHelpFlag(argument))
@@ -29,7 +63,14 @@ int RunFormats(const std::vector<std::string>& arguments)
             std::cout << kFormatsHelp;
             return kExitOk;
         }
-        return UsageError("formats", "unexpected argument '" + argument + "'");
+        if (argument != "--json")
+            return UsageError("formats", "unexpected argument '" + argument + "'");
+        json = true;
+    }
+    if (json)
+    {
+        PrintJson();
+        return kExitOk;
     }
 
     std::cout << "Named formats (--format, any case); write and read: whether convert\n"

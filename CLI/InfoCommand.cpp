@@ -9,6 +9,7 @@
 #include "CliSupport.h"
 #include "Commands.h"
 #include "FormatNames.h"
+#include "JsonWriter.h"
 #include "ORBTexture.h"
 #include "ORBTextureInfo.h"
 
@@ -16,7 +17,7 @@ namespace cli
 {
 
 const char* const kInfoHelp =
-    "usage: orbtex info [--allow-short] FILE...\n"
+    "usage: orbtex info [--allow-short] [--json] FILE...\n"
     "\n"
     "Prints, for each texture file (.orb, legacy .orb, .dds, .ktx, .astc), its\n"
     "container, size, MIP levels, array members, faces, pixel format, channel\n"
@@ -28,16 +29,25 @@ const char* const kInfoHelp =
     "A file whose pixel data are shorter than its header declares is an error;\n"
     "with --allow-short it is described, with a line giving the missing bytes.\n"
     "\n"
+    "With --json each file is printed as one JSON object on one line, with the\n"
+    "same fields (see the documentation for the names).\n"
+    "\n"
     "Exit status: 0 if every file was read, 1 if any could not be, 2 on a usage error.\n";
 
 namespace
 {
 
-std::string FourCCText(uint32_t fourCC)
+std::string FourCCHex(uint32_t fourCC)
 {
     char hex[16];
     std::snprintf(hex, sizeof(hex), "0x%08X", fourCC);
-    std::string text = std::string(hex) + " \"";
+    return hex;
+}
+
+// The four characters, those that are not printable as \xHH.
+std::string FourCCChars(uint32_t fourCC)
+{
+    std::string text;
     for (int i = 0; i < 4; ++i)
     {
         const unsigned char c = (fourCC >> (8 * i)) & 0xFF;
@@ -50,7 +60,7 @@ std::string FourCCText(uint32_t fourCC)
             text += escaped;
         }
     }
-    return text + "\"";
+    return text;
 }
 
 // Decodes the library's own items; empty for anything else.
@@ -120,7 +130,7 @@ void PrintTexture(const std::string& path, const std::string& container, const o
     std::cout << "  metadata:       " << items << " item" << (items == 1 ? "" : "s") << ", "
               << header.getMetaDataSize() << " bytes\n";
     header.forEachMetaData([&](const MetaDataBlock& block) {
-        std::cout << "    fourCC " << FourCCText(block.fourCC) << ", key " << block.key << ", " << block.dataSize
+        std::cout << "    fourCC " << FourCCHex(block.fourCC) << " \"" << FourCCChars(block.fourCC) << "\", key " << block.key << ", " << block.dataSize
                   << " bytes";
         if (block.fourCC == ORBTEX_METADATA_FOURCC)
             std::cout << ": " << DescribeOwnItem(header, block);
@@ -133,12 +143,57 @@ void PrintTexture(const std::string& path, const std::string& container, const o
         std::cout << "    " << fields[i].c_str() << "\n";
 }
 
+void PrintJson(const std::string& path, const std::string& container, const orbtexture::CORBTextureHeader& header,
+               const CORBTArray<CORBTString>& fields, uint64_t shortfall)
+{
+    JsonWriter json;
+    json.BeginObject()
+        .Key("file").String(path)
+        .Key("container").String(container)
+        .Key("width").Number(uint64_t(header.getWidth()))
+        .Key("height").Number(uint64_t(header.getHeight()))
+        .Key("depth").Number(uint64_t(header.getDepth()))
+        .Key("mipLevels").Number(uint64_t(header.getNumMIPLevels()))
+        .Key("arrayMembers").Number(uint64_t(header.getNumArrayMembers()))
+        .Key("faces").Number(uint64_t(header.getNumFaces()))
+        .Key("pixelFormat").String(PixelFormatName(header.getPixelType().PixelTypeID))
+        .Key("channelType").String(ChannelTypeName(header.getChannelType()))
+        .Key("colourSpace").String(ColourSpaceName(header.getColourSpace()))
+        .Key("premultiplied").Bool(header.isPreMultiplied())
+        .Key("dataSize").Number(uint64_t(header.getDataSize()))
+        .Key("metadataSize").Number(uint64_t(header.getMetaDataSize()))
+        .Key("metadata").BeginArray();
+    header.forEachMetaData([&](const MetaDataBlock& block) {
+        json.BeginObject()
+            .Key("fourCC").String(FourCCHex(block.fourCC))
+            .Key("fourCCText").String(FourCCChars(block.fourCC))
+            .Key("key").Number(uint64_t(block.key))
+            .Key("size").Number(uint64_t(block.dataSize));
+        if (block.fourCC == ORBTEX_METADATA_FOURCC)
+            json.Key("description").String(DescribeOwnItem(header, block));
+        json.EndObject();
+    });
+    json.EndArray().Key("shortData").Number(shortfall).Key("containerFields").BeginArray();
+    for (unsigned int i = 0; i < fields.GetSize(); ++i)
+    {
+        // "name: value", as the library lists them.
+        const std::string field = fields[i].c_str();
+        const size_t colon = field.find(": ");
+        json.BeginObject()
+            .Key("name").String(field.substr(0, colon))
+            .Key("value").String(colon == std::string::npos ? "" : field.substr(colon + 2))
+            .EndObject();
+    }
+    json.EndArray().EndObject();
+    std::cout << json.Text() << "\n";
+}
+
 } // namespace
 
 int RunInfo(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> files;
-    bool allowShort = false;
+    bool allowShort = false, json = false;
     for (const std::string& argument : arguments)
     {
         if (IsHelpFlag(argument))
@@ -148,6 +203,8 @@ int RunInfo(const std::vector<std::string>& arguments)
         }
         if (argument == "--allow-short")
             allowShort = true;
+        else if (argument == "--json")
+            json = true;
         else if (argument.size() > 1 && argument[0] == '-')
             return UsageError("info", "unknown option '" + argument + "'");
         else
@@ -175,9 +232,14 @@ int RunInfo(const std::vector<std::string>& arguments)
             status = kExitFailure;
             continue;
         }
-        if (i)
-            std::cout << "\n";
-        PrintTexture(files[i], container.c_str(), header, fields, shortfall);
+        if (json)
+            PrintJson(files[i], container.c_str(), header, fields, shortfall);
+        else
+        {
+            if (i)
+                std::cout << "\n";
+            PrintTexture(files[i], container.c_str(), header, fields, shortfall);
+        }
     }
     return status;
 }
