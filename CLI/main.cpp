@@ -31,7 +31,8 @@ void PrintUsage(std::ostream& out)
         out << "  " << command.name << std::string(10 - std::string(command.name).size(), ' ') << command.summary
             << "\n";
     out << "\n"
-           "'orbtex COMMAND --help' describes a command.\n";
+           "'orbtex COMMAND --help' describes a command; 'orbtex --version' tells\n"
+           "the version.\n";
 }
 
 int Run(int argc, char** argv)
@@ -42,6 +43,11 @@ int Run(int argc, char** argv)
         return cli::kExitUsage;
     }
     const std::string name = argv[1];
+    if (name == "--version")
+    {
+        std::cout << "orbtex " ORBTEX_VERSION "\n";
+        return cli::kExitOk;
+    }
     if (cli::IsHelpFlag(name) || name == "help")
     {
         if (name == "help" && argc > 2)

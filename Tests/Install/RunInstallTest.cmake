@@ -21,6 +21,14 @@ foreach(header ORBTexture.h ORBTextureHeader.h ORBTextureFormat.h ORBTextureInfo
   endif()
 endforeach()
 
+# The tool, where it is built, comes with its manual page.
+if(EXISTS ${prefix}/bin/orbtex)
+  if(NOT EXISTS ${prefix}/share/man/man1/orbtex.1)
+    message(FATAL_ERROR "orbtex installed without its manual page")
+  endif()
+  run(${prefix}/bin/orbtex --version)
+endif()
+
 # Every installed header stands alone on the installed tree: none includes
 # a header that stays in the source tree.
 file(GLOB_RECURSE installed_headers RELATIVE ${prefix}/include/ORBTexLib ${prefix}/include/ORBTexLib/*.h)
