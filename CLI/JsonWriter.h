@@ -14,10 +14,10 @@ namespace cli
 class JsonWriter
 {
 public:
-    JsonWriter& BeginObject();
-    JsonWriter& EndObject();
-    JsonWriter& BeginArray();
-    JsonWriter& EndArray();
+    JsonWriter& BeginObject() { return Open('{'); }
+    JsonWriter& EndObject() { return Close('}'); }
+    JsonWriter& BeginArray() { return Open('['); }
+    JsonWriter& EndArray() { return Close(']'); }
     // The name of the next member of an object.
     JsonWriter& Key(const std::string& name);
     JsonWriter& String(const std::string& value);
@@ -29,6 +29,8 @@ public:
     const std::string& Text() const { return m_text; }
 
 private:
+    JsonWriter& Open(char bracket);
+    JsonWriter& Close(char bracket);
     void BeforeValue();
 
     std::string m_text;

@@ -71,16 +71,7 @@ TEST(OrbtexCli, DemoWritesAndVerifiesTheTestCard)
 TEST(OrbtexCli, InfoDescribesFormatAndMetaData)
 {
     ScratchDir dir;
-    CORBTexture texture(CORBTextureHeader(PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID, 16, 32, 1, 2, 3, 6,
-                                          eColourSpaceSRGB, eVarUnsignedShortNorm, true));
-    std::memset(texture.getDataPtr(), 0, texture.getDataSize());
-    texture.setCubeMapOrder("XxYyZz");
-    texture.setBumpMap(2.5f, "xyz");
-    texture.setBorder(1, 2, 3);
-    texture.setOrientation(EORBTOrientation(eOrientLeft | eOrientUp));
-    const uint8_t blob[5] = {1, 2, 3, 4, 5};
-    texture.addMetaData(MetaDataBlock(0x4F4D4544, 9, 5, blob));
-    ASSERT_TRUE(texture.saveFile((dir / "cube.orb").c_str()));
+    ASSERT_TRUE(testsupport::TextureWithEveryItem().saveFile((dir / "cube.orb").c_str()));
 
     CORBTexture etc(CORBTextureHeader(ePF_ETC1, 8, 8));
     std::memset(etc.getDataPtr(), 0, etc.getDataSize());

@@ -81,12 +81,7 @@ RunResult ThroughPython(const ScratchDir& dir, const std::string& arguments, con
 TEST(OrbtexJson, InfoHasEveryFieldOfTheText)
 {
     ScratchDir dir;
-    CORBTexture cube(CORBTextureHeader(PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID, 4, 8, 1, 2, 3, 6,
-                                       eColourSpaceSRGB, eVarUnsignedShortNorm, true));
-    std::memset(cube.getDataPtr(), 0, cube.getDataSize());
-    cube.setCubeMapOrder("XxYyZz");
-    cube.setBumpMap(2.5f, "xyz");
-    cube.setBorder(1, 2, 3);
+    CORBTexture cube = testsupport::TextureWithEveryItem();
     const uint8_t blob[3] = {1, 2, 3};
     // The name holds a quote, escaped in JSON; the fourCC a backslash, a quote
     // and a control character, which info writes as \xHH.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "../Support/TestFiles.h"
+#include "ORBTexture.h"
 
 namespace testsupport
 {
@@ -112,6 +113,25 @@ inline std::vector<std::string> TemporaryFiles(const ScratchDir& dir)
             names.push_back(name);
     }
     return names;
+}
+
+// A 32x16 r5g6b5 usn sRGB premultiplied texture of 2 levels, 3 members and 6
+// faces, zeros, with every item of the library's own that info decodes
+// (cube-map order, bump map, border, orientation) and a foreign "DEMO" item
+// of key 9 and 5 bytes.
+inline orbtexture::CORBTexture TextureWithEveryItem()
+{
+    using namespace orbtexture;
+    CORBTexture texture(CORBTextureHeader(PixelType('r', 'g', 'b', 0, 5, 6, 5, 0).PixelTypeID, 16, 32, 1, 2, 3, 6,
+                                          eColourSpaceSRGB, eVarUnsignedShortNorm, true));
+    std::memset(texture.getDataPtr(), 0, texture.getDataSize());
+    texture.setCubeMapOrder("XxYyZz");
+    texture.setBumpMap(2.5f, "xyz");
+    texture.setBorder(1, 2, 3);
+    texture.setOrientation(EORBTOrientation(eOrientLeft | eOrientUp));
+    const uint8_t blob[5] = {1, 2, 3, 4, 5};
+    texture.addMetaData(MetaDataBlock(0x4F4D4544, 9, 5, blob));
+    return texture;
 }
 
 } // namespace testsupport
