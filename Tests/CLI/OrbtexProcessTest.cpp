@@ -177,6 +177,7 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
     CORBTexture cube(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 1, 1, 2));
     std::memset(cube.getDataPtr(), 77, cube.getDataSize());
     ASSERT_TRUE(cube.saveFile((dir / "cube.orb").c_str()));
+    ASSERT_TRUE(cube.saveFile((dir / "box.orb").c_str()));
 
     struct Case
     {
@@ -187,6 +188,11 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
     const Case cases[] = {
         {SIGTERM, {"convert", dir / "cube.orb", dir / "out.orb", "--format", "r5g6b5"}, 1},
         {SIGINT, {"convert", dir / "cube.orb", dir / "face.png", "--all-surfaces"}, 2},
+        // A batch on two threads, each with files pending.
+        {SIGTERM,
+         {"convert", dir / "cube.orb", dir / "box.orb", "-o", dir.path().string(), "--ext", "png", "--all-surfaces",
+          "--jobs", "2"},
+         4},
     };
     for (const Case& c : cases)
     {
@@ -203,6 +209,7 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
     }
     EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
     EXPECT_FALSE(std::filesystem::exists(dir / "face-level0-member0-face0.png"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "box-level0-member0-face0.png"));
 }
 
 // A written file that does not read back as meant is not committed: here the
