@@ -186,13 +186,10 @@ TEST(OrbtexBatch, ProgressOnlyOnATerminalAndVerboseLines)
         const std::string start =
             dir / (name + ".png") + " -> " + (dir / ("out/" + name + ".orb")) + ": ORBTC_4bpp_RGB ubn, load ";
         EXPECT_EQ(lines[i].rfind(start, 0), 0u) << lines[i];
-        EXPECT_NE(lines[i].find(" s, convert "), std::string::npos) << lines[i];
-        EXPECT_NE(lines[i].find(" s, write "), std::string::npos) << lines[i];
+        EXPECT_LT(lines[i].find(" s, convert "), lines[i].find(" s, write ")) << lines[i];
         const size_t psnr = lines[i].find(" s, PSNR ");
         ASSERT_NE(psnr, std::string::npos) << lines[i];
-        const double decibels = std::stod(lines[i].substr(psnr + 9));
-        EXPECT_GT(decibels, 20.0) << lines[i];
-        EXPECT_LT(decibels, 60.0) << lines[i];
+        EXPECT_NEAR(std::stod(lines[i].substr(psnr + 9)), 40.0, 20.0) << lines[i];
         EXPECT_EQ(lines[i].substr(lines[i].size() - 3), " dB") << lines[i];
     }
     piped = Orbtex(dir, "convert " + Quote(dir / "a.png") + " " + Quote(dir / "a.orb") + " --verbose");
@@ -200,29 +197,17 @@ TEST(OrbtexBatch, ProgressOnlyOnATerminalAndVerboseLines)
     EXPECT_EQ(piped.out.substr(piped.out.size() - 26), ", identical to the source\n") << piped.out;
 }
 
-TEST(OrbtexBatch, UsageErrors)
+TEST(OrbtexBatch, UsageErrorsWriteNothing)
 {
     ScratchDir dir;
     WritePng(dir / "a.png", 4, 4, 1);
     const std::string in = Quote(dir / "a.png"), out = Quote(dir / "out");
-    const struct
+    for (const std::string& arguments : {in + " -o " + out + " --jobs 0", in + " -o " + out + " --ext jpg",
+                                         in + " -o " + out + " --ext ktx --legacy-api 2",
+                                         in + " " + Quote(dir / "b.orb") + " --jobs 2"})
     {
-        std::string arguments;
-        std::string message;
-    } cases[] = {
-        {in + " -o " + out + " --jobs 0", "--jobs needs a number from 1, not '0'"},
-        {in + " -o " + out + " --ext jpg", "--ext is orb, dds, ktx, astc, h, png, tga or bmp, not 'jpg'"},
-        {in + " -o " + out + " --ext ktx --legacy-api 2", "--legacy-api needs a .orb output"},
-        {in + " -o " + out + " --format r9q", "unknown format 'r9q'"},
-        {"-o " + out, "needs at least one input"},
-        {in + " " + Quote(dir / "b.orb") + " --jobs 2", "--jobs needs -o DIR"},
-        {in + " " + Quote(dir / "b.orb") + " --ext ktx", "--ext needs -o DIR"},
-    };
-    for (const auto& c : cases)
-    {
-        const RunResult run = Orbtex(dir, "convert " + c.arguments);
-        EXPECT_EQ(run.status, 2) << c.arguments;
-        EXPECT_EQ(run.err.rfind("orbtex: " + c.message, 0), 0u) << run.err;
+        const RunResult run = Orbtex(dir, "convert " + arguments);
+        EXPECT_EQ(run.status, 2) << arguments;
         EXPECT_EQ(CountLines(run.err), 1) << run.err;
     }
     EXPECT_FALSE(std::filesystem::exists(dir / "out"));

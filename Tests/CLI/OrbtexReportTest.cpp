@@ -181,17 +181,13 @@ TEST(OrbtexReport, PageShowsEachResultAndThePrintedTable)
     EXPECT_EQ(files, 5u);
 }
 
-TEST(OrbtexReport, UsageAndLoneFailures)
+TEST(OrbtexReport, AnUnreadableOriginalLeavesNothing)
 {
     ScratchDir dir;
     const uint8_t pixel[4] = {1, 2, 3, 255};
     ASSERT_TRUE(stbi_write_png((dir / "a.png").c_str(), 1, 1, 4, pixel, 4));
-    const std::string a = Quote(dir / "a.png");
-    EXPECT_EQ(Orbtex(dir, "compare " + a + " " + a + " " + a).status, 2);
-    EXPECT_EQ(Orbtex(dir, "compare " + a + " " + a + " " + a + " --report r --diff d.png").status, 2);
-    EXPECT_EQ(Orbtex(dir, "compare " + a + " --report r").status, 2);
-    // An original that cannot be read leaves nothing.
-    const RunResult run = Orbtex(dir, "compare " + Quote(dir / "none.png") + " " + a + " --report " + Quote(dir / "r"));
+    const RunResult run =
+        Orbtex(dir, "compare " + Quote(dir / "none.png") + " " + Quote(dir / "a.png") + " --report " + Quote(dir / "r"));
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(testsupport::CountLines(run.err), 1);
     EXPECT_FALSE(std::filesystem::exists(dir / "r"));
