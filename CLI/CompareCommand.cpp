@@ -334,19 +334,6 @@ std::string QualityFromName(const std::string& path)
     return stem.substr(at + 2);
 }
 
-// Stored bits per pixel: data bits over the pixels of every surface.
-std::string BitsPerPixel(const CORBTexture& t)
-{
-    uint64_t pixels = 0;
-    for (uint32_t level = 0; level < t.getNumMIPLevels(); ++level)
-        pixels += uint64_t(t.getWidth(level)) * t.getHeight(level) * t.getDepth(level);
-    pixels *= uint64_t(t.getNumArrayMembers()) * t.getNumFaces();
-    const double bits = pixels ? 8.0 * t.getDataSize() / double(pixels) : 0.0;
-    char text[32];
-    std::snprintf(text, sizeof text, bits == std::floor(bits) ? "%.0f" : "%.2f", bits);
-    return text;
-}
-
 int RunReport(const CompareOptions& options)
 {
     CORBTexture original;
@@ -385,7 +372,7 @@ int RunReport(const CompareOptions& options)
             continue;
         }
         const std::vector<std::string> stored = {PixelFormatName(result.getPixelType().PixelTypeID),
-                                                 QualityFromName(path), BitsPerPixel(result),
+                                                 QualityFromName(path), StoredBitsPerPixel(result),
                                                  std::to_string(result.getDataSize())};
         CORBTexture a(original);
         if (!CheckPair(options, a, path, result) || !Comparable(options, a, path, result))

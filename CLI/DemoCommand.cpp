@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <system_error>
 
 #include "CliSupport.h"
@@ -16,6 +17,7 @@
 #include "DemoPhoto.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
+#include "HtmlReport.h"
 #include "ImageFiles.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
@@ -182,91 +184,196 @@ bool Decode(CORBTexture& texture, const CORBTexture& card)
     return orbtexture::Transcode(texture, card.getPixelType(), card.getChannelType(), card.getColourSpace());
 }
 
-// Largest colour difference, PSNR over red, green and blue, and largest alpha
-// difference of two rgba8 textures of one size.
-struct ImageError
+// What a format keeps of an rgba8 picture, and so what the demo compares.
+enum class Holds
 {
-    int maxColour = 0;
-    double psnr = 0.0;
-    int maxAlpha = 0;
+    Colour,       // red, green and blue; alpha is stored opaque
+    ColourAlpha,  // all four channels
+    ColourAlpha1, // colour and a 1-bit alpha: compared against the alpha thresholded at 128
+    Red,          // red only
+    RedGreen      // red and green only
 };
 
-ImageError CompareRGBA8(const CORBTexture& a, const CORBTexture& b)
+Holds WhatItHolds(orbtexture::PixelType format)
 {
-    const uint8_t* pa = a.getDataPtr();
-    const uint8_t* pb = b.getDataPtr();
-    const uint32_t count = a.getDataSize(0);
-    ImageError error;
-    double squares = 0.0;
-    for (uint32_t i = 0; i < count; ++i)
+    using namespace orbtexture;
+    if (!format.isNamedFormat())
     {
-        const int difference = std::abs(int(pa[i]) - int(pb[i]));
-        if (i % 4 == 3)
-        {
-            error.maxAlpha = std::max(error.maxAlpha, difference);
-            continue;
-        }
-        error.maxColour = std::max(error.maxColour, difference);
-        squares += double(difference) * difference;
+        for (unsigned i = 0; i < 4; ++i)
+            if (format.channelName(i) == 'a')
+                return format.channelBits(i) == 1 ? Holds::ColourAlpha1 : Holds::ColourAlpha;
+        return Holds::Colour;
     }
-    const double mse = squares / (count / 4 * 3);
+    switch (format.PixelTypeID)
+    {
+    case ePF_EAC_R11: return Holds::Red;
+    case ePF_EAC_RG11: return Holds::RedGreen;
+    case ePF_DXT1:
+    case ePF_ETC2_RGB_A1: return Holds::ColourAlpha1;
+    case ePF_ORBTC_2bpp_RGB:
+    case ePF_ORBTC_4bpp_RGB:
+    case ePF_ETC1:
+    case ePF_ETC2_RGB:
+    case ePF_UYVY:
+    case ePF_YUY2:
+    case ePF_BW1bpp:
+    case ePF_RGB9E5:
+    case ePF_RGBG8888:
+    case ePF_GRGB8888: return Holds::Colour;
+    default: return Holds::ColourAlpha;
+    }
+}
+
+// The errors of a conversion over the channels its format holds: the
+// largest difference and the PSNR of those channels, and the largest alpha
+// difference where alpha is held (thresholded for 1-bit alpha).
+struct ImageError
+{
+    std::string compared;
+    int maxDifference = 0;
+    double psnr = 0.0;
+    std::string alpha;
+};
+
+ImageError CompareHeld(const CORBTexture& source, const CORBTexture& decoded, Holds holds)
+{
+    const uint8_t* pa = source.getDataPtr();
+    const uint8_t* pb = decoded.getDataPtr();
+    const uint32_t count = source.getDataSize(0);
+    const unsigned channels = holds == Holds::Red ? 1 : holds == Holds::RedGreen ? 2 : 3;
+    ImageError error;
+    error.compared = holds == Holds::Red ? "R" : holds == Holds::RedGreen ? "RG" : "RGB";
+    double squares = 0.0;
+    int maxAlpha = 0;
+    for (uint32_t i = 0; i < count; i += 4)
+    {
+        for (unsigned c = 0; c < channels; ++c)
+        {
+            const int difference = std::abs(int(pa[i + c]) - int(pb[i + c]));
+            error.maxDifference = std::max(error.maxDifference, difference);
+            squares += double(difference) * difference;
+        }
+        const int alpha = holds == Holds::ColourAlpha1 ? (pa[i + 3] >= 128 ? 255 : 0) : pa[i + 3];
+        maxAlpha = std::max(maxAlpha, std::abs(alpha - int(pb[i + 3])));
+    }
+    const double mse = squares / (double(count / 4) * channels);
     error.psnr = mse > 0.0 ? 10.0 * std::log10(255.0 * 255.0 / mse) : INFINITY;
+    error.alpha = holds == Holds::ColourAlpha    ? std::to_string(maxAlpha)
+                  : holds == Holds::ColourAlpha1 ? std::to_string(maxAlpha) + "(1-bit)"
+                  : holds == Holds::Colour       ? "opaque"
+                                                 : "none";
     return error;
 }
 
-// Converts 'card' by each conversion, saves it and its decoded pixels as
-// DIR/PREFIX-FORMAT-qQUALITY and prints a table; false if a conversion or a
-// file failed.
+// The difference of the held channels, 8 times magnified, on opaque black.
+std::vector<uint8_t> DifferencePicture(const CORBTexture& source, const CORBTexture& decoded, Holds holds)
+{
+    const uint8_t* pa = source.getDataPtr();
+    const uint8_t* pb = decoded.getDataPtr();
+    const uint32_t count = source.getDataSize(0);
+    const unsigned channels = holds == Holds::Red ? 1 : holds == Holds::RedGreen ? 2 : 3;
+    std::vector<uint8_t> out(count, 0);
+    for (uint32_t i = 0; i < count; i += 4)
+    {
+        for (unsigned c = 0; c < channels; ++c)
+            out[i + c] = uint8_t(std::min(255, 8 * std::abs(int(pa[i + c]) - int(pb[i + c]))));
+        out[i + 3] = 255;
+    }
+    return out;
+}
+
+std::string Fixed(double value, int decimals)
+{
+    if (std::isinf(value))
+        return "exact";
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+// Converts 'card' by each conversion, saves it as DIR/PREFIX-FORMAT-qQUALITY
+// with its decoded pixels and their magnified difference beside it, prints a
+// table and adds the same table and the pictures to 'page'; false if a
+// conversion or a file failed.
 template <size_t count>
 bool RunConversions(const CORBTexture& card, const std::string& directory, const std::string& prefix,
-                    const std::string& title, const DemoConversion (&conversions)[count])
+                    const std::string& title, const DemoConversion (&conversions)[count], HtmlReport& page)
 {
-    std::cout << "  " << title << " (to the format and back to r8g8b8a8; errors of red, green, blue and of alpha):\n"
-              << "    format            type  quality  bpp    bytes   max RGB   PSNR dB  max A        ms\n";
-    bool ok = true;
+    const std::filesystem::path folder(directory);
+    std::string reason;
+    bool ok = WriteImageFile((folder / (prefix + ".png")).string(), ".png", card.getDataPtr(), card.getWidth(),
+                             card.getHeight(), reason);
+    if (!ok)
+        PrintError((folder / (prefix + ".png")).string(), reason);
+
+    ReportTable table{{"format", "type", "quality", "bpp", "bytes", "compared", "max", "PSNR_dB", "alpha", "ms"}, {}};
+    std::vector<std::pair<std::string, std::vector<ReportPicture>>> pictures;
+    std::vector<std::string> leftOut;
     const bool astcenc = orbtexture::isASTCEncAvailable();
     for (const DemoConversion& conversion : conversions)
     {
+        const std::string name = PixelFormatName(conversion.format.PixelTypeID);
         if (IsASTC(conversion.format) && !astcenc)
         {
-            std::cout << "    " << std::left << std::setw(18) << PixelFormatName(conversion.format.PixelTypeID)
-                      << std::right << "left out: astcenc is not on PATH\n";
+            leftOut.push_back(name);
             continue;
         }
-        const std::string name = PixelFormatName(conversion.format.PixelTypeID);
         // Compressed formats appear at several qualities.
-        const std::string fileName = conversion.format.isNamedFormat()
-                                         ? name + "-q" + std::to_string(conversion.quality)
-                                         : name;
+        const std::string fileName = prefix + "-" +
+                                     (conversion.format.isNamedFormat()
+                                          ? name + "-q" + std::to_string(conversion.quality)
+                                          : name);
         CORBTexture converted(card);
         const auto start = std::chrono::steady_clock::now();
         const bool converts = Encode(converted, conversion);
         const double ms = MillisecondsSince(start);
         CORBTexture decoded(converted);
         const bool decodes = converts && Decode(decoded, card);
-        const std::string base = (std::filesystem::path(directory) / (prefix + "-" + fileName)).string();
-        std::string reason;
-        const bool saved = decodes && converted.saveFile((base + ".orb").c_str()) &&
-                           WriteImageFile(base + ".png", ".png", decoded.getDataPtr(), decoded.getWidth(),
-                                          decoded.getHeight(), reason);
+        const std::string base = (folder / fileName).string();
+        const Holds holds = WhatItHolds(conversion.format);
+        const bool saved =
+            decodes && converted.saveFile((base + ".orb").c_str()) &&
+            WriteImageFile(base + ".png", ".png", decoded.getDataPtr(), decoded.getWidth(), decoded.getHeight(),
+                           reason) &&
+            WriteImageFile(base + "-difference.png", ".png", DifferencePicture(card, decoded, holds).data(),
+                           decoded.getWidth(), decoded.getHeight(), reason);
         if (!saved)
         {
             PrintError(base, converts ? "cannot save the conversion" : "conversion failed");
             ok = false;
             continue;
         }
-        const ImageError error = CompareRGBA8(card, decoded);
-        std::cout << "    " << std::left << std::setw(18) << name << std::setw(6)
-                  << ChannelTypeShortName(conversion.type) << std::right << std::setw(7) << conversion.quality
-                  << std::setw(5) << ORBTGetBitsPerPixel(conversion.format.PixelTypeID) << std::setw(9)
-                  << converted.getDataSize() << std::setw(10) << error.maxColour << std::setw(10);
-        if (std::isinf(error.psnr))
-            std::cout << "exact";
-        else
-            std::cout << error.psnr;
-        std::cout << std::setw(7) << error.maxAlpha;
-        std::cout << std::setw(10) << ms << "\n";
+        const ImageError error = CompareHeld(card, decoded, holds);
+        table.rows.push_back({name, ChannelTypeShortName(conversion.type), std::to_string(conversion.quality),
+                              StoredBitsPerPixel(converted),
+                              std::to_string(converted.getDataSize()), error.compared,
+                              std::to_string(error.maxDifference), Fixed(error.psnr, 2), error.alpha, Fixed(ms, 1)});
+        const unsigned width = card.getWidth(), height = card.getHeight();
+        pictures.push_back({name + ", quality " + std::to_string(conversion.quality),
+                            {{prefix + ".png", "original", width, height},
+                             {fileName + ".png", "decoded", width, height},
+                             {fileName + "-difference.png", "difference of " + error.compared + ", x8", width,
+                              height}}});
     }
+
+    std::ostringstream printedTable;
+    table.Print(printedTable);
+    std::istringstream printed(printedTable.str());
+    std::cout << "  " << title << " (to the format and back to r8g8b8a8; each compared on the channels it holds):\n";
+    for (std::string line; std::getline(printed, line);)
+        std::cout << "    " << line << "\n";
+    for (const std::string& name : leftOut)
+        std::cout << "    " << name << ": left out, astcenc is not on PATH\n";
+
+    page.AddParagraph(title + ": " + std::to_string(card.getWidth()) + " x " + std::to_string(card.getHeight()) +
+                      ". 'compared' names the channels each format holds (R for R11, RG for RG11); 'max' and "
+                      "PSNR_dB are over those; 'alpha' is the largest alpha error, against the alpha "
+                      "thresholded at 128 for 1-bit alpha, or says that the format stores none.");
+    page.AddTable(table);
+    for (const std::string& name : leftOut)
+        page.AddParagraph(name + ": left out, astcenc is not on PATH.");
+    for (const auto& row : pictures)
+        page.AddPictures(row.first, row.second);
     return ok;
 }
 
@@ -355,7 +462,8 @@ int RunDemo(const std::vector<std::string>& arguments)
         PrintError(path, "round trip is not byte-identical");
         return kExitFailure;
     }
-    bool ok = RunConversions(card, directory, "testcard", "conversions", kConversions);
+    HtmlReport page("orbtex demo");
+    bool ok = RunConversions(card, directory, "testcard", "test card conversions", kConversions, page);
 
     std::vector<unsigned char> photoBytes(kDemoPhotoPNG, kDemoPhotoPNG + kDemoPhotoPNGSize);
     CORBTexture photo;
@@ -367,7 +475,17 @@ int RunDemo(const std::vector<std::string>& arguments)
     }
     std::cout << "  photograph:     " << photo.getWidth() << " x " << photo.getHeight()
               << " crop of a portrait (public domain), saved as photo-*.orb\n";
-    ok = RunConversions(photo, directory, "photo", "photograph conversions", kPhotoConversions) && ok;
+    ok = RunConversions(photo, directory, "photo", "photograph conversions", kPhotoConversions, page) && ok;
+
+    const std::string reportPath = (std::filesystem::path(directory) / "report.html").string();
+    PendingOutput report(reportPath);
+    std::string reportReason;
+    if (!page.Write(report.TemporaryPath(), reportReason) || !report.Commit(reportReason))
+    {
+        PrintError(reportPath, reportReason);
+        return kExitFailure;
+    }
+    std::cout << "  report:         " << reportPath << "\n";
     return ok ? kExitOk : kExitFailure;
 }
 

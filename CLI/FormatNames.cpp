@@ -1,5 +1,8 @@
 #include "FormatNames.h"
 
+#include <cmath>
+#include <cstdio>
+
 #include <strings.h>
 
 #include "ORBTextureInfo.h"
@@ -86,6 +89,18 @@ std::string ColourSpaceName(uint32_t colourSpace)
 std::string FormatAndTypeName(uint64_t pixelFormat, uint32_t channelType)
 {
     return PixelFormatName(pixelFormat) + " " + ChannelTypeShortName(channelType);
+}
+
+std::string StoredBitsPerPixel(const orbtexture::CORBTexture& texture)
+{
+    uint64_t pixels = 0;
+    for (uint32_t level = 0; level < texture.getNumMIPLevels(); ++level)
+        pixels += uint64_t(texture.getWidth(level)) * texture.getHeight(level) * texture.getDepth(level);
+    pixels *= uint64_t(texture.getNumArrayMembers()) * texture.getNumFaces();
+    const double bits = pixels ? 8.0 * texture.getDataSize() / double(pixels) : 0.0;
+    char text[32];
+    std::snprintf(text, sizeof text, bits == std::floor(bits) ? "%.0f" : "%.2f", bits);
+    return text;
 }
 
 } // namespace cli

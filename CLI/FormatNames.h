@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "ORBTexture.h"
+
 namespace cli
 {
 
@@ -34,6 +36,10 @@ bool ParseChannelType(const std::string& name, uint32_t& channelType);
 
 // Short name of a channel type, as ParseChannelType reads it.
 std::string ChannelTypeShortName(uint32_t channelType);
+
+// Bits a pixel as stored: the data's bits over the pixels of every surface,
+// with two decimals when not whole ("8", "3.56").
+std::string StoredBitsPerPixel(const orbtexture::CORBTexture& texture);
 
 // Format and short channel type ("ETC1 ubn", "r8g8b8a8 sf").
 std::string FormatAndTypeName(uint64_t pixelFormat, uint32_t channelType);

@@ -192,3 +192,68 @@ TEST(OrbtexReport, AnUnreadableOriginalLeavesNothing)
     EXPECT_EQ(testsupport::CountLines(run.err), 1);
     EXPECT_FALSE(std::filesystem::exists(dir / "r"));
 }
+
+TEST(OrbtexReport, DemoPageShowsEveryConversionAndThePrintedTables)
+{
+    ScratchDir dir;
+    const RunResult run = Orbtex(dir, "demo --out " + Quote(dir / "demo"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("report:         " + (dir / "demo/report.html")), std::string::npos);
+
+    const std::string script = dir / "list.py";
+    testsupport::WriteBytes(script, std::vector<uint8_t>(kListPage, kListPage + std::strlen(kListPage)));
+    ASSERT_EQ(std::system(("python3 " + Quote(script) + " " + Quote(dir / "demo/report.html") + " >" +
+                           Quote(dir / "listing"))
+                              .c_str()),
+              0);
+    std::vector<std::string> images;
+    std::vector<std::vector<std::string>> rows;
+    for (const std::string& line : Split(testsupport::Slurp(dir / "listing"), '\n'))
+    {
+        std::vector<std::string> cells = Split(line, '\t');
+        if (cells[0] == "img")
+            images.push_back(cells.at(1));
+        else
+            rows.emplace_back(cells.begin() + 1, cells.end());
+    }
+
+    // The printed tables (indented under their headings), row for row.
+    std::vector<std::vector<std::string>> printed;
+    bool inTable = false;
+    for (const std::string& line : Split(run.out, '\n'))
+    {
+        if (line.find("conversions (") != std::string::npos)
+            inTable = true;
+        else if (line.rfind("    ", 0) != 0 || line.find("left out") != std::string::npos)
+            inTable = false;
+        else if (inTable)
+            printed.push_back(Split(line, ' '));
+    }
+    ASSERT_EQ(printed.size(), rows.size());
+    for (size_t i = 0; i < rows.size(); ++i)
+        EXPECT_EQ(printed[i], rows[i]);
+
+    // Each format is compared on what it holds.
+    std::map<std::string, std::vector<std::string>> byFormat;
+    for (const auto& row : rows)
+        byFormat.emplace(row[0], row);
+    EXPECT_EQ(byFormat.at("EAC_R11")[5], "R");
+    EXPECT_EQ(byFormat.at("EAC_RG11")[5], "RG");
+    EXPECT_EQ(byFormat.at("EAC_R11")[8], "none");
+    EXPECT_EQ(byFormat.at("DXT1")[8], "0(1-bit)"); // against the alpha thresholded at 128
+    EXPECT_EQ(byFormat.at("ETC1")[8], "opaque");
+    EXPECT_EQ(byFormat.at("ORBTC_4bpp_RGB")[8], "opaque");
+    EXPECT_EQ(byFormat.at("ORBTC_4bpp_RGBA")[8].find_first_not_of("0123456789"), std::string::npos);
+
+    // Three pictures a conversion, every one beside the page and decoding at
+    // the size of its source (the card or the photograph).
+    const size_t conversions = rows.size() - 2;
+    ASSERT_EQ(images.size(), 3 * conversions);
+    for (const std::string& image : images)
+    {
+        const Image loaded = Load(dir / ("demo/" + image));
+        const int side = image.rfind("photo", 0) == 0 ? 64 : 256;
+        EXPECT_EQ(loaded.width, side) << image;
+        EXPECT_EQ(loaded.height, side) << image;
+    }
+}
