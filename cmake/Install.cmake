@@ -18,6 +18,11 @@ install(FILES ${ORBT_TOOLS_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ORBT
 # Exported codec entries.
 install(FILES ${PROJECT_SOURCE_DIR}/Source/Codecs/ORBTC/ORBTCCodec.h ${PROJECT_SOURCE_DIR}/Source/Codecs/ORBTC/ORBTCFormat.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ORBTexLib/Codecs/ORBTC)
+# The optimiser's entry, progress record and hook, and the extended decoder.
+install(FILES ${PROJECT_SOURCE_DIR}/Source/Codecs/ORBTC/fnzj/wrapper.h
+  ${PROJECT_SOURCE_DIR}/Source/Codecs/ORBTC/fnzj/wrapper_decoder.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ORBTexLib/Codecs/ORBTC/fnzj)
+install(FILES ${PROJECT_SOURCE_DIR}/Source/Bitmap/Bitmap.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ORBTexLib/Bitmap)
 install(FILES ${PROJECT_SOURCE_DIR}/Source/Codecs/ETC/ETCCodec.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ORBTexLib/Codecs/ETC)
 install(FILES ${PROJECT_SOURCE_DIR}/Source/Codecs/DXTCodec.h ${PROJECT_SOURCE_DIR}/Source/Codecs/YUVCodec.h
   ${PROJECT_SOURCE_DIR}/Source/Codecs/RGBGCodec.h ${PROJECT_SOURCE_DIR}/Source/Codecs/OneBPPCodec.h
