@@ -148,6 +148,22 @@ inline void SynthesiseAndMeasure(const OptimiseWork& work, int i, const Neighbou
                      _mm_castps_si128(_mm_shuffle_ps(e01, e23, _MM_SHUFFLE(2, 0, 2, 0))));
 }
 
+// Pixel i takes its best choice alone (a transparent pixel the punch-through
+// choice at no cost): the choice, its fitting data and its error by locality.
+inline void ChooseAlone(OptimiseWork& work, int i, const NeighbourhoodReps& reps, __m128i selfAB,
+                        unsigned char (*colours)[4], int32_t* e, int64_t* sums)
+{
+    const PixelBlendRecord& record = work.records[i];
+    SynthesiseAndMeasure(work, i, reps, selfAB, colours, e);
+    const unsigned char* pixel = work.window + 4 * i;
+    const bool transparent = record.punchThroughFlag && colours[2][3] == 0 && pixel[3] == 0;
+    const int choice = transparent ? 2 : BestOfFour(e);
+    work.chosen[i] = uint8_t(choice);
+    if (work.storeFitting)
+        StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[choice]);
+    sums[record.locality] += transparent ? 0 : e[choice];
+}
+
 // The block's own pair, masked, in 16-bit lanes.
 inline __m128i SelfPairLanes(const NeighbourhoodReps& reps)
 {
@@ -413,38 +429,17 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
     const int count = params.windowWidth * params.windowHeight;
     const __m128i selfAB = SelfPairLanes(reps);
     alignas(16) unsigned char colours[4][4];
+    alignas(16) int32_t e[4];
     for (int i = 0; i < count; ++i)
-    {
-        const PixelBlendRecord& record = work.records[i];
-        if (record.locality == 0 && !includeOuterRing)
-            continue;
-        alignas(16) int32_t e[4];
-        SynthesiseAndMeasure(work, i, reps, selfAB, colours, e);
-        const unsigned char* pixel = work.window + 4 * i;
-        int choice;
-        int64_t error;
-        if (record.punchThroughFlag && colours[2][3] == 0 && pixel[3] == 0)
-        {
-            choice = 2;
-            error = 0;
-        }
-        else
-        {
-            choice = BestOfFour(e);
-            error = e[choice];
-        }
-        work.chosen[i] = uint8_t(choice);
-        if (work.storeFitting)
-            StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[choice]);
-        sums[record.locality] += error;
-    }
+        if (work.records[i].locality != 0 || includeOuterRing)
+            ChooseAlone(work, i, reps, selfAB, colours, e, sums);
     errors.total = sums[1] + sums[2];
     errors.central = sums[1];
     errors.outer = includeOuterRing ? sums[0] : 0;
 }
 
 void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
-                       bool includeOuterRing, bool /*firstIteration*/, WindowErrors& errors)
+                       bool includeOuterRing, WindowErrors& errors)
 {
     int64_t sums[3] = {0, 0, 0};
     const int count = params.windowWidth * params.windowHeight;
@@ -453,28 +448,7 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
     alignas(16) int32_t pixelErrors[kMaxWindowPixels][4];
 
     // A pixel choosing alone, as in the plain evaluation.
-    auto alone = [&](int i) {
-        const PixelBlendRecord& record = work.records[i];
-        int32_t* e = pixelErrors[i];
-        SynthesiseAndMeasure(work, i, reps, selfAB, colours[i], e);
-        const unsigned char* pixel = work.window + 4 * i;
-        int choice;
-        int64_t error;
-        if (record.punchThroughFlag && colours[i][2][3] == 0 && pixel[3] == 0)
-        {
-            choice = 2;
-            error = 0;
-        }
-        else
-        {
-            choice = BestOfFour(e);
-            error = e[choice];
-        }
-        work.chosen[i] = uint8_t(choice);
-        if (work.storeFitting)
-            StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, colours[i][choice]);
-        sums[record.locality] += error;
-    };
+    auto alone = [&](int i) { ChooseAlone(work, i, reps, selfAB, colours[i], pixelErrors[i], sums); };
 
     int start = 0;
     while (start < count)

@@ -129,7 +129,7 @@ struct Visit
         if (params.bitsPerPixel == 2)
             EvalAllCandsAndGetErrors2BPP(work, params, reps, includeOuterRing, errors);
         else if (islands)
-            EvalByIslands4BPP(work, params, reps, includeOuterRing, includeOuterRing, errors);
+            EvalByIslands4BPP(work, params, reps, includeOuterRing, errors);
         else
             EvalAllCandsAndGetErrors4BPP(work, params, reps, includeOuterRing, errors);
     }

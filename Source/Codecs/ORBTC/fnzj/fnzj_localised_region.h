@@ -145,7 +145,7 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
                                   bool includeOuterRing, WindowErrors& errors);
 // 4bpp graphics-like windows: pixels of one island share a choice.
 void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
-                       bool includeOuterRing, bool firstIteration, WindowErrors& errors);
+                       bool includeOuterRing, WindowErrors& errors);
 
 // Negative when a is better: lower totalError, then lower centralError.
 int CompareCandidates(const void* a, const void* b);
