@@ -175,9 +175,9 @@ FuzzBytes ReadFuzzSeedFile(const std::string& path) { return FuzzReadFile(path);
 
 int main(int argc, char** argv)
 {
-    if (argc != 2)
+    if (argc < 2)
     {
-        std::fprintf(stderr, "usage: fuzzseeds DIR\n");
+        std::fprintf(stderr, "usage: fuzzseeds DIR [TARGET...]\n");
         return 2;
     }
     const std::string root = argv[1];
@@ -191,6 +191,18 @@ int main(int argc, char** argv)
     {
         std::fprintf(stderr, "fuzzseeds: cannot write under %s\n", root.c_str());
         return 1;
+    }
+    // Every target named must have received seeds: libFuzzer refuses a
+    // missing corpus directory.
+    for (int i = 2; i < argc; ++i)
+    {
+        struct stat info;
+        const std::string dir = root + "/" + argv[i];
+        if (stat(dir.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+        {
+            std::fprintf(stderr, "fuzzseeds: no seeds registered for %s\n", argv[i]);
+            return 1;
+        }
     }
     return 0;
 }
