@@ -628,6 +628,38 @@ bool MeasurePSNR(const CORBTexture& source, const CORBTexture& result, float& ps
     return true;
 }
 
+// The ORBTC codecs take sides up to 4096. Words of the first generation come
+// only in whole blocks, while the texture keeps each side of a level at a
+// multiple of the format's least size (8 x 8, 16 x 8 at 2bpp), tiling a
+// smaller level up to it; any other side fails the conversion. Say so, with
+// the sizes, before trying.
+bool SidesFitORBTC(const CORBTexture& texture, PixelType format, std::string& reason)
+{
+    if (format.PixelTypeID > orbtexture::ePF_ORBTCII_4bpp)
+        return true;
+    const bool firstGeneration = format.PixelTypeID <= orbtexture::ePF_ORBTC_4bpp_RGBA;
+    unsigned mx = 1, my = 1, mz = 1;
+    ORBTGetFormatMinDims(format.PixelTypeID, mx, my, mz);
+    auto fits = [firstGeneration](unsigned side, unsigned least) {
+        return side <= 4096 && (!firstGeneration || side < least || side % least == 0);
+    };
+    for (uint32_t level = 0; level < texture.getNumMIPLevels(); ++level)
+    {
+        const unsigned width = texture.getWidth(level), height = texture.getHeight(level);
+        if (fits(width, mx) && fits(height, my))
+            continue;
+        const std::string name = PixelFormatName(format.PixelTypeID);
+        reason = (level ? "MIP level " + std::to_string(level) : std::string("the image")) + " is " +
+                 std::to_string(width) + "x" + std::to_string(height) + ", but " + name +
+                 (firstGeneration ? " needs sides that are multiples of " + std::to_string(mx) + " across and " +
+                                        std::to_string(my) + " down (or less than that) and"
+                                  : std::string(" needs sides")) +
+                 " at most 4096 (--canvas or --resize can fit it)";
+        return false;
+    }
+    return true;
+}
+
 bool ConvertFile(const ConvertOptions& options, const Target& target, const std::string& input,
                  const std::string& output, ProgressLine& progress, FileResult& result)
 {
@@ -663,6 +695,8 @@ bool ConvertFile(const ConvertOptions& options, const Target& target, const std:
         return Fail(result, input, reason);
     // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
     if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
+        return Fail(result, input, reason);
+    if (!SidesFitORBTC(texture, targetFormat, reason))
         return Fail(result, input, reason);
     const CORBTexture source = options.verbose ? texture : CORBTexture();
     const bool dxtTarget = DXTSelector(targetFormat) != 0;

@@ -416,6 +416,53 @@ TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
     }
 }
 
+// ORBTC of the first generation holds sides that are multiples of its least
+// size or below it; ORBTCII any side. Both stop at 4096.
+TEST(OrbtexConvert, ORBTCSidesAreNamedBeforeConverting)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
+    const std::string in = Quote(dir / "in.orb");
+    const std::string rule = " needs sides that are multiples of ";
+    const std::string fit = " at most 4096 (--canvas or --resize can fit it)";
+    struct Case
+    {
+        const char* options;
+        std::string refusal; // empty: converts
+    };
+    const Case cases[] = {
+        {"--format ORBTC_4bpp_RGB --canvas 12x12",
+         "the image is 12x12, but ORBTC_4bpp_RGB" + rule + "8 across and 8 down (or less than that) and" + fit},
+        {"--format ORBTC_2bpp_RGBA --canvas 24x8",
+         "the image is 24x8, but ORBTC_2bpp_RGBA" + rule + "16 across and 8 down (or less than that) and" + fit},
+        {"--format ORBTC_4bpp_RGB --canvas 4x12",
+         "the image is 4x12, but ORBTC_4bpp_RGB" + rule + "8 across and 8 down (or less than that) and" + fit},
+        {"--format ORBTC_4bpp_RGBA --canvas 16x24 --mipmaps",
+         "MIP level 1 is 8x12, but ORBTC_4bpp_RGBA" + rule + "8 across and 8 down (or less than that) and" + fit},
+        {"--format ORBTC_4bpp_RGB --canvas 4104x8",
+         "the image is 4104x8, but ORBTC_4bpp_RGB" + rule + "8 across and 8 down (or less than that) and" + fit},
+        {"--format ORBTCII_2bpp --canvas 4100x4", "the image is 4100x4, but ORBTCII_2bpp needs sides" + fit},
+        {"--format ORBTC_2bpp_RGB --canvas 12x8", ""},
+        {"--format ORBTC_4bpp_RGB --canvas 16x24", ""},
+        {"--format ORBTC_4bpp_RGB --canvas 32x32 --mipmaps", ""},
+        {"--format ORBTCII_4bpp --canvas 12x12 --mipmaps", ""},
+    };
+    for (const Case& c : cases)
+    {
+        const std::string arguments = "convert " + in + " " + Quote(dir / "out.orb") + " " + c.options;
+        const RunResult run = Orbtex(dir, arguments);
+        if (c.refusal.empty())
+        {
+            EXPECT_EQ(run.status, 0) << arguments << "\n" << run.err;
+            std::filesystem::remove(dir / "out.orb");
+            continue;
+        }
+        EXPECT_EQ(run.status, 1) << arguments;
+        EXPECT_EQ(run.err, "orbtex: " + (dir / "in.orb") + ": " + c.refusal + "\n");
+        EXPECT_EQ(Listing(dir), std::vector<std::string>{"in.orb"}) << arguments;
+    }
+}
+
 TEST(OrbtexConvert, ImagesAboveTheLimitsAreNamed)
 {
     ScratchDir dir;
