@@ -635,13 +635,14 @@ bool MeasurePSNR(const CORBTexture& source, const CORBTexture& result, float& ps
 // the sizes, before trying.
 bool SidesFitORBTC(const CORBTexture& texture, PixelType format, std::string& reason)
 {
+    constexpr unsigned kLongestSide = 4096;
     if (format.PixelTypeID > orbtexture::ePF_ORBTCII_4bpp)
         return true;
     const bool firstGeneration = format.PixelTypeID <= orbtexture::ePF_ORBTC_4bpp_RGBA;
     unsigned mx = 1, my = 1, mz = 1;
     ORBTGetFormatMinDims(format.PixelTypeID, mx, my, mz);
     auto fits = [firstGeneration](unsigned side, unsigned least) {
-        return side <= 4096 && (!firstGeneration || side < least || side % least == 0);
+        return side <= kLongestSide && (!firstGeneration || side < least || side % least == 0);
     };
     for (uint32_t level = 0; level < texture.getNumMIPLevels(); ++level)
     {
@@ -654,7 +655,7 @@ bool SidesFitORBTC(const CORBTexture& texture, PixelType format, std::string& re
                  (firstGeneration ? " needs sides that are multiples of " + std::to_string(mx) + " across and " +
                                         std::to_string(my) + " down (or less than that) and"
                                   : std::string(" needs sides")) +
-                 " at most 4096 (--canvas or --resize can fit it)";
+                 " at most " + std::to_string(kLongestSide) + " (--canvas or --resize can fit it)";
         return false;
     }
     return true;
