@@ -111,43 +111,47 @@ CORBTexture::CORBTexture(const void* memoryFile, size_t size) : m_uiDataSize(0),
     privateLoadORBMemory(static_cast<const uint8_t*>(memoryFile), size);
 }
 
-CORBTexture::CORBTexture(const char* filePath) : m_uiDataSize(0), m_pTextureData(nullptr)
+CORBTexture::CORBTexture(const char* filePath) : m_uiDataSize(0), m_pTextureData(nullptr) { loadFile(filePath); }
+
+bool CORBTexture::loadFile(const char* filePath, bool acceptShortData)
 {
+    privateReset();
     FILE* file = OpenForLoad(filePath);
     if (!file)
-        return;
+        return false;
     bool loaded = false;
     switch (ContainerForLoad(CORBTString(filePath)))
     {
     case EContainer::KTX: loaded = privateLoadKTXFile(file); break;
     case EContainer::DDS: loaded = privateLoadDDSFile(file); break;
     case EContainer::ASTC: loaded = privateLoadASTCFile(file); break;
-    default: loaded = privateLoadORBFile(file); break;
+    default: loaded = privateLoadORBFile(file, acceptShortData); break;
     }
     std::fclose(file);
     if (!loaded)
         privateReset();
+    return loaded;
 }
 
-bool CORBTexture::privateLoad(CByteSource& source, int container, bool memoryImage)
+bool CORBTexture::privateLoad(CByteSource& source, int container, bool memoryImage, bool acceptShortData)
 {
     std::unique_ptr<CContainerParser> parser = MakeContainerParser(
         EContainer(container), source, memoryImage ? EMetaDataWalk::MemoryImage : EMetaDataWalk::File);
     CORBTextureHeader header;
     std::unique_ptr<uint8_t[]> data;
     uint64_t size = 0;
-    if (!parser || !LoadWithParser(*parser, source, header, data, size))
+    if (!parser || !LoadWithParser(*parser, source, header, data, size, acceptShortData))
         return false;
     privateAdopt(std::move(header), data.release(), uint32_t(size));
     return true;
 }
 
-bool CORBTexture::privateLoadORBFile(FILE* file)
+bool CORBTexture::privateLoadORBFile(FILE* file, bool acceptShortData)
 {
     if (!file)
         return false;
     CFileByteSource source(file);
-    return privateLoad(source, int(EContainer::Native), false);
+    return privateLoad(source, int(EContainer::Native), false, acceptShortData);
 }
 
 bool CORBTexture::privateLoadDDSFile(FILE* file)

@@ -75,8 +75,15 @@ public:
     // follows the sized memory-image constructor.
     bool loadFromMemory(const void* image, size_t size, const CORBTString& name);
 
+    // Loads a file as the loading constructor does, replacing the texture.
+    // With 'acceptShortData' false a native file whose pixel data end early is
+    // refused ("pixel data short by N bytes") before its block is allocated,
+    // where the constructor loads it zero-filled. False on failure, with the
+    // texture empty and ORBTGetLastError() telling why.
+    bool loadFile(const char* filePath, bool acceptShortData = true);
+
 private:
-    bool privateLoadORBFile(FILE* file);
+    bool privateLoadORBFile(FILE* file, bool acceptShortData = true);
     bool privateSaveORBFile(FILE* file) const;
     bool privateLoadDDSFile(FILE* file);
     bool privateSaveDDSFile(FILE* file) const;
@@ -87,7 +94,7 @@ private:
     bool privateSaveCHeaderFile(FILE* file, CORBTString name) const;
     bool privateSaveLegacyORBFile(FILE* file, ELegacyApi api) const;
     // Every loader: the container's parser over a file or an image.
-    bool privateLoad(CByteSource& source, int container, bool memoryImage);
+    bool privateLoad(CByteSource& source, int container, bool memoryImage, bool acceptShortData = true);
     // Opens 'path' for writing, runs 'write' and removes the file if it fails.
     template <typename Writer>
     bool privateWriteFile(const CORBTString& path, Writer&& write) const;

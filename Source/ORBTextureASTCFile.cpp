@@ -66,7 +66,10 @@ public:
         if (magic != kASTCMagic)
             return SetLoadError(eLoadBadSignature, "astc");
         const uint32_t x = bytes[4], y = bytes[5], z = bytes[6];
-        const uint32_t width = Read24(bytes + 7), height = Read24(bytes + 10), depth = Read24(bytes + 13);
+        m_width = Read24(bytes + 7);
+        m_height = Read24(bytes + 10);
+        m_depth = Read24(bytes + 13);
+        const uint32_t width = m_width, height = m_height, depth = m_depth;
         AddField("block size", "%u x %u x %u", x, y, z);
         AddField("width", "%u", width);
         AddField("height", "%u", height);
@@ -93,12 +96,31 @@ public:
         const ELoadReason checked = CheckHeader(parsed);
         if (checked != eLoadOK)
             return checked;
+        // A zero side still counts as one block; a file without that block
+        // is named by its size.
+        m_zeroSize = width == 0 || height == 0 || depth == 0;
+        const uint64_t remaining = m_source.Remaining();
+        if (m_zeroSize && remaining != CByteSource::kUnknown && remaining < m_dataSize)
+            return ZeroSize();
         header = parsed;
         return eLoadOK;
     }
 
 protected:
-    ELoadReason ReadData(uint8_t* block, uint64_t&) override { return TakeData(block, m_dataSize); }
+    ELoadReason ReadData(uint8_t* block, uint64_t&) override
+    {
+        const ELoadReason read = TakeData(block, m_dataSize);
+        return read == eLoadShortPixelData && m_zeroSize ? ZeroSize() : read;
+    }
+
+private:
+    ELoadReason ZeroSize()
+    {
+        return RefuseWith(eLoadBadHeader, "astc", "size %u x %u x %u is zero", m_width, m_height, m_depth);
+    }
+
+    bool m_zeroSize = false;
+    uint32_t m_width = 0, m_height = 0, m_depth = 0;
 };
 
 } // namespace

@@ -55,17 +55,19 @@ ELoadReason CContainerParser::CheckHeader(const CORBTextureHeader& header, bool 
         return SetLoadError(eLoadOversizedChannel);
     if (record.numMIPMaps == 0 || record.numSurfaces == 0 || record.numFaces == 0)
         return SetLoadError(eLoadNoSurfaces);
-    if (limitMIPLevels)
+    const uint32_t largest = std::max({record.width, record.height, record.depth, 1u});
+    uint32_t allowed = 1;
+    while (allowed < 32 && (largest >> allowed) != 0)
+        ++allowed;
+    if (limitMIPLevels && record.numMIPMaps > allowed)
+        return SetLoadError(eLoadTooManyMIPLevels, record.numMIPMaps, largest, allowed);
+    if (!CheckedTotalDataSize(record, m_dataSize))
     {
-        const uint32_t largest = std::max({record.width, record.height, record.depth, 1u});
-        uint32_t allowed = 1;
-        while (allowed < 32 && (largest >> allowed) != 0)
-            ++allowed;
+        // A deep chain that overflows is named by its MIP count.
         if (record.numMIPMaps > allowed)
             return SetLoadError(eLoadTooManyMIPLevels, record.numMIPMaps, largest, allowed);
-    }
-    if (!CheckedTotalDataSize(record, m_dataSize))
         return SetLoadError(eLoadTooLarge);
+    }
     if (m_dataSize == 0)
         return SetLoadError(eLoadUnknownSize, ORBTGetPixelFormatName(record.pixelFormat).c_str());
     return eLoadOK;
@@ -95,7 +97,7 @@ ELoadReason CContainerParser::RefuseWith(ELoadReason reason, const char* contain
 }
 
 bool LoadWithParser(CContainerParser& parser, CByteSource& source, CORBTextureHeader& header,
-                    std::unique_ptr<uint8_t[]>& data, uint64_t& size)
+                    std::unique_ptr<uint8_t[]>& data, uint64_t& size, bool acceptShortData)
 {
     if (parser.ReadHeader(header) != eLoadOK)
         return false;
@@ -108,9 +110,10 @@ bool LoadWithParser(CContainerParser& parser, CByteSource& source, CORBTextureHe
         return false;
     }
     // Data the source cannot hold are refused before the block exists.
+    const bool acceptsShort = acceptShortData && parser.AcceptsShortData();
     const uint64_t remaining = source.Remaining();
     const uint64_t stored = parser.StoredDataSize();
-    if (remaining != CByteSource::kUnknown && remaining < stored && !parser.AcceptsShortData())
+    if (remaining != CByteSource::kUnknown && remaining < stored && (remaining == 0 || !acceptsShort))
     {
         if (remaining == 0)
             SetLoadError(eLoadNoPixelData);
@@ -122,6 +125,13 @@ bool LoadWithParser(CContainerParser& parser, CByteSource& source, CORBTextureHe
     uint64_t missing = 0;
     if (parser.LoadData(data.get(), missing) != eLoadOK)
         return false;
+    // A pipe tells its end only now.
+    if (missing && !acceptShortData)
+    {
+        data.reset();
+        SetLoadError(eLoadShortPixelData, (unsigned long long)missing);
+        return false;
+    }
     SetLastLoadShortfall(missing);
     return true;
 }

@@ -122,9 +122,12 @@ std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByt
                                                       EMetaDataWalk walk);
 
 // Header, load limit, a check that the source holds the data, then the block.
-// On failure the thread's last error tells why and nothing is kept.
+// With 'acceptShortData' false a container that would load short data (the
+// native file) is held to them too. A source that holds no pixel byte at all
+// is refused before the block exists. On failure the thread's last error
+// tells why and nothing is kept.
 bool LoadWithParser(CContainerParser& parser, CByteSource& source, CORBTextureHeader& header,
-                    std::unique_ptr<uint8_t[]>& data, uint64_t& size);
+                    std::unique_ptr<uint8_t[]>& data, uint64_t& size, bool acceptShortData = true);
 
 // Header and a walk over the data without keeping it; sets the shortfall.
 bool ReadHeaderWithParser(CContainerParser& parser, CORBTextureHeader& header);

@@ -4,6 +4,7 @@
 // Internal: the one parser of native .orb files and memory images. Every
 // failure sets the thread's last-error text and returns its reason.
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -30,6 +31,8 @@ public:
     // A file whose pixel data end early loads, the rest zero-filled; no data
     // at all fails. A memory image must be whole.
     bool AcceptsShortData() const override { return m_walk == EMetaDataWalk::File; }
+    // The header of a dropped block, already read, stands for the first bytes.
+    uint64_t StoredDataSize() const override { return m_dataSize - std::min<uint64_t>(m_prefixSize, m_dataSize); }
     // What the metadata items take in memory, their overhead included.
     uint64_t ExtraBytes() const override { return m_metaDataBytes; }
 

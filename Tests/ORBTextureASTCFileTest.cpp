@@ -1,10 +1,12 @@
 // .astc files: header parsing and its refusals, the writer's bytes, round trips.
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "ORBTexture.h"
 #include "Support/TestFiles.h"
@@ -116,6 +118,8 @@ TEST(ASTCFile, RefusesWhatIsNoASTCFile)
         // 4 x 4 blocks of 4096 x 4096 texels need 16 MiB; the file holds 32 bytes.
         {"pixel data short by 16777184 bytes", ASTCBytes(4, 4, 1, 4096, 4096, 1, 2)},
         {"pixel data short by 1 bytes", oneShort},
+        {"astc header: size 0 x 0 x 0 is zero", ASTCBytes(4, 4, 1, 0, 0, 0, 0)},
+        {"astc header: size 7 x 0 x 1 is zero", ASTCBytes(6, 6, 1, 7, 0, 1, 0)},
     };
     for (const Case& c : cases)
     {
@@ -128,6 +132,21 @@ TEST(ASTCFile, RefusesWhatIsNoASTCFile)
         EXPECT_STREQ(ORBTGetLastError(), c.expected);
         EXPECT_EQ(texture.getWidth(), 1u);
     }
+    // With its one block a zero size loads (and the header read says why not
+    // without it, from a pipe too).
+    const std::vector<uint8_t> zero = ASTCBytes(4, 4, 1, 0, 3, 1, 1);
+    CORBTexture texture;
+    ASSERT_TRUE(texture.loadFromMemory(zero.data(), zero.size(), "zero.astc"));
+    EXPECT_EQ(texture.getFileHeader().width, 0u);
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ASSERT_EQ(::write(ends[1], zero.data(), 16), 16);
+    ::close(ends[1]);
+    std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(ends[0]), dir / "pipe.astc");
+    CORBTextureHeader header;
+    EXPECT_FALSE(ORBTReadTextureHeader((dir / "pipe.astc").c_str(), header));
+    ::close(ends[0]);
+    EXPECT_STREQ(ORBTGetLastError(), "astc header: size 0 x 3 x 1 is zero");
 }
 
 TEST(ASTCFile, WriterKeepsTheFirstSurface)

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "ORBTexture.h"
 #include "Support/TestFiles.h"
@@ -71,6 +72,9 @@ TEST(NativeParser, EveryLoaderGivesTheSameReason)
     PutValue<uint32_t>(itemTooLong, 52 + 16 + 8, 1000);
     std::vector<uint8_t> noSurfaces = Rgba8File(2, 2);
     PutValue<uint32_t>(noSurfaces, 44, 0);
+    // Deep chains load (see the size tests) until their size overflows.
+    std::vector<uint8_t> deepChain = Rgba8File(2, 2);
+    PutValue<uint32_t>(deepChain, 44, 0xFFFFFFFF);
 
     const Case cases[] = {
         {"file too short to be a texture", {}},
@@ -82,6 +86,7 @@ TEST(NativeParser, EveryLoaderGivesTheSameReason)
         {"channel layout has a channel wider than 32 bits",
          FileBytes(PixelType('r', 'g', 0, 0, 40, 8, 0, 0).PixelTypeID, 1, 1, 6)},
         {"declares no surfaces", noSurfaces},
+        {"4294967295 MIP levels, but a largest side of 2 allows at most 2", deepChain},
         {"pixel format BC7 has no known size", FileBytes(ePF_BC7, 4, 4, 16)},
         {"texture too large: its data size does not fit in 32 bits",
          FileBytes(ORBStandard8PixelType, 65536, 16384, 16)},
@@ -149,6 +154,35 @@ TEST(NativeParser, ShortPixelDataAndTheShortfall)
     EXPECT_EQ(CORBTexture(bytes.data(), bytes.size()).getDataPtr(), nullptr);
     EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 10 bytes");
     EXPECT_EQ(ORBTGetLastLoadShortfall(), 0u);
+
+    // loadFile can hold a file to its data, from a pipe too, where the end
+    // shows only after the read.
+    CORBTexture strict;
+    EXPECT_FALSE(strict.loadFile((dir / "short.orb").c_str(), false));
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 10 bytes");
+    EXPECT_EQ(strict.getDataPtr(), nullptr);
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    ::close(ends[1]);
+    EXPECT_FALSE(strict.loadFile(("/proc/self/fd/" + std::to_string(ends[0])).c_str(), false));
+    ::close(ends[0]);
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 10 bytes");
+    EXPECT_TRUE(strict.loadFile((dir / "short.orb").c_str()));
+    EXPECT_EQ(ORBTGetLastLoadShortfall(), 10u);
+    // A dropped metadata block's header is the first 12 of the 64 pixel bytes.
+    std::vector<uint8_t> dropped = FileBytes(ORBStandard8PixelType, 4, 4, 32, 1, 20);
+    PutValue<uint32_t>(dropped, 48, 1);
+    WriteBytes(dir / "dropped.orb", dropped);
+    EXPECT_TRUE(strict.loadFile((dir / "dropped.orb").c_str(), false)) << ORBTGetLastError();
+    dropped.pop_back();
+    WriteBytes(dir / "dropped.orb", dropped);
+    EXPECT_FALSE(strict.loadFile((dir / "dropped.orb").c_str(), false));
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 1 bytes");
+    // No pixel byte at all fails before allocating, whatever the switch.
+    WriteBytes(dir / "none.orb", FileBytes(ORBStandard8PixelType, 16384, 16383, 0));
+    EXPECT_FALSE(strict.loadFile((dir / "none.orb").c_str()));
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data missing");
 }
 
 TEST(NativeParser, LoadLimitRefusesBeforeAllocating)
