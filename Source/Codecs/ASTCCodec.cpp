@@ -7,9 +7,11 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Codecs/ASTCRuns.h"
 #include "Codecs/ASTCToolOutput.h"
 #include "ORBTexture.h"
 #include "ORBTextureFormatTable.h"
@@ -23,20 +25,24 @@ namespace
 
 constexpr size_t kPathBufferSize = 4096;
 
-// Removes a temporary file when the owner goes out of scope, unless kept.
+// A temporary file, from before it is written: stopASTCEncRuns removes it
+// while the owner lives, and the owner removes it when it goes out of scope
+// unless kept. A call stopped while it ran keeps nothing.
 class CTemporaryFile
 {
 public:
-    explicit CTemporaryFile(const char* path) : m_path(path) {}
+    explicit CTemporaryFile(const char* path) : m_path(path), m_registered(path), m_stops(ASTCStopCount()) {}
     ~CTemporaryFile()
     {
-        if (!m_kept)
+        if (!m_kept || ASTCStopCount() != m_stops)
             std::remove(m_path);
     }
     void keep() { m_kept = true; }
 
 private:
     const char* m_path;
+    CRegisteredPath m_registered;
+    unsigned m_stops;
     bool m_kept = false;
 };
 
@@ -133,6 +139,7 @@ bool executeASTCEnc(const char* const* arguments, int* exitCode)
         list[i + 1] = const_cast<char*>(arguments[i]);
     list[count + 1] = nullptr;
 
+    const pid_t parent = getpid();
     const pid_t child = fork();
     if (child == -1)
     {
@@ -141,6 +148,11 @@ bool executeASTCEnc(const char* const* arguments, int* exitCode)
     }
     if (child == 0)
     {
+        // The tool dies with the thread that waits for it, so a host killed
+        // while it runs leaves no tool working for nobody.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(127);
         const int null = open("/dev/null", O_WRONLY);
         if (null != -1)
         {
@@ -154,6 +166,14 @@ bool executeASTCEnc(const char* const* arguments, int* exitCode)
     }
     std::free(list);
 
+    {
+        // Registered until it has exited; reaped only after that, so that a
+        // registered id never names another process.
+        const CRegisteredChild registered(child);
+        siginfo_t info;
+        while (waitid(P_PID, id_t(child), &info, WEXITED | WNOWAIT) == -1 && errno == EINTR)
+            ;
+    }
     int status = 0;
     pid_t waited;
     do
@@ -189,14 +209,17 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
     char ktxPath[kPathBufferSize];
     if (getTempFile(ktxPath, "ktx") < 0)
         return 0;
+    CTemporaryFile ktxFile(ktxPath);
     {
         const CORBTextureHeader header(ORBStandard8PixelType, height, width, depth, 1, 1, 1, eColourSpaceLinear,
                                        eVarUnsignedByteNorm);
         const CORBTexture input(header, source);
         if (!input.saveFile(CORBTString(ktxPath)))
+        {
+            ktxFile.keep(); // the writer removed what it made
             return 0;
+        }
     }
-    CTemporaryFile ktxFile(ktxPath);
 
     char astcPath[kPathBufferSize];
     if (getTempFile(astcPath, "astc") < 0)
@@ -208,6 +231,7 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
         std::snprintf(block, sizeof block, "%dx%dx%d", blockX, blockY, blockZ);
 
     const char* arguments[] = {"-c", ktxPath, astcPath, block, QualitySwitch(quality), nullptr};
+    CTemporaryFile astcFile(astcPath);
     int exitCode = 0;
     bool ran = executeASTCEnc(arguments, &exitCode);
     // astcenc 2.0 and later reject "-c" (and "-veryfast") with status 1: retry once with their names.
@@ -219,9 +243,11 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
         ran = executeASTCEnc(arguments, &exitCode);
     }
     if (!ran || exitCode != 0)
+    {
+        astcFile.keep(); // a failed run's output is the caller's to look at
         return 0;
+    }
 
-    CTemporaryFile astcFile(astcPath);
     const CORBTexture compressed(astcPath);
     if (!IsExpectedSurface(compressed, width, height, depth, format) ||
         compressed.getDataSize(-1, true, true) != size)
@@ -244,23 +270,29 @@ unsigned int ASTCDecompress(const void* source, void* destination, unsigned int 
     char astcPath[kPathBufferSize];
     if (getTempFile(astcPath, "astc") < 0)
         return 0;
+    CTemporaryFile astcFile(astcPath);
     {
         const CORBTextureHeader header(format, height, width, depth);
         const CORBTexture input(header, source);
         if (!input.saveASTCFile(CORBTString(astcPath)))
+        {
+            astcFile.keep(); // the writer removed what it made
             return 0;
+        }
     }
-    CTemporaryFile astcFile(astcPath);
 
     char ktxPath[kPathBufferSize];
     if (getTempFile(ktxPath, "ktx") < 0)
         return 0;
     const char* const arguments[] = {"-dl", astcPath, ktxPath, nullptr};
+    CTemporaryFile ktxFile(ktxPath);
     int exitCode = 0;
     if (!executeASTCEnc(arguments, &exitCode) || exitCode != 0)
+    {
+        ktxFile.keep(); // a failed run's output is the caller's to look at
         return 0;
+    }
 
-    CTemporaryFile ktxFile(ktxPath);
     CORBTexture decoded;
     if (!LoadDecodedKTX(ktxPath, width, height, depth, decoded) ||
         !Transcode(decoded, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear,

@@ -36,6 +36,14 @@ ORBT_API bool executeASTCEnc(const char* const* arguments, int* exitCode);
 // True when astcenc can be started.
 ORBT_API bool isASTCEncAvailable();
 
+// Ends every astcenc run of the process that is under way (SIGKILL, then
+// waits for it) and removes the temporary files of the calls that started
+// them; those calls then fail. Async-signal-safe, for a host's handler of
+// SIGINT or SIGTERM that ends the process, which would otherwise leave the
+// files behind. (The tool is started so that it dies with the thread that
+// waits for it in any case.)
+ORBT_API void stopASTCEncRuns();
+
 // Compresses width x height x depth RGBA8 pixels to ASTC blocks of
 // blockX x blockY x blockZ. 'quality' 0 to 4 picks -veryfast, -fast,
 // -medium, -thorough, -exhaustive; 5 and above -medium. Returns the bytes

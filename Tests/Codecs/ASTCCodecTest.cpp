@@ -2,6 +2,7 @@
 // through a stand-in program on PATH) and round trips through the real astcenc.
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -387,6 +388,30 @@ TEST(ASTCCommandLinesFailure, FailedRunKeepsOnlyWhatTheCallerMustNotRemove)
     EXPECT_EQ(ASTCDecompress(out.data(), out.data(), 4, 4, 1, ePF_ASTC_4x4), 0u);
     EXPECT_EQ(fake.lines().size(), 2u); // status 2 is no reason to retry
     EXPECT_TRUE(DirectoryEntries(tmp.path()).empty());
+}
+
+// stopASTCEncRuns ends the tool of every call under way and removes the
+// call's files, the tool's partial output too; the calls fail.
+TEST(ASTCCommandLinesFailure, StoppedRunsLeaveNothing)
+{
+    FakeASTCEnc fake("echo partial > \"$3\"; exec sleep 60");
+    ScratchDir tmp;
+    ScopedEnv tmpdir("TMPDIR", tmp.path().c_str());
+    const Bytes pixels = Smooth(8, 8, 1);
+    Bytes blocks(64), decoded(256);
+    unsigned results[2] = {1, 1};
+    std::thread compress([&] { results[0] = ASTCCompress(pixels.data(), blocks.data(), 8, 8, 1, 4, 4, 1, 2); });
+    std::thread decompress([&] { results[1] = ASTCDecompress(blocks.data(), decoded.data(), 8, 8, 1, ePF_ASTC_4x4); });
+    // Each call's input and the tool's output.
+    for (int i = 0; i < 4000 && DirectoryEntries(tmp.path()).size() < 4; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(DirectoryEntries(tmp.path()).size(), 4u);
+    stopASTCEncRuns();
+    compress.join();
+    decompress.join();
+    EXPECT_EQ(results[0], 0u);
+    EXPECT_EQ(results[1], 0u);
+    EXPECT_EQ(DirectoryEntries(tmp.path()), std::vector<std::string>());
 }
 
 TEST(ASTCToolOutput, PackedRowsAreReadAsWritten)
