@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Codecs/ASTCCodec.h"
+
 namespace cli
 {
 
@@ -183,13 +185,15 @@ void Unregister(Node& node)
     }
 }
 
-// Async-signal-safe: unlink, sigaction and raise only.
+// Async-signal-safe: kill, waitpid, unlink, sigaction and raise only.
 void RemovePendingAndDie(int signal)
 {
     // The flag is never released: the process ends here.
     if (!tHoldsList)
         while (gListBusy.exchange(true))
             ;
+    // The library's astcenc runs first, so that none writes a file after this.
+    orbtexture::stopASTCEncRuns();
     for (Node* node = gPending.load(); node; node = node->next.load())
         ::unlink(node->path);
     struct sigaction action;

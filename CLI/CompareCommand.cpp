@@ -432,6 +432,7 @@ int RunCompare(const std::vector<std::string>& arguments)
     const int parsed = ParseArguments(arguments, options);
     if (parsed >= 0)
         return parsed;
+    const ASTCLeftoversRemoved leftovers;
     if (!options.report.empty())
         return RunReport(options);
 

@@ -15,6 +15,9 @@
 #include <map>
 #include <memory>
 #include <thread>
+#include <utility>
+
+#include <sys/stat.h>
 
 #include "CliSupport.h"
 #include "Codecs/ASTCCodec.h"
@@ -46,12 +49,19 @@ const char* const kConvertHelp =
     "PNG, TGA or BMP image; an image receives the first surface of level 0,\n"
     "converted to r8g8b8a8 after the conversion asked for (so '--format ETC1\n"
     "out.png' shows the compressed result). A .astc file holds one surface:\n"
-    "level 0 of member 0, face 0.\n"
+    "level 0 of member 0, face 0. OUT may not be IN itself unless --force.\n"
+    "\n"
+    "A compressed texture converted to its own format (no --format, or its\n"
+    "own, with its own type and colour space) and no image operation keeps\n"
+    "its blocks as they are: 'orbtex convert x.dds x.ktx' loses nothing, and\n"
+    "'orbtex convert x.dds x.png' shows the file's own decode. --reencode, or\n"
+    "--quality, decodes and encodes it again instead.\n"
     "\n"
     "With -o DIR every IN is converted with the same options to\n"
     "DIR/NAME.EXT, NAME being IN's name without its extension; an IN that is\n"
     "a folder stands for the image and texture files in it. A file that fails\n"
-    "is reported on its own line and the others go on.\n"
+    "is reported on its own line and the others go on; so is a file whose\n"
+    "output would be another file's too, or would write over an input.\n"
     "\n"
     "Options:\n"
     "  --format NAME          target format (default: the source's): a named\n"
@@ -78,7 +88,10 @@ const char* const kConvertHelp =
     "                         3 -thorough, 4 -exhaustive, 5 and above -medium\n"
     "                         DXT, UYVY, YUY2, BW1bpp, RGB9E5, RGBG8888,\n"
     "                         GRGB8888 and channel layouts ignore it; a quality\n"
-    "                         this version cannot serve is refused\n"
+    "                         this version cannot serve is refused; given,\n"
+    "                         it asks for a new encoding (see --reencode)\n"
+    "  --reencode             decode and encode a compressed texture again\n"
+    "                         even when its format does not change\n"
     "  -o DIR, --out DIR      convert every IN into DIR (created if missing)\n"
     "  --ext EXT              with -o: the output type, orb (default), dds,\n"
     "                         ktx, astc, h, png, tga or bmp\n"
@@ -99,7 +112,10 @@ const char* const kConvertHelp =
     "                         missing bytes read as zeros)\n"
     "  --legacy-api N         write a .orb OUT as a legacy file for legacy API\n"
     "                         N (1 to 7); its pixel format must have a legacy\n"
-    "                         number for that API\n"
+    "                         number for that API that legacy readers know\n"
+    "  --force                let OUT be IN itself (replaced when the\n"
+    "                         conversion is done); a batch never writes over\n"
+    "                         one of its inputs\n"
     "\n"
     "A texture OUT is read back and compared with what was meant to be written\n"
     "before it replaces OUT. 'orbtex formats' lists every format and type name.\n"
@@ -115,6 +131,18 @@ using orbtexture::CORBTexture;
 using orbtexture::EORBTColourSpace;
 using orbtexture::EORBTVariableType;
 using orbtexture::PixelType;
+
+// A file by device and inode: two paths name one file when these agree.
+using FileIdentity = std::pair<uint64_t, uint64_t>;
+
+bool IdentityOf(const std::string& path, FileIdentity& identity)
+{
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+        return false;
+    identity = {uint64_t(status.st_dev), uint64_t(status.st_ino)};
+    return true;
+}
 
 struct ConvertOptions
 {
@@ -132,12 +160,17 @@ struct ConvertOptions
     std::string colourSpace;
     std::string inputColourSpace = "linear";
     int quality = 0;
+    bool qualityGiven = false;
+    bool reencode = false;
+    bool force = false;
     bool dither = false;
     bool allSurfaces = false;
     bool allowShort = false;
     bool quiet = false;
     int legacyApi = 0; // 0: a native .orb
     ImageOperations operations;
+    // Files no output may replace, with the names they were given by.
+    std::map<FileIdentity, std::string> protectedInputs;
 };
 
 // What OUT becomes, by its extension.
@@ -229,6 +262,7 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
                                                      (legacy ? " to 7" : "") + ", not '" + number + "'");
                 (quality ? options.quality : legacy ? options.legacyApi : options.jobs) =
                     int(parsed);
+                options.qualityGiven = options.qualityGiven || quality;
             }
         }
         else if (argument == "--verbose")
@@ -241,6 +275,10 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
             options.allSurfaces = true;
         else if (argument == "--allow-short")
             options.allowShort = true;
+        else if (argument == "--reencode")
+            options.reencode = true;
+        else if (argument == "--force")
+            options.force = true;
         else if (argument.size() > 1 && argument[0] == '-')
             return UsageError("convert", "unknown option '" + argument + "'");
         else
@@ -424,6 +462,37 @@ bool SurfacesLoadBack(const std::string& path, const CORBTexture& expected, bool
     return true;
 }
 
+// Why writing 'output' is refused when it is 'overwritten', an input.
+std::string OverwriteReason(const std::string& input, const std::string& output, const std::string& overwritten)
+{
+    return "its output " + output +
+           (overwritten == input ? " is the input itself" : " would write over the input " + overwritten);
+}
+
+// The input that 'path' names, if any.
+std::string ProtectedInputAt(const ConvertOptions& options, const std::string& path)
+{
+    FileIdentity identity;
+    if (options.protectedInputs.empty() || !IdentityOf(path, identity))
+        return "";
+    const auto found = options.protectedInputs.find(identity);
+    return found == options.protectedInputs.end() ? "" : found->second;
+}
+
+// Renames a written output into place unless its name is an input's (a
+// surface image of --all-surfaces, whose name is known only now).
+bool CommitUnlessInput(const ConvertOptions& options, const std::string& input, PendingOutput& output,
+                       std::string& reason)
+{
+    const std::string overwritten = ProtectedInputAt(options, output.Destination());
+    if (!overwritten.empty())
+    {
+        reason = OverwriteReason(input, output.Destination(), overwritten);
+        return false;
+    }
+    return output.Commit(reason);
+}
+
 // Name of the C array of a header output: the file name up to its first '.',
 // with anything a C identifier cannot hold replaced by '_'.
 std::string CSymbolName(const std::string& path)
@@ -455,11 +524,22 @@ std::string UnrepresentableReason(OutputKind kind, const CORBTexture& texture, i
             return described + " has no KTX (OpenGL) format code";
         break;
     case OutputKind::Legacy:
-        if (orbtexture::MapNewFormatToLegacyEnum(texture.getPixelType(), texture.getColourSpace(),
-                                                 texture.getChannelType(), texture.isPreMultiplied(),
-                                                 orbtexture::ELegacyApi(legacyApi)) == uint32_t(-1))
+    {
+        const orbtexture::ORBTPixelType number = orbtexture::MapNewFormatToLegacyEnum(
+            texture.getPixelType(), texture.getColourSpace(), texture.getChannelType(), texture.isPreMultiplied(),
+            orbtexture::ELegacyApi(legacyApi));
+        if (number == uint32_t(-1))
             return described + " has no legacy format number for legacy API " + std::to_string(legacyApi);
+        // Some numbers of the writer's sets have no row in the reader's.
+        uint64_t format;
+        EORBTColourSpace space;
+        EORBTVariableType type;
+        bool premultiplied;
+        if (!ORBTMapLegacyTextureEnumToNewFormat(number, format, space, type, premultiplied))
+            return described + " has legacy format number " + std::to_string(number) + " for legacy API " +
+                   std::to_string(legacyApi) + ", which no legacy reader knows";
         break;
+    }
     case OutputKind::ASTC:
         if (!IsASTCFormat(texture.getPixelType()))
             return "a .astc file holds an ASTC format, not " + PixelFormatName(texture.getPixelType().PixelTypeID);
@@ -471,8 +551,8 @@ std::string UnrepresentableReason(OutputKind kind, const CORBTexture& texture, i
 
 // A texture file under a temporary name, read back and checked, then renamed
 // into place.
-bool WriteTexture(const ConvertOptions& options, const std::string& path, OutputKind kind, CORBTexture& texture,
-                  std::string& reason)
+bool WriteTexture(const ConvertOptions& options, const std::string& input, const std::string& path, OutputKind kind,
+                  CORBTexture& texture, std::string& reason)
 {
     reason = UnrepresentableReason(kind, texture, options.legacyApi);
     if (!reason.empty())
@@ -510,13 +590,13 @@ bool WriteTexture(const ConvertOptions& options, const std::string& path, Output
         reason = "written file does not load back: " + reason;
         return false;
     }
-    return output.Commit(reason);
+    return CommitUnlessInput(options, input, output, reason);
 }
 
 // Image files of one surface, or of every surface; written under temporary
 // names and renamed only when all are written.
-bool WriteImages(const ConvertOptions& options, const std::string& output, const CORBTexture& texture,
-                 std::string& failedPath, std::string& reason)
+bool WriteImages(const ConvertOptions& options, const std::string& input, const std::string& output,
+                 const CORBTexture& texture, std::string& failedPath, std::string& reason)
 {
     const std::string extension = FileExtension(output);
     CORBTexture rgba8(texture);
@@ -552,7 +632,7 @@ bool WriteImages(const ConvertOptions& options, const std::string& output, const
             }
     PauseBeforeCommit();
     for (auto& output : outputs)
-        if (!output->Commit(reason))
+        if (!CommitUnlessInput(options, input, *output, reason))
         {
             failedPath = output->Destination();
             return false;
@@ -628,43 +708,90 @@ bool MeasurePSNR(const CORBTexture& source, const CORBTexture& result, float& ps
     return true;
 }
 
-// The ORBTC codecs take sides up to 4096. Words of the first generation come
-// only in whole blocks, while the texture keeps each side of a level at a
-// multiple of the format's least size (8 x 8, 16 x 8 at 2bpp), tiling a
-// smaller level up to it; any other side fails the conversion. Say so, with
-// the sizes, before trying.
-bool SidesFitORBTC(const CORBTexture& texture, PixelType format, std::string& reason)
+// Side rules of the encoders, told before converting with the sizes instead
+// of a bare failure. Some encoders take only whole units of the format's
+// least size along a side, while the texture keeps each side of a level at a
+// multiple of it (tiling a smaller level up to it): the first ORBTC
+// generation both ways, BW1bpp (8 pixels a byte), UYVY, YUY2, RGBG8888 and
+// GRGB8888 (pixel pairs) across. Both ORBTC generations stop at 4096.
+bool SidesFit(const CORBTexture& texture, PixelType format, std::string& reason)
 {
-    constexpr unsigned kLongestSide = 4096;
-    if (format.PixelTypeID > orbtexture::ePF_ORBTCII_4bpp)
+    if (!format.isNamedFormat())
         return true;
-    const bool firstGeneration = format.PixelTypeID <= orbtexture::ePF_ORBTC_4bpp_RGBA;
+    using namespace orbtexture;
+    const uint64_t id = format.PixelTypeID;
+    const bool firstGeneration = id <= ePF_ORBTC_4bpp_RGBA;
+    const bool pairsOrBits = id == ePF_UYVY || id == ePF_YUY2 || id == ePF_BW1bpp || id == ePF_RGBG8888 ||
+                             id == ePF_GRGB8888;
+    const unsigned longest = id <= ePF_ORBTCII_4bpp ? 4096 : 0;
+    if (!firstGeneration && !pairsOrBits && !longest)
+        return true;
     unsigned mx = 1, my = 1, mz = 1;
-    ORBTGetFormatMinDims(format.PixelTypeID, mx, my, mz);
-    auto fits = [firstGeneration](unsigned side, unsigned least) {
-        return side <= kLongestSide && (!firstGeneration || side < least || side % least == 0);
+    ORBTGetFormatMinDims(id, mx, my, mz);
+    auto fits = [&](unsigned side, unsigned least, bool whole) {
+        return (!longest || side <= longest) && (!whole || side < least || side % least == 0);
     };
     for (uint32_t level = 0; level < texture.getNumMIPLevels(); ++level)
     {
         const unsigned width = texture.getWidth(level), height = texture.getHeight(level);
-        if (fits(width, mx) && fits(height, my))
+        if (fits(width, mx, firstGeneration || pairsOrBits) && fits(height, my, firstGeneration))
             continue;
-        const std::string name = PixelFormatName(format.PixelTypeID);
+        const std::string rule =
+            firstGeneration ? "sides that are multiples of " + std::to_string(mx) + " across and " +
+                                  std::to_string(my) + " down (or less than that) and"
+            : pairsOrBits   ? "widths that are multiples of " + std::to_string(mx) + " (or less than that)"
+                            : "sides";
         reason = (level ? "MIP level " + std::to_string(level) : std::string("the image")) + " is " +
-                 std::to_string(width) + "x" + std::to_string(height) + ", but " + name +
-                 (firstGeneration ? " needs sides that are multiples of " + std::to_string(mx) + " across and " +
-                                        std::to_string(my) + " down (or less than that) and"
-                                  : std::string(" needs sides")) +
-                 " at most " + std::to_string(kLongestSide) + " (--canvas or --resize can fit it)";
+                 std::to_string(width) + "x" + std::to_string(height) + ", but " + PixelFormatName(id) + " needs " +
+                 rule + (longest ? " at most " + std::to_string(longest) : "") +
+                 " (--canvas or --resize can fit it)";
         return false;
     }
     return true;
+}
+
+// A named format converted to itself with nothing else to change keeps its
+// blocks: decoding and encoding again would lose a little at every pass.
+bool KeepsBlocks(const ConvertOptions& options, const CORBTexture& texture, PixelType format,
+                 EORBTVariableType type, EORBTColourSpace space)
+{
+    return texture.getPixelType().isNamedFormat() && format == texture.getPixelType() &&
+           type == texture.getChannelType() && space == texture.getColourSpace() && !options.operations.any() &&
+           !options.reencode && !options.qualityGiven;
+}
+
+// Converts a loaded texture as the options ask.
+bool ConvertTexture(const ConvertOptions& options, PixelType targetFormat, EORBTVariableType targetType,
+                    EORBTColourSpace targetSpace, CORBTexture& texture, std::string& reason)
+{
+    const PixelType sourceFormat = texture.getPixelType();
+    const EORBTVariableType sourceType = texture.getChannelType();
+    if (!ApplyImageOperations(texture, options.operations, reason))
+        return false;
+    // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
+    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
+        return false;
+    if (!SidesFit(texture, targetFormat, reason))
+        return false;
+    const bool dxtTarget = DXTSelector(targetFormat) != 0;
+    const bool transcoded =
+        dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
+                                          orbtexture::eVarUnsignedByteNorm, targetSpace)
+                  : orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
+                                          orbtexture::ECompressorQuality(options.quality), options.dither);
+    if (!transcoded)
+    {
+        reason = "cannot convert " + Describe(sourceFormat, sourceType) + " to " + Describe(targetFormat, targetType);
+        return false;
+    }
+    return !dxtTarget || CompressDXTSurfaces(texture, targetFormat, targetType, options.dither, reason);
 }
 
 bool ConvertFile(const ConvertOptions& options, const Target& target, const std::string& input,
                  const std::string& output, ProgressLine& progress, FileResult& result)
 {
     ProgressLine::File progressFile(progress, input);
+    const ASTCLeftoversRemoved leftovers;
     Stopwatch stopwatch;
     std::string reason;
     CORBTexture texture;
@@ -680,49 +807,36 @@ bool ConvertFile(const ConvertOptions& options, const Target& target, const std:
     EORBTColourSpace targetSpace = texture.getColourSpace();
     if (!options.colourSpace.empty())
         ParseColourSpace(options.colourSpace, targetSpace);
+    const OutputKind kind = KindOfOutput(FileExtension(output), options.legacyApi);
 
-    if (!ConvertReads(sourceFormat))
+    // The library decodes a named source even into its own format; kept
+    // blocks are decoded only for an image.
+    const bool keep = KeepsBlocks(options, texture, targetFormat, targetType, targetSpace);
+    const bool decodes = !keep || kind == OutputKind::Image;
+    if (decodes && !ConvertReads(sourceFormat))
         return Fail(result, input, "no decoder for " + PixelFormatName(sourceFormat.PixelTypeID) + " in this version");
-    if (!ConvertWrites(targetFormat))
+    if (!keep && !ConvertWrites(targetFormat))
         return Fail(result, input, "no encoder for " + PixelFormatName(targetFormat.PixelTypeID) + " in this version");
-    if (!QualitySupported(targetFormat, options.quality, reason))
+    if (!keep && !QualitySupported(targetFormat, options.quality, reason))
         return Fail(result, input, reason);
-    // The library decodes a named source even into its own format.
-    for (const PixelType format : {sourceFormat, targetFormat})
-        if (IsASTCFormat(format) && !orbtexture::isASTCEncAvailable())
+    for (const auto& [format, used] : {std::pair(sourceFormat, decodes), std::pair(targetFormat, !keep)})
+        if (used && IsASTCFormat(format) && !orbtexture::isASTCEncAvailable())
             return Fail(result, input,
                         PixelFormatName(format.PixelTypeID) + " needs the astcenc program, which is not on PATH");
-    if (!ApplyImageOperations(texture, options.operations, reason))
-        return Fail(result, input, reason);
-    // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
-    if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
-        return Fail(result, input, reason);
-    if (!SidesFitORBTC(texture, targetFormat, reason))
-        return Fail(result, input, reason);
     const CORBTexture source = options.verbose ? texture : CORBTexture();
-    const bool dxtTarget = DXTSelector(targetFormat) != 0;
     progressFile.SetSurfaces(texture.getNumMIPLevels() * texture.getNumArrayMembers() * texture.getNumFaces());
-    const bool transcoded =
-        dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
-                                          orbtexture::eVarUnsignedByteNorm, targetSpace)
-                  : orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
-                                          orbtexture::ECompressorQuality(options.quality), options.dither);
-    if (!transcoded)
-        return Fail(result, input,
-                    "cannot convert " + Describe(sourceFormat, sourceType) + " to " + Describe(targetFormat, targetType));
-    if (dxtTarget && !CompressDXTSurfaces(texture, targetFormat, targetType, options.dither, reason))
+    if (!keep && !ConvertTexture(options, targetFormat, targetType, targetSpace, texture, reason))
         return Fail(result, input, reason);
     result.seconds[1] = stopwatch.Lap();
     result.written = Describe(texture.getPixelType(), texture.getChannelType());
 
-    const OutputKind kind = KindOfOutput(FileExtension(output), options.legacyApi);
     if (kind == OutputKind::Image)
     {
         std::string failedPath;
-        if (!WriteImages(options, output, texture, failedPath, reason))
+        if (!WriteImages(options, input, output, texture, failedPath, reason))
             return Fail(result, failedPath, reason);
     }
-    else if (!WriteTexture(options, output, kind, texture, reason))
+    else if (!WriteTexture(options, input, output, kind, texture, reason))
         return Fail(result, output, reason);
     result.seconds[2] = stopwatch.Lap();
     if (options.verbose)
@@ -778,10 +892,16 @@ std::vector<std::string> BatchFiles(const std::vector<std::string>& inputs, bool
     return files;
 }
 
-int RunBatch(const ConvertOptions& options, const Target& target)
+int RunBatch(ConvertOptions& options, const Target& target)
 {
     bool anyFailed = false;
     const std::vector<std::string> files = BatchFiles(options.inputs, anyFailed);
+    for (const std::string& file : files)
+    {
+        FileIdentity identity;
+        if (IdentityOf(file, identity))
+            options.protectedInputs.emplace(identity, file);
+    }
 
     // Each file's output; a name that an earlier file takes is a failure.
     struct Job
@@ -796,13 +916,17 @@ int RunBatch(const ConvertOptions& options, const Target& target)
             (std::filesystem::path(options.outDirectory) / std::filesystem::path(input).stem()).string() +
             options.extension;
         const auto earlier = taken.emplace(output, input);
-        if (earlier.second)
-            jobs.push_back({input, output});
+        const std::string overwritten = ProtectedInputAt(options, output);
+        if (!earlier.second)
+            PrintError(input, "its output " + output + " is also the output of " + earlier.first->second);
+        else if (!overwritten.empty())
+            PrintError(input, OverwriteReason(input, output, overwritten));
         else
         {
-            PrintError(input, "its output " + output + " is also the output of " + earlier.first->second);
-            anyFailed = true;
+            jobs.push_back({input, output});
+            continue;
         }
+        anyFailed = true;
     }
     std::error_code error;
     if (!jobs.empty() && !std::filesystem::create_directories(options.outDirectory, error) && error)
@@ -867,6 +991,15 @@ int RunConvert(const std::vector<std::string>& arguments)
     if (!ReadTarget(options, target, reason))
     {
         PrintError(input, reason);
+        return kExitFailure;
+    }
+    FileIdentity identity;
+    if (!options.force && IdentityOf(input, identity))
+        options.protectedInputs.emplace(identity, input);
+    const std::string overwritten = ProtectedInputAt(options, options.output);
+    if (!overwritten.empty())
+    {
+        PrintError(input, OverwriteReason(input, options.output, overwritten) + " (--force writes over it)");
         return kExitFailure;
     }
     ProgressLine progress(1, false, options.quiet);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "Codecs/ASTCCodec.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
 #include "ImageFiles.h"
@@ -34,19 +35,21 @@ bool LoadTextureOrImage(const std::string& path, EORBTColourSpace imageColourSpa
     const std::shared_lock<std::shared_mutex> limited(gLoadLimitLock);
     if (IsReadableImageExtension(FileExtension(path)))
         return LoadImageFile(path, imageColourSpace, texture, reason);
-    texture = CORBTexture(path.c_str());
-    if (!texture.getDataPtr())
+    // Short data are refused before the pixel block is allocated.
+    if (!texture.loadFile(path.c_str(), allowShort))
     {
         reason = ORBTGetLastError();
         return false;
     }
-    const uint64_t shortfall = ORBTGetLastLoadShortfall();
-    if (shortfall && !allowShort)
-    {
-        reason = "pixel data short by " + std::to_string(shortfall) + " bytes";
-        return false;
-    }
     return true;
+}
+
+ASTCLeftoversRemoved::~ASTCLeftoversRemoved()
+{
+    char path[4096];
+    for (const char* extension : {"ktx", "astc"})
+        if (getTempFile(path, extension) > 0)
+            std::remove(path);
 }
 
 void StandardTypeFor(const CORBTexture& texture, PixelType& format, EORBTVariableType& channelType)

@@ -20,6 +20,18 @@ namespace cli
 bool LoadTextureOrImage(const std::string& path, orbtexture::EORBTColourSpace imageColourSpace, bool allowShort,
                         orbtexture::CORBTexture& texture, std::string& reason);
 
+// Removes, when it goes out of scope, what a failed run of astcenc left in the
+// calling thread's temporary names (the library keeps those files for its
+// caller to look at); the names are the thread's own.
+class ASTCLeftoversRemoved
+{
+public:
+    ASTCLeftoversRemoved() = default;
+    ~ASTCLeftoversRemoved();
+    ASTCLeftoversRemoved(const ASTCLeftoversRemoved&) = delete;
+    ASTCLeftoversRemoved& operator=(const ASTCLeftoversRemoved&) = delete;
+};
+
 // Lifts the library's load limit, which is process-wide, for the read-back of
 // a written file, and restores it. Inputs (LoadTextureOrImage) wait while one
 // is held, and it waits for the inputs being loaded, so that no thread's input

@@ -1,12 +1,18 @@
 // orbtex convert to and from ASTC, which the library serves through astcenc.
 
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
+#include "Codecs/ASTCCodec.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
 #include "RunOrbtex.h"
@@ -48,7 +54,69 @@ double PSNR(const uint8_t* a, const uint8_t* b, size_t size)
     return sum == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 * double(size) / sum);
 }
 
+// How many processes have 'text' in their command line.
+int ProcessesMentioning(const std::string& text)
+{
+    int count = 0;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error))
+    {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos)
+            continue;
+        std::string line = testsupport::Slurp(entry.path() / "cmdline");
+        count += line.find(text) != std::string::npos;
+    }
+    return count;
+}
+
+// Waits up to 'seconds' for 'done'.
+template <typename Condition>
+bool Within(double seconds, Condition done)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done())
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
 } // namespace
+
+// A signal while astcenc works ends it with the tool, and the handlers of
+// SIGINT and SIGTERM remove its temporary files; after SIGKILL, which no
+// handler sees, the tool still ends with its parent.
+TEST(OrbtexASTC, SignalsEndTheEncoderAndRemoveItsFiles)
+{
+    if (!isASTCEncAvailable())
+        GTEST_SKIP() << "astcenc is not on PATH";
+    ScratchDir dir;
+    CORBTexture noise(CORBTextureHeader(ORBStandard8PixelType, 1024, 1024));
+    for (uint32_t i = 0; i < noise.getDataSize(); ++i)
+        noise.getDataPtr()[i] = uint8_t((i * 2654435761u) >> 11);
+    ASSERT_TRUE(noise.saveFile((dir / "noise.orb").c_str()));
+    const std::string tmp = dir / "tmp";
+    for (const int signal : {SIGINT, SIGTERM, SIGKILL})
+    {
+        SCOPED_TRACE(strsignal(signal));
+        std::filesystem::create_directories(tmp);
+        const pid_t pid = testsupport::SpawnOrbtex(
+            dir, {"convert", dir / "noise.orb", dir / "out.ktx", "--format", "ASTC_4x4", "--quality", "3"}, "TMPDIR",
+            tmp);
+        ASSERT_GT(pid, 0);
+        ASSERT_TRUE(Within(30, [&] { return ProcessesMentioning(tmp) > 0; })) << "astcenc did not start";
+        ::kill(pid, signal);
+        const int status = testsupport::WaitOrbtex(pid);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_TRUE(Within(1, [&] { return ProcessesMentioning(tmp) == 0; }));
+        EXPECT_TRUE(signal == SIGKILL || std::filesystem::is_empty(tmp));
+        EXPECT_FALSE(std::filesystem::exists(dir / "out.ktx"));
+        std::filesystem::remove_all(tmp);
+    }
+}
 
 TEST(OrbtexASTC, ConvertsToEveryContainerAndBack)
 {

@@ -43,6 +43,13 @@ void WritePng(const std::string& path, int width, int height, int seed)
     ASSERT_TRUE(stbi_write_png(path.c_str(), width, height, 4, Picture(width, height, seed).data(), width * 4));
 }
 
+void WriteOrb(const std::string& path, int seed)
+{
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 8, 8));
+    std::copy_n(Picture(8, 8, seed).data(), texture.getDataSize(), texture.getDataPtr());
+    ASSERT_TRUE(texture.saveFile(path.c_str()));
+}
+
 std::vector<std::string> Names(const std::string& directory)
 {
     std::vector<std::string> names;
@@ -69,9 +76,7 @@ TEST(OrbtexBatch, ABrokenFileIsReportedAndTheOthersGoOn)
     std::filesystem::create_directory(dir / "in");
     WritePng(dir / "in/a.png", 16, 8, 1);
     WritePng(dir / "loose.png", 8, 8, 2);
-    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 8, 8));
-    std::copy_n(Picture(8, 8, 3).data(), texture.getDataSize(), texture.getDataPtr());
-    ASSERT_TRUE(texture.saveFile((dir / "in/b.orb").c_str()));
+    WriteOrb(dir / "in/b.orb", 3);
     testsupport::WriteBytes(dir / "in/c.png", {'n', 'o', 't'});
     testsupport::WriteBytes(dir / "in/notes.txt", {'x'});
 
@@ -107,6 +112,53 @@ TEST(OrbtexBatch, ABrokenFileIsReportedAndTheOthersGoOn)
     EXPECT_EQ(clash.status, 1);
     EXPECT_EQ(clash.err, "orbtex: " + (dir / "empty") + ": holds no image or texture file\n");
     EXPECT_EQ(Names(dir / "out3"), (std::vector<std::string>{"loose.png"}));
+}
+
+// No output replaces an input: a batch refuses such a file before converting
+// any, a hard link by its other name too; one file replaces itself only with
+// --force.
+TEST(OrbtexBatch, NoOutputWritesOverAnInput)
+{
+    ScratchDir dir;
+    std::filesystem::create_directory(dir / "t");
+    WritePng(dir / "t/a.png", 8, 8, 1);
+    WritePng(dir / "t/b.png", 8, 8, 2);
+    WriteOrb(dir / "t/c.orb", 3);
+    std::filesystem::create_hard_link(dir / "t/b.png", dir / "t/linked.png");
+    const auto before = [&](const std::string& name) { return testsupport::ReadBytes(dir / name); };
+    const std::vector<uint8_t> a = before("t/a.png"), b = before("t/b.png");
+
+    RunResult run = Orbtex(dir, "convert " + Quote(dir / "t") + " " + Quote(dir / "t/c.orb") + " -o " +
+                                    Quote(dir / "t") + " --ext png --format r5g6b5");
+    EXPECT_EQ(run.status, 1);
+    // c.orb, named twice, is refused the second time; it alone is converted.
+    EXPECT_EQ(Lines(run.err),
+              (std::vector<std::string>{
+                  "orbtex: " + (dir / "t/a.png") + ": its output " + (dir / "t/a.png") + " is the input itself",
+                  "orbtex: " + (dir / "t/b.png") + ": its output " + (dir / "t/b.png") + " is the input itself",
+                  "orbtex: " + (dir / "t/linked.png") + ": its output " + (dir / "t/linked.png") +
+                      " would write over the input " + (dir / "t/b.png"),
+                  "orbtex: " + (dir / "t/c.orb") + ": its output " + (dir / "t/c.png") + " is also the output of " +
+                      (dir / "t/c.orb")}));
+    EXPECT_EQ(before("t/a.png"), a);
+    EXPECT_EQ(before("t/b.png"), b);
+    EXPECT_TRUE(std::filesystem::exists(dir / "t/c.png"));
+
+    run = Orbtex(dir, "convert " + Quote(dir / "t/a.png") + " " + Quote(dir / "t/a.png") + " --format r5g6b5");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + (dir / "t/a.png") + ": its output " + (dir / "t/a.png") +
+                           " is the input itself (--force writes over it)\n");
+    // The surfaces of --all-surfaces are named only once the input is read.
+    const std::string surface = dir / "t/s-level0-member0-face0.png";
+    std::filesystem::copy_file(dir / "t/a.png", surface);
+    run = Orbtex(dir, "convert " + Quote(surface) + " " + Quote(dir / "t/s.png") + " --all-surfaces");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + surface + ": its output " + surface + " is the input itself\n");
+    EXPECT_EQ(testsupport::ReadBytes(surface), a);
+
+    run = Orbtex(dir, "convert " + Quote(dir / "t/a.png") + " " + Quote(dir / "t/a.png") + " --format r5g6b5 --force");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(before("t/a.png"), a);
 }
 
 TEST(OrbtexBatch, OutputDoesNotDependOnJobs)

@@ -417,8 +417,9 @@ TEST(OrbtexConvert, UnsupportedQualitiesAreNamed)
 }
 
 // ORBTC of the first generation holds sides that are multiples of its least
-// size or below it; ORBTCII any side. Both stop at 4096.
-TEST(OrbtexConvert, ORBTCSidesAreNamedBeforeConverting)
+// size or below it, and BW1bpp and the pixel-pair formats widths; ORBTCII
+// any side. Both ORBTC generations stop at 4096.
+TEST(OrbtexConvert, SizeRulesAreNamedBeforeConverting)
 {
     ScratchDir dir;
     ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
@@ -446,6 +447,14 @@ TEST(OrbtexConvert, ORBTCSidesAreNamedBeforeConverting)
         {"--format ORBTC_4bpp_RGB --canvas 16x24", ""},
         {"--format ORBTC_4bpp_RGB --canvas 32x32 --mipmaps", ""},
         {"--format ORBTCII_4bpp --canvas 12x12 --mipmaps", ""},
+        {"--format BW1bpp --canvas 36x20",
+         "the image is 36x20, but BW1bpp needs widths that are multiples of 8 (or less than that) "
+         "(--canvas or --resize can fit it)"},
+        {"--format YUY2 --canvas 12x4 --mipmaps",
+         "MIP level 2 is 3x1, but YUY2 needs widths that are multiples of 2 (or less than that) "
+         "(--canvas or --resize can fit it)"},
+        {"--format BW1bpp --canvas 32x3 --mipmaps", ""},
+        {"--format RGBG8888 --canvas 2x5", ""},
     };
     for (const Case& c : cases)
     {

@@ -170,9 +170,14 @@ TEST(OrbtexDXT, DecodesEverySurfaceThenConverts)
                           eColourSpaceLinear));
     EXPECT_EQ(Bytes(CORBTexture((dir / "565.orb").c_str())), Bytes(expected565));
 
-    // The target defaults to the source's DXT5: decoded, compressed again,
-    // and level 0 of member 0 decoded for the image.
-    run = Orbtex(dir, Convert(dir, "in.orb", "again.png"));
+    // The target defaults to the source's DXT5, whose blocks stay: the image
+    // shows level 0 of member 0 as the file decodes. --reencode compresses
+    // the decoded pixels again.
+    run = Orbtex(dir, Convert(dir, "in.orb", "own.png"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(PngRGBA(dir / "own.png"),
+              std::vector<uint8_t>(decoded.getDataPtr(), decoded.getDataPtr() + decoded.getDataSize(0, false)));
+    run = Orbtex(dir, Convert(dir, "in.orb", "again.png", "--reencode"));
     ASSERT_EQ(run.status, 0) << run.err;
     const CORBTexture again = Decompressed(Compressed(decoded, ePF_DXT5));
     EXPECT_EQ(PngRGBA(dir / "again.png"),
@@ -307,13 +312,16 @@ TEST(OrbtexDXTInterop, ForeignReadersDecodeWrittenDDS)
             ASSERT_NE(written.getDataPtr(), nullptr) << ORBTGetLastError();
             const CORBTexture decoded = Decompressed(written);
             const std::vector<uint8_t> ours(decoded.getDataPtr(), decoded.getDataPtr() + decoded.getDataSize(0));
+            // The tool's image of the file is that file's own decode.
+            ASSERT_EQ(Orbtex(dir, Convert(dir, "out.dds", "out.png")).status, 0);
+            EXPECT_EQ(PngRGBA(dir / "out.png"), ours);
             for (const auto reader : {pillow ? testsupport::PillowRGBA : nullptr,
                                       magick ? testsupport::MagickRGBA : nullptr})
             {
                 if (!reader)
                     continue;
                 std::vector<uint8_t> theirs;
-                ASSERT_TRUE(reader(dir, dir / "out.dds", theirs));
+                ASSERT_TRUE(reader(dir, dir / "out.dds", theirs, false));
                 ASSERT_EQ(theirs.size(), ours.size());
                 int worstColour = 0, worstAlpha = 0;
                 for (size_t i = 0; i < ours.size(); ++i)

@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -255,6 +257,47 @@ TEST(OrbtexProcess, WrittenFileIsCheckedBeforeItReplacesTheOutput)
         EXPECT_EQ(CountLines(err), 1) << err;
         EXPECT_TRUE(TemporaryFiles(dir).empty());
         EXPECT_FALSE(std::filesystem::exists(dir / c.output));
+    }
+}
+
+// A native file that declares up to the load limit but holds few or no pixel
+// bytes is refused before its pixel block is allocated.
+TEST(OrbtexProcess, ShortNativeFilesCostLittleMemory)
+{
+    ScratchDir dir;
+    const uint64_t rgba8 = ORBStandard8PixelType;
+    struct Case
+    {
+        const char* name;
+        uint64_t format;
+        uint32_t width, height, depth, members;
+        size_t pixelBytes;
+    };
+    const Case cases[] = {
+        {"members.orb", rgba8, 1, 1, 1, 1u << 28, 0},   {"depth.orb", rgba8, 1, 1, 1u << 28, 1, 0},
+        {"large.orb", rgba8, 16384, 16383, 1, 1, 0},    {"orbtc.orb", ePF_ORBTC_4bpp_RGB, 1, 1, 1, 1u << 25, 0},
+        {"some.orb", rgba8, 16384, 16383, 1, 1, 4096},
+    };
+    for (const Case& c : cases)
+    {
+        ORBTextureHeaderV3 header;
+        header.pixelFormat = c.format;
+        header.width = c.width, header.height = c.height, header.depth = c.depth, header.numSurfaces = c.members;
+        std::vector<uint8_t> bytes(sizeof header + c.pixelBytes, 7);
+        std::memcpy(bytes.data(), &header, sizeof header);
+        testsupport::WriteBytes(dir / c.name, bytes);
+        for (const char* command : {"convert", "compare"})
+        {
+            SCOPED_TRACE(std::string(command) + " " + c.name);
+            const pid_t pid = SpawnOrbtex(dir, {command, dir / c.name, dir / (command[1] == 'o' ? "out.orb" : c.name)});
+            int status = 0;
+            struct rusage usage;
+            ASSERT_EQ(::wait4(pid, &status, 0, &usage), pid);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+            EXPECT_LT(usage.ru_maxrss, 64 * 1024); // kilobytes
+            EXPECT_NE(testsupport::Slurp(dir / "stderr").find(c.pixelBytes ? "pixel data short by" : "pixel data missing"),
+                      std::string::npos);
+        }
     }
 }
 

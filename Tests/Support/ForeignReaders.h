@@ -42,8 +42,10 @@ inline bool HavePillow()
 
 inline bool HaveImageMagick() { return access(kConvert, X_OK) == 0; }
 
-// Pillow's decoding of a file as raw RGBA bytes.
-inline bool PillowRGBA(const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba)
+// Pillow's decoding of a file as raw RGBA bytes; a file it cannot read fails
+// the test unless 'mayRefuse'.
+inline bool PillowRGBA(const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba,
+                       bool mayRefuse = false)
 {
     const char* source = "import sys\n"
                          "from PIL import Image\n"
@@ -54,20 +56,23 @@ inline bool PillowRGBA(const ScratchDir& dir, const std::string& path, std::vect
     const std::string out = dir / "pillow.rgba", log = dir / "pillow.log";
     if (!RunCommand(std::string(kPython) + " '" + script + "' '" + path + "' '" + out + "'", log))
     {
-        ADD_FAILURE() << "Pillow cannot read " << path << ":\n" << LogText(log);
+        if (!mayRefuse)
+            ADD_FAILURE() << "Pillow cannot read " << path << ":\n" << LogText(log);
         return false;
     }
     rgba = ReadBytes(out);
     return true;
 }
 
-// ImageMagick's decoding of a file as raw 8-bit RGBA bytes.
-inline bool MagickRGBA(const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba)
+// ImageMagick's decoding of a file as raw 8-bit RGBA bytes, as PillowRGBA.
+inline bool MagickRGBA(const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba,
+                       bool mayRefuse = false)
 {
     const std::string out = dir / "magick.rgba", log = dir / "magick.log";
     if (!RunCommand(std::string(kConvert) + " '" + path + "' -depth 8 'rgba:" + out + "'", log))
     {
-        ADD_FAILURE() << "ImageMagick cannot read " << path << ":\n" << LogText(log);
+        if (!mayRefuse)
+            ADD_FAILURE() << "ImageMagick cannot read " << path << ":\n" << LogText(log);
         return false;
     }
     rgba = ReadBytes(out);
