@@ -176,11 +176,20 @@ TEST(OrbtexASTC, WithoutTheToolNamesItAndWritesNothing)
     setenv("PATH", (dir / "empty").c_str(), 1);
     const RunResult to =
         Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "out.ktx") + " --format ASTC_4x4");
+    // Blocks move between containers without the tool; an image needs it.
+    CORBTexture blocks(CORBTextureHeader(ePF_ASTC_8x5, 5, 8));
+    std::fill_n(blocks.getDataPtr(), blocks.getDataSize(), uint8_t(0x5A));
+    ASSERT_TRUE(blocks.saveFile((dir / "blocks.orb").c_str()));
+    const RunResult moved = Orbtex(dir, "convert " + Quote(dir / "blocks.orb") + " " + Quote(dir / "blocks.ktx"));
+    const RunResult shown = Orbtex(dir, "convert " + Quote(dir / "blocks.orb") + " " + Quote(dir / "blocks.png"));
     const RunResult formats = Orbtex(dir, "formats");
     setenv("PATH", path.c_str(), 1);
 
     EXPECT_EQ(to.status, 1);
     EXPECT_EQ(to.err, "orbtex: " + (dir / "in.orb") + ": ASTC_4x4 needs the astcenc program, which is not on PATH\n");
     EXPECT_FALSE(std::filesystem::exists(dir / "out.ktx"));
+    EXPECT_EQ(moved.status, 0) << moved.err;
+    EXPECT_EQ(shown.err,
+              "orbtex: " + (dir / "blocks.orb") + ": ASTC_8x5 needs the astcenc program, which is not on PATH\n");
     EXPECT_NE(formats.out.find("astcenc program, not found on PATH"), std::string::npos);
 }

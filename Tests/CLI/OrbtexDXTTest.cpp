@@ -182,6 +182,9 @@ TEST(OrbtexDXT, DecodesEverySurfaceThenConverts)
     const CORBTexture again = Decompressed(Compressed(decoded, ePF_DXT5));
     EXPECT_EQ(PngRGBA(dir / "again.png"),
               std::vector<uint8_t>(again.getDataPtr(), again.getDataPtr() + again.getDataSize(0, false)));
+    // A quality asks for the new encoding too.
+    ASSERT_EQ(Orbtex(dir, Convert(dir, "in.orb", "quality.png", "--quality 3")).status, 0);
+    EXPECT_EQ(PngRGBA(dir / "quality.png"), PngRGBA(dir / "again.png"));
 }
 
 // An image written with a DXT target shows the compressed result; --dither
