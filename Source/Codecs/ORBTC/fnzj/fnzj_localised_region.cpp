@@ -546,27 +546,48 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         region.lastChangedStamp = stamp;
 }
 
-void* RunAnOptimisePhaseThread(void* argument)
+namespace
 {
-    const ThreadArgPair& pair = *static_cast<const ThreadArgPair*>(argument);
-    const OptimiseThreadArgs& args = *static_cast<const OptimiseThreadArgs*>(pair.shared);
+
+// Rows first, first + 2, ... before end, each row's columns in visiting order.
+void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t end)
+{
     const CompressParams& params = *args.params;
     OptimiseWork* work = new (std::nothrow) OptimiseWork;
     if (!work || !InitOptimiseWork(*work, params))
     {
         std::fprintf(stderr, "Err: Failed to allocate OptimiseRegion working space!!\n");
         delete work;
-        return nullptr;
+        return;
     }
-    uint32_t first, end;
-    OptimiseRows(pair.index, args.threadCount, params.blocksHigh, args.rowParity, first, end);
     const std::vector<uint32_t> columns = ColumnVisitOrder(params.blocksWide);
     for (uint32_t row = first; row < end; row += 2)
         for (uint32_t column : columns)
             OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
     ReleaseOptimiseWork(*work);
     delete work;
+}
+
+} // namespace
+
+void* RunAnOptimisePhaseThread(void* argument)
+{
+    const ThreadArgPair& pair = *static_cast<const ThreadArgPair*>(argument);
+    const OptimiseThreadArgs& args = *static_cast<const OptimiseThreadArgs*>(pair.shared);
+    const uint32_t blocksHigh = args.params->blocksHigh;
+    uint32_t first, end;
+    OptimiseRows(pair.index, args.threadCount, blocksHigh, args.rowParity, first, end);
+    if (end == blocksHigh && HoldsBackLastRow(blocksHigh, args.rowParity))
+        --end;
+    OptimiseBlockRows(args, first, end);
     return nullptr;
+}
+
+void OptimiseHeldBackRow(const OptimiseThreadArgs& args)
+{
+    const uint32_t blocksHigh = args.params->blocksHigh;
+    if (HoldsBackLastRow(blocksHigh, args.rowParity))
+        OptimiseBlockRows(args, blocksHigh - 1, blocksHigh);
 }
 
 void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,

@@ -160,8 +160,10 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
                     OptimiseWork& work, uint32_t stamp, RegionStats* const* RegRow);
 
 // Thread body of an optimise phase: 'pair' is a ThreadArgPair whose shared
-// record is an OptimiseThreadArgs.
+// record is an OptimiseThreadArgs. A row held back (HoldsBackLastRow) is left
+// to OptimiseHeldBackRow, called once the phase's threads are joined.
 void* RunAnOptimisePhaseThread(void* pair);
+void OptimiseHeldBackRow(const OptimiseThreadArgs& args);
 
 // The final word of block (row, column) into 'word' (modulation word, then
 // colour word).

@@ -165,6 +165,14 @@ void StatsRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t& fi
 // 'first' up to before 'end', every second row.
 void OptimiseRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t parity, uint32_t& first,
                   uint32_t& end);
+// Whether the phase of row parity p holds back its last row: with an odd
+// number of rows above one, the last row and row 0 are both even and
+// neighbours across the wrap, so the last waits until the others are joined
+// and is then done alone, as one thread does it last.
+inline bool HoldsBackLastRow(uint32_t blocksHigh, uint32_t parity)
+{
+    return parity == 0 && blocksHigh > 1 && blocksHigh % 2 == 1;
+}
 // The order in which the columns of a row are visited: 0, 2, 1, 4, 3, ...
 std::vector<uint32_t> ColumnVisitOrder(uint32_t blocksWide);
 

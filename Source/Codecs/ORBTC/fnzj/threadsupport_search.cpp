@@ -258,6 +258,7 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
             const OptimiseThreadArgs args{image, &params, parity, 4 * pass + 1 + 2 * parity, rows,
                                           OptimiserThreadCount(params.blocksHigh)};
             RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
+            OptimiseHeldBackRow(args);
         }
         FNZJReportProgress({level, levelCount, pass + 1, passes, uint32_t(image->width), uint32_t(image->height)});
     }
