@@ -175,7 +175,11 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
                     StoreWords(out, word1, word2);
                     break;
                 }
-                compressBlockAlphaFast(alpha, 0, 0, 4, out, alphaTable);
+                // The exhaustive qualities search every alpha table and base.
+                if (quality >= 2)
+                    compressBlockAlphaSlow(alpha, 0, 0, 4, out, alphaTable);
+                else
+                    compressBlockAlphaFast(alpha, 0, 0, 4, out, alphaTable);
                 if (quality == 2)
                     compressBlockETC2Exhaustive(rgb, decoded, 4, 0, 0, word1, word2);
                 else if (quality == 3)
