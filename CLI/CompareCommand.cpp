@@ -19,6 +19,7 @@
 #include "ImageFiles.h"
 #include "ORBTextureDiffTools.h"
 #include "ORBTextureUtilities.h"
+#include "Scores.h"
 #include "TextureInput.h"
 
 namespace cli
@@ -38,7 +39,10 @@ const char* const kCompareHelp =
     "formats are decoded); when A and B end up with different types, both are\n"
     "compared as r32g32b32a32 sf. The overall RMS is the root of the sum of the\n"
     "channels' RMS values, and the PSNR is 20 log10(peak / sqrt(RMS)); \"inf\"\n"
-    "marks identical data.\n"
+    "marks identical data. When B's format holds alpha, red, green, blue and\n"
+    "the whole pixel are measured only where A is visible in B (A's alpha\n"
+    "above 0, or at least half for 1-bit alpha), since colour under alpha 0\n"
+    "is never seen; alpha is measured over every pixel.\n"
     "\n"
     "Options:\n"
     "  --mip N, --member N, --face N\n"
@@ -57,8 +61,10 @@ const char* const kCompareHelp =
     "  --report DIR           compare each RESULT with ORIGINAL and write\n"
     "                         DIR/report.html: a table of format, quality\n"
     "                         (from a -qN at the end of the name), bits per\n"
-    "                         pixel, data bytes, overall PSNR and the time to\n"
-    "                         load and decode, also printed, and for each\n"
+    "                         pixel, data bytes, overall PSNR (where the\n"
+    "                         original is visible, as above), alpha's own\n"
+    "                         PSNR, and the time to load and decode, also\n"
+    "                         printed, and for each\n"
     "                         RESULT the original, the decoded result and\n"
     "                         the difference image of the measured surface\n"
     "                         as .png files beside it\n"
@@ -153,15 +159,47 @@ int ParseArguments(const std::vector<std::string>& arguments, CompareOptions& op
     return -1;
 }
 
-bool LoadStandard(const std::string& path, CORBTexture& texture)
+// Loads a file and brings it to a standard type; 'holds' tells what its own
+// format keeps.
+bool LoadStandard(const std::string& path, CORBTexture& texture, Holds& holds)
 {
     std::string reason;
-    if (!LoadTextureOrImage(path, eColourSpaceLinear, false, texture, reason) || !MakeStandard(texture, reason))
+    if (!LoadTextureOrImage(path, eColourSpaceLinear, false, texture, reason))
+    {
+        PrintError(path, reason);
+        return false;
+    }
+    holds = WhatItHolds(texture.getPixelType());
+    if (!MakeStandard(texture, reason))
     {
         PrintError(path, reason);
         return false;
     }
     return true;
+}
+
+// The pair measured for colour and the pixel as a whole: where a result that
+// holds alpha shows the original, or the whole surface; 'kept' of 'pixels'.
+struct MeasuredPair
+{
+    CORBTexture a, b;
+    unsigned mip = 0, member = 0, face = 0;
+    size_t kept = 0, pixels = 0;
+};
+
+MeasuredPair ColourPair(const CORBTexture& a, const CORBTexture& b, Holds holds, unsigned mip, unsigned member,
+                        unsigned face)
+{
+    MeasuredPair pair;
+    pair.pixels = size_t(a.getWidth(mip)) * a.getHeight(mip) * a.getDepth(mip);
+    if (MasksColour(holds))
+    {
+        VisiblePixels(a, b, mip, member, face, holds, pair.a, pair.b, pair.kept);
+        if (pair.kept < pair.pixels)
+            return pair;
+    }
+    pair.a = a, pair.b = b, pair.mip = mip, pair.member = member, pair.face = face, pair.kept = pair.pixels;
+    return pair;
 }
 
 std::string Size(const CORBTexture& t)
@@ -212,25 +250,48 @@ std::string Number(float value)
     return text;
 }
 
-void PrintTable(const CORBTexture& a, const CompareOptions& options, const CORBTexture& b)
+// The five measures of a pair over one surface.
+struct Measures
+{
+    ChannelDiffResult results[5];
+};
+
+Measures Measure(const CORBTexture& a, const CORBTexture& b, unsigned mip, unsigned member, unsigned face)
+{
+    if (!a.getDataPtr())
+        return Measures{};
+    return {{GetMaxDifference(a, b, mip, member, face), GetMeanErrorValue(a, b, mip, member, face),
+             GetRMSErrorValue(a, b, mip, member, face), GetStandardDeviation(a, b, mip, member, face),
+             GetPSNRValue(a, b, mip, member, face)}};
+}
+
+void PrintTable(const CORBTexture& a, const CompareOptions& options, const CORBTexture& b, Holds holds)
 {
     const unsigned mip = options.surface[0], member = options.surface[1], face = options.surface[2];
-    const ChannelDiffResult results[5] = {
-        GetMaxDifference(a, b, mip, member, face), GetMeanErrorValue(a, b, mip, member, face),
-        GetRMSErrorValue(a, b, mip, member, face), GetStandardDeviation(a, b, mip, member, face),
-        GetPSNRValue(a, b, mip, member, face)};
+    const MeasuredPair pair = ColourPair(a, b, holds, mip, member, face);
+    const Measures colour = Measure(pair.a, pair.b, pair.mip, pair.member, pair.face);
+    const Measures whole = Measure(a, b, mip, member, face);
     std::cout << "compared as " << PixelFormatName(a.getPixelType().PixelTypeID) << " "
               << ChannelTypeShortName(a.getChannelType()) << ", level " << mip << ", member " << member << ", face "
               << face << " (" << a.getWidth(mip) << "x" << a.getHeight(mip) << "x" << a.getDepth(mip) << ")\n";
+    if (pair.kept < pair.pixels)
+        std::cout << "r, g, b and overall over the " << pair.kept << " of " << pair.pixels << " pixels where "
+                  << options.first << " is visible in " << options.results[0] << "; a over all\n";
     std::printf("%-8s %14s %14s %14s %14s %10s\n", "channel", "max", "mean", "rms", "stddev", "psnr_db");
     const char* const rows[5] = {"r", "g", "b", "a", "overall"};
     for (int row = 0; row < 5; ++row)
     {
         const auto field = [&](int measure) {
-            return row < 4 ? results[measure].channels[row] : results[measure].overall;
+            const ChannelDiffResult& result = (row == 3 ? whole : colour).results[measure];
+            return row < 4 ? result.channels[row] : result.overall;
         };
-        std::printf("%-8s %14s %14s %14s %14s %10s\n", rows[row], Number(field(0)).c_str(), Number(field(1)).c_str(),
-                    Number(field(2)).c_str(), Number(field(3)).c_str(), DecibelsText(field(4)).c_str());
+        // A result that shows none of the original has no colour to measure.
+        const bool none = pair.kept == 0 && row != 3;
+        const auto text = [&](int measure) {
+            return none ? std::string("-") : measure < 4 ? Number(field(measure)) : DecibelsText(field(4));
+        };
+        std::printf("%-8s %14s %14s %14s %14s %10s\n", rows[row], text(0).c_str(), text(1).c_str(), text(2).c_str(),
+                    text(3).c_str(), text(4).c_str());
     }
     std::fflush(stdout);
 }
@@ -337,7 +398,8 @@ std::string QualityFromName(const std::string& path)
 int RunReport(const CompareOptions& options)
 {
     CORBTexture original;
-    if (!LoadStandard(options.first, original))
+    Holds unused;
+    if (!LoadStandard(options.first, original, unused))
         return kExitFailure;
     std::error_code error;
     if (!std::filesystem::create_directories(options.report, error) && error)
@@ -355,7 +417,7 @@ int RunReport(const CompareOptions& options)
         return kExitFailure;
     }
 
-    ReportTable table{{"file", "format", "quality", "bpp", "bytes", "psnr_db", "time_ms"}, {}};
+    ReportTable table{{"file", "format", "quality", "bpp", "bytes", "psnr_db", "alpha_psnr_db", "time_ms"}, {}};
     std::vector<std::pair<std::string, std::vector<ReportPicture>>> rows;
     const auto picture = [&](const std::string& file, const std::string& caption) {
         return ReportPicture{file, caption, original.getWidth(mip), original.getHeight(mip) * original.getDepth(mip)};
@@ -374,6 +436,7 @@ int RunReport(const CompareOptions& options)
         const std::vector<std::string> stored = {PixelFormatName(result.getPixelType().PixelTypeID),
                                                  QualityFromName(path), StoredBitsPerPixel(result),
                                                  std::to_string(result.getDataSize())};
+        const Holds holds = WhatItHolds(result.getPixelType());
         CORBTexture a(original);
         if (!CheckPair(options, a, path, result) || !Comparable(options, a, path, result))
         {
@@ -396,7 +459,12 @@ int RunReport(const CompareOptions& options)
         std::snprintf(time, sizeof time, "%.1f", milliseconds);
         table.rows.push_back({path});
         table.rows.back().insert(table.rows.back().end(), stored.begin(), stored.end());
-        table.rows.back().push_back(DecibelsText(GetPSNRValue(a, result, mip, member, face).overall));
+        const MeasuredPair pair = ColourPair(a, result, holds, mip, member, face);
+        table.rows.back().push_back(
+            pair.kept ? DecibelsText(GetPSNRValue(pair.a, pair.b, pair.mip, pair.member, pair.face).overall) : "-");
+        const bool alpha = MasksColour(holds);
+        table.rows.back().push_back(alpha ? DecibelsText(GetPSNRValue(a, result, mip, member, face).channels[3])
+                                          : "-");
         table.rows.back().push_back(time);
         rows.push_back({path,
                         {picture(originalPicture, "original " + options.first), picture(decodedName, "decoded"),
@@ -407,8 +475,10 @@ int RunReport(const CompareOptions& options)
     HtmlReport page("orbtex compare: " + options.first);
     page.AddParagraph("Each result against " + options.first + " (" + Size(original) + "), level " +
                       std::to_string(mip) + ", member " + std::to_string(member) + ", face " + std::to_string(face) +
-                      "; bpp and bytes are of the result as stored, psnr_db is the overall PSNR, time_ms the time "
-                      "to load and decode the result.");
+                      "; bpp and bytes are of the result as stored, psnr_db is the overall PSNR (for a result "
+                      "that holds alpha, over the pixels where the original is visible in it: alpha above 0, or "
+                      "at least half for 1-bit alpha), alpha_psnr_db alpha's own over every pixel (- for a "
+                      "result without alpha), time_ms the time to load and decode the result.");
     page.AddTable(table);
     for (const auto& row : rows)
         page.AddPictures(row.first, row.second);
@@ -438,10 +508,11 @@ int RunCompare(const std::vector<std::string>& arguments)
 
     const std::string& second = options.results[0];
     CORBTexture a, b;
-    if (!LoadStandard(options.first, a) || !LoadStandard(second, b) || !CheckPair(options, a, second, b) ||
-        !Comparable(options, a, second, b))
+    Holds unused, holds;
+    if (!LoadStandard(options.first, a, unused) || !LoadStandard(second, b, holds) ||
+        !CheckPair(options, a, second, b) || !Comparable(options, a, second, b))
         return kExitFailure;
-    PrintTable(a, options, b);
+    PrintTable(a, options, b, holds);
     if (!options.diff.empty() && !WriteDiff(options, a, b))
         return kExitFailure;
     return kExitOk;

@@ -21,6 +21,7 @@
 #include "ImageFiles.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
+#include "Scores.h"
 #include "TestCard.h"
 
 namespace cli
@@ -184,48 +185,9 @@ bool Decode(CORBTexture& texture, const CORBTexture& card)
     return orbtexture::Transcode(texture, card.getPixelType(), card.getChannelType(), card.getColourSpace());
 }
 
-// What a format keeps of an rgba8 picture, and so what the demo compares.
-enum class Holds
-{
-    Colour,       // red, green and blue; alpha is stored opaque
-    ColourAlpha,  // all four channels
-    ColourAlpha1, // colour and a 1-bit alpha: compared against the alpha thresholded at 128
-    Red,          // red only
-    RedGreen      // red and green only
-};
-
-Holds WhatItHolds(orbtexture::PixelType format)
-{
-    using namespace orbtexture;
-    if (!format.isNamedFormat())
-    {
-        for (unsigned i = 0; i < 4; ++i)
-            if (format.channelName(i) == 'a')
-                return format.channelBits(i) == 1 ? Holds::ColourAlpha1 : Holds::ColourAlpha;
-        return Holds::Colour;
-    }
-    switch (format.PixelTypeID)
-    {
-    case ePF_EAC_R11: return Holds::Red;
-    case ePF_EAC_RG11: return Holds::RedGreen;
-    case ePF_DXT1:
-    case ePF_ETC2_RGB_A1: return Holds::ColourAlpha1;
-    case ePF_ORBTC_2bpp_RGB:
-    case ePF_ORBTC_4bpp_RGB:
-    case ePF_ETC1:
-    case ePF_ETC2_RGB:
-    case ePF_UYVY:
-    case ePF_YUY2:
-    case ePF_BW1bpp:
-    case ePF_RGB9E5:
-    case ePF_RGBG8888:
-    case ePF_GRGB8888: return Holds::Colour;
-    default: return Holds::ColourAlpha;
-    }
-}
-
 // The errors of a conversion over the channels its format holds: the
-// largest difference and the PSNR of those channels, and the largest alpha
+// largest difference and the PSNR of those channels (of colour only where the
+// original is visible in a format with alpha), and the largest alpha
 // difference where alpha is held (thresholded for 1-bit alpha).
 struct ImageError
 {
@@ -242,21 +204,29 @@ ImageError CompareHeld(const CORBTexture& source, const CORBTexture& decoded, Ho
     const uint32_t count = source.getDataSize(0);
     const unsigned channels = holds == Holds::Red ? 1 : holds == Holds::RedGreen ? 2 : 3;
     ImageError error;
-    error.compared = holds == Holds::Red ? "R" : holds == Holds::RedGreen ? "RG" : "RGB";
+    error.compared = holds == Holds::Red            ? "R"
+                     : holds == Holds::RedGreen     ? "RG"
+                     : holds == Holds::ColourAlpha  ? "RGB(a>0)"
+                     : holds == Holds::ColourAlpha1 ? "RGB(a>=128)"
+                                                    : "RGB";
     double squares = 0.0;
+    size_t compared = 0;
     int maxAlpha = 0;
     for (uint32_t i = 0; i < count; i += 4)
     {
+        const int alpha = holds == Holds::ColourAlpha1 ? (pa[i + 3] >= 128 ? 255 : 0) : pa[i + 3];
+        maxAlpha = std::max(maxAlpha, std::abs(alpha - int(pb[i + 3])));
+        if (MasksColour(holds) && !Visible(pa[i + 3] / 255.0, holds))
+            continue;
+        ++compared;
         for (unsigned c = 0; c < channels; ++c)
         {
             const int difference = std::abs(int(pa[i + c]) - int(pb[i + c]));
             error.maxDifference = std::max(error.maxDifference, difference);
             squares += double(difference) * difference;
         }
-        const int alpha = holds == Holds::ColourAlpha1 ? (pa[i + 3] >= 128 ? 255 : 0) : pa[i + 3];
-        maxAlpha = std::max(maxAlpha, std::abs(alpha - int(pb[i + 3])));
     }
-    const double mse = squares / (double(count / 4) * channels);
+    const double mse = compared ? squares / (double(compared) * channels) : 0.0;
     error.psnr = mse > 0.0 ? 10.0 * std::log10(255.0 * 255.0 / mse) : INFINITY;
     error.alpha = holds == Holds::ColourAlpha    ? std::to_string(maxAlpha)
                   : holds == Holds::ColourAlpha1 ? std::to_string(maxAlpha) + "(1-bit)"
@@ -265,7 +235,8 @@ ImageError CompareHeld(const CORBTexture& source, const CORBTexture& decoded, Ho
     return error;
 }
 
-// The difference of the held channels, 8 times magnified, on opaque black.
+// The difference of the held channels where they are compared, 8 times
+// magnified, on opaque black.
 std::vector<uint8_t> DifferencePicture(const CORBTexture& source, const CORBTexture& decoded, Holds holds)
 {
     const uint8_t* pa = source.getDataPtr();
@@ -275,7 +246,8 @@ std::vector<uint8_t> DifferencePicture(const CORBTexture& source, const CORBText
     std::vector<uint8_t> out(count, 0);
     for (uint32_t i = 0; i < count; i += 4)
     {
-        for (unsigned c = 0; c < channels; ++c)
+        const bool compared = !MasksColour(holds) || Visible(pa[i + 3] / 255.0, holds);
+        for (unsigned c = 0; c < channels && compared; ++c)
             out[i + c] = uint8_t(std::min(255, 8 * std::abs(int(pa[i + c]) - int(pb[i + c]))));
         out[i + 3] = 255;
     }
@@ -367,8 +339,10 @@ bool RunConversions(const CORBTexture& card, const std::string& directory, const
 
     page.AddParagraph(title + ": " + std::to_string(card.getWidth()) + " x " + std::to_string(card.getHeight()) +
                       ". 'compared' names the channels each format holds (R for R11, RG for RG11); 'max' and "
-                      "PSNR_dB are over those; 'alpha' is the largest alpha error, against the alpha "
-                      "thresholded at 128 for 1-bit alpha, or says that the format stores none.");
+                      "PSNR_dB are over those, and for a format that holds alpha only where the original is "
+                      "visible in it (RGB(a>0): alpha above 0; RGB(a>=128): at least 128 for 1-bit alpha), "
+                      "since colour under alpha 0 is never seen; 'alpha' is the largest alpha error over every pixel, against "
+                      "the alpha thresholded at 128 for 1-bit alpha, or says that the format stores none.");
     page.AddTable(table);
     for (const std::string& name : leftOut)
         page.AddParagraph(name + ": left out, astcenc is not on PATH.");

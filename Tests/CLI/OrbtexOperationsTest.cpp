@@ -160,14 +160,18 @@ TEST(OrbtexOperations, ErrorsNameTheProblem)
 TEST(OrbtexCompare, PrintsTheMeasuresAndWritesTheDifference)
 {
     ScratchDir dir;
-    uint8_t a[2 * 1 * 4] = {200, 0, 0, 255, 10, 10, 10, 255}, b[2 * 1 * 4] = {190, 0, 0, 255, 10, 10, 10, 255};
-    ASSERT_TRUE(stbi_write_png((dir / "a.png").c_str(), 2, 1, 4, a, 8));
-    ASSERT_TRUE(stbi_write_png((dir / "b.png").c_str(), 2, 1, 4, b, 8));
+    // The third pixel is transparent in a: its colour, never seen, is left
+    // out of the colour measures (alpha is still measured).
+    uint8_t a[3 * 4] = {200, 0, 0, 255, 10, 10, 10, 255, 50, 60, 70, 0},
+            b[3 * 4] = {190, 0, 0, 255, 10, 10, 10, 255, 0, 0, 0, 0};
+    ASSERT_TRUE(stbi_write_png((dir / "a.png").c_str(), 3, 1, 4, a, 12));
+    ASSERT_TRUE(stbi_write_png((dir / "b.png").c_str(), 3, 1, 4, b, 12));
     const RunResult run = Orbtex(dir, "compare " + Quote(dir / "a.png") + " " + Quote(dir / "b.png") + " --diff " +
                                           Quote(dir / "d.png") + " --factor 2");
     ASSERT_EQ(run.status, 0) << run.err;
     // Red: largest 10, mean 5, RMS sqrt(50), deviation of +10 and 0 about 5 is 5.
     EXPECT_NE(run.out.find("compared as r8g8b8a8 ubn"), std::string::npos);
+    EXPECT_NE(run.out.find("over the 2 of 3 pixels where"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("\nr                    10              5        7.07107              5"),
               std::string::npos)
         << run.out;
@@ -178,7 +182,7 @@ TEST(OrbtexCompare, PrintsTheMeasuresAndWritesTheDifference)
     int width = 0, height = 0, channels = 0;
     unsigned char* picture = stbi_load((dir / "d.png").c_str(), &width, &height, &channels, 4);
     ASSERT_NE(picture, nullptr);
-    EXPECT_EQ(width, 2);
+    EXPECT_EQ(width, 3);
     // |10 x 2| / 255 -> 20, alpha inverted; the equal pixel is opaque black.
     EXPECT_EQ(std::vector<uint8_t>(picture, picture + 8), (std::vector<uint8_t>{20, 0, 0, 255, 0, 0, 0, 255}));
     stbi_image_free(picture);

@@ -134,7 +134,9 @@ TEST(OrbtexReport, PageShowsEachResultAndThePrintedTable)
     for (size_t i = 0; i < rows.size(); ++i)
         EXPECT_EQ(Split(printed[i], ' '), rows[i]) << printed[i];
     EXPECT_EQ(printed[3], "report: " + (dir / "report/report.html"));
-    EXPECT_EQ(rows[0], (std::vector<std::string>{"file", "format", "quality", "bpp", "bytes", "psnr_db", "time_ms"}));
+    EXPECT_EQ(rows[0], (std::vector<std::string>{"file", "format", "quality", "bpp", "bytes", "psnr_db",
+                                                 "alpha_psnr_db", "time_ms"}));
+    EXPECT_EQ(rows[1][6], "-"); // ETC1 holds no alpha
     // Quality from the name, bits per pixel and bytes as stored.
     EXPECT_EQ(std::vector<std::string>(rows[1].begin(), rows[1].begin() + 5),
               (std::vector<std::string>{dir / "photo-ETC1-q1.ktx", "ETC1", "1", "4", "64"}));
@@ -244,6 +246,17 @@ TEST(OrbtexReport, DemoPageShowsEveryConversionAndThePrintedTables)
     EXPECT_EQ(byFormat.at("ETC1")[8], "opaque");
     EXPECT_EQ(byFormat.at("ORBTC_4bpp_RGB")[8], "opaque");
     EXPECT_EQ(byFormat.at("ORBTC_4bpp_RGBA")[8].find_first_not_of("0123456789"), std::string::npos);
+    // Colour is compared where the card is visible in the format: 1-bit
+    // alpha keeps the colour of what it shows, and ORBTCII (which holds
+    // alpha) beats ORBTC RGBA at quality 0.
+    EXPECT_EQ(byFormat.at("ORBTC_4bpp_RGBA")[5], "RGB(a>0)");
+    EXPECT_EQ(byFormat.at("ETC2_RGBA")[5], "RGB(a>0)");
+    for (const char* format : {"DXT1", "ETC2_RGB_A1"})
+    {
+        EXPECT_EQ(byFormat.at(format)[5], "RGB(a>=128)");
+        EXPECT_GT(std::stod(byFormat.at(format)[7]), 35.0) << format;
+    }
+    EXPECT_GT(std::stod(byFormat.at("ORBTCII_4bpp")[7]), std::stod(byFormat.at("ORBTC_4bpp_RGBA")[7]));
 
     // Three pictures a conversion, every one beside the page and decoding at
     // the size of its source (the card or the photograph).
