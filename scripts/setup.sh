@@ -3,7 +3,7 @@
 # silent when everything is already present.
 set -e
 
-packages="cmake make g++ clang libclang-rt-14-dev pkg-config libgtest-dev libgmock-dev libbenchmark-dev libstb-dev astcenc python3-pil imagemagick libnvtt-bin"
+packages="cmake make g++ clang libclang-rt-14-dev pkg-config libgtest-dev libgmock-dev libbenchmark-dev libstb-dev astcenc python3-pil imagemagick libnvtt-bin chromium"
 
 missing=""
 for p in $packages; do

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <stb_image.h>
 #include <stb_image_write.h>
 
@@ -68,6 +69,48 @@ struct Image
     int width = 0, height = 0;
     std::vector<uint8_t> pixels; // rgba
 };
+
+// Headless Chromium's view of a page: appended to a copy of it beside the
+// original, a script writes, once everything has loaded, the count of images,
+// of those that did not load and the rows of each table. Empty when the
+// browser cannot start. A screenshot of the page goes to 'screenshot'.
+const char* const kChromium = "/usr/bin/chromium";
+
+std::string BrowserView(const std::string& page, const std::string& screenshot)
+{
+    const char* const check = R"(<script>
+window.addEventListener('load', () => {
+  const images = Array.from(document.images);
+  const broken = images.filter(i => !(i.complete && i.naturalWidth > 0)).length;
+  const rows = Array.from(document.querySelectorAll('table')).map(t => t.rows.length);
+  const out = document.createElement('pre');
+  out.id = 'seen';
+  out.textContent = 'images ' + images.length + ' broken ' + broken + ' rows ' + rows.join(' ');
+  document.body.appendChild(out);
+});
+</script></body>)";
+    std::string html = testsupport::Slurp(page);
+    html.replace(html.rfind("</body>"), 7, check);
+    const std::string checked = (std::filesystem::path(page).parent_path() / "browser-check.html").string();
+    testsupport::WriteBytes(checked, std::vector<uint8_t>(html.begin(), html.end()));
+    const std::string profile = (std::filesystem::path(page).parent_path() / "browser-profile").string();
+    const std::string browser = std::string(kChromium) +
+                                " --headless --no-sandbox --disable-gpu --disable-quic --no-first-run"
+                                " --disable-background-networking --disable-component-update --disable-sync"
+                                " --hide-scrollbars --user-data-dir=" + Quote(profile);
+    const std::string dump = checked + ".dom";
+    if (access(kChromium, X_OK) != 0 ||
+        std::system(("timeout 120 " + browser + " --virtual-time-budget=20000 --dump-dom " +
+                     Quote("file://" + checked) + " >" + Quote(dump) + " 2>/dev/null")
+                        .c_str()) != 0)
+        return "";
+    std::system(("timeout 120 " + browser + " --window-size=1280,2000 --screenshot=" + Quote(screenshot) + " " +
+                 Quote("file://" + page) + " >/dev/null 2>&1")
+                    .c_str());
+    const std::string dom = testsupport::Slurp(dump);
+    const size_t start = dom.find("<pre id=\"seen\">");
+    return start == std::string::npos ? "no result" : dom.substr(start + 15, dom.find('<', start + 15) - start - 15);
+}
 
 Image Load(const std::string& path)
 {
@@ -269,4 +312,17 @@ TEST(OrbtexReport, DemoPageShowsEveryConversionAndThePrintedTables)
         EXPECT_EQ(loaded.width, side) << image;
         EXPECT_EQ(loaded.height, side) << image;
     }
+
+    // The same in a real browser, whose screenshot stays in the build folder.
+    const std::string screenshot =
+        (std::filesystem::path(ORBTEX_PROGRAM).parent_path().parent_path() / "demo-report.png").string();
+    const std::string seen = BrowserView(dir / "demo/report.html", screenshot);
+    if (seen.empty())
+        GTEST_SKIP() << "headless Chromium (" << kChromium << ", Debian chromium) cannot start: page not seen";
+    size_t tableRows = 0;
+    for (const std::string& word : Split(seen.substr(seen.find(" rows ") + 6), ' '))
+        tableRows += std::stoul(word);
+    EXPECT_EQ(seen.substr(0, seen.find(" rows ")), "images " + std::to_string(images.size()) + " broken 0");
+    EXPECT_EQ(tableRows, rows.size()) << seen; // a header and a row per result in each table
+    EXPECT_GT(std::filesystem::file_size(screenshot), 10000u);
 }
