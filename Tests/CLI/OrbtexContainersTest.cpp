@@ -1,63 +1,59 @@
-// orbtex convert and info with the foreign and legacy containers.
+// orbtex convert and info with the foreign and legacy containers, and with
+// DXT1 to DXT5, which convert serves with the block codec itself, surface by
+// surface.
 
-#include <algorithm>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ORBTexture.h"
+#include "Codecs/DXTCodec.h"
+#include "ORBTextureUtilities.h"
 #include "RunOrbtex.h"
 
 using namespace orbtexture;
-using testsupport::Orbtex;
-using testsupport::Quote;
-using testsupport::RunResult;
-using testsupport::ScratchDir;
-using testsupport::Slurp;
+using namespace testsupport;
 
 namespace
 {
 
-
-// An rgba8 texture of 8x4 pixels with a 4x2 second level, distinct bytes.
-CORBTexture Pattern()
-{
-    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 4, 8, 1, 2));
-    for (uint32_t i = 0; i < texture.getDataSize(); ++i)
-        texture.getDataPtr()[i] = uint8_t(i * 37 + 11);
-    return texture;
-}
-
 bool SamePixels(const CORBTexture& a, const CORBTexture& b)
 {
-    return a.getDataPtr() && b.getDataPtr() && a.getDataSize() == b.getDataSize() &&
-           std::equal(a.getDataPtr(), a.getDataPtr() + a.getDataSize(), b.getDataPtr());
+    return a.getDataPtr() && b.getDataPtr() && Bytes(a) == Bytes(b);
 }
+
+// sRGB rgba8 of 10x6 with four levels (10x6, 5x3, 2x1, 1x1) and two array
+// members: levels of partial blocks and below one block.
+CORBTexture Layered() { return Filled(CORBTextureHeader(ORBStandard8PixelType, 6, 10, 1, 4, 2, 1, eColourSpaceSRGB)); }
+
+// A 5x5x3 volume with a second level of 2x2x1.
+CORBTexture Volume() { return Filled(CORBTextureHeader(ORBStandard8PixelType, 5, 5, 3, 2)); }
+
+// 'texture' through the codec on every depth slice of every level and
+// member (of one face): rgba8 compressed to 'format', or DXT blocks decoded
+// to rgba8.
+CORBTexture Coded(const CORBTexture& texture, uint64_t format = ORBStandard8PixelType)
+{
+    CORBTextureHeader header(texture.getHeader());
+    header.setPixelFormat(format);
+    header.setChannelType(eVarUnsignedByteNorm);
+    const CORBTexture result(header);
+    const bool compress = format != ORBStandard8PixelType;
+    const CORBTexture &blocks = compress ? result : texture, &rgba8 = compress ? texture : result;
+    const unsigned selector = unsigned(blocks.getPixelType().PixelTypeID - ePF_DXT1) + 1;
+    for (uint32_t member = 0; member < blocks.getNumArrayMembers(); ++member)
+        for (uint32_t mip = 0; mip < blocks.getNumMIPLevels(); ++mip)
+        {
+            const uint32_t w = blocks.getWidth(mip), h = blocks.getHeight(mip);
+            for (uint32_t z = 0; z < blocks.getDepth(mip); ++z)
+            {
+                uint8_t* pixels = rgba8.getDataPtr(mip, member) + z * w * h * 4;
+                uint8_t* block = blocks.getDataPtr(mip, member) + z * ((w + 3) / 4) * ((h + 3) / 4) *
+                                                                      (selector == 1 ? 8 : 16);
+                compress ? DXTCompress(pixels, block, w, h, selector) : DXTDecompress(block, pixels, w, h, selector);
+            }
+        }
+    return result;
+}
+
 
 } // namespace
-
-// Each container written by extension reads back through orbtex into a native
-// file with the same pixels and levels.
-TEST(OrbtexContainers, ConvertsThroughEveryTextureContainer)
-{
-    ScratchDir dir;
-    const CORBTexture pattern = Pattern();
-    ASSERT_TRUE(pattern.saveFile((dir / "in.orb").c_str()));
-    for (const char* extension : {".dds", ".ktx"})
-    {
-        SCOPED_TRACE(extension);
-        const std::string middle = dir / (std::string("mid") + extension);
-        RunResult r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(middle));
-        ASSERT_EQ(r.status, 0) << r.err;
-        r = Orbtex(dir, "convert " + Quote(middle) + " " + Quote(dir / "back.orb"));
-        ASSERT_EQ(r.status, 0) << r.err;
-        const CORBTexture back((dir / "back.orb").c_str());
-        EXPECT_EQ(back.getNumMIPLevels(), 2u);
-        EXPECT_TRUE(SamePixels(back, pattern));
-    }
-}
 
 // A compressed texture converted to its own format keeps its blocks, however
 // often it passes through the containers that hold it; the blocks here are
@@ -113,87 +109,100 @@ TEST(OrbtexContainers, CompressedBlocksSurviveRoundTrips)
     }
 }
 
-TEST(OrbtexContainers, LegacyOutputNeedsANumberForItsApi)
+// The output's extension picks the container. A legacy file needs a legacy
+// number for the format in its API's set, and one that legacy readers know;
+// the other containers need a code of theirs.
+// A DXT result is refused as any other, and a source without a decoder too.
+TEST(OrbtexContainers, WriteWhatTheyCanNameAndRefuseTheRest)
 {
     ScratchDir dir;
-    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
-
-    // r8g8b8a8 ubn has a legacy number for API 1 but none for API 3.
-    RunResult r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "old.orb") + " --legacy-api 1");
-    ASSERT_EQ(r.status, 0) << r.err;
-    const std::vector<uint8_t> bytes = testsupport::ReadBytes(dir / "old.orb");
-    ASSERT_GE(bytes.size(), 4u);
-    EXPECT_EQ(bytes[0], 52); // a version 2 legacy header starts with its size
-    EXPECT_TRUE(SamePixels(CORBTexture((dir / "old.orb").c_str()), Pattern()));
-
-    r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "none.orb") + " --legacy-api 3");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("no legacy format number for legacy API 3"), std::string::npos) << r.err;
-    // DXT has numbers for APIs 3 and 5 that no legacy reader knows.
-    r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "none.orb") +
-                        " --legacy-api 5 --format DXT5");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("DXT5 ubn has legacy format number 36 for legacy API 5, which no legacy reader knows"),
-              std::string::npos)
-        << r.err;
-    EXPECT_FALSE(std::filesystem::exists(dir / "none.orb"));
-
-    for (const char* bad : {"0", "8", "x"})
+    ASSERT_TRUE(Pattern(8, 4, 2).saveFile((dir / "in.orb").c_str()));
+    ASSERT_TRUE(Filled(CORBTextureHeader(ePF_BC4, 4, 4)).saveFile((dir / "bc4.orb").c_str()));
+    for (const char* api : {"1", "7"})
     {
-        r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "o.orb") + " --legacy-api " + bad);
-        EXPECT_EQ(r.status, 2) << bad;
+        const CORBTexture old = Converted(dir, "in.orb", "old.orb", std::string("--legacy-api ") + api);
+        EXPECT_EQ(ReadBytes(dir / "old.orb").at(0), 52); // a version 2 legacy header starts with its size
+        EXPECT_TRUE(SamePixels(old, Pattern(8, 4, 2))) << api;
     }
-    r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "o.dds") + " --legacy-api 1");
-    EXPECT_EQ(r.status, 2);
-}
-
-TEST(OrbtexContainers, RefusesFormatsAContainerCannotName)
-{
-    ScratchDir dir;
-    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
-    RunResult r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "x.astc"));
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("a .astc file holds an ASTC format, not r8g8b8a8"), std::string::npos) << r.err;
-    // r5g5b5a1 in unsigned short norm has neither a Direct3D nor a DXGI code.
-    r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "x.dds") + " --format r5g5b5a1");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("has no DDS format code"), std::string::npos) << r.err;
-    EXPECT_FALSE(std::filesystem::exists(dir / "x.dds"));
-    EXPECT_FALSE(std::filesystem::exists(dir / "x.astc"));
-}
-
-// The C array is named after the output file, made a valid identifier.
-TEST(OrbtexContainers, WritesACHeaderNamedAfterTheOutput)
-{
-    ScratchDir dir;
-    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
-    const RunResult r = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "my-card.v2.h"));
-    ASSERT_EQ(r.status, 0) << r.err;
+    // A C header's array is named after the output file, made a valid identifier.
+    ASSERT_EQ(Convert(dir, "in.orb", "my-card.v2.h").status, 0);
     const std::string text = Slurp(dir / "my-card.v2.h");
     EXPECT_NE(text.find("A8BIT my_card[] = {\n"), std::string::npos);
     EXPECT_NE(text.find("\n/* Data */\n0x0b,"), std::string::npos);
+    const std::tuple<const char*, const char*, const char*, const char*> refusals[] = {
+        {"in.orb", "none.orb", "--legacy-api 3",
+         "none.orb: r8g8b8a8 ubn has no legacy format number for legacy API 3\n"},
+        {"in.orb", "none.orb", "--legacy-api 5 --format DXT5",
+         "none.orb: DXT5 ubn has legacy format number 36 for legacy API 5, which no legacy reader knows\n"},
+        {"in.orb", "none.astc", "", "none.astc: a .astc file holds an ASTC format, not r8g8b8a8\n"},
+        {"in.orb", "none.astc", "--format DXT5", "none.astc: a .astc file holds an ASTC format, not DXT5\n"},
+        // r5g5b5a1 in unsigned short norm has neither a Direct3D nor a DXGI code.
+        {"in.orb", "none.dds", "--format r5g5b5a1", "has no DDS format code"},
+        {"bc4.orb", "none.orb", "--format DXT1", "bc4.orb: no decoder for BC4 in this version\n"},
+    };
+    for (const auto& [in, out, options, message] : refusals)
+    {
+        const RunResult run = Convert(dir, in, out, options);
+        EXPECT_EQ(run.status, 1) << options;
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+        EXPECT_EQ(CountLines(run.err), 1) << run.err;
+    }
+    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"bc4.orb", "in.orb", "my-card.v2.h", "old.orb"}));
 }
 
-TEST(OrbtexContainers, InfoNamesTheContainerAndItsFields)
+// Each DXT name, BC1 to BC3 too in any case, gives the codec's own blocks
+// for its selector on every level, member and depth slice; the colour space
+// stays and no curve is applied.
+TEST(OrbtexDXT, CompressesEverySurfaceAsTheCodec)
 {
     ScratchDir dir;
-    const CORBTexture pattern = Pattern();
-    ASSERT_TRUE(pattern.saveFile((dir / "t.dds").c_str()));
-    ASSERT_TRUE(pattern.saveFile((dir / "t.ktx").c_str()));
-    ASSERT_TRUE(pattern.saveFileLegacyORB((dir / "t.orb").c_str(), eLegacyApi1));
-    RunResult r = Orbtex(dir, "info " + Quote(dir / "t.dds") + " " + Quote(dir / "t.ktx") + " " + Quote(dir / "t.orb"));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("  container:      dds"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("  container:      ktx"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("  container:      legacy orb (version 2)"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("    numberOfMipmapLevels: 2"), std::string::npos) << r.out;
+    const CORBTexture layered = Layered(), volume = Volume();
+    ASSERT_TRUE(layered.saveFile((dir / "layered.orb").c_str()));
+    ASSERT_TRUE(volume.saveFile((dir / "volume.orb").c_str()));
+    const std::tuple<const CORBTexture&, const char*, uint64_t> cases[] = {
+        {layered, "bc1", ePF_DXT1}, {layered, "DXT2", ePF_DXT2}, {layered, "Bc2", ePF_DXT3},
+        {layered, "dxt4", ePF_DXT4}, {layered, "BC3", ePF_DXT5}, {volume, "DXT1", ePF_DXT1},
+        {volume, "DXT5", ePF_DXT5},
+    };
+    for (const auto& [in, name, format] : cases)
+    {
+        const CORBTexture out = Converted(dir, &in == &volume ? "volume.orb" : "layered.orb", "out.orb",
+                                          std::string("--format ") + name);
+        EXPECT_EQ(out.getPixelType(), PixelType(format)) << name;
+        EXPECT_EQ(out.getColourSpace(), in.getColourSpace()) << name;
+        EXPECT_EQ(Bytes(out), Bytes(Coded(in, format))) << name;
+    }
+}
 
-    // A damaged file is named with its first problem.
-    std::vector<uint8_t> bytes = testsupport::ReadBytes(dir / "t.dds");
-    bytes[4] = 100; // header size field
-    testsupport::WriteBytes(dir / "bad.dds", bytes);
-    r = Orbtex(dir, "info " + Quote(dir / "bad.dds"));
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(testsupport::CountLines(r.err), 1);
-    EXPECT_NE(r.err.find("bad.dds: "), std::string::npos) << r.err;
+// A DXT source is decoded slice by slice, from .orb and from .dds alike, and
+// to an image; --dither applies the target's bit depths to the rgba8 pixels
+// before compression.
+TEST(OrbtexDXT, DecodesEverySurfaceAndDithers)
+{
+    ScratchDir dir;
+    const CORBTexture blocks = Coded(Layered(), ePF_DXT5), volume = Coded(Volume(), ePF_DXT1);
+    ASSERT_TRUE(blocks.saveFile((dir / "in.orb").c_str()));
+    ASSERT_TRUE(volume.saveFile((dir / "volume.dds").c_str()));
+    const CORBTexture decoded = Coded(blocks);
+    EXPECT_EQ(Bytes(Converted(dir, "in.orb", "rgba.orb", "--format r8g8b8a8")), Bytes(decoded));
+    EXPECT_EQ(Bytes(Converted(dir, "volume.dds", "volume.orb", "--format r8g8b8a8")), Bytes(Coded(volume)));
+    // The target defaults to the source's DXT5, whose blocks stay: the image
+    // shows level 0 of member 0 as the file decodes. --reencode, or a
+    // quality, compresses the decoded pixels again.
+    ASSERT_EQ(Convert(dir, "in.orb", "own.png").status, 0);
+    EXPECT_EQ(Bytes(Converted(dir, "own.png", "own.orb")), Bytes(decoded, decoded.getDataSize(0, false)));
+    const CORBTexture again = Coded(Coded(decoded, ePF_DXT5));
+    for (const char* options : {"--reencode", "--quality 3"})
+    {
+        ASSERT_EQ(Convert(dir, "in.orb", "a.png", options).status, 0);
+        EXPECT_EQ(Bytes(Converted(dir, "a.png", "a.orb")), Bytes(again, again.getDataSize(0, false))) << options;
+    }
+
+    const CORBTexture picture = Pattern(9, 7);
+    ASSERT_TRUE(picture.saveFile((dir / "picture.orb").c_str()));
+    CORBTexture dithered(picture);
+    Dither(dithered.getDataPtr(), PixelType(ePF_DXT1), 9, 7, 1);
+    const std::vector<uint8_t> expected = Bytes(Coded(dithered, ePF_DXT1));
+    EXPECT_EQ(Bytes(Converted(dir, "picture.orb", "dithered.orb", "--format DXT1 --dither")), expected);
+    EXPECT_NE(Bytes(Converted(dir, "picture.orb", "plain.orb", "--format DXT1")), expected);
 }

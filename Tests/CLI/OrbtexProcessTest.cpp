@@ -1,117 +1,40 @@
-// orbtex against FIFOs, directories and signals, and the check of a written
-// file before it replaces the destination.
+// orbtex against FIFOs, directories and signals, the check of a written file
+// before it replaces the destination, and batches: convert IN... -o DIR, many
+// files with the same options, in parallel.
 
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
+#include <regex>
 
-#include <gtest/gtest.h>
 #include <stb_image_write.h>
 
-#include "ORBTexture.h"
+#include "../Support/TestPictures.h"
 #include "RunOrbtex.h"
 
 using namespace orbtexture;
-using testsupport::CountLines;
-using testsupport::Orbtex;
-using testsupport::Quote;
-using testsupport::RunResult;
-using testsupport::ScratchDir;
-using testsupport::SpawnOrbtex;
-using testsupport::TemporaryFiles;
-using testsupport::WaitOrbtex;
+using namespace testsupport;
 
 namespace
 {
 
-
-// An 8x4 rgba8 texture of distinct bytes.
-CORBTexture Pattern()
-{
-    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 4, 8));
-    for (uint32_t i = 0; i < texture.getDataSize(); ++i)
-        texture.getDataPtr()[i] = uint8_t(i * 37 + 11);
-    return texture;
-}
-
-// Writes 'bytes' into the FIFO at 'path' once a reader has it open; gives up
-// after 20 s without one. Ignores SIGPIPE while it lives, so a reader that
-// stops early does not end the test.
-class FifoWriter
-{
-public:
-    FifoWriter(const std::string& path, std::vector<uint8_t> bytes)
-        : m_previous(::signal(SIGPIPE, SIG_IGN)), m_thread([path, bytes]() {
-              const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-              int fd;
-              while ((fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK)) < 0 &&
-                     std::chrono::steady_clock::now() < deadline)
-                  std::this_thread::sleep_for(std::chrono::milliseconds(5));
-              if (fd < 0)
-                  return;
-              ::fcntl(fd, F_SETFL, 0);
-              size_t written = 0;
-              while (written < bytes.size())
-              {
-                  const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
-                  if (n <= 0)
-                      break;
-                  written += size_t(n);
-              }
-              ::close(fd);
-          })
-    {
-    }
-    ~FifoWriter()
-    {
-        m_thread.join();
-        ::signal(SIGPIPE, m_previous);
-    }
-
-private:
-    sighandler_t m_previous;
-    std::thread m_thread;
-};
-
-// Runs orbtex on a FIFO fed once with 'bytes'; a second open of the FIFO
-// would wait for a writer that never comes, so the run is bounded.
+// Runs orbtex on a FIFO that a writer fills once with 'bytes'; a second
+// open of the FIFO would wait for a writer that never comes, so both are
+// bounded.
 RunResult OrbtexOnFifo(const ScratchDir& dir, const std::string& fifoName, const std::vector<uint8_t>& bytes,
                        const std::string& before, const std::string& after = "")
 {
-    const std::string fifo = dir / fifoName;
-    std::filesystem::remove(fifo);
-    EXPECT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    FifoWriter writer(fifo, bytes);
-    const std::string command = "timeout 20 '" + std::string(ORBTEX_PROGRAM) + "' " + before + " " + Quote(fifo) +
-                                " " + after + " >'" + (dir / "stdout") + "' 2>'" + (dir / "stderr") + "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, testsupport::Slurp(dir / "stdout"),
-            testsupport::Slurp(dir / "stderr")};
+    const std::string fifo = Quote(dir / fifoName), source = dir / "fifo-source";
+    WriteBytes(source, bytes);
+    std::filesystem::remove(dir / fifoName);
+    return Orbtex(dir, before + " " + fifo + " " + after,
+                  "mkfifo " + fifo + "; timeout 20 dd status=none if=" + Quote(source) + " of=" + fifo +
+                      " 2>/dev/null & timeout 20");
 }
 
-// Waits until 'path' holds 'size' bytes.
-bool WaitForFile(const std::string& path, uintmax_t size)
+void WritePng(const std::string& path, int width, int height, unsigned seed)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    std::error_code error;
-    while (std::chrono::steady_clock::now() < deadline)
-    {
-        if (std::filesystem::file_size(path, error) == size && !error)
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
+    const std::vector<unsigned char> pixels = Picture(unsigned(width), unsigned(height), false, seed);
+    ASSERT_TRUE(stbi_write_png(path.c_str(), width, height, 4, pixels.data(), width * 4));
 }
 
 } // namespace
@@ -119,56 +42,30 @@ bool WaitForFile(const std::string& path, uintmax_t size)
 TEST(OrbtexProcess, FifoInputsAreOpenedOnce)
 {
     ScratchDir dir;
-    const CORBTexture pattern = Pattern();
-    ASSERT_TRUE(pattern.saveFile((dir / "in.orb").c_str()));
-    const std::vector<uint8_t> orb = testsupport::ReadBytes(dir / "in.orb");
-
+    ASSERT_TRUE(Pattern(8, 4).saveFile((dir / "in.orb").c_str()));
+    const std::vector<uint8_t> orb = ReadBytes(dir / "in.orb");
     RunResult run = OrbtexOnFifo(dir, "pipe.orb", orb, "info");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("size:           8 x 4 x 1"), std::string::npos) << run.out;
 
-    run = OrbtexOnFifo(dir, "pipe.orb", orb, "convert", Quote(dir / "out.orb"));
-    ASSERT_EQ(run.status, 0) << run.err;
-    const CORBTexture out((dir / "out.orb").c_str());
-    ASSERT_NE(out.getDataPtr(), nullptr);
-    EXPECT_EQ(std::memcmp(out.getDataPtr(), pattern.getDataPtr(), pattern.getDataSize()), 0);
-
     // A file that fails to load is reported from the one reading.
     std::vector<uint8_t> unknown = orb;
-    testsupport::PutValue<uint32_t>(unknown, 0, 0x12345678);
-    for (const char* command : {"info", "convert"})
+    PutValue<uint32_t>(unknown, 0, 0x12345678);
+    for (const std::string& after : {std::string(), Quote(dir / "bad.orb")})
     {
-        run = OrbtexOnFifo(dir, "pipe.orb", unknown, command,
-                           std::string(command) == "convert" ? Quote(dir / "bad.orb") : "");
-        EXPECT_EQ(run.status, 1) << command << ": " << run.err;
+        run = OrbtexOnFifo(dir, "pipe.orb", unknown, after.empty() ? "info" : "convert", after);
+        EXPECT_EQ(run.status, 1) << after << ": " << run.err;
         EXPECT_NE(run.err.find("pipe.orb: not an .orb texture (first word 0x12345678)"), std::string::npos) << run.err;
     }
 
-    const uint8_t pixels[8] = {1, 2, 3, 4, 250, 251, 252, 253};
-    ASSERT_TRUE(stbi_write_png((dir / "two.png").c_str(), 2, 1, 4, pixels, 8));
-    run = OrbtexOnFifo(dir, "pipe.png", testsupport::ReadBytes(dir / "two.png"), "convert",
-                       Quote(dir / "from-png.orb"));
-    ASSERT_EQ(run.status, 0) << run.err;
-    const CORBTexture fromPng((dir / "from-png.orb").c_str());
-    ASSERT_NE(fromPng.getDataPtr(), nullptr);
-    EXPECT_EQ(std::vector<uint8_t>(fromPng.getDataPtr(), fromPng.getDataPtr() + 8),
-              std::vector<uint8_t>(pixels, pixels + 8));
-}
-
-TEST(OrbtexProcess, DirectoriesAreNamedAsSuch)
-{
-    ScratchDir dir;
-    for (const char* name : {"dir.orb", "dir.png", "dir.jpg"})
+    ASSERT_EQ(Convert(dir, "in.orb", "in.png").status, 0);
+    for (const std::string name : {"in.orb", "in.png"}) // a texture and an image
     {
-        std::filesystem::create_directory(dir / name);
-        RunResult run = Orbtex(dir, "convert " + Quote(dir / name) + " " + Quote(dir / "out.orb"));
-        EXPECT_EQ(run.status, 1) << name;
-        EXPECT_EQ(run.err, "orbtex: " + (dir / name) + ": is a directory\n");
+        const std::string out = dir / ("from-" + name.substr(3) + ".orb");
+        run = OrbtexOnFifo(dir, "pipe" + name.substr(2), ReadBytes(dir / name), "convert", Quote(out));
+        ASSERT_EQ(run.status, 0) << name << ": " << run.err;
+        EXPECT_EQ(Bytes(CORBTexture(out.c_str())), Bytes(Pattern(8, 4))) << name;
     }
-    const RunResult run = Orbtex(dir, "info " + Quote(dir / "dir.orb"));
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "orbtex: " + (dir / "dir.orb") + ": is a directory\n");
-    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
 }
 
 // A signal while the output is written removes its temporary files, and the
@@ -176,18 +73,12 @@ TEST(OrbtexProcess, DirectoriesAreNamedAsSuch)
 TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
 {
     ScratchDir dir;
-    CORBTexture cube(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 1, 1, 2));
-    std::memset(cube.getDataPtr(), 77, cube.getDataSize());
+    const CORBTexture cube = Filled(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 1, 1, 2));
     ASSERT_TRUE(cube.saveFile((dir / "cube.orb").c_str()));
     ASSERT_TRUE(cube.saveFile((dir / "box.orb").c_str()));
 
-    struct Case
-    {
-        int signal;
-        std::vector<std::string> arguments;
-        size_t temporaries;
-    };
-    const Case cases[] = {
+    // Signal, arguments and the temporary files pending.
+    const std::tuple<int, std::vector<std::string>, size_t> cases[] = {
         {SIGTERM, {"convert", dir / "cube.orb", dir / "out.orb", "--format", "r5g6b5"}, 1},
         {SIGINT, {"convert", dir / "cube.orb", dir / "face.png", "--all-surfaces"}, 2},
         // A batch on two threads, each with files pending.
@@ -196,22 +87,18 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
           "--jobs", "2"},
          4},
     };
-    for (const Case& c : cases)
+    for (const auto& [signal, arguments, temporaries] : cases)
     {
-        const pid_t pid = SpawnOrbtex(dir, c.arguments, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "60");
+        const pid_t pid = SpawnOrbtex(dir, arguments, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "60");
         ASSERT_GT(pid, 0);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (TemporaryFiles(dir).size() < c.temporaries && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        EXPECT_EQ(TemporaryFiles(dir).size(), c.temporaries);
-        ::kill(pid, c.signal);
+        Within(20, [&] { return TemporaryFiles(dir).size() >= temporaries; });
+        EXPECT_EQ(TemporaryFiles(dir).size(), temporaries);
+        ::kill(pid, signal);
         const int status = WaitOrbtex(pid);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == c.signal) << strsignal(c.signal) << " " << status;
-        EXPECT_TRUE(TemporaryFiles(dir).empty()) << strsignal(c.signal);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << strsignal(signal) << " " << status;
+        EXPECT_TRUE(TemporaryFiles(dir).empty()) << strsignal(signal);
     }
-    EXPECT_FALSE(std::filesystem::exists(dir / "out.orb"));
-    EXPECT_FALSE(std::filesystem::exists(dir / "face-level0-member0-face0.png"));
-    EXPECT_FALSE(std::filesystem::exists(dir / "box-level0-member0-face0.png"));
+    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"box.orb", "cube.orb"}));
 }
 
 // A written file that does not read back as meant is not committed: here the
@@ -219,44 +106,31 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
 TEST(OrbtexProcess, WrittenFileIsCheckedBeforeItReplacesTheOutput)
 {
     ScratchDir dir;
-    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
-    const uintmax_t fileSize = 52 + 8 * 4 * 4;
+    ASSERT_TRUE(Pattern(8, 4).saveFile((dir / "in.orb").c_str()));
+    const size_t fileSize = 52 + 8 * 4 * 4;
 
-    struct Case
-    {
-        std::string output;
-        std::streamoff offset;
-        uint8_t value;
-        std::string message;
-    };
-    const Case cases[] = {
+    // The output, the byte changed and its new value, and the error.
+    const std::tuple<std::string, size_t, uint8_t, const char*> cases[] = {
         {"word.orb", 0, 0x33, "word.orb: written file does not load back: not an .orb texture (first word 0x0342"},
-        {"pixel.orb", std::streamoff(fileSize - 1), 0x5A, "pixel.orb: written file does not load back: pixel data differ"},
+        {"pixel.orb", fileSize - 1, 0x5A, "pixel.orb: written file does not load back: pixel data differ"},
     };
-    for (const Case& c : cases)
+    for (const auto& [output, offset, value, message] : cases)
     {
         const pid_t pid =
-            SpawnOrbtex(dir, {"convert", dir / "in.orb", dir / c.output}, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "2");
+            SpawnOrbtex(dir, {"convert", dir / "in.orb", dir / output}, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "2");
         ASSERT_GT(pid, 0);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (TemporaryFiles(dir).empty() && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        ASSERT_EQ(TemporaryFiles(dir).size(), 1u);
+        ASSERT_TRUE(Within(20, [&] { return TemporaryFiles(dir).size() == 1; }));
         const std::string temporary = dir / TemporaryFiles(dir)[0];
-        ASSERT_TRUE(WaitForFile(temporary, fileSize));
-        {
-            std::fstream file(temporary, std::ios::in | std::ios::out | std::ios::binary);
-            file.seekp(c.offset);
-            file.put(char(c.value));
-        }
+        std::vector<uint8_t> bytes;
+        ASSERT_TRUE(Within(20, [&] { return (bytes = ReadBytes(temporary)).size() == fileSize; }));
+        bytes[offset] = value;
+        WriteBytes(temporary, bytes);
         const int status = WaitOrbtex(pid);
-        ASSERT_TRUE(WIFEXITED(status)) << status;
-        EXPECT_EQ(WEXITSTATUS(status), 1);
-        const std::string err = testsupport::Slurp(dir / "stderr");
-        EXPECT_NE(err.find(c.message), std::string::npos) << err;
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+        const std::string err = Slurp(dir / "stderr");
+        EXPECT_NE(err.find(message), std::string::npos) << err;
         EXPECT_EQ(CountLines(err), 1) << err;
-        EXPECT_TRUE(TemporaryFiles(dir).empty());
-        EXPECT_FALSE(std::filesystem::exists(dir / c.output));
+        EXPECT_EQ(Names(dir.path()), std::vector<std::string>{"in.orb"});
     }
 }
 
@@ -266,55 +140,184 @@ TEST(OrbtexProcess, ShortNativeFilesCostLittleMemory)
 {
     ScratchDir dir;
     const uint64_t rgba8 = ORBStandard8PixelType;
-    struct Case
-    {
-        const char* name;
-        uint64_t format;
-        uint32_t width, height, depth, members;
-        size_t pixelBytes;
+    const std::pair<std::string, std::vector<uint8_t>> cases[] = {
+        {"members.orb", NativeFile(rgba8, 1, 1, 0, 1, 1u << 28)},
+        {"depth.orb", NativeFile(rgba8, 1, 1, 0, 1u << 28)},
+        {"large.orb", NativeFile(rgba8, 16384, 16383, 0)},
+        {"orbtc.orb", NativeFile(ePF_ORBTC_4bpp_RGB, 1, 1, 0, 1, 1u << 25)},
+        {"some.orb", NativeFile(rgba8, 16384, 16383, 4096)},
     };
-    const Case cases[] = {
-        {"members.orb", rgba8, 1, 1, 1, 1u << 28, 0},   {"depth.orb", rgba8, 1, 1, 1u << 28, 1, 0},
-        {"large.orb", rgba8, 16384, 16383, 1, 1, 0},    {"orbtc.orb", ePF_ORBTC_4bpp_RGB, 1, 1, 1, 1u << 25, 0},
-        {"some.orb", rgba8, 16384, 16383, 1, 1, 4096},
-    };
-    for (const Case& c : cases)
+    for (const auto& [name, bytes] : cases)
     {
-        ORBTextureHeaderV3 header;
-        header.pixelFormat = c.format;
-        header.width = c.width, header.height = c.height, header.depth = c.depth, header.numSurfaces = c.members;
-        std::vector<uint8_t> bytes(sizeof header + c.pixelBytes, 7);
-        std::memcpy(bytes.data(), &header, sizeof header);
-        testsupport::WriteBytes(dir / c.name, bytes);
-        const std::string file = dir / c.name;
+        WriteBytes(dir / name, bytes);
+        const bool some = name == "some.orb";
+        const std::string file = dir / name;
         std::vector<std::vector<std::string>> runs = {{"convert", file, dir / "out.orb"}, {"compare", file, file}};
         // Without any pixel byte even short data allowed are refused.
-        if (!c.pixelBytes)
+        if (!some)
             runs.push_back({"convert", file, dir / "out.orb", "--allow-short"});
         for (const std::vector<std::string>& arguments : runs)
         {
-            SCOPED_TRACE(arguments[0] + " " + c.name + " " + arguments.back());
+            SCOPED_TRACE(arguments[0] + " " + name + " " + arguments.back());
             const pid_t pid = SpawnOrbtex(dir, arguments);
             int status = 0;
             struct rusage usage;
             ASSERT_EQ(::wait4(pid, &status, 0, &usage), pid);
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
             EXPECT_LT(usage.ru_maxrss, 64 * 1024); // kilobytes
-            const char* reason = c.pixelBytes ? "pixel data short by" : "pixel data missing";
-            EXPECT_NE(testsupport::Slurp(dir / "stderr").find(reason), std::string::npos);
+            const char* reason = some ? "pixel data short by" : "pixel data missing";
+            EXPECT_NE(Slurp(dir / "stderr").find(reason), std::string::npos);
         }
     }
 }
 
-TEST(OrbtexProcess, FailedRenameRemovesTheTemporaryFile)
+TEST(OrbtexBatch, ABrokenFileIsReportedAndTheOthersGoOn)
 {
     ScratchDir dir;
-    ASSERT_TRUE(Pattern().saveFile((dir / "in.orb").c_str()));
-    std::filesystem::create_directory(dir / "taken.orb");
-    testsupport::WriteBytes(dir / "taken.orb/keep", {1});
-    const RunResult run = Orbtex(dir, "convert " + Quote(dir / "in.orb") + " " + Quote(dir / "taken.orb"));
+    std::filesystem::create_directory(dir / "in");
+    WritePng(dir / "in/a.png", 16, 8, 1);
+    WritePng(dir / "loose.png", 8, 8, 2);
+    ASSERT_TRUE(Pattern(8, 8).saveFile((dir / "in/b.orb").c_str()));
+    WriteBytes(dir / "in/c.png", {'n', 'o', 't'});
+    WriteBytes(dir / "in/notes.txt", {'x'});
+
+    const RunResult run = Orbtex(dir, "convert " + Quote(dir / "in") + " " + Quote(dir / "loose.png") + " -o " +
+                                          Quote(dir / "out") + " --ext ktx --format ETC1");
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("taken.orb: cannot replace file: "), std::string::npos) << run.err;
-    EXPECT_TRUE(TemporaryFiles(dir).empty());
-    EXPECT_TRUE(std::filesystem::exists(dir / "taken.orb/keep"));
+    // The folder gives its images and textures, not its other files.
+    EXPECT_EQ(run.err, "orbtex: " + (dir / "in/c.png") + ": not a readable image: unknown image type\n");
+    EXPECT_EQ(Names(dir / "out"), (std::vector<std::string>{"a.ktx", "b.ktx", "loose.ktx"}));
+    // Each output is what the one-file form writes.
+    ASSERT_EQ(Convert(dir, "in/a.png", "single.ktx", "--format ETC1").status, 0);
+    EXPECT_EQ(ReadBytes(dir / "out/a.ktx"), ReadBytes(dir / "single.ktx"));
+
+    std::filesystem::create_directory(dir / "empty");
+    const RunResult clash = Orbtex(dir, "convert " + Quote(dir / "empty") + " " + Quote(dir / "loose.png") + " -o " +
+                                            Quote(dir / "out3") + " --ext png");
+    EXPECT_EQ(clash.status, 1);
+    EXPECT_EQ(clash.err, "orbtex: " + (dir / "empty") + ": holds no image or texture file\n");
+    EXPECT_EQ(Names(dir / "out3"), (std::vector<std::string>{"loose.png"}));
+}
+
+// No output replaces an input: a batch refuses such a file before converting
+// any, a hard link by its other name too; one file replaces itself only with
+// --force.
+TEST(OrbtexBatch, NoOutputWritesOverAnInput)
+{
+    ScratchDir dir;
+    std::filesystem::create_directory(dir / "t");
+    WritePng(dir / "t/a.png", 8, 8, 1);
+    WritePng(dir / "t/b.png", 8, 8, 2);
+    ASSERT_TRUE(Pattern(8, 8).saveFile((dir / "t/c.orb").c_str()));
+    std::filesystem::create_hard_link(dir / "t/b.png", dir / "t/linked.png");
+    const std::vector<uint8_t> a = ReadBytes(dir / "t/a.png"), b = ReadBytes(dir / "t/b.png");
+
+    RunResult run = Orbtex(dir, "convert " + Quote(dir / "t") + " " + Quote(dir / "t/c.orb") + " -o " +
+                                    Quote(dir / "t") + " --ext png --format r5g6b5");
+    EXPECT_EQ(run.status, 1);
+    // c.orb, named twice, is refused the second time; it alone is converted.
+    EXPECT_EQ(Lines(run.err),
+              (std::vector<std::string>{
+                  "orbtex: " + (dir / "t/a.png") + ": its output " + (dir / "t/a.png") + " is the input itself",
+                  "orbtex: " + (dir / "t/b.png") + ": its output " + (dir / "t/b.png") + " is the input itself",
+                  "orbtex: " + (dir / "t/linked.png") + ": its output " + (dir / "t/linked.png") +
+                      " would write over the input " + (dir / "t/b.png"),
+                  "orbtex: " + (dir / "t/c.orb") + ": its output " + (dir / "t/c.png") + " is also the output of " +
+                      (dir / "t/c.orb")}));
+    EXPECT_EQ(ReadBytes(dir / "t/a.png"), a);
+    EXPECT_EQ(ReadBytes(dir / "t/b.png"), b);
+    EXPECT_TRUE(std::filesystem::exists(dir / "t/c.png"));
+
+    run = Convert(dir, "t/a.png", "t/a.png", "--format r5g6b5");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + (dir / "t/a.png") + ": its output " + (dir / "t/a.png") +
+                           " is the input itself (--force writes over it)\n");
+    // The surfaces of --all-surfaces are named only once the input is read.
+    const std::string surface = dir / "t/s-level0-member0-face0.png";
+    std::filesystem::copy_file(dir / "t/a.png", surface);
+    run = Convert(dir, "t/s-level0-member0-face0.png", "t/s.png", "--all-surfaces");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "orbtex: " + surface + ": its output " + surface + " is the input itself\n");
+    EXPECT_EQ(ReadBytes(surface), a);
+
+    run = Convert(dir, "t/a.png", "t/a.png", "--format r5g6b5 --force");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(ReadBytes(dir / "t/a.png"), a);
+}
+
+TEST(OrbtexBatch, OutputDoesNotDependOnJobs)
+{
+    ScratchDir dir;
+    std::string inputs;
+    for (int i = 0; i < 6; ++i)
+    {
+        const std::string name = "p" + std::to_string(i) + ".png";
+        WritePng(dir / name, 32 << (i % 2), 32 << (i % 2), unsigned(i));
+        inputs += " " + Quote(dir / name);
+    }
+    // The optimiser and the exhaustive ETC search run threads of their own;
+    // MIP chains give several surfaces a file.
+    for (const std::string& options : {std::string("--format ORBTC_4bpp_RGB --quality 3 --mipmaps"),
+                                       std::string("--format ETC1 --quality 2 --ext ktx"),
+                                       std::string("--format DXT5 --ext dds --mipmaps 3")})
+    {
+        const RunResult one = Orbtex(dir, "convert" + inputs + " -o " + Quote(dir / "one") + " --jobs 1 " + options);
+        const RunResult four = Orbtex(dir, "convert" + inputs + " -o " + Quote(dir / "four") + " --jobs 4 " + options);
+        ASSERT_EQ(one.status, 0) << one.err;
+        ASSERT_EQ(four.status, 0) << four.err;
+        const std::vector<std::string> names = Names(dir / "one");
+        ASSERT_EQ(names.size(), 6u) << options;
+        EXPECT_EQ(Names(dir / "four"), names);
+        for (const std::string& name : names)
+            EXPECT_EQ(ReadBytes(dir / ("one/" + name)), ReadBytes(dir / ("four/" + name))) << options << ": " << name;
+        std::filesystem::remove_all(dir / "one");
+        std::filesystem::remove_all(dir / "four");
+    }
+}
+
+// Progress goes to a terminal only: one line redrawn in place, errors on
+// lines of their own, nothing with --quiet. --verbose prints a line a file.
+TEST(OrbtexBatch, ProgressOnlyOnATerminalAndVerboseLines)
+{
+    ScratchDir dir;
+    WritePng(dir / "a.png", 32, 32, 1);
+    WritePng(dir / "b.png", 32, 32, 2);
+    WriteBytes(dir / "bad.png", {'n', 'o'});
+    const std::string arguments = "convert " + Quote(dir / "a.png") + " " + Quote(dir / "bad.png") + " " +
+                                  Quote(dir / "b.png") + " -o " + Quote(dir / "out") +
+                                  " --format ORBTC_4bpp_RGB --quality 3 --jobs 2";
+    const std::string badLine = "orbtex: " + (dir / "bad.png") + ": not a readable image: unknown image type";
+    RunResult piped = Orbtex(dir, arguments);
+    EXPECT_EQ(piped.status, 1);
+    EXPECT_EQ(piped.err, badLine + "\n");
+    EXPECT_EQ(piped.out, "");
+
+    std::string shown = OnTerminal(dir, arguments);
+    EXPECT_NE(shown.find("of 3 files done, "), std::string::npos) << shown;
+    EXPECT_NE(shown.find(": surface 1 of 1 (32x32), pass 4 of 4, "), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\r\033[K" + badLine + "\r\n"), std::string::npos) << shown;
+    EXPECT_EQ(CountLines(shown), 1) << shown;
+    EXPECT_EQ(shown.substr(shown.size() - 4), "\r\033[K") << shown; // erased at the end
+    // One file: its own progress, never scrolled.
+    const std::string single = "convert " + Quote(dir / "a.png") + " " + Quote(dir / "a.orb") +
+                               " --format ORBTC_4bpp_RGB --quality 3";
+    shown = OnTerminal(dir, single);
+    EXPECT_NE(shown.find("a.png: surface 1 of 1 (32x32), pass 4 of 4,"), std::string::npos) << shown;
+    EXPECT_EQ(shown.find("files done"), std::string::npos) << shown;
+    EXPECT_EQ(shown.find('\n'), std::string::npos) << shown;
+    for (const std::string& run : {arguments, single})
+        EXPECT_FALSE(std::regex_search(OnTerminal(dir, run + " --quiet"), std::regex("pass|done"))) << run;
+
+    // --verbose: a line a file, with a PSNR where the pixels changed.
+    const std::string times = ", load [0-9.]+ s, convert [0-9.]+ s, write [0-9.]+ s, ";
+    piped = Orbtex(dir, arguments + " --verbose");
+    EXPECT_EQ(CountLines(piped.out), 2) << piped.out;
+    for (const std::string name : {"a", "b"})
+        EXPECT_TRUE(std::regex_search(piped.out, std::regex("(^|\n)" + dir / (name + ".png") + " -> " + dir / "out/" +
+                                                            name + ".orb: ORBTC_4bpp_RGB ubn" + times +
+                                                            "PSNR [2-6][0-9]\\.[0-9]+ dB\n")))
+            << piped.out;
+    piped = Convert(dir, "a.png", "a.orb", "--verbose");
+    EXPECT_TRUE(std::regex_match(piped.out, std::regex(".* -> .*: r8g8b8a8 ubn" + times + "identical to the source\n")))
+        << piped.out;
 }
