@@ -56,45 +56,6 @@ Image decode(const std::vector<ORBTCWord>& words, bool twoBit, int w, int h, int
 
 } // namespace
 
-TEST(ORBTCDecompress, ColourFormsAndExpansionsOnUniformImages)
-{
-    struct Case
-    {
-        uint32_t colour, modulation;
-        int r, g, b, a;
-    };
-    const Case cases[] = {
-        // Opaque A: red 1, green 16, 4-bit blue 9 -> 19.
-        {0x8000u | (1u << 10) | (16u << 5) | (9u << 1), 0x00000000u, 8, 132, 156, 255},
-        // Translucent A: alpha 5 -> 10, red 0xA -> 21, green 3 -> 6, 3-bit blue 5 -> 22.
-        {(5u << 12) | (0xAu << 8) | (3u << 4) | (5u << 1), 0x00000000u, 173, 49, 181, 170},
-        // Opaque B: red 30, green 2, blue 17.
-        {0x80000000u | (30u << 26) | (2u << 21) | (17u << 16), 0xFFFFFFFFu, 247, 16, 140, 255},
-        // Translucent B: alpha 7 -> 14, red 1 -> 2, green 0xF -> 31, blue 8 -> 17.
-        {(7u << 28) | (1u << 24) | (0xFu << 20) | (8u << 16), 0xFFFFFFFFu, 16, 255, 140, 238},
-    };
-    for (const Case& c : cases)
-        for (bool twoBit : {false, true})
-        {
-            const Image img = decode(std::vector<ORBTCWord>(4, ORBTCWord{c.modulation, c.colour}), twoBit,
-                                     twoBit ? 16 : 8, 8);
-            for (int y = 0; y < 8; ++y)
-                for (int x = 0; x < img.w; ++x)
-                    ASSERT_TRUE(rgbaIs(img, x, y, c.r, c.g, c.b, c.a)) << std::hex << c.colour << " 2bpp " << twoBit;
-        }
-
-    // All-31 opaque colours give 255 whatever the modulation or 2bpp sub-mode.
-    const std::pair<uint32_t, bool> white[] = {{0xFFFFFFFEu, false}, {0xFFFFFFFEu, true}, {0xFFFFFFFFu, true}};
-    for (const auto& [colour, twoBit] : white)
-        {
-            const Image img = decode(std::vector<ORBTCWord>(4, ORBTCWord{0x9E3779B9u, colour}), twoBit,
-                                     twoBit ? 16 : 8, 8);
-            for (int y = 0; y < 8; ++y)
-                for (int x = 0; x < img.w; ++x)
-                    ASSERT_TRUE(greyIs(img, x, y, 255));
-        }
-}
-
 TEST(ORBTCDecompress, FourBppCodesStandardAndPunchThrough)
 {
     // Column codes 0..3 in every row, then row codes 0..3 in every column.
@@ -113,19 +74,6 @@ TEST(ORBTCDecompress, FourBppCodesStandardAndPunchThrough)
                 ASSERT_TRUE(rgbaIs(punch, x, y, pt8[code], pt8[code], pt8[code], code == 2 ? 0 : 255));
             }
     }
-}
-
-TEST(ORBTCDecompress, TwoBppFlagZeroOneBitPerPixel)
-{
-    // Bits 0, 7, 9 and 31: pixels (0,0), (7,0), (1,1), (7,3) of each block.
-    const Image img = decode(std::vector<ORBTCWord>(4, ORBTCWord{0x80000281u, BlackWhite}), true, 16, 8);
-    for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 16; ++x)
-        {
-            const int bx = x % 8, by = y % 4;
-            const bool set = (bx == 0 && by == 0) || (bx == 7 && by == 0) || (bx == 1 && by == 1) || (bx == 7 && by == 3);
-            ASSERT_TRUE(greyIs(img, x, y, set ? 255 : 0));
-        }
 }
 
 TEST(ORBTCDecompress, TwoBppSubModesRepairAndNeighbourWords)
@@ -155,69 +103,14 @@ TEST(ORBTCDecompress, TwoBppSubModesRepairAndNeighbourWords)
         EXPECT_TRUE(greyIs(img, e.x, e.y, e.v));
 }
 
-TEST(ORBTCDecompress, UnpackModulationsRepairsSubModeBits)
-{
-    int values[16][8] = {};
-    int modes[16][8] = {};
-    // Bit 0 clear: bit 20 stays a code bit, bit 0 takes bit 1.
-    unpackModulations(ORBTCWord{0x00100002u, 1u}, 0, 0, values, modes, 2);
-    EXPECT_EQ(modes[5][3], 1);
-    EXPECT_EQ(values[0][0], 3);
-    EXPECT_EQ(values[4][2], 1);
-    // Bit 0 set: bit 20 takes bit 21, bit 0 takes bit 1.
-    unpackModulations(ORBTCWord{0x00100001u, 1u}, 8, 4, values, modes, 2);
-    EXPECT_EQ(modes[8][4], 3);
-    EXPECT_EQ(values[8][4], 0);
-    EXPECT_EQ(values[12][6], 0);
-    unpackModulations(ORBTCWord{0x00200001u, 1u}, 8, 0, values, modes, 2);
-    EXPECT_EQ(modes[15][3], 2);
-    EXPECT_EQ(values[12][2], 3);
-}
-
-TEST(ORBTCDecompress, BilinearUpscalingWrapsBothAxes)
-{
-    // Only block (0,0) has a colour: translucent A with alpha 7 -> 14, red 0xF -> 31.
-    std::vector<ORBTCWord> words(4, ORBTCWord{0, 0});
-    words[0].colourData = (7u << 12) | (0xFu << 8);
-
-    const Image four = decode(words, false, 8, 8);
-    EXPECT_TRUE(rgbaIs(four, 2, 2, 255, 0, 0, 238));
-    EXPECT_TRUE(rgbaIs(four, 3, 2, 191, 0, 0, 178));
-    EXPECT_TRUE(rgbaIs(four, 0, 0, 63, 0, 0, 59));
-    EXPECT_TRUE(rgbaIs(four, 1, 1, 143, 0, 0, 133));
-    EXPECT_TRUE(rgbaIs(four, 5, 5, 15, 0, 0, 14));
-    EXPECT_TRUE(rgbaIs(four, 7, 7, 15, 0, 0, 14)); // reaches block (0,0) through the wrap
-    EXPECT_TRUE(rgbaIs(four, 6, 6, 0, 0, 0, 0));
-
-    const Image two = decode(words, true, 16, 8);
-    EXPECT_TRUE(rgbaIs(two, 4, 2, 255, 0, 0, 238));
-    EXPECT_TRUE(rgbaIs(two, 5, 2, 223, 0, 0, 208));
-    EXPECT_TRUE(rgbaIs(two, 0, 0, 63, 0, 0, 59));
-    EXPECT_TRUE(rgbaIs(two, 15, 7, 23, 0, 0, 22));
-    EXPECT_TRUE(rgbaIs(two, 12, 6, 0, 0, 0, 0));
-
-    // 4 x 4 words (wider than two, so the wrap direction shows): only the
-    // last block, (3,3) at index 15, is red; it reaches the top and left edges.
-    std::vector<ORBTCWord> grid(16, ORBTCWord{0, 0x8000u});
-    grid[15].colourData = 0x8000u | (31u << 10);
-    const Image wide = decode(grid, false, 16, 16);
-    const int expected[][3] = {{14, 14, 255}, {15, 15, 143}, {0, 0, 63}, {0, 14, 127}, {14, 0, 127}, {6, 6, 0}};
-    for (const auto& e : expected)
-        EXPECT_TRUE(rgbaIs(wide, e[0], e[1], e[2], 0, 0, 255));
-}
-
 TEST(ORBTCDecompress, TwiddleIndex)
 {
-    // 8 x 2 words: one interleaved bit, the rest of x above bit 2.
-    const uint32_t wide[][3] = {{0, 0, 0}, {0, 1, 1}, {1, 0, 2}, {1, 1, 3}, {2, 0, 4}, {4, 1, 9}, {7, 0, 14}, {7, 1, 15}};
-    for (const auto& t : wide)
-        EXPECT_EQ(ORBTCTwiddleIndex(8, 2, t[0], t[1]), t[2]) << t[0] << "," << t[1];
-    EXPECT_EQ(ORBTCTwiddleIndex(2, 8, 1, 7), 15u);
-    EXPECT_EQ(ORBTCTwiddleIndex(2, 8, 0, 6), 12u);
-    EXPECT_EQ(ORBTCTwiddleIndex(4, 4, 3, 0), 10u);
-    EXPECT_EQ(ORBTCTwiddleIndex(4, 4, 0, 3), 5u);
-    EXPECT_EQ(ORBTCTwiddleIndex(4, 4, 2, 1), 9u);
-    EXPECT_EQ(ORBTCTwiddleIndex(1, 4, 0, 3), 3u);
+    // Grid width, height, x, y, index. 8 x 2: one interleaved bit, the rest of x above bit 2.
+    const uint32_t cases[][5] = {{8, 2, 1, 0, 2}, {8, 2, 1, 1, 3}, {8, 2, 2, 0, 4}, {8, 2, 4, 1, 9},
+                                 {8, 2, 7, 1, 15}, {2, 8, 1, 7, 15}, {2, 8, 0, 6, 12}, {4, 4, 3, 0, 10},
+                                 {4, 4, 0, 3, 5},  {4, 4, 2, 1, 9},  {1, 4, 0, 3, 3}};
+    for (const auto& t : cases)
+        EXPECT_EQ(ORBTCTwiddleIndex(t[0], t[1], t[2], t[3]), t[4]) << t[0] << "x" << t[1] << " " << t[2] << "," << t[3];
 }
 
 TEST(ORBTCDecompress, WordIndexIsTwiddledOnlyOnPowerOfTwoGrids)
@@ -236,46 +129,6 @@ TEST(ORBTCDecompress, WordIndexIsTwiddledOnlyOnPowerOfTwoGrids)
             for (uint32_t x = 0; x < g[0]; ++x)
                 ASSERT_EQ(ORBTCWordIndex(g[0], g[1], x, y), ORBTCTwiddleIndex(g[0], g[1], x, y))
                     << g[0] << "x" << g[1];
-}
-
-TEST(ORBTCDecompress, RowOrderGridPlacement)
-{
-    // 4 x 12 words, where a twiddled order would also fit: word k tags its
-    // block with codes k & 3, (k >> 2) & 3 and k >> 4 at pixels (0..2, 0).
-    std::vector<ORBTCWord> words;
-    for (uint32_t k = 0; k < 48; ++k)
-        words.push_back(ORBTCWord{(k & 3u) | ((k >> 2 & 3u) << 2) | ((k >> 4) << 4), BlackWhite});
-    int size = 0;
-    const Image img = decode(words, false, 16, 48, &size);
-    EXPECT_EQ(size, 384);
-    const int grey[4] = {0, 95, 159, 255};
-    for (int by = 0; by < 12; ++by)
-        for (int bx = 0; bx < 4; ++bx)
-        {
-            const int k = by * 4 + bx;
-            EXPECT_TRUE(greyIs(img, 4 * bx, 4 * by, grey[k & 3]));
-            EXPECT_TRUE(greyIs(img, 4 * bx + 1, 4 * by, grey[k >> 2 & 3]));
-            EXPECT_TRUE(greyIs(img, 4 * bx + 2, 4 * by, grey[k >> 4]));
-        }
-}
-
-TEST(ORBTCDecompress, EightByTwoWordGridPlacement)
-{
-    // Word k tags its block with codes k & 3 at pixel (0,0) and k >> 2 at (1,0).
-    std::vector<ORBTCWord> words;
-    for (uint32_t k = 0; k < 16; ++k)
-        words.push_back(ORBTCWord{(k & 3u) | ((k >> 2) << 2), BlackWhite});
-    int size = 0;
-    const Image img = decode(words, false, 32, 8, &size);
-    EXPECT_EQ(size, 128);
-    const int grey[4] = {0, 95, 159, 255};
-    for (int by = 0; by < 2; ++by)
-        for (int bx = 0; bx < 8; ++bx)
-        {
-            const int k = 2 * bx + by; // column order for an 8 x 2 grid
-            EXPECT_TRUE(greyIs(img, 4 * bx, 4 * by, grey[k & 3]));
-            EXPECT_TRUE(greyIs(img, 4 * bx + 1, 4 * by, grey[k >> 2]));
-        }
 }
 
 TEST(ORBTCDecompress, SmallImagesDecodePaddedAndReturnPaddedSize)

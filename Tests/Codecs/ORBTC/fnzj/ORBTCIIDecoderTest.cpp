@@ -1,19 +1,14 @@
 // The extended decoder: ORBTCII words worked by hand, word order and sizes,
-// ORBTC words against the plain decoder, and the optimiser's model of what
-// its words decode to.
+// and ORBTC words against the plain decoder.
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <random>
 #include <vector>
 
 #include "Codecs/ORBTC/ORBTCCodec.h"
-#include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
-#include "Codecs/ORBTC/fnzj/initialreps.h"
 #include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
-#include "ORBTextureUtilities.h"
 
 using namespace orbtexture;
 
@@ -22,7 +17,7 @@ namespace
 
 constexpr uint32_t kFlag = 1u, kHard = 0x8000u;
 using Rgba = std::vector<uint8_t>;
-const Rgba kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlue{0, 0, 255, 255}, kWhite{255, 255, 255, 255};
+const Rgba kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlue{0, 0, 255, 255};
 
 // An ORBTCII colour word of two opaque colours: A 5, 5, 4 bits, B 5, 5, 5.
 uint32_t Opaque(uint32_t ar, uint32_t ag, uint32_t ab, uint32_t br = 0, uint32_t bg = 0, uint32_t bb = 0)
@@ -69,28 +64,6 @@ Image Decode(const std::vector<uint8_t>& bytes, int width, int height, bool twoB
 }
 
 } // namespace
-
-TEST(ORBTCIIDecoder, HardnessIsPsAndHardPixelsTakeTheirOwnBlocksColours)
-{
-    // A of blocks (0,0) red, (1,0) green, (0,1) blue, (1,1) white; codes 0.
-    std::vector<std::pair<uint32_t, uint32_t>> words = {
-        {0, Opaque(31, 0, 0) | kHard}, {0, Opaque(0, 31, 0)}, {0, Opaque(0, 0, 15)}, {0, Opaque(31, 31, 15)}};
-    const Image soft = Decode(Bytes(words), 8, 8);
-    // P's tile spans pixels 2 to 5 both ways.
-    for (int y = 2; y < 6; ++y)
-        for (int x = 2; x < 6; ++x)
-            EXPECT_EQ(soft.at(x, y), y < 4 ? (x < 4 ? kRed : kGreen) : (x < 4 ? kBlue : kWhite)) << x << "," << y;
-    EXPECT_EQ(soft.at(7, 2), (Rgba{63, 191, 0, 255})); // the green block's tile is soft
-
-    // Hard flags in Q, R and S change nothing in P's tile, only their own tiles.
-    for (int k = 1; k < 4; ++k)
-        words[k].second |= kHard;
-    const Image hard = Decode(Bytes(words), 8, 8);
-    for (int y = 2; y < 6; ++y)
-        for (int x = 2; x < 6; ++x)
-            EXPECT_EQ(hard.at(x, y), soft.at(x, y)) << x << "," << y;
-    EXPECT_EQ(hard.at(7, 2), kGreen);
-}
 
 TEST(ORBTCIIDecoder, LocalPaletteByPlaceAndCodeButNotAtPlaceZero)
 {
@@ -242,18 +215,6 @@ TEST(ORBTCIIDecoder, GenerationOneWordsMatchTheORBTCDecoder)
     }
 }
 
-TEST(ORBTCIIDecoder, TranscodeReadsORBTCII)
-{
-    const std::vector<uint8_t> bytes = RandomBytes(12 * 8 / 2, 7); // 3 x 2 words at 4bpp
-    EXPECT_TRUE(CanTranscodeFrom(PixelType(ePF_ORBTCII_2bpp)));
-    CORBTexture texture(CORBTextureHeader(uint64_t(ePF_ORBTCII_4bpp), 8, 12));
-    ASSERT_EQ(texture.getDataSize(), bytes.size());
-    std::memcpy(texture.getDataPtr(), bytes.data(), bytes.size());
-    ASSERT_TRUE(Transcode(texture, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear));
-    const Image expected = Decode(bytes, 12, 8);
-    EXPECT_EQ(std::memcmp(texture.getDataPtr(), expected.pixels.data(), expected.pixels.size()), 0);
-}
-
 TEST(ORBTCIIDecoder, Refusals)
 {
     const std::vector<uint8_t> bytes(64);
@@ -268,112 +229,4 @@ TEST(ORBTCIIDecoder, Refusals)
     delete_bitmap(bitmap);
     EXPECT_DEATH(Decompress(bytes.data(), 0, 1, 4, 1, 8, 4, 4, 0, 1, nullptr),
                  "EXITING! 1BPP UnpackMods not yet implemented!");
-}
-
-namespace
-{
-
-// Random pixels and representatives under the optimiser's records, modes
-// drawn from 'modes', packed and decoded: each block's own pixels are what
-// its evaluation says (source less the residual it leaves for the fit).
-void ExpectModelMatchesDecoder(int bitsPerPixel, uint32_t wide, uint32_t high, const std::vector<uint32_t>& modes,
-                               unsigned seed)
-{
-    CompressParams p;
-    p.bitsPerPixel = uint8_t(bitsPerPixel);
-    p.blockWidth = bitsPerPixel == 2 ? 8 : 4;
-    p.windowWidth = uint8_t(2 * p.blockWidth + 1);
-    p.format = 4;
-    p.isGeneration2 = 1;
-    p.blocksWide = wide;
-    p.blocksHigh = high;
-    const int bw = p.blockWidth, ww = p.windowWidth, width = int(wide) * bw;
-
-    std::mt19937 random(seed);
-    std::vector<unsigned char> pixels(size_t(width) * high * 16);
-    for (unsigned char& v : pixels)
-        v = uint8_t(random());
-    std::unique_ptr<ImageBuffer> image(new ImageBuffer{});
-    image->width = width;
-    image->height = int(high) * 4;
-    for (int y = 0; y < image->height; ++y)
-        image->rows[y] = &pixels[size_t(y) * width * 4];
-
-    std::vector<RegionStats> records(size_t(wide) * high);
-    std::memset(static_cast<void*>(records.data()), 0, records.size() * sizeof(RegionStats));
-    std::vector<RegionStats*> rows;
-    for (uint32_t y = 0; y < high; ++y)
-        rows.push_back(&records[size_t(y) * wide]);
-    for (RegionStats& r : records)
-    {
-        unsigned char a[4], b[4];
-        for (int c = 0; c < 4; ++c)
-            a[c] = uint8_t(random()), b[c] = uint8_t(random());
-        if (random() % 3 == 0)
-            a[3] = b[3] = 255;
-        r.selectedMode = r.modeSlots[0].mode = uint8_t(modes[random() % modes.size()]);
-        r.modeSlots[0].candidateCount = 1;
-        MapToRepresentableColoursInt(true, a, b, r.modeSlots[0].candidates[0].repA, r.modeSlots[0].candidates[0].repB);
-    }
-
-    OptimiseWork* work = new OptimiseWork;
-    ASSERT_EQ(InitOptimiseWork(*work, p), 1);
-    std::vector<std::pair<uint32_t, uint32_t>> words;
-    for (uint32_t y = 0; y < high; ++y)
-        for (uint32_t x = 0; x < wide; ++x)
-        {
-            uint32_t word[2];
-            PackLocalBlock(*image, p, y, x, *work, rows.data(), word);
-            words.push_back({word[0], word[1]});
-        }
-    const Image decoded = Decode(Bytes(words), width, image->height, bitsPerPixel == 2);
-
-    auto own = [&](int u, int v) { return u >= bw / 2 && u < 3 * bw / 2 && v >= 2 && v < 6; };
-    for (uint32_t y = 0; y < high; ++y)
-        for (uint32_t x = 0; x < wide; ++x)
-        {
-            uint32_t neighbourModes[9];
-            NeighbourhoodReps reps;
-            GatherNeighbourhood(p, y, x, rows.data(), neighbourModes, reps);
-            GatherWindowPixels(*image, p, y, x, work->window);
-            CreateBlendingAndUpdateWeights(rows[y][x].selectedMode, neighbourModes, 0, p, *work);
-            WindowErrors errors;
-            if (bitsPerPixel == 4)
-                EvalAllCandsAndGetErrors4BPP(*work, p, reps, false, errors);
-            else
-                EvalAllCandsAndGetErrors2BPP(*work, p, reps, false, errors);
-            for (int v = 2; v < 6; ++v)
-                for (int u = bw / 2; u < 3 * bw / 2; ++u)
-                {
-                    // A derived pixel is exact only where it reads the block's own choices.
-                    const int cls = work->records[v * ww + u].modulationClass;
-                    if (((cls == 2 || cls == 3) && !(own(u - 1, v) && own(u + 1, v))) ||
-                        ((cls == 2 || cls == 4) && !(own(u, v - 1) && own(u, v + 1))))
-                        continue;
-                    const int px = int(x) * bw + u - bw / 2, py = int(y) * 4 + v - 2;
-                    const float* residual = work->fitting.floatResiduals + 4 * (v * ww + u);
-                    Rgba model(4);
-                    for (int c = 0; c < 4; ++c)
-                        model[c] = uint8_t(float(pixels[(size_t(py) * width + px) * 4 + c]) - residual[c]);
-                    ASSERT_EQ(decoded.at(px, py), model) << "block " << x << "," << y << " mode "
-                                                         << rows[y][x].selectedMode << " pixel " << u << "," << v;
-                }
-        }
-    ReleaseOptimiseWork(*work);
-    delete work;
-}
-
-} // namespace
-
-TEST(ORBTCIIDecoder, AgreesWithTheOptimisersModel)
-{
-    for (unsigned seed = 1; seed <= 4; ++seed)
-    {
-        ExpectModelMatchesDecoder(4, 4, 4, {0, 1, 2, 3}, seed);
-        ExpectModelMatchesDecoder(4, 3, 5, {0, 1, 2, 3}, seed + 10);
-        ExpectModelMatchesDecoder(2, 4, 4, {8, 9, 10, 11, 12, 13, 14, 15}, seed + 20);
-        ExpectModelMatchesDecoder(2, 3, 2, {8, 9, 10, 11, 12, 13, 14, 15}, seed + 30);
-    }
-    ExpectModelMatchesDecoder(4, 4, 4, {3}, 40); // palette pixels in every tile
-    ExpectModelMatchesDecoder(4, 1, 1, {0, 1, 2, 3}, 41);
 }

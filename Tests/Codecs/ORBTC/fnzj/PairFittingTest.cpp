@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
@@ -27,7 +28,7 @@ struct Fit
         }
     }
     ~Fit() { ReleasePackedFittingParams(params); }
-    void pixel(uint32_t i, int m, const float (&e)[4])
+    void pixel(uint32_t i, int m, const std::array<float, 4>& e)
     {
         params.modulations[i] = m;
         for (int c = 0; c < 4; ++c)
@@ -35,6 +36,18 @@ struct Fit
     }
     int run(float (&out)[8]) { return FitOnlyCentralRepPairsToWeights(params.count, params, out); }
 };
+
+// The status of a window whose pixel i is at modulation m(i) with residual e(i).
+template <class M, class E>
+int FitWindow(M m, E e, float (&out)[8])
+{
+    Fit fit;
+    for (uint32_t i = 0; i < 81; ++i)
+        fit.pixel(i, m(i), e(i));
+    return fit.run(out);
+}
+
+using Residual = std::array<float, 4>;
 
 void ExpectDisplacements(const float (&out)[8], const std::vector<float>& expected)
 {
@@ -47,53 +60,35 @@ void ExpectDisplacements(const float (&out)[8], const std::vector<float>& expect
 TEST(PairFitting, EachStatusOnConstructedWindows)
 {
     float out[8];
-    {
-        // All at 0: A owns every pixel and moves by the mean residual; B has
-        // no data.
-        Fit fit;
-        for (uint32_t i = 0; i < 81; ++i)
-            fit.pixel(i, 0, {3.0f, -2.0f, float(i % 2) * 2.0f, 0.0f});
-        EXPECT_EQ(fit.run(out), 1);
-        // 61 reachable pixels (10 to 70): 30 odd ones have blue 2.
-        ExpectDisplacements(out, {3.0f, -2.0f, 60.0f / 61.0f, 0.0f, 0, 0, 0, 0});
-    }
-    {
-        Fit fit;
-        for (uint32_t i = 0; i < 81; ++i)
-            fit.pixel(i, 8, {1.0f, 1.0f, -4.0f, 7.0f});
-        EXPECT_EQ(fit.run(out), 2);
-        ExpectDisplacements(out, {0, 0, 0, 0, 1.0f, 1.0f, -4.0f, 7.0f});
-    }
-    {
-        // Every pixel half and half: the matrix is singular with data on both,
-        // and a proportional pair does not move.
-        Fit fit;
-        for (uint32_t i = 0; i < 81; ++i)
-            fit.pixel(i, 4, {5.0f, 5.0f, 5.0f, 5.0f});
-        EXPECT_EQ(fit.run(out), 3);
-        ExpectDisplacements(out, {0, 0, 0, 0, 0, 0, 0, 0});
-    }
-    {
-        // Even pixels at 0 with residual 2, odd ones at 8 with residual -6:
-        // independent means, status 0.
-        Fit fit;
-        for (uint32_t i = 0; i < 81; ++i)
-            fit.pixel(i, i % 2 ? 8 : 0, {i % 2 ? -6.0f : 2.0f, 0.0f, 0.0f, 1.0f});
-        EXPECT_EQ(fit.run(out), 0);
-        ExpectDisplacements(out, {2.0f, 0, 0, 1.0f, -6.0f, 0, 0, 1.0f});
-    }
-    {
-        // One pixel at 1 among 60 at 0: R (16^2) is under a hundredth of P,
-        // so B is dropped though the determinant is positive.
-        Fit fit;
-        for (uint32_t i = 0; i < 81; ++i)
-            fit.pixel(i, i == 40 ? 1 : 0, {1.0f, 0, 0, 0});
-        EXPECT_EQ(fit.run(out), 1);
-        // A alone over all 61: pixel 40 has a = 7 x 16, so it adds 112^2 to P
-        // and 128 x 112 to U.
-        EXPECT_NEAR(out[0], (60 * 16384.0f + 128 * 112) / (60 * 16384.0f + 112 * 112), 1e-5f);
-        EXPECT_EQ(out[4], 0.0f);
-    }
+    // All at 0: A owns every pixel and moves by the mean residual; B has no
+    // data. Of the 61 reachable pixels (10 to 70) the 30 odd ones have blue 2.
+    auto blueOnOdd = [](uint32_t i) { return Residual{3, -2, i % 2 * 2.0f, 0}; };
+    EXPECT_EQ(FitWindow([](uint32_t) { return 0; }, blueOnOdd, out), 1);
+    ExpectDisplacements(out, {3, -2, 60.0f / 61, 0, 0, 0, 0, 0});
+    EXPECT_EQ(FitWindow([](uint32_t) { return 8; }, [](uint32_t) { return Residual{1, 1, -4, 7}; }, out), 2);
+    ExpectDisplacements(out, {0, 0, 0, 0, 1, 1, -4, 7});
+    // Every pixel half and half: the matrix is singular with data on both,
+    // and a proportional pair does not move.
+    EXPECT_EQ(FitWindow([](uint32_t) { return 4; }, [](uint32_t) { return Residual{5, 5, 5, 5}; }, out), 3);
+    ExpectDisplacements(out, {0, 0, 0, 0, 0, 0, 0, 0});
+    // Even pixels at 0 with residual 2, odd ones at 8 with residual -6:
+    // independent means, status 0.
+    EXPECT_EQ(FitWindow([](uint32_t i) { return i % 2 ? 8 : 0; },
+                        [](uint32_t i) { return Residual{i % 2 ? -6.0f : 2.0f, 0, 0, 1}; }, out),
+              0);
+    ExpectDisplacements(out, {2, 0, 0, 1, -6, 0, 0, 1});
+
+    // One pixel at 1 among 60 at 0: R (16^2) is under a hundredth of P, so B
+    // is dropped though the determinant is positive. A alone over all 61:
+    // pixel 40 has a = 7 x 16, so it adds 112^2 to P and 128 x 112 to U.
+    EXPECT_EQ(FitWindow([](uint32_t i) { return i == 40 ? 1 : 0; }, [](uint32_t) { return Residual{1, 0, 0, 0}; }, out),
+              1);
+    EXPECT_NEAR(out[0], (60 * 16384.0f + 128 * 112) / (60 * 16384.0f + 112 * 112), 1e-5f);
+    EXPECT_EQ(out[4], 0.0f);
+    // 40 pixels at 1 and 21 at 0: P is 83 times R, under 100, and both move.
+    EXPECT_EQ(FitWindow([](uint32_t i) { return i < 50 ? 1 : 0; }, [](uint32_t) { return Residual{1, 0, 0, 0}; }, out),
+              0);
+    ExpectDisplacements(out, {1, 0, 0, 0, 1, 0, 0, 0});
 }
 
 TEST(PairFitting, OnlyReachablePixelsCountAndGainWeighs)

@@ -1,11 +1,9 @@
-// Oriented boxes, the word's colour grid and the best pairs for one colour,
-// checked against their definitions.
+// The word's colour grid, the best pairs for one colour, partitions,
+// representatives from an axis and local palettes.
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/initialreps.h"
@@ -13,55 +11,9 @@
 
 using namespace orbtexture;
 
-namespace
-{
-
-std::vector<int> Grid(int bits)
-{
-    std::vector<int> values;
-    for (int x = 0; x < (1 << bits); ++x)
-    {
-        int five = bits == 5 ? x : bits == 4 ? (x << 1 | x >> 3) : (x << 2 | x >> 1);
-        values.push_back(five << 3 | five >> 2);
-    }
-    return values;
-}
-
-int Mix(int a, int b, int w)
-{
-    return ((8 - w) * a + w * b) >> 3;
-}
-
-const int kWeights[8] = {0, 3, 4, 5, 8, 3, 4, 5};
-
-} // namespace
-
-TEST(InitialReps, GridMappingTakesTheNearestLevel)
+TEST(InitialReps, GridMappingTiesWhiteAndAlphaRules)
 {
     unsigned char a[4], b[4];
-    // Opaque: A red and green 5 bits, blue 4; B 5 bits. Translucent (gen 1,
-    // alpha 100): A 4, 4, 3; B 4. Every chosen level is as near as any.
-    struct Form
-    {
-        float alpha;
-        int bitsA[3], bitsB;
-    };
-    for (const Form& form : {Form{255.0f, {5, 5, 4}, 5}, Form{100.0f, {4, 4, 3}, 4}})
-        for (float v = 0.0f; v <= 256.0f; v += 0.25f)
-        {
-            const float colour[4] = {v, v, v, form.alpha};
-            MapToRepresentableColours(false, colour, colour, a, b);
-            for (int c = 0; c < 3; ++c)
-            {
-                for (int g : Grid(form.bitsA[c]))
-                    ASSERT_LE(std::fabs(std::min(v, 255.0f) - a[c]), std::fabs(std::min(v, 255.0f) - g) + 1e-4f)
-                        << "A " << v << " channel " << c;
-                for (int g : Grid(form.bitsB))
-                    ASSERT_LE(std::fabs(std::min(v, 255.0f) - b[c]), std::fabs(std::min(v, 255.0f) - g) + 1e-4f)
-                        << "B " << v << " channel " << c;
-            }
-        }
-
     // 255 stays 255 at any precision.
     const float white[4] = {255, 255, 255, 100};
     MapToRepresentableColours(false, white, white, a, b);
@@ -79,11 +31,7 @@ TEST(InitialReps, GridMappingTakesTheNearestLevel)
     MapToRepresentableColours(false, upper, below, a, b);
     EXPECT_EQ(a[0], 132);
     EXPECT_EQ(b[0], 115);
-}
 
-TEST(InitialReps, AlphaRulesOfBothGenerations)
-{
-    unsigned char a[4], b[4];
     const float opaqueA[4] = {0, 0, 0, 250}, nearlyB[4] = {0, 0, 0, 240};
     // Generation 1: each alpha alone; 240 is nearest 238 and stays
     // translucent, 250 is nearer 255 than 238.
@@ -104,153 +52,18 @@ TEST(InitialReps, AlphaRulesOfBothGenerations)
     MapToRepresentableColours(true, mid, mid, a, b);
     EXPECT_EQ(a[3], 102);
     EXPECT_EQ(b[3], 85);
-    // The integer form is the float form on 8-bit inputs.
-    const unsigned char ia[4] = {10, 200, 77, 250}, ib[4] = {128, 3, 255, 240};
-    const float fa[4] = {10, 200, 77, 250}, fb[4] = {128, 3, 255, 240};
-    unsigned char ja[4], jb[4];
-    MapToRepresentableColoursInt(false, ia, ib, a, b);
-    MapToRepresentableColours(false, fa, fb, ja, jb);
-    EXPECT_EQ(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(ja, ja + 4));
-    EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(jb, jb + 4));
 }
 
-TEST(InitialReps, BestMatchTablesHoldLeastErrorPairsWithinTheirLimits)
+TEST(InitialReps, SingleColourPairChosenAgainWhenAlphaTurnsOpaque)
 {
-    struct Rule
-    {
-        const BestMatchTable& table;
-        std::vector<int> a, b;
-        int kind; // 0 ordered, 1 absolute, 2 ordered or B opaque
-        int near, wide;
-    };
-    std::vector<int> alphaA, alphaB1, alphaB2;
-    for (int k = 0; k < 8; ++k)
-    {
-        alphaA.push_back(34 * k);
-        alphaB1.push_back(34 * k);
-        alphaB2.push_back(17 + 34 * k);
-    }
-    alphaB1.push_back(255);
-    const Rule rules[] = {{BestMatches_RGB_5_5(), Grid(5), Grid(5), 0, 9, 25},
-                          {BestMatches_RGB_4_5(), Grid(4), Grid(5), 1, 9, 25},
-                          {BestMatches_RGB_4_4(), Grid(4), Grid(4), 0, 9, 25},
-                          {BestMatches_RGB_3_5(), Grid(3), Grid(5), 1, 9, 25},
-                          {BestMatches_RGB_3_4(), Grid(3), Grid(4), 1, 9, 25},
-                          {BestMatches_Alpha_TC1_3_3(), alphaA, alphaB1, 1, 17, 34},
-                          {BestMatches_Alpha_TC2_3_3(), alphaA, alphaB2, 1, 34, 51}};
-    auto allowed = [](const Rule& rule, int s, int a, int b) {
-        if (s == 0 || s == 4)
-            return true;
-        const int reach = s < 4 ? rule.near : rule.wide;
-        if (rule.kind == 0)
-            return a <= b && b - a <= reach;
-        if (&rule.table == &BestMatches_Alpha_TC1_3_3() && s > 4)
-            return a <= b && (b - a <= reach || b == 255);
-        return std::abs(a - b) <= reach;
-    };
-    for (const Rule& rule : rules)
-        for (int v = 0; v < 256; v += 5)
-            for (int s = 0; s < 8; ++s)
-            {
-                const BestMatch entry = rule.table[v][s];
-                const int d = v - Mix(entry.a, entry.b, kWeights[s]);
-                ASSERT_EQ(entry.error, std::min(d * d, 255)) << v << " " << s;
-                ASSERT_TRUE(std::count(rule.a.begin(), rule.a.end(), entry.a) &&
-                            std::count(rule.b.begin(), rule.b.end(), entry.b) && allowed(rule, s, entry.a, entry.b))
-                    << v << " " << s << " pair " << int(entry.a) << ", " << int(entry.b);
-                for (int a : rule.a)
-                    for (int b : rule.b)
-                        if (allowed(rule, s, a, b))
-                        {
-                            const int e = v - Mix(a, b, kWeights[s]);
-                            ASSERT_GE(std::min(e * e, 255), entry.error) << v << " " << s;
-                        }
-            }
-    // 128 at weight 5 of 8: (3 x 123 + 5 x 132) / 8 = 128 exactly.
-    EXPECT_EQ(BestMatches_RGB_5_5()[128][3].error, 0);
-}
-
-TEST(InitialReps, SingleColourPairsReproduceColoursOnTheGrid)
-{
-    // A colour the form holds exactly decodes back at one of the weights with
-    // no error. Opaque (alpha from 248): A red and green of 5 bits, blue of
-    // 4 (123, 132 and 66 are on those grids); translucent: 4, 4 and 3 bits
-    // (16, 66 and 33) with alpha on multiples of 34.
-    struct Case
-    {
-        unsigned char colour[4];
-        bool punchThrough, generation2;
-    };
-    const Case cases[] = {{{123, 132, 66, 255}, false, false}, {{8, 255, 0, 250}, true, false},
-                          {{16, 66, 33, 136}, false, false},   {{16, 66, 33, 136}, false, true},
-                          {{255, 0, 148, 0}, true, false},     {{33, 33, 33, 255}, true, true}};
-    for (const Case& c : cases)
-        for (bool preferSwap : {false, true})
-        {
-            unsigned char a[4], b[4];
-            GetSingleColourBestMatchReps(c.colour, c.punchThrough, c.generation2, preferSwap, a, b, nullptr);
-            const int target[4] = {c.colour[0], c.colour[1], c.colour[2], c.colour[3] >= 248 ? 255 : c.colour[3]};
-            int least = 1 << 30;
-            for (int w : {0, 3, 4, 5, 8})
-            {
-                int error = 0;
-                for (int ch = 0; ch < 4; ++ch)
-                {
-                    const int d = target[ch] - Mix(a[ch], b[ch], w);
-                    error += d * d;
-                }
-                least = std::min(least, error);
-            }
-            EXPECT_EQ(least, 0) << int(c.colour[0]) << " preferSwap " << preferSwap;
-        }
-
-    // Opaque colours keep both alphas 255.
     unsigned char a[4], b[4];
-    const unsigned char grey[4] = {90, 90, 90, 255};
-    GetSingleColourBestMatchReps(grey, false, false, true, a, b, nullptr);
-    EXPECT_EQ(a[3], 255);
-    EXPECT_EQ(b[3], 255);
     // Alpha 247 in generation 1: weight 5 of 8 on (238, 255) gives 248 and
     // wins, so B comes out opaque and the pair is chosen again with B on 5
     // bits (90 is not on the 4-bit grid of the first choice).
     const unsigned char nearlyOpaque[4] = {90, 90, 90, 247};
     GetSingleColourBestMatchReps(nearlyOpaque, false, false, true, a, b, nullptr);
     EXPECT_EQ(b[3], 255);
-    const std::vector<int> five = Grid(5);
-    EXPECT_EQ(std::count(five.begin(), five.end(), b[0]), 1) << int(b[0]);
-}
-
-TEST(InitialReps, OrientedBoxes)
-{
-    const float diagonal[4][4] = {{0.5f, 0.5f, 0.5f, 0.5f}, {0.5f, -0.5f, 0.5f, -0.5f}, {0.5f, 0.5f, -0.5f, -0.5f},
-                                  {0.5f, -0.5f, -0.5f, 0.5f}};
-    OrientedBBox box;
-    InitOrientedBBox(box, diagonal);
-    EXPECT_TRUE(OrientedBBoxIsEmpty(box));
-    const unsigned char dark[4] = {0, 0, 0, 0}, light[4] = {100, 100, 100, 100};
-    AddIColourToOrientedBBox(box, dark);
-    AddIColourToOrientedBBox(box, light);
-    EXPECT_FALSE(OrientedBBoxIsEmpty(box));
-    EXPECT_FLOAT_EQ(box.maximum[0], 200.0f);
-    EXPECT_FLOAT_EQ(SizeOfOrientedBBox(box), 200.0f);
-    // (0, 100, 0, 0) projects to 50, -50, 50, -50: clamped to 50, 0, 0, 0 it
-    // becomes (25, 25, 25, 25).
-    float off[4] = {0, 100, 0, 0};
-    ClampToOrientedBBox(box, off);
-    for (float v : off)
-        EXPECT_NEAR(v, 25.0f, 1e-5f);
-    float inside[4] = {40, 40, 40, 40};
-    ClampToOrientedBBox(box, inside);
-    EXPECT_EQ(inside[0], 40.0f);
-    // Offsetting by a colour moves both bounds by its projection.
-    OffsetOrientedBBox(box, light);
-    EXPECT_FLOAT_EQ(box.minimum[0], 200.0f);
-    EXPECT_FLOAT_EQ(box.maximum[0], 400.0f);
-    const unsigned char colour[4] = {1, 2, 3, 4};
-    InitOrientedBBoxToSingleColour(box, colour);
-    EXPECT_FLOAT_EQ(box.minimum[2], 3.0f);
-    EXPECT_FLOAT_EQ(box.maximum[3], 4.0f);
-    EXPECT_FLOAT_EQ(SizeOfOrientedBBox(box), 0.0f);
+    EXPECT_EQ(b[0], (b[0] >> 3) << 3 | b[0] >> 5) << int(b[0]); // a 5-bit level
 }
 
 namespace

@@ -1,11 +1,10 @@
 // The optimiser's thread support: counts, the cut of rows, the column order,
-// work that does not depend on which threads started, the window tables.
+// work that does not depend on which threads started.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <numeric>
 #include <vector>
 
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
@@ -61,14 +60,6 @@ TEST(OptimiserThreads, ColumnOrder)
     EXPECT_EQ(ColumnVisitOrder(5), (std::vector<uint32_t>{0, 2, 1, 4, 3}));
     EXPECT_EQ(ColumnVisitOrder(2), (std::vector<uint32_t>{0, 1}));
     EXPECT_EQ(ColumnVisitOrder(1), (std::vector<uint32_t>{0}));
-    for (uint32_t w = 1; w < 40; ++w)
-    {
-        std::vector<uint32_t> order = ColumnVisitOrder(w);
-        std::sort(order.begin(), order.end());
-        std::vector<uint32_t> all(w);
-        std::iota(all.begin(), all.end(), 0u);
-        EXPECT_EQ(order, all) << w;
-    }
 }
 
 namespace
@@ -107,29 +98,4 @@ TEST(OptimiserThreads, EveryIndexRunsOnceWhateverStarts)
             EXPECT_EQ(done[i].load(), 1) << "refusing every " << period << ", index " << i;
     }
     SetThreadStartRefusals(0);
-}
-
-TEST(OptimiserThreads, WindowTables)
-{
-    // 4bpp: 9 x 9 of the 9-tap filter both ways; the centre is 127^2 / 311^2.
-    const std::vector<float> square = WindowFilterWeights(4, 4);
-    ASSERT_EQ(square.size(), 81u);
-    EXPECT_FLOAT_EQ(square[40], 127.0f * 127.0f / (311.0f * 311.0f));
-    EXPECT_NEAR(std::accumulate(square.begin(), square.end(), 0.0f), 1.0f, 1e-5f);
-    EXPECT_EQ(square[0], 0.0f);
-    // 2bpp: 17 columns of the 17-tap filter.
-    const std::vector<float> wide = WindowFilterWeights(8, 4);
-    ASSERT_EQ(wide.size(), 153u);
-    EXPECT_FLOAT_EQ(wide[4 * 17 + 8], 127.0f * 127.0f / (595.0f * 311.0f));
-    EXPECT_NEAR(std::accumulate(wide.begin(), wide.end(), 0.0f), 1.0f, 1e-5f);
-
-    // The block's own pixels: columns 2 to 5 and rows 2 to 5 of 9 x 9;
-    // columns 4 to 11 of 17 x 9.
-    const std::vector<unsigned char> own = CentralFlags(4, 4), ownWide = CentralFlags(8, 4);
-    EXPECT_EQ(std::count(own.begin(), own.end(), 1), 16);
-    EXPECT_EQ(own[2 * 9 + 2], 1);
-    EXPECT_EQ(own[6 * 9 + 5], 0);
-    EXPECT_EQ(std::count(ownWide.begin(), ownWide.end(), 1), 32);
-    EXPECT_EQ(ownWide[2 * 17 + 4], 1);
-    EXPECT_EQ(ownWide[2 * 17 + 12], 0);
 }
