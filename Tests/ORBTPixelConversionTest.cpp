@@ -65,15 +65,6 @@ TEST(PixelEncoderLayout, ValidationSetsOneBitPerFault)
 
 TEST(PixelEncoderStorage, PackedLayoutsPutTheFirstChannelHighest)
 {
-    // Alpha in bit 15, red 31, green trunc(128/255 * 31 + 0.5) = 16.
-    CPixelEncoder argb1555 = Make(eVarUnsignedByteNorm, "argb", {1, 5, 5, 5});
-    CPixelEncoder opaque = Rgba8({255, 128, 0, 255}), clear = Rgba8({255, 128, 0, 0});
-    argb1555.EncodeFrom(opaque);
-    EXPECT_EQ(Raw(argb1555), Bytes({0x00, 0xFE}));
-    EXPECT_FLOAT_EQ(argb1555.GetChannelFloat(eChannelGreen), 16.0f / 31.0f);
-    argb1555.EncodeFrom(clear);
-    EXPECT_EQ(Raw(argb1555), Bytes({0x00, 0x7E}));
-
     CPixelEncoder rgb565 = Make(eVarUnsignedByteNorm, "rgb", {5, 6, 5, 0}, {0x00, 0xF8});
     EXPECT_FLOAT_EQ(rgb565.GetChannelFloat(eChannelRed), 1.0f);
     rgb565.SetChannelUNorm(eChannelBlue, 1.0f);
@@ -107,12 +98,6 @@ TEST(PixelEncoderStorage, ElementReadTestDiffersFromStorageRule)
 
 TEST(PixelEncoderStorage, FloatChannels)
 {
-    CPixelEncoder full = Rgba32F(0, 0, 0, 0);
-    full.SetChannelSFloat(eChannelGreen, -3.25f);
-    float stored;
-    std::memcpy(&stored, full.GetColourData() + 4, sizeof stored);
-    EXPECT_EQ(stored, -3.25f);
-
     CPixelEncoder half = Make(eVarSignedFloat, "rgba", {16, 16, 16, 16});
     EXPECT_EQ(half.GetChannelFloat(eChannelRed), kHalfZero);
     half.SetChannelSFloat(eChannelRed, 1.0f);
@@ -261,16 +246,14 @@ TEST(PixelEncoderEncode, RoundTripsThroughEveryChannelType)
         float tolerance; // 0: exact
     };
     const float byteStep = 0.5f / 127, shortStep = 0.5f / 32767;
+    // The layouts the pinned conversions from rgba8 leave out.
     const Case cases[] = {
-        {eVarUnsignedByteNorm, "rgba", {8, 8, 8, 8}, 0},     {eVarSignedByteNorm, "rgba", {8, 8, 8, 8}, byteStep},
-        {eVarUnsignedByte, "rgba", {8, 8, 8, 8}, 0},         {eVarSignedByte, "rgba", {8, 8, 8, 8}, byteStep},
-        {eVarUnsignedShortNorm, "rgba", {16, 16, 16, 16}, 0}, {eVarSignedShortNorm, "rgba", {16, 16, 16, 16}, shortStep},
-        {eVarUnsignedShort, "rgba", {16, 16, 16, 16}, 0},    {eVarSignedShort, "rgba", {16, 16, 16, 16}, shortStep},
-        {eVarUnsignedIntegerNorm, "rgba", {32, 32, 32, 32}, 0}, {eVarSignedIntegerNorm, "rgba", {32, 32, 32, 32}, 1e-6f},
-        {eVarUnsignedInteger, "rgba", {32, 32, 32, 32}, 0},  {eVarSignedInteger, "rgba", {32, 32, 32, 32}, 1e-6f},
-        {eVarSignedFloat, "rgba", {16, 16, 16, 16}, 1e-3f},  {eVarSignedFloat, "rgba", {32, 32, 32, 32}, 0},
-        {eVarUnsignedFloat, "rgba", {16, 16, 16, 16}, 1e-3f}, {eVarUnsignedFloat, "rgb", {11, 11, 10, 0}, 1e-2f},
-        {eVarUnsignedByteNorm, "rgba", {4, 4, 4, 4}, 0},     {eVarSignedByteNorm, "rgb", {5, 6, 5, 0}, 0.5f / 15},
+        {eVarSignedByteNorm, "rgba", {8, 8, 8, 8}, byteStep},      {eVarUnsignedByte, "rgba", {8, 8, 8, 8}, 0},
+        {eVarSignedByte, "rgba", {8, 8, 8, 8}, byteStep},          {eVarSignedShortNorm, "rgba", {16, 16, 16, 16}, shortStep},
+        {eVarUnsignedShort, "rgba", {16, 16, 16, 16}, 0},          {eVarSignedShort, "rgba", {16, 16, 16, 16}, shortStep},
+        {eVarUnsignedIntegerNorm, "rgba", {32, 32, 32, 32}, 0},    {eVarSignedIntegerNorm, "rgba", {32, 32, 32, 32}, 1e-6f},
+        {eVarUnsignedInteger, "rgba", {32, 32, 32, 32}, 0},        {eVarSignedInteger, "rgba", {32, 32, 32, 32}, 1e-6f},
+        {eVarUnsignedFloat, "rgba", {16, 16, 16, 16}, 1e-3f},      {eVarSignedByteNorm, "rgb", {5, 6, 5, 0}, 0.5f / 15},
     };
     // Multiples of 1/255, 1/15 and 1/65535, which the unsigned widths hold.
     const float values[4] = {0.2f, 0.6f, 1.0f, 0.0f};
@@ -297,23 +280,13 @@ TEST(PixelEncoderColourSpace, CurvesUseTheirOwnConstants)
 {
     EXPECT_FLOAT_EQ(CPixelEncoder::LinearToSRGB(0.00304f), 0.0392768f);
     EXPECT_FLOAT_EQ(CPixelEncoder::LinearToSRGB(0.00305f), 0.03886937f); // below the line just above
-    EXPECT_FLOAT_EQ(CPixelEncoder::LinearToSRGB(0.5f), 0.7352065f);
-    EXPECT_FLOAT_EQ(CPixelEncoder::LinearToSRGB(1.0f), 1.0f);
 
     EXPECT_FLOAT_EQ(CPixelEncoder::SRGBToLinear(0.03928f), 0.003040248f);
-    EXPECT_FLOAT_EQ(CPixelEncoder::SRGBToLinear(0.5f), 0.2143043f);
     EXPECT_LT(CPixelEncoder::SRGBToLinear(1.0f), 1.0f); // 1.0556 * 0.9473285 < 1
-    EXPECT_NEAR(CPixelEncoder::SRGBToLinear(1.0f), 1.0f, 1e-6f);
 }
 
 TEST(PixelEncoderColourSpace, ConvertsColourAndGreyChannelsOnly)
 {
-    CPixelEncoder rgba = Rgba8({128, 128, 0, 128});
-    rgba.ConvertToColourSpace(eColourSpaceSRGB, eColourSpaceLinear);
-    EXPECT_EQ(Raw(rgba), Bytes({188, 188, 0, 128}));
-    rgba.ConvertToColourSpace(eColourSpaceSRGB, eColourSpaceSRGB);
-    EXPECT_EQ(Raw(rgba), Bytes({188, 188, 0, 128}));
-
     CPixelEncoder lx = Make(eVarUnsignedShortNorm, "lx", {16, 16, 0, 0}, {0x00, 0x80, 0x00, 0x80});
     lx.ConvertToColourSpace(eColourSpaceLinear, eColourSpaceSRGB);
     EXPECT_NEAR(lx.GetChannelFloat(eChannelLuminance), 0.2143043f, 1e-4f);

@@ -1,9 +1,6 @@
 // Export as a C array: the exact text, the bytes it holds, the symbol name.
 
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,26 +10,22 @@
 #include "Support/TestFiles.h"
 
 using namespace orbtexture;
-using testsupport::ReadBytes;
-using testsupport::ScratchDir;
+using namespace testsupport;
 
 namespace
 {
 
 std::string ReadText(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    const std::vector<uint8_t> bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 // The bytes of every "0x.." element of the array.
 std::vector<uint8_t> ArrayBytes(const std::string& text)
 {
     std::vector<uint8_t> bytes;
-    const size_t start = text.find("[] = {");
-    for (size_t at = text.find("0x", start); at != std::string::npos; at = text.find("0x", at + 2))
+    for (size_t at = text.find("0x", text.find("[] = {")); at != std::string::npos; at = text.find("0x", at + 2))
         bytes.push_back(uint8_t(std::strtoul(text.substr(at, 4).c_str(), nullptr, 16)));
     return bytes;
 }
@@ -45,72 +38,43 @@ const char* const kPreamble = "/************************************************
                               "#endif\n\n";
 
 // Header of a 9 x 1 'r','g','b','a' 8,8,8,8 texture up to its metaDataSize word.
-const char* const kHeaderLines = "\n/* Header */\n"
-                                 "0x4f,0x52,0x42,0x03,\n" // version
-                                 "0x00,0x00,0x00,0x00,\n" // flags
-                                 "0x72,0x67,0x62,0x61,\n" // pixel format: channel names
-                                 "0x08,0x08,0x08,0x08,\n" // channel widths
-                                 "0x00,0x00,0x00,0x00,\n" // colour space
-                                 "0x00,0x00,0x00,0x00,\n" // channel type
-                                 "0x01,0x00,0x00,0x00,\n" // height
-                                 "0x09,0x00,0x00,0x00,\n" // width
-                                 "0x01,0x00,0x00,0x00,\n" // depth
-                                 "0x01,0x00,0x00,0x00,\n" // array members
-                                 "0x01,0x00,0x00,0x00,\n" // faces
-                                 "0x01,0x00,0x00,0x00,\n"; // MIP levels
+const char* const kHeaderLines = "\n/* Header */\n0x4f,0x52,0x42,0x03,\n0x00,0x00,0x00,0x00,\n" // version, flags
+                                 "0x72,0x67,0x62,0x61,\n0x08,0x08,0x08,0x08,\n" // channel names and widths
+                                 "0x00,0x00,0x00,0x00,\n0x00,0x00,0x00,0x00,\n" // colour space, channel type
+                                 "0x01,0x00,0x00,0x00,\n0x09,0x00,0x00,0x00,\n" // height, width
+                                 // depth, array members, faces, MIP levels
+                                 "0x01,0x00,0x00,0x00,\n0x01,0x00,0x00,0x00,\n0x01,0x00,0x00,0x00,\n"
+                                 "0x01,0x00,0x00,0x00,\n";
 
-// 36 bytes: 32 on the first line, 4 on the second.
+// Its 36 data bytes, 0, 5, 10, ...: 32 on the first line, 4 on the second.
+const char* const kDataLines = "\n/* Data */\n"
+                               "0x00,0x05,0x0a,0x0f,0x14,0x19,0x1e,0x23,0x28,0x2d,0x32,0x37,0x3c,0x41,0x46,0x4b,"
+                               "0x50,0x55,0x5a,0x5f,0x64,0x69,0x6e,0x73,0x78,0x7d,0x82,0x87,0x8c,0x91,0x96,0x9b,\n"
+                               "0xa0,0xa5,0xaa,0xaf,};\n";
+
 CORBTexture NineTexels()
 {
-    std::vector<uint8_t> data(36);
-    for (size_t i = 0; i < data.size(); ++i)
-        data[i] = uint8_t(i * 5);
-    return CORBTexture(CORBTextureHeader(ORBStandard8PixelType, 1, 9), data.data());
-}
-
-std::string DataLines()
-{
-    std::string text = "\n/* Data */\n";
-    char byte[8];
-    for (int i = 0; i < 36; ++i)
-    {
-        std::snprintf(byte, sizeof byte, "0x%02x,", i * 5);
-        text += byte;
-        if (i == 31)
-            text += "\n";
-    }
-    return text + "};\n";
+    return CORBTexture(CORBTextureHeader(ORBStandard8PixelType, 1, 9), Sequence(36, 5).data());
 }
 
 } // namespace
 
-TEST(CHeader, ExactTextWithoutMetaData)
-{
-    ScratchDir dir;
-    const CORBTexture texture = NineTexels();
-    ASSERT_TRUE(texture.saveFile((dir / "nine.h").c_str()));
-    const std::string expected = std::string(kPreamble) + "A8BIT nine[] = {\n" + kHeaderLines +
-                                 "0x00,0x00,0x00,0x00,\n" + DataLines();
-    EXPECT_EQ(ReadText(dir / "nine.h"), expected);
-    EXPECT_FALSE(std::filesystem::exists(dir / "nine.h.orb"));
-}
-
-TEST(CHeader, MetaDataSectionAndItsLineFeeds)
+TEST(CHeader, ExactTextAndItsLineFeeds)
 {
     ScratchDir dir;
     CORBTexture texture = NineTexels();
+    ASSERT_TRUE(texture.saveFile((dir / "nine.h").c_str()));
+    EXPECT_EQ(ReadText(dir / "nine.h"), std::string(kPreamble) + "A8BIT nine[] = {\n" + kHeaderLines +
+                                            "0x00,0x00,0x00,0x00,\n" + std::string(kDataLines));
+    EXPECT_FALSE(std::filesystem::exists(dir / "nine.h.orb"));
+
     texture.setOrientation(EORBTOrientation(eOrientUp));
     ASSERT_TRUE(texture.saveFile((dir / "oriented.h").c_str()));
-    const std::string expected = std::string(kPreamble) + "A8BIT oriented[] = {\n" + kHeaderLines +
-                                 "0x0f,0x00,0x00,0x00,\n"
-                                 "\n/* Meta Data */\n"
-                                 "0x4f,0x52,0x42,0x03,\n" // fourCC
-                                 "0x03,0x00,0x00,0x00,\n" // key: orientation
-                                 "0x03,0x00,0x00,0x00,\n" // size
-                                 "0x00,0x02,0x00,\n" +
-                                 DataLines();
-    EXPECT_EQ(ReadText(dir / "oriented.h"), expected);
-
+    // metaDataSize, then fourCC, key (orientation), size and data of the item.
+    EXPECT_EQ(ReadText(dir / "oriented.h"), std::string(kPreamble) + "A8BIT oriented[] = {\n" + kHeaderLines +
+                                                "0x0f,0x00,0x00,0x00,\n\n/* Meta Data */\n0x4f,0x52,0x42,0x03,\n"
+                                                "0x03,0x00,0x00,0x00,\n0x03,0x00,0x00,0x00,\n0x00,0x02,0x00,\n" +
+                                                std::string(kDataLines));
     // The array is the native file, byte for byte.
     ASSERT_TRUE(texture.saveFile((dir / "oriented.orb").c_str()));
     EXPECT_EQ(ArrayBytes(ReadText(dir / "oriented.h")), ReadBytes(dir / "oriented.orb"));
@@ -131,7 +95,7 @@ TEST(CHeader, MetaDataSectionAndItsLineFeeds)
                                     "0x20,0x00,0x00,0x00,\n0x01,0x00,0x00,0x00,\n0x00,0x00,0x00,0x00,\n\n"
                                     "0x21,0x00,0x00,0x00,\n0x00,0x00,0x00,0x00,\n0x02,0x00,0x00,0x00,\n"
                                     "0xaa,0xbb,\n" +
-                                    DataLines();
+                                    std::string(kDataLines);
     ASSERT_GE(text.size(), thirtyFirst.size());
     EXPECT_EQ(text.substr(text.size() - thirtyFirst.size()), thirtyFirst);
 }

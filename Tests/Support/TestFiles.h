@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "ORBTextureInfo.h"
+#include "ORBTexture.h"
 
 namespace testsupport
 {
@@ -85,6 +85,62 @@ public:
 private:
     uint64_t m_Previous;
 };
+
+// Loading 'bytes' from a file called 'name', reading its header and loading
+// it as a memory image into a texture that held one all fail with
+// 'expected' (the header read with 'headerExpected' if given), and leave the
+// texture empty.
+inline void ExpectRefused(const ScratchDir& dir, const std::string& name, const std::vector<uint8_t>& bytes,
+                          const char* expected, const char* headerExpected = nullptr)
+{
+    SCOPED_TRACE(expected);
+    WriteBytes(dir / name, bytes);
+    EXPECT_EQ(orbtexture::CORBTexture((dir / name).c_str()).getDataPtr(), nullptr);
+    EXPECT_STREQ(ORBTGetLastError(), expected);
+    orbtexture::CORBTextureHeader header;
+    EXPECT_FALSE(ORBTReadTextureHeader((dir / name).c_str(), header));
+    EXPECT_STREQ(ORBTGetLastError(), headerExpected ? headerExpected : expected);
+    orbtexture::CORBTexture texture((orbtexture::CORBTextureHeader(orbtexture::ORBStandard8PixelType, 2, 2)));
+    EXPECT_FALSE(texture.loadFromMemory(bytes.data(), bytes.size(), name.c_str()));
+    EXPECT_STREQ(ORBTGetLastError(), expected);
+    EXPECT_TRUE(texture.getDataPtr() == nullptr && texture.getDataSize() == 0);
+    EXPECT_EQ(texture.getPixelType().PixelTypeID, uint64_t(orbtexture::ePF_NumCompressed));
+}
+
+// 'count' bytes: first, first + step, first + 2 step, ... (mod 256).
+inline std::vector<uint8_t> Sequence(size_t count, uint8_t step, uint8_t first = 0)
+{
+    std::vector<uint8_t> bytes(count);
+    for (size_t i = 0; i < count; ++i)
+        bytes[i] = uint8_t(i * step + first);
+    return bytes;
+}
+
+// A texture's pixel bytes.
+inline std::vector<uint8_t> DataOf(const orbtexture::CORBTexture& texture)
+{
+    const uint8_t* data = texture.getDataPtr();
+    return data ? std::vector<uint8_t>(data, data + texture.getDataSize()) : std::vector<uint8_t>();
+}
+
+// What ORBTReadTextureFileInfo says of a file: the container, then the fields, a line each.
+inline std::string FileInfo(const std::string& path, bool expectRead = true)
+{
+    orbtexture::CORBTextureHeader header;
+    CORBTString container;
+    CORBTArray<CORBTString> fields;
+    EXPECT_EQ(ORBTReadTextureFileInfo(path.c_str(), header, container, fields), expectRead) << ORBTGetLastError();
+    std::string text = std::string(container.c_str()) + "\n";
+    for (unsigned i = 0; i < fields.GetSize(); ++i)
+        text += std::string(fields[i].c_str()) + "\n";
+    return text;
+}
+
+// Colour space, channel type, height, width, depth, array members, faces and MIP levels.
+inline std::vector<uint32_t> Shape(const ORBTextureHeaderV3& h)
+{
+    return {h.colourSpace, h.channelType, h.height, h.width, h.depth, h.numSurfaces, h.numFaces, h.numMIPMaps};
+}
 
 } // namespace testsupport
 

@@ -1,7 +1,7 @@
 #ifndef TESTS_SUPPORT_TESTPICTURES_H
 #define TESTS_SUPPORT_TESTPICTURES_H
 
-// Small photograph-like rgba8 pictures and the measures the codec tests
+// Small photograph-like rgba8 pictures and the measure the codec tests
 // compare them with.
 
 #include <algorithm>
@@ -51,31 +51,6 @@ inline double Psnr(const std::vector<unsigned char>& a, const std::vector<unsign
         ++n;
     }
     return sum == 0.0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 * double(n) / sum);
-}
-
-// The ORBTC optimiser's measure: squared channel differences, alpha's
-// weighted by 30 where the source alpha is 0 or 255.
-inline double WeightedError(const std::vector<unsigned char>& source, const std::vector<unsigned char>& decoded)
-{
-    double sum = 0.0;
-    for (size_t i = 0; i < source.size(); i += 4)
-    {
-        const double w = source[i + 3] == 0 || source[i + 3] == 255 ? 30.0 : 1.0;
-        for (int c = 0; c < 4; ++c)
-        {
-            const double d = (double(source[i + c]) - decoded[i + c]) * (c == 3 ? w : 1.0);
-            sum += d * d;
-        }
-    }
-    return sum;
-}
-
-inline uint64_t Fnv(const std::vector<unsigned char>& bytes)
-{
-    uint64_t h = 1469598103934665603ull;
-    for (unsigned char b : bytes)
-        h = (h ^ b) * 1099511628211ull;
-    return h;
 }
 
 } // namespace testsupport

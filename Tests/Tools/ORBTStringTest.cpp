@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 #include "Tools/ORBTString.h"
 
@@ -9,292 +10,129 @@ namespace
 
 const unsigned int npos = CORBTString::npos;
 
-TEST(ORBTString, ConstructionForms)
+std::string S(const CORBTString& s) { return s.c_str(); }
+
+TEST(ORBTString, ConstructionAssignmentAndExactGrowth)
 {
-    CORBTString empty;
-    EXPECT_EQ(0u, empty.length());
-    EXPECT_EQ(1u, empty.capacity());
-    EXPECT_STREQ("", empty.c_str());
-
-    EXPECT_EQ(0u, CORBTString(static_cast<const char*>(nullptr)).length());
-
-    // An explicit count copies zero bytes too.
-    CORBTString counted("ab\0cd", 5);
-    EXPECT_EQ(5u, counted.length());
+    EXPECT_EQ("", S(CORBTString(static_cast<const char*>(nullptr))));
+    // An explicit count copies zero bytes too, and so does a copy.
+    const CORBTString counted("ab\0cd", 5), copy(counted);
     EXPECT_EQ(6u, counted.capacity());
-    EXPECT_EQ(0, memcmp(counted.c_str(), "ab\0cd", 6));
-
-    CORBTString source("abcdef");
-    EXPECT_STREQ("cde", CORBTString(source, 2, 3).c_str());
-    EXPECT_STREQ("ef", CORBTString(source, 4, 100).c_str());
-    EXPECT_STREQ("", CORBTString(source, 9).c_str());
-    EXPECT_STREQ("xxx", CORBTString(3u, 'x').c_str());
-    EXPECT_STREQ("q", CORBTString('q').c_str());
-
-    CORBTString copy(counted);
-    EXPECT_EQ(5u, copy.length());
     EXPECT_EQ(0, memcmp(copy.c_str(), "ab\0cd", 6));
-}
+    const CORBTString source("abcdef");
+    EXPECT_EQ("cde|ef|", S(CORBTString(source, 2, 3) + "|" + CORBTString(source, 4, 100) + "|" + CORBTString(source, 9)));
 
-TEST(ORBTString, AppendReserveAndResizeKeepTheText)
-{
-    CORBTString s("ab");
-    s.append("cde");
-    s += 'f';
-    EXPECT_STREQ("abcdef", s.c_str());
-    s.reserve(7);
-    EXPECT_STREQ("abcdef", s.c_str());
-    s.resize(9, 'z');
-    EXPECT_STREQ("abcdefzzz", s.c_str());
-    s.resize(2);
-    EXPECT_STREQ("ab", s.c_str());
-    EXPECT_EQ(2u, s.length());
-    s.clear();
-    EXPECT_TRUE(s.empty());
-}
-
-TEST(ORBTString, AssignReusesOrReplacesBuffer)
-{
-    CORBTString s("0123456789"); // capacity 11
+    CORBTString s("0123456789");
     s.assign("abcdefghij");
     EXPECT_EQ(11u, s.capacity());
     s.assign("abcdefghijk");
     EXPECT_EQ(12u, s.capacity());
-
-    // Overlapping sources are fine while the capacity suffices, and the
-    // replacement path copies before releasing.
+    // Sources inside the string's own buffer, on the reuse and the replacement paths.
     s.assign(s.c_str() + 3, 4);
-    EXPECT_STREQ("defg", s.c_str());
+    EXPECT_EQ("defg", S(s));
     CORBTString t("xyz");
     t.assign(t, 1);
-    EXPECT_STREQ("yz", t.c_str());
     t.assign(t.c_str(), 2);
-    EXPECT_STREQ("yz", t.c_str());
     const CORBTString& alias = t;
     t = alias;
-    EXPECT_STREQ("yz", t.c_str());
-    t = 'k';
-    EXPECT_STREQ("k", t.c_str());
-    t.assign(5, '-');
-    EXPECT_STREQ("-----", t.c_str());
+    EXPECT_EQ("yz", S(t));
+    CORBTString a("abc");
+    a.append(a);
+    a += a;
+    a.append(a.c_str() + 1, 2);
+    a.append(a, 12);
+    EXPECT_EQ("abcabcabcabcbcbc", S(a));
 }
 
-TEST(ORBTString, AppendingItselfIsSafe)
+TEST(ORBTString, PositionsPastTheEndClip)
 {
-    CORBTString s("abc");
-    s.append(s);
-    EXPECT_STREQ("abcabc", s.c_str());
-    s += s;
-    EXPECT_EQ(12u, s.length());
-    s.append(s.c_str() + 1, 2);
-    EXPECT_STREQ("abcabcabcabcbc", s.c_str());
-    s.append(s, 12);
-    EXPECT_STREQ("abcabcabcabcbcbc", s.c_str());
-}
-
-TEST(ORBTString, EraseInMiddleKeepsStoredLength)
-{
+    // In the middle the stored length stays; up to the end it is a resize.
     CORBTString s("abcd");
     s.erase(1, 1);
     EXPECT_EQ(4u, s.length());
-    EXPECT_STREQ("acd", s.c_str());
-
+    EXPECT_EQ("acd", S(s));
     CORBTString t("abcd");
-    t.erase(2, 2); // reaches the end: a resize
+    t.erase(2, 0xFFFFFFFE); // an end past 32 bits is still a resize
     EXPECT_EQ(2u, t.length());
-    EXPECT_STREQ("ab", t.c_str());
-    t.erase(1);
-    EXPECT_STREQ("a", t.c_str());
-    EXPECT_EQ(1u, t.length());
 
-    CORBTString u("abcd");
-    u.erase(2, 0xFFFFFFFE); // end past 32 bits: still a resize, not a move
-    EXPECT_STREQ("ab", u.c_str());
-    EXPECT_EQ(2u, u.length());
-}
-
-TEST(ORBTString, PiecesAndCopy)
-{
-    CORBTString s("abcdef");
-    EXPECT_STREQ("abc", s.left(3).c_str());
-    EXPECT_STREQ("def", s.right(3).c_str());
-    EXPECT_STREQ("abcdef", s.left(6).c_str());
-    EXPECT_STREQ("abcdef", s.right(60).c_str());
-    EXPECT_STREQ("bcdef", s.substr(1).c_str());
-
+    CORBTString u("abcdef");
+    EXPECT_EQ("def|abcdef", S(u.right(3) + "|" + u.right(60)));
     char buffer[8];
     memset(buffer, '#', sizeof(buffer));
-    EXPECT_EQ(5u, s.copy(buffer, 5, 3)); // count, not the 3 bytes copied
+    EXPECT_EQ(5u, u.copy(buffer, 5, 3)); // the count asked, not the 3 bytes copied
     EXPECT_EQ(0, memcmp(buffer, "def###", 6));
-    EXPECT_EQ(0u, s.copy(nullptr, 5));
+    EXPECT_EQ('\0', u.at(1000));
 }
 
-TEST(ORBTString, Comparison)
+TEST(ORBTString, ComparisonAndSearches)
 {
-    // Whole-string forms stop at the first zero byte.
-    CORBTString embedded("ab\0c", 4);
-    EXPECT_TRUE(embedded == "ab");
-    EXPECT_TRUE(embedded == CORBTString("ab"));
-
+    // Whole-string forms stop at the first zero byte; the whole string compares unsigned bytes, a part signed ones.
+    EXPECT_TRUE(CORBTString("ab\0c", 4) == "ab");
     CORBTString high("\x80");
-    EXPECT_GT(high.compare("a"), 0);               // unsigned bytes
-    EXPECT_EQ(-1, high.compare(0, 1, "a"));         // signed bytes
+    EXPECT_GT(high.compare("a"), 0);
+    EXPECT_EQ(-1, high.compare(0, 1, "a"));
+    EXPECT_EQ(1, CORBTString("abcd").compare(0, 4, "abz", 2));
 
-    CORBTString s("abcd");
-    EXPECT_EQ(0, s.compare(1, 2, "bc"));
-    EXPECT_EQ(-1, s.compare(0, 2, "abc"));
-    EXPECT_EQ(1, s.compare(0, 4, "abc"));
-    EXPECT_EQ(1, s.compare(0, 4, "abz", 2));
-    EXPECT_EQ(0, s.compare(2, npos, CORBTString("xcd"), 1));
-    EXPECT_EQ(-1, s.compare(0, 1, CORBTString("b")));
-
-    EXPECT_TRUE(CORBTString("abc") < "abd");
-    EXPECT_TRUE(CORBTString("abd") > CORBTString("abc"));
-    EXPECT_TRUE("abc" < CORBTString("abd"));
-    EXPECT_TRUE("abc" == CORBTString("abc"));
-}
-
-TEST(ORBTString, CaseAndFormat)
-{
-    CORBTString s("aZ\xe9q\0Qr", 7);
-    s.toUpper();
-    EXPECT_EQ(0, memcmp(s.c_str(), "AZ\xe9Q\0Qr", 8));
-    s.toLower();
-    EXPECT_EQ(0, memcmp(s.c_str(), "az\xe9q\0Qr", 8));
-
-    CORBTString f("old contents");
-    CORBTString copy = f.format("%d-%s-%03u", 42, "x", 7u);
-    EXPECT_STREQ("42-x-007", f.c_str());
-    EXPECT_STREQ("42-x-007", copy.c_str());
-    EXPECT_EQ(8u, f.length());
-
-    f.formatPositional("%2$s %1$s", "world", "hello");
-    EXPECT_STREQ("hello world", f.c_str());
-
-    CORBTString wide = ORBTStringFromFormattedStr("%500d|", 1);
-    EXPECT_EQ(501u, wide.length());
-    EXPECT_EQ('|', wide[500]);
-    EXPECT_STREQ("b a", ORBTStringFromFormattedStrPositional("%2$c %1$c", 'a', 'b').c_str());
-}
-
-TEST(ORBTString, ForwardSearches)
-{
     CORBTString s("abcabc");
-    EXPECT_EQ(3u, s.find("abc", 1));
-    EXPECT_EQ(2u, s.find('c'));
     EXPECT_EQ(npos, s.find(static_cast<const char*>(nullptr)));
-    EXPECT_EQ(npos, s.find("c", 6));
-    EXPECT_EQ(npos, s.find("abcabca", 0, 7));
     EXPECT_EQ(4u, s.find("bcx", 3, 2));
-
-    EXPECT_EQ(1u, s.find_first_of("cb"));
-    EXPECT_EQ(4u, s.find_first_of(CORBTString("b"), 2));
-    EXPECT_EQ(2u, s.find_first_not_of("ab"));
-    EXPECT_EQ(npos, s.find_first_not_of("abc"));
-    EXPECT_EQ(3u, s.find_first_not_of('c', 2));
-
-    // Substring search gated on the zero-terminated length.
+    // find_first_ofn is a substring search, gated on the zero-terminated length.
     CORBTString embedded("ab\0abc", 6);
     EXPECT_EQ(3u, embedded.find("abc"));
     EXPECT_EQ(npos, embedded.find_first_ofn("abc", 0, 3));
     EXPECT_EQ(3u, embedded.find_first_ofn("ab", 1, 2));
-
     EXPECT_EQ(3u, CORBTString("aaaa").find_number_of("aa"));
-    EXPECT_EQ(2u, s.find_number_of('a'));
-    EXPECT_EQ(1u, s.find_number_of(CORBTString("bc"), 2));
-    EXPECT_EQ(0u, s.find_number_of('a', 6));
-
+    // A miss is the length.
     EXPECT_EQ(3u, s.find_next_occurance_of('a', 1));
-    EXPECT_EQ(6u, s.find_next_occurance_of('x'));
     EXPECT_EQ(6u, s.find_next_occurance_of("ca", 3));
-    EXPECT_EQ(6u, s.find_next_occurance_of('a', 10));
-}
-
-TEST(ORBTString, BackwardSearches)
-{
+    // find_last_of and find_last_not_of count their position from the end.
     CORBTString dots("a.b.c");
     EXPECT_EQ(3u, dots.find_last_of('.'));
-    EXPECT_EQ(1u, dots.find_last_of('.', 2)); // scan starts at index 2
+    EXPECT_EQ(1u, dots.find_last_of('.', 2));
     EXPECT_EQ(npos, dots.find_last_of('.', 4));
-    EXPECT_EQ(npos, dots.find_last_of('.', 5));
-    EXPECT_EQ(npos, CORBTString().find_last_of('.'));
-    EXPECT_EQ(3u, dots.find_last_of(CORBTString("x.")));
     EXPECT_EQ(2u, dots.find_last_not_of(".c", 1));
-    EXPECT_EQ(npos, CORBTString("...").find_last_not_of('.'));
-
-    CORBTString s("abcabc");
-    EXPECT_EQ(3u, s.find_previous_occurance_of('a', 5));
+    // find_previous_occurance_of never examines index 0.
     EXPECT_EQ(3u, s.find_previous_occurance_of('a', 3));
-    EXPECT_EQ(npos, s.find_previous_occurance_of('a', 2)); // index 0 is never examined
-    EXPECT_EQ(npos, s.find_previous_occurance_of('c'));     // position 0
-    EXPECT_EQ(3u, s.find_previous_occurance_of("abc", 100));
+    EXPECT_EQ(npos, s.find_previous_occurance_of('a', 2));
     EXPECT_EQ(1u, s.find_previous_occurance_of(CORBTString("bc"), 3));
-    EXPECT_EQ(npos, s.find_previous_occurance_of("x", 5));
 }
 
-TEST(ORBTString, Substitution)
+TEST(ORBTString, SubstitutionFormatAndPaths)
 {
-    CORBTString s("a-b-c");
-    s.substitute('-', '+', false);
-    EXPECT_STREQ("a+b-c", s.c_str());
-    s.substitute('-', '+');
-    EXPECT_STREQ("a+b+c", s.c_str());
-    CORBTString empty;
-    empty.substitute('\0', 'x');
-    EXPECT_STREQ("", empty.c_str());
-
     // Inserted text is not scanned again, so this terminates.
     CORBTString a("aaa");
     a.substitute("a", "aa");
-    EXPECT_STREQ("aaaaaa", a.c_str());
-
+    EXPECT_EQ("aaaaaa", S(a));
     CORBTString t("one two one two");
     t.substitute("one", "1", false);
-    EXPECT_STREQ("1 two one two", t.c_str());
     t.substitute("two", "");
-    EXPECT_STREQ("1  one ", t.c_str());
+    EXPECT_EQ("1  one ", S(t));
     EXPECT_EQ(7u, t.length());
-}
+    CORBTString f("old contents");
+    EXPECT_EQ("42-x-007", S(f.format("%d-%s-%03u", 42, "x", 7u)));
+    EXPECT_EQ('|', ORBTStringFromFormattedStr("%500d|", 1)[500]);
+    EXPECT_EQ("b a", S(ORBTStringFromFormattedStrPositional("%2$c %1$c", 'a', 'b')));
 
-TEST(ORBTString, FreeFunctions)
-{
-    CORBTString s("ab");
-    EXPECT_STREQ("abcd", (s + "cd").c_str());
-    EXPECT_STREQ("cdab", ("cd" + s).c_str());
-    EXPECT_STREQ("cab", ('c' + s).c_str());
-
-    EXPECT_STREQ(".png", ORBTStringGetFileExtension("dir/a.b.png").c_str());
-    EXPECT_STREQ("", ORBTStringGetFileExtension("dir/file").c_str());
-    EXPECT_STREQ(".d/file", ORBTStringGetFileExtension("x.d/file").c_str());
-
-    EXPECT_STREQ("a/b", ORBTStringGetContainingDirectoryPath("a/b/c.orb").c_str());
-    EXPECT_STREQ("a\\b", ORBTStringGetContainingDirectoryPath("a\\b\\c.orb").c_str());
-    EXPECT_STREQ("", ORBTStringGetContainingDirectoryPath("c.orb").c_str());
-    // A '/' anywhere hides every '\\'.
-    EXPECT_STREQ("a", ORBTStringGetContainingDirectoryPath("a/b\\c").c_str());
-
-    EXPECT_STREQ("c.orb", ORBTStringGetFileName("a/b/c.orb").c_str());
-    EXPECT_STREQ("c.orb", ORBTStringGetFileName("a\\c.orb").c_str());
-    EXPECT_STREQ("b\\c", ORBTStringGetFileName("a/b\\c").c_str());
-    EXPECT_STREQ("c.orb", ORBTStringGetFileName("c.orb").c_str());
-    EXPECT_STREQ("", ORBTStringGetFileName("dir/").c_str());
-
-    EXPECT_STREQ("x \t", ORBTStringStripWhiteSpaceFromStartOf(" \r\n\tx \t").c_str());
-    EXPECT_STREQ(" \r\n\tx", ORBTStringStripWhiteSpaceFromEndOf(" \r\n\tx \t").c_str());
-    EXPECT_STREQ(" \t\n", ORBTStringStripWhiteSpaceFromStartOf(" \t\n").c_str());
-    EXPECT_STREQ(" \t\n", ORBTStringStripWhiteSpaceFromEndOf(" \t\n").c_str());
-}
-
-TEST(ORBTString, AtAndSwap)
-{
-    CORBTString a("abc");
-    CORBTString b("z");
-    EXPECT_EQ('c', a.at(2));
-    EXPECT_EQ('\0', a.at(3));
-    EXPECT_EQ('\0', a.at(1000));
-    a.swap(b);
-    EXPECT_STREQ("z", a.c_str());
-    EXPECT_STREQ("abc", b.c_str());
+    const struct
+    {
+        const char *path, *extension, *directory, *name;
+    } paths[] = {
+        {"dir/a.b.png", ".png", "dir", "a.b.png"},
+        {"x.d/file", ".d/file", "x.d", "file"},
+        {"a\\b\\c.orb", ".orb", "a\\b", "c.orb"},
+        {"a/b\\c", "", "a", "b\\c"}, // a '/' anywhere hides every '\'
+        {"c.orb", ".orb", "", "c.orb"},
+        {"dir/", "", "dir", ""},
+    };
+    for (const auto& p : paths)
+    {
+        EXPECT_EQ(p.extension, S(ORBTStringGetFileExtension(p.path))) << p.path;
+        EXPECT_EQ(p.directory, S(ORBTStringGetContainingDirectoryPath(p.path))) << p.path;
+        EXPECT_EQ(p.name, S(ORBTStringGetFileName(p.path))) << p.path;
+    }
+    EXPECT_EQ("x \t", S(ORBTStringStripWhiteSpaceFromStartOf(" \r\n\tx \t")));
+    EXPECT_EQ(" \r\n\tx", S(ORBTStringStripWhiteSpaceFromEndOf(" \r\n\tx \t")));
+    EXPECT_EQ(" \t\n", S(ORBTStringStripWhiteSpaceFromEndOf(" \t\n")));
 }
 
 } // namespace
