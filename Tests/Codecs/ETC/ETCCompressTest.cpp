@@ -86,7 +86,7 @@ TEST(ETCTranscode, ThroughTheCodecTableBothWays)
         EXPECT_NEAR(texture.getDataPtr()[i * 4], 125, 40);
     }
 
-    // EAC R11 from a signed channel type takes the signed intermediate.
+    // EAC R11 from 16-bit channels keeps red alone: it comes back within 2, green as 0.
     CORBTexture red(CORBTextureHeader(ORBStandard8PixelType, 4, 4));
     std::memset(red.getDataPtr(), 128, red.getDataSize());
     ASSERT_TRUE(Transcode(red, PixelType(ePF_EAC_R11), eVarUnsignedShortNorm, eColourSpaceLinear));
