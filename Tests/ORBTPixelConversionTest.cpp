@@ -1,13 +1,28 @@
+// The pixel encoder on every layout and channel type, the byte tables that
+// must give its results, and Transcode where the pinned scenes (rgba8 sources,
+// common layouts) do not reach: refusals, other sources, the colour space
+// alone, surfaces and metadata, dithering details, intermediate formats and
+// the quality table.
+
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <memory>
+#include <random>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "ORBTPixelByteTables.h"
 #include "ORBTPixelConversion.h"
+#include "ORBTextureFormatTable.h"
+#include "ORBTextureUtilities.h"
+#include "Support/TestFiles.h"
 
 using namespace orbtexture;
+using testsupport::DataOf;
 using Bytes = std::vector<uint8_t>;
 
 namespace
@@ -41,6 +56,48 @@ Bytes Raw(const CPixelEncoder& encoder)
 }
 
 const float kHalfZero = std::ldexp(1.0f, -15);
+
+// A layout from up to four channel letters ('-' for none) and widths.
+PixelType P(const char* l, uint8_t a, uint8_t b = 0, uint8_t c = 0, uint8_t d = 0)
+{
+    uint8_t n[4] = {};
+    for (size_t i = 0; i < 4 && l[i]; ++i)
+        n[i] = uint8_t(l[i] == '-' ? 0 : l[i]);
+    return PixelType(n[0], n[1], n[2], n[3], a, b, c, d);
+}
+
+// Converts 'count' source pixels through the tables and through the encoders, and compares.
+void ExpectSameAsEncoders(const CPixelByteTables& tables, CPixelEncoder& in, CPixelEncoder& out,
+                          const std::vector<uint8_t>& pixels, uint32_t count, EORBTColourSpace from,
+                          EORBTColourSpace to)
+{
+    const unsigned sourceBytes = in.GetColourDataSize(), targetBytes = out.GetColourDataSize();
+    std::vector<uint8_t> fast(count * targetBytes);
+    tables.Convert(pixels.data(), fast.data(), count);
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        in.OverwriteColourData(&pixels[i * sourceBytes]);
+        out.EncodeFrom(in);
+        out.ConvertToColourSpace(to, from);
+        ASSERT_EQ(std::memcmp(out.GetColourData(), &fast[i * targetBytes], targetBytes), 0) << "pixel " << i;
+    }
+}
+
+const PixelType kRGB565('r', 'g', 'b', 0, 5, 6, 5, 0), kRGBA8(ORBStandard8PixelType);
+
+CORBTexture Texture(uint64_t format, uint32_t width, uint32_t height, const std::vector<uint8_t>& bytes,
+                    EORBTVariableType type = eVarUnsignedByteNorm)
+{
+    CORBTexture texture(CORBTextureHeader(format, height, width, 1, 1, 1, 1, eColourSpaceLinear, type));
+    std::memcpy(texture.getDataPtr(), bytes.data(), texture.getDataSize());
+    return texture;
+}
+
+bool To(CORBTexture& texture, PixelType format, EORBTVariableType type = eVarUnsignedByteNorm,
+        EORBTColourSpace space = eColourSpaceLinear, bool dither = false)
+{
+    return Transcode(texture, format, type, space, ECompressorQuality(0), dither);
+}
 
 } // namespace
 
@@ -248,12 +305,12 @@ TEST(PixelEncoderEncode, RoundTripsThroughEveryChannelType)
     const float byteStep = 0.5f / 127, shortStep = 0.5f / 32767;
     // The layouts the pinned conversions from rgba8 leave out.
     const Case cases[] = {
-        {eVarSignedByteNorm, "rgba", {8, 8, 8, 8}, byteStep},      {eVarUnsignedByte, "rgba", {8, 8, 8, 8}, 0},
-        {eVarSignedByte, "rgba", {8, 8, 8, 8}, byteStep},          {eVarSignedShortNorm, "rgba", {16, 16, 16, 16}, shortStep},
-        {eVarUnsignedShort, "rgba", {16, 16, 16, 16}, 0},          {eVarSignedShort, "rgba", {16, 16, 16, 16}, shortStep},
-        {eVarUnsignedIntegerNorm, "rgba", {32, 32, 32, 32}, 0},    {eVarSignedIntegerNorm, "rgba", {32, 32, 32, 32}, 1e-6f},
-        {eVarUnsignedInteger, "rgba", {32, 32, 32, 32}, 0},        {eVarSignedInteger, "rgba", {32, 32, 32, 32}, 1e-6f},
-        {eVarUnsignedFloat, "rgba", {16, 16, 16, 16}, 1e-3f},      {eVarSignedByteNorm, "rgb", {5, 6, 5, 0}, 0.5f / 15},
+        {eVarSignedByteNorm, "rgba", {8, 8, 8, 8}, byteStep},   {eVarUnsignedByte, "rgba", {8, 8, 8, 8}, 0},
+        {eVarSignedByte, "rgba", {8, 8, 8, 8}, byteStep},       {eVarSignedShortNorm, "rgba", {16, 16, 16, 16}, shortStep},
+        {eVarUnsignedShort, "rgba", {16, 16, 16, 16}, 0},       {eVarSignedShort, "rgba", {16, 16, 16, 16}, shortStep},
+        {eVarUnsignedIntegerNorm, "rgba", {32, 32, 32, 32}, 0}, {eVarSignedIntegerNorm, "rgba", {32, 32, 32, 32}, 1e-6f},
+        {eVarUnsignedInteger, "rgba", {32, 32, 32, 32}, 0},     {eVarSignedInteger, "rgba", {32, 32, 32, 32}, 1e-6f},
+        {eVarUnsignedFloat, "rgba", {16, 16, 16, 16}, 1e-3f},   {eVarSignedByteNorm, "rgb", {5, 6, 5, 0}, 0.5f / 15},
     };
     // Multiples of 1/255, 1/15 and 1/65535, which the unsigned widths hold.
     const float values[4] = {0.2f, 0.6f, 1.0f, 0.0f};
@@ -323,4 +380,289 @@ TEST(PixelEncoderNumbers, ShortcutsMatchTheWideFormulas)
                     << int(bits) << " " << f;
         }
     }
+}
+
+// The tables must give exactly what the encoders give pixel by pixel, for
+// every pair they accept.
+TEST(PixelByteTables, AgreeWithTheEncodersWhereverTheyBuild)
+{
+    const PixelType sources[] = {PixelType(ORBStandard8PixelType), P("bgra", 8, 8, 8, 8), P("l", 8), P("la", 8, 8),
+                                 P("a", 8), P("rg", 8, 8), P("xi", 8, 8)};
+    const PixelType targets[] = {P("rgb", 5, 6, 5),   P("argb", 1, 5, 5, 5),   P("rgba", 4, 4, 4, 4),
+                                 P("rgba", 8, 8, 8, 8), P("rgba", 16, 16, 16, 16), P("rgba", 32, 32, 32, 32),
+                                 P("rgb", 11, 11, 10), P("l", 8),                P("ia", 8, 8),
+                                 P("a", 8),            P("rgba", 3, 9, 12, 8),   P("xr", 8, 8)};
+    const EORBTVariableType types[] = {eVarUnsignedByteNorm, eVarSignedByteNorm, eVarUnsignedShortNorm,
+                                       eVarSignedShortNorm,  eVarSignedFloat,    eVarUnsignedFloat,
+                                       eVarUnsignedIntegerNorm};
+    std::mt19937 random(7);
+    unsigned built = 0, refused = 0;
+    for (const PixelType& source : sources)
+        for (EORBTVariableType sourceType : {eVarUnsignedByteNorm, eVarSignedByteNorm})
+            for (const PixelType& target : targets)
+                for (EORBTVariableType targetType : types)
+                    for (int spaces = 0; spaces < 4; ++spaces)
+                    {
+                        const EORBTColourSpace from = EORBTColourSpace(spaces & 1), to = EORBTColourSpace(spaces >> 1);
+                        CPixelEncoder in(source, sourceType), out(target, targetType);
+                        CPixelByteTables tables;
+                        if (!tables.Build(source, sourceType, in, out, to, from, 4096))
+                        {
+                            ++refused;
+                            continue;
+                        }
+                        ++built;
+                        std::vector<uint8_t> pixels(64 * in.GetColourDataSize());
+                        for (uint8_t& byte : pixels)
+                            byte = uint8_t(random());
+                        SCOPED_TRACE(::testing::Message() << std::hex << source.PixelTypeID << " " << target.PixelTypeID
+                                                          << std::dec << " " << sourceType << " " << targetType << " "
+                                                          << from << to);
+                        ExpectSameAsEncoders(tables, in, out, pixels, 64, from, to);
+                    }
+    EXPECT_GT(built, 400u);
+    EXPECT_GT(refused, 50u);
+}
+
+// Sources of one or two bytes a pixel go through one table indexed by the
+// whole pixel; every source value must convert as the encoders convert it.
+TEST(PixelByteTables, PixelTableAgreesWithTheEncodersForEverySourceValue)
+{
+    const std::pair<PixelType, EORBTVariableType> sources[] = {
+        {P("rgb", 5, 6, 5), eVarUnsignedByteNorm}, {P("rgba", 4, 4, 4, 4), eVarUnsignedByteNorm},
+        {P("rgba", 5, 5, 5, 1), eVarUnsignedByteNorm}, {P("l", 16), eVarUnsignedShortNorm},
+        {P("r", 16), eVarSignedShortNorm}, {P("rgb", 5, 6, 5), eVarSignedByteNorm}, {P("r", 16), eVarSignedFloat},
+        {P("rg", 8, 8), eVarUnsignedByteNorm}, {P("rgb", 3, 3, 2), eVarUnsignedByteNorm}};
+    // Each source goes to rgba8 and to one of the others: one to sixteen
+    // bytes, a luminance that mixes channels, a packed float.
+    const std::pair<PixelType, EORBTVariableType> rgba8 = {PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm};
+    const std::pair<PixelType, EORBTVariableType> others[] = {
+        {P("bgr", 5, 6, 5), eVarUnsignedByteNorm}, {P("l", 8), eVarUnsignedByteNorm},
+        {P("rgb", 11, 11, 10), eVarUnsignedFloat}, {PixelType(ORBStandard16PixelType), eVarSignedFloat},
+        {PixelType(ORBStandard32PixelType), eVarSignedFloat}};
+    unsigned pair = 0;
+    for (const auto& source : sources)
+        for (const auto& target : {rgba8, others[pair / 2 % 5]})
+        {
+            // Linear to linear, linear to sRGB, sRGB to linear in turn.
+            const EORBTColourSpace from = EORBTColourSpace(pair % 3 == 2), to = EORBTColourSpace(pair % 3 == 1);
+            ++pair;
+            CPixelEncoder in(source.first, source.second), out(target.first, target.second);
+            const uint32_t values = 1u << (8 * in.GetColourDataSize());
+            CPixelByteTables tables;
+            ASSERT_TRUE(tables.Build(source.first, source.second, in, out, to, from, values));
+            std::vector<uint8_t> pixels;
+            for (uint32_t value = 0; value < values; ++value)
+                for (unsigned b = 0; b < in.GetColourDataSize(); ++b)
+                    pixels.push_back(uint8_t(value >> (8 * b)));
+            SCOPED_TRACE(::testing::Message() << std::hex << source.first.PixelTypeID << " " << source.second << " to "
+                                              << target.first.PixelTypeID << " " << target.second << " " << from << to);
+            ExpectSameAsEncoders(tables, in, out, pixels, values, from, to);
+        }
+}
+
+TEST(PixelByteTables, Refusals)
+{
+    const EORBTColourSpace lin = eColourSpaceLinear;
+    const PixelType rgba8(ORBStandard8PixelType), rgb565 = P("rgb", 5, 6, 5), rgb332 = P("rgb", 3, 3, 2);
+    CPixelByteTables tables;
+    CPixelEncoder in8(rgba8, eVarUnsignedByteNorm), l8(P("l", 8), eVarUnsignedByteNorm),
+        to565(rgb565, eVarUnsignedByteNorm), in16(PixelType(ORBStandard16PixelType), eVarUnsignedShortNorm),
+        gap(P("r-b", 8, 0, 8), eVarUnsignedByteNorm), from565(rgb565, eVarUnsignedByteNorm),
+        from332(rgb332, eVarUnsignedByteNorm);
+    // Luminance and intensity mix three channels; sources wider than a byte a
+    // channel and than two a pixel; invalid encoders.
+    EXPECT_FALSE(tables.Build(rgba8, eVarUnsignedByteNorm, in8, l8, lin, lin, 1u << 24));
+    EXPECT_TRUE(tables.Build(rgba8, eVarUnsignedByteNorm, in8, to565, lin, lin, 4096));
+    EXPECT_FALSE(
+        tables.Build(PixelType(ORBStandard16PixelType), eVarUnsignedShortNorm, in16, to565, lin, lin, 1u << 24));
+    EXPECT_FALSE(tables.Build(rgba8, eVarUnsignedByteNorm, in8, gap, lin, lin, 1u << 24));
+    EXPECT_FALSE(tables.Build(P("r-b", 8, 0, 8), eVarUnsignedByteNorm, gap, in8, lin, lin, 1u << 24));
+    // A pixel table costs a conversion per entry, so it needs as many pixels as entries.
+    EXPECT_FALSE(tables.Build(rgb565, eVarUnsignedByteNorm, from565, in8, lin, lin, 65535));
+    EXPECT_TRUE(tables.Build(rgb565, eVarUnsignedByteNorm, from565, in8, lin, lin, 65536));
+    EXPECT_FALSE(tables.Build(rgb332, eVarUnsignedByteNorm, from332, in8, lin, lin, 255));
+    EXPECT_TRUE(tables.Build(rgb332, eVarUnsignedByteNorm, from332, in8, lin, lin, 256));
+    // 160 bits is a valid layout, but more than a pixel of the encoder holds.
+    CPixelEncoder wide(eVarSignedFloat, 32, 32, 32, 64, eChannelRed, eChannelGreen, eChannelBlue, eChannelAlpha);
+    ASSERT_EQ(wide.GetError(), 0u);
+    EXPECT_FALSE(tables.Build(rgb565, eVarUnsignedByteNorm, from565, wide, lin, lin, 1u << 24));
+}
+
+TEST(Transcode, Refusals)
+{
+    CORBTexture empty;
+    EXPECT_FALSE(To(empty, kRGBA8));
+    CORBTexture texture = Texture(ORBStandard8PixelType, 2, 2, std::vector<uint8_t>(16, 3));
+    EXPECT_FALSE(To(texture, PixelType(ePF_NumCompressed)));
+    // No encoder holds a channel wider than 32 bits, as source or as target.
+    EXPECT_FALSE(To(texture, PixelType('r', 0, 0, 0, 200, 0, 0, 0)));
+    EXPECT_EQ(DataOf(texture), std::vector<uint8_t>(16, 3));
+    EXPECT_EQ(texture.getPixelType(), kRGBA8);
+    CORBTexture wide = Texture(PixelType('r', 'g', 0, 0, 40, 40, 0, 0).PixelTypeID, 2, 2, std::vector<uint8_t>(40, 1));
+    EXPECT_FALSE(To(wide, kRGBA8));
+    // The pixel loop itself copies nothing for an encoder wider than its pixel.
+    CORBTexture target(CORBTextureHeader(PixelType('r', 0, 0, 0, 200, 0, 0, 0).PixelTypeID, 2, 2));
+    CPixelEncoder from(kRGBA8, eVarUnsignedByteNorm), to(PixelType('r', 0, 0, 0, 200, 0, 0, 0), eVarUnsignedByteNorm);
+    EXPECT_EQ(TranscodeTrivial(texture, target, from, to, eColourSpaceLinear, eColourSpaceLinear), 0u);
+}
+
+TEST(Transcode, FormatsWithoutCodecLeaveZerosNotHeapContents)
+{
+    // Blocks of the sizes about to be allocated are freed dirty first, so
+    // that uninitialised memory would show.
+    for (size_t size : {size_t(8), size_t(64), size_t(4096), size_t(16384)})
+    {
+        std::vector<std::unique_ptr<uint8_t[]>> dirty;
+        for (int i = 0; i < 4; ++i)
+            std::memset(dirty.emplace_back(new uint8_t[size]).get(), 0xA5, size);
+    }
+    // No encoder: false, the target format and a zero block.
+    CORBTexture texture = Texture(ORBStandard8PixelType, 4, 4, std::vector<uint8_t>(64, 9));
+    EXPECT_FALSE(To(texture, PixelType(ePF_DXT1)));
+    EXPECT_EQ(texture.getPixelType(), PixelType(ePF_DXT1));
+    EXPECT_EQ(DataOf(texture), std::vector<uint8_t>(8, 0));
+    CORBTexture large = Texture(ORBStandard8PixelType, 64, 64, std::vector<uint8_t>(16384, 9));
+    EXPECT_FALSE(To(large, PixelType(ePF_BC4)));
+    EXPECT_EQ(DataOf(large), std::vector<uint8_t>(2048, 0));
+    // No decoder: true, the intermediate layout and zeros.
+    CORBTexture dxt(CORBTextureHeader(ePF_DXT5, 64, 64));
+    std::memset(dxt.getDataPtr(), 0x77, dxt.getDataSize());
+    EXPECT_TRUE(To(dxt, kRGBA8));
+    EXPECT_EQ(DataOf(dxt), std::vector<uint8_t>(16384, 0));
+}
+
+TEST(Transcode, OtherSourcesAndTheColourSpaceAlone)
+{
+    // From 5:6:5: green 32/63 x 255 + 0.5 = 130, a missing alpha reads 1.0.
+    CORBTexture packed = Texture(kRGB565.PixelTypeID, 1, 1, {0x00, 0xFC});
+    ASSERT_TRUE(To(packed, kRGBA8));
+    EXPECT_EQ(DataOf(packed), (std::vector<uint8_t>{255, 130, 0, 255}));
+
+    // The same format in the same space keeps its block; another space alone runs the pixel loop.
+    CORBTexture texture = Texture(ORBStandard8PixelType, 3, 1, {0, 1, 64, 10, 128, 200, 255, 20, 0, 0, 0, 30});
+    const uint8_t* before = texture.getDataPtr();
+    EXPECT_TRUE(To(texture, kRGBA8));
+    EXPECT_EQ(texture.getDataPtr(), before);
+    ASSERT_TRUE(To(texture, kRGBA8, eVarUnsignedByteNorm, eColourSpaceSRGB));
+    EXPECT_EQ(texture.getColourSpace(), eColourSpaceSRGB);
+    EXPECT_EQ(DataOf(texture), (std::vector<uint8_t>{0, 13, 137, 10, 188, 229, 255, 20, 0, 0, 0, 30}));
+}
+
+TEST(Transcode, EverySurfaceConvertsAndTheHeaderStays)
+{
+    CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 4, 4, 1, 3, 2, 6));
+    for (uint32_t i = 0; i < texture.getDataSize(); ++i)
+        texture.getDataPtr()[i] = uint8_t(i * 13);
+    texture.setOrientation(eOrientUp);
+    texture.setCubeMapOrder("ZzYyXx");
+    const CORBTexture original(texture);
+    ASSERT_TRUE(To(texture, PixelType(ORBStandard32PixelType), eVarSignedFloat));
+    EXPECT_EQ(texture.getDataSize(), original.getDataSize() * 4);
+    EXPECT_EQ(texture.getOrientation(eAxisY), eOrientUp);
+    EXPECT_EQ(texture.getCubeMapOrder(), CORBTString("ZzYyXx"));
+    EXPECT_EQ(texture.getNumMIPLevels(), 3u);
+    EXPECT_FLOAT_EQ(reinterpret_cast<const float*>(texture.getDataPtr(2, 1, 5))[0],
+                    original.getDataPtr(2, 1, 5)[0] / 255.0f);
+    ASSERT_TRUE(To(texture, kRGBA8));
+    EXPECT_EQ(DataOf(texture), DataOf(original));
+
+    // (4 + 1) pixels in each of 3 members, 2 bytes each.
+    CORBTexture source(CORBTextureHeader(ORBStandard8PixelType, 2, 2, 1, 2, 3));
+    CORBTextureHeader header(source.getHeader());
+    header.setPixelFormat(kRGB565);
+    CORBTexture target(header);
+    CPixelEncoder from(kRGBA8, eVarUnsignedByteNorm), to(kRGB565, eVarUnsignedByteNorm);
+    EXPECT_EQ(TranscodeTrivial(source, target, from, to, eColourSpaceLinear, eColourSpaceLinear), 30u);
+}
+
+TEST(Transcode, DitherWorksInEightBitsFirst)
+{
+    // 1799/65535 is 7/255: without dithering 5 bits keep trunc(0.85 + 0.5) = 1.
+    // Dithering first turns 7 into 0 in 5 bits and into 4 in 6 bits (green 1).
+    const std::vector<uint8_t> pixel = {0x07, 0x07, 0x07, 0x07, 0x07, 0x07, 0xFF, 0xFF};
+    CORBTexture plain = Texture(ORBStandard16PixelType, 1, 1, pixel, eVarUnsignedShortNorm), dithered(plain),
+                wide(plain);
+    ASSERT_TRUE(To(plain, kRGB565));
+    EXPECT_EQ(DataOf(plain), (std::vector<uint8_t>{0x41, 0x08}));
+    ASSERT_TRUE(To(dithered, kRGB565, eVarUnsignedByteNorm, eColourSpaceLinear, true));
+    EXPECT_EQ(DataOf(dithered), (std::vector<uint8_t>{0x20, 0x00}));
+    // 32 bits per pixel and more are not dithered: the 16-bit source stays, and a 2-bit alpha rounds.
+    ASSERT_TRUE(To(wide, PixelType(ORBStandard16PixelType), eVarUnsignedShortNorm, eColourSpaceSRGB, true));
+    EXPECT_EQ(wide.getDataSize(), 8u);
+    const PixelType a2rgb10('a', 'r', 'g', 'b', 2, 10, 10, 10);
+    CORBTexture rounded = Texture(ORBStandard8PixelType, 4, 1, std::vector<uint8_t>(16, 128)), undithered(rounded);
+    ASSERT_TRUE(To(rounded, a2rgb10, eVarUnsignedIntegerNorm));
+    ASSERT_TRUE(To(undithered, a2rgb10, eVarUnsignedIntegerNorm, eColourSpaceLinear, true));
+    EXPECT_EQ(DataOf(undithered), DataOf(rounded));
+
+    // Luminance 0.0722 * 120 truncates to 8, which 4 bits dither to 0. Blue
+    // dithered on its own (119) would give a luminance of 1 in 4 bits.
+    CORBTexture blue = Texture(ORBStandard8PixelType, 1, 1, {0, 0, 120, 255});
+    ASSERT_TRUE(To(blue, PixelType('l', 'a', 0, 0, 4, 4, 0, 0), eVarUnsignedByteNorm, eColourSpaceLinear, true));
+    EXPECT_EQ(DataOf(blue), (std::vector<uint8_t>{0x0F}));
+
+    // Named targets use their bit table; in layouts later positions overwrite, l and i set colour, x alpha.
+    const struct
+    {
+        PixelType target;
+        std::vector<uint8_t> bits;
+    } targets[] = {{PixelType(ePF_ORBTC_4bpp_RGB), {5, 5, 5, 0}},
+                   {PixelType(ePF_ETC2_RGB_A1), {5, 5, 5, 1}},
+                   {PixelType(ePF_ASTC_8x8), {0, 0, 0, 0}},
+                   {PixelType('l', 'x', 'r', 0, 4, 3, 6, 0), {6, 4, 4, 3}}};
+    for (const auto& t : targets)
+    {
+        uint8_t bits[4];
+        DitherTargetBits(t.target, bits);
+        EXPECT_EQ(std::vector<uint8_t>(bits, bits + 4), t.bits) << t.target.PixelTypeID;
+    }
+}
+
+TEST(Transcode, IntermediateFormats)
+{
+    const auto intermediate = [](uint64_t named, EORBTVariableType asked) {
+        PixelType format;
+        EORBTVariableType type;
+        IntermediateTranscodeFormat(PixelType(named), asked, format, type);
+        return std::make_pair(format, type);
+    };
+    EXPECT_EQ(intermediate(ePF_ETC1, eVarSignedFloat),
+              std::make_pair(PixelType('r', 'g', 'b', 0, 8, 8, 8, 0), eVarUnsignedByteNorm));
+    EXPECT_EQ(intermediate(ePF_RGB9E5, eVarUnsignedByteNorm),
+              std::make_pair(PixelType('r', 'g', 'b', 0, 32, 32, 32, 0), eVarSignedFloat));
+    // EAC: signed types are 1, 3, ..., 11 and 12; 13 is not.
+    EXPECT_EQ(intermediate(ePF_EAC_R11, eVarSignedFloat),
+              std::make_pair(PixelType('r', 0, 0, 0, 16, 0, 0, 0), eVarSignedShortNorm));
+    EXPECT_EQ(intermediate(ePF_EAC_RG11, eVarUnsignedFloat),
+              std::make_pair(PixelType('r', 'g', 0, 0, 16, 16, 0, 0), eVarUnsignedShortNorm));
+    // ORBTC, ASTC, unknown values and layouts: rgba8.
+    for (uint64_t other : {uint64_t(ePF_ORBTC_2bpp_RGB), uint64_t(ePF_ASTC_6x6x6), uint64_t(99), kRGB565.PixelTypeID})
+        EXPECT_EQ(intermediate(other, eVarSignedByteNorm), std::make_pair(kRGBA8, eVarUnsignedByteNorm)) << other;
+}
+
+TEST(Transcode, HighestQualityIsWhatTheCompressorsServe)
+{
+    // Each named format with an encoder compresses at its highest quality and
+    // fails one above it; the table and the codecs must agree. Codecs that
+    // ignore the quality report the largest value and never fail.
+    std::vector<uint8_t> pixels(16 * 16 * 4);
+    for (size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = uint8_t(i * 37);
+    for (uint32_t format = 0; format < ePF_NumCompressed; ++format)
+    {
+        SCOPED_TRACE(format);
+        const int highest = HighestCompressorQuality(PixelType(format));
+        EXPECT_EQ(highest >= 0, CanTranscodeTo(PixelType(format)));
+        for (int quality = highest; quality >= 0 && quality <= std::min(highest + 1, int(INT8_MAX)); ++quality)
+        {
+            CORBTexture texture = Texture(ORBStandard8PixelType, 16, 16, pixels);
+            EXPECT_EQ(Transcode(texture, PixelType(format), eVarUnsignedByteNorm, eColourSpaceLinear,
+                                ECompressorQuality(quality)),
+                      quality == highest);
+        }
+    }
+    EXPECT_EQ(HighestCompressorQuality(kRGBA8), -1);
+    for (uint32_t format : {ePF_UYVY, ePF_YUY2, ePF_BW1bpp, ePF_RGB9E5, ePF_RGBG8888, ePF_GRGB8888})
+        EXPECT_EQ(HighestCompressorQuality(PixelType(format)), INT8_MAX) << format;
 }

@@ -235,7 +235,8 @@ TEST(DDSFile, Refusals)
         f.data = Sequence(16 + 4 + 1 + 1, 7);
     });
     // Array sizes only the file can bound: one byte a member, or more than 32 bits.
-    const DDSFile manyMembers = DX10File(61, 1).With([](DDSFile& f) { f.width = f.height = 1, f.arraySize = 0x10000000; });
+    const DDSFile manyMembers =
+        DX10File(61, 1).With([](DDSFile& f) { f.width = f.height = 1, f.arraySize = 0x10000000; });
     Bytes lowerMagic = valid;
     lowerMagic[0] = 'd';
 
@@ -255,7 +256,8 @@ TEST(DDSFile, Refusals)
     ExpectRefused(dir, "x.dds", DX10File(999, 16).Bytes(), "dds: no pixel format for DXGI format 999");
     ExpectRefused(dir, "x.dds", DX10File(0, 16).Bytes(), "dds: no pixel format for DXGI format 0");
     ExpectRefused(dir, "x.dds", tooManyLevels.Bytes(), "4 MIP levels, but a largest side of 4 allows at most 3");
-    ExpectRefused(dir, "x.dds", tooManyLevels.With([](DDSFile& f) { f.width = 0x80000000u, f.height = 1, f.mips = 33; }).Bytes(),
+    ExpectRefused(dir, "x.dds",
+                  tooManyLevels.With([](DDSFile& f) { f.width = 0x80000000u, f.height = 1, f.mips = 33; }).Bytes(),
                   "33 MIP levels, but a largest side of 2147483648 allows at most 32");
     ExpectRefused(dir, "x.dds", tooManyLevels.With([](DDSFile& f) { f.mips = 0; }).Bytes(), "declares no surfaces");
     ExpectRefused(dir, "x.dds", Bytes(valid.begin(), valid.end() - 1), "pixel data short by 1 bytes");

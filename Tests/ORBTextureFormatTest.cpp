@@ -1,10 +1,16 @@
+// Pixel types, format sizes and names, and the maps to and from the graphics APIs' format codes.
+
+#include <array>
 #include <cctype>
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "ORBTextureFormat.h"
+#include "ORBTextureHeader.h"
 #include "ORBTextureInfo.h"
 #include "ORBTextureSizeRules.h"
 
@@ -27,6 +33,97 @@ ORBTextureHeaderV3 Header(uint64_t format, uint32_t width, uint32_t height, uint
     return h;
 }
 
+// Codes below are written as the registries publish them, not taken from the
+// library's own constants.
+
+uint64_t L(const char* names, uint8_t w0, uint8_t w1 = 0, uint8_t w2 = 0, uint8_t w3 = 0)
+{
+    const size_t n = std::strlen(names);
+    return PixelType(names[0], n > 1 ? names[1] : 0, n > 2 ? names[2] : 0, n > 3 ? names[3] : 0, w0, w1, w2, w3)
+        .PixelTypeID;
+}
+
+EORBTVariableType VT(unsigned v) { return EORBTVariableType(v); }
+bool SignedType(unsigned t) { return t == 1 || t == 3 || t == 5 || t == 7 || t == 9 || t == 11 || t == 12; }
+
+constexpr EORBTColourSpace kLin = eColourSpaceLinear, kSRGB = eColourSpaceSRGB;
+constexpr unsigned kSentinel = 0xDEADBEEFu;
+constexpr unsigned X = 0xA11A11u; // an output a row does not compare
+
+// OpenGL outputs: ok, internal format, base internal format, format, type, type size.
+std::array<unsigned, 6> GL(uint64_t pixelFormat, unsigned channelType, EORBTColourSpace space = kLin)
+{
+    std::array<unsigned, 6> o = {0, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
+    o[0] = getOpenGLFormat(pixelFormat, VT(channelType), space, o[1], o[2], o[3], o[4], o[5]);
+    return o;
+}
+
+// An inverse map's answer: ok, format, channel type, colour space, premultiplied.
+typedef std::tuple<bool, unsigned long long, unsigned, unsigned, bool> Desc;
+const Desc kUnset{false, 0x1234567890ULL, 77, 5, true}; // outputs as preset
+
+template <typename Call>
+Desc Inverse(Call call)
+{
+    unsigned long long format = std::get<1>(kUnset);
+    EORBTVariableType type = VT(std::get<2>(kUnset));
+    EORBTColourSpace space = EORBTColourSpace(std::get<3>(kUnset));
+    bool premultiplied = std::get<4>(kUnset);
+    const bool ok = call(format, type, space, premultiplied);
+    return Desc{ok, format, type, space, premultiplied};
+}
+
+Desc FromGL(unsigned internal, unsigned type, unsigned format = 0)
+{
+    return Inverse(
+        [&](auto& f, auto& t, auto& s, bool&) { return getOrbCoreFormatOGL(f, t, s, internal, format, type); });
+}
+
+Desc FromD3D(unsigned code)
+{
+    return Inverse([&](auto& f, auto& t, auto& s, bool& pm) { return getOrbCoreFormatD3D(f, t, s, pm, code); });
+}
+
+Desc FromDXGI(unsigned code)
+{
+    return Inverse([&](auto& f, auto& t, auto& s, bool&) { return getOrbCoreFormatDXGI(f, t, s, code); });
+}
+
+Desc Expect(unsigned long long format, unsigned type, unsigned space = 0, bool preMultiplied = std::get<4>(kUnset))
+{
+    return Desc{true, format, type, space, preMultiplied};
+}
+
+unsigned D3D(uint64_t pixelFormat, unsigned channelType, EORBTColourSpace space = kLin)
+{
+    unsigned code = kSentinel;
+    const bool ok = getDirect3DFormat(pixelFormat, VT(channelType), space, code);
+    EXPECT_EQ(ok, code != 0);
+    return code;
+}
+
+unsigned DXGI(uint64_t pixelFormat, unsigned channelType, EORBTColourSpace space = kLin)
+{
+    unsigned code = kSentinel;
+    const bool ok = getDirectXGIFormat(pixelFormat, VT(channelType), space, code);
+    EXPECT_EQ(ok, code != 0);
+    return code;
+}
+
+unsigned FourCC(const char* s)
+{
+    return unsigned(uint8_t(s[0])) | unsigned(uint8_t(s[1])) << 8 | unsigned(uint8_t(s[2])) << 16 |
+           unsigned(uint8_t(s[3])) << 24;
+}
+
+struct Forward
+{
+    uint64_t format;
+    unsigned type;
+    EORBTColourSpace space;
+    unsigned code;
+};
+
 } // namespace
 
 TEST(PixelType, LayoutLettersAndStandardTypes)
@@ -37,16 +134,11 @@ TEST(PixelType, LayoutLettersAndStandardTypes)
     EXPECT_EQ(ORBTGetBitsPerPixel(rgb565.PixelTypeID), 16u);
     EXPECT_TRUE(PixelType(ePF_ETC1).isNamedFormat() && !rgb565.isNamedFormat());
 
-    for (int c = 0; c < 256; ++c)
-    {
-        const char* letters = "rgbalix";
-        const char* found = c ? std::strchr(letters, c) : nullptr;
-        const EChannelName expected = found ? EChannelName(found - letters + 1) : eChannelNone;
-        EXPECT_EQ(MapCharToEnum(uint8_t(c)), expected) << "byte " << c;
-        EXPECT_EQ(MapEnumToChar(expected), found ? c : 0) << "byte " << c;
-    }
+    // Channel letters: r g b a l i x, and none for anything else.
+    EXPECT_EQ(MapCharToEnum('x'), eChannelUnspecified);
+    EXPECT_EQ(MapCharToEnum('R'), eChannelNone);
+    EXPECT_EQ(MapEnumToChar(eChannelIntensity), 'i');
     EXPECT_EQ(MapEnumToChar(EChannelName(8)), 0);
-
     for (auto standard : {std::make_pair(ORBStandard8PixelType, eVarUnsignedByteNorm),
                           std::make_pair(ORBStandard16PixelType, eVarUnsignedShortNorm),
                           std::make_pair(ORBStandard32PixelType, eVarUnsignedIntegerNorm),
@@ -195,4 +287,241 @@ TEST(FormatNames, NamedFormatsLayoutsAndChannelTypes)
     EXPECT_EQ(type, uint32_t(eVarSignedFloat));
     EXPECT_FALSE(ORBTGetChannelTypeFromName("float", type));
     EXPECT_EQ(ORBTGetChannelTypeName(eNumVarTypes), nullptr);
+}
+
+TEST(FormatMaps, OpenGL)
+{
+    const struct
+    {
+        uint64_t format;
+        unsigned type;
+        EORBTColourSpace space;
+        unsigned internal, base, glFormat, glType, size;
+    } rows[] = {
+        {ORBStandard8PixelType, 0, kLin, 0x8058, 0x1908, 0x1908, 0x1401, 1}, // GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE
+        {ORBStandard8PixelType, 0, kSRGB, 0x8C43, X, X, X, X},               // GL_SRGB8_ALPHA8
+        {ORBStandard32PixelType, 10, kLin, 0x8D70, 0x8D99, 0x8D99, 0x1405, 4}, // GL_RGBA32UI, GL_RGBA_INTEGER
+        {L("abgr", 2, 10, 10, 10), 8, kLin, 0x8059, X, X, 0x8368, X}, // GL_RGB10_A2, ..._2_10_10_10_REV
+        {L("rgb", 11, 11, 10), 13, kLin, 0x8C3A, X, X, 0x8C3B, X},     // GL_R11F_G11F_B10F
+        {L("r", 16), 7, kLin, 0x8233, X, 0x8D94, 0x1402, 2},           // GL_R16I, GL_RED_INTEGER, GL_SHORT
+        {L("rgb", 5, 6, 5), 4, kLin, X, X, X, 0x8363, X},              // GL_UNSIGNED_SHORT_5_6_5
+        // Named formats: no format or type.
+        {ePF_ASTC_6x6, 0, kLin, 0x93B4, 0x1908, 0, 0, 1},
+        {ePF_DXT1, 0, kLin, 0x83F0, 0x1907, X, X, X},
+        {ePF_ETC1, 0, kSRGB, 0x8D64, X, X, X, X},
+        {ePF_ETC2_RGB_A1, 0, kSRGB, 0x9277, 0x1908, X, X, X},
+        {ePF_RGB9E5, 5, kLin, 0x8C3D, 0x1907, 0x1907, 0x8C3E, 4}, // any channel type
+    };
+    for (const auto& r : rows)
+    {
+        const auto o = GL(r.format, r.type, r.space);
+        EXPECT_TRUE(o[0]);
+        const unsigned want[] = {r.internal, r.base, r.glFormat, r.glType, r.size};
+        for (int i = 0; i < 5; ++i)
+            EXPECT_TRUE(want[i] == X || o[i + 1] == want[i])
+                << std::hex << r.format << " type " << r.type << " output " << i << ": " << o[i + 1];
+    }
+    // EAC: the signed form for signed, integer and float types.
+    for (unsigned t = 0; t < eNumVarTypes; ++t)
+    {
+        EXPECT_EQ(GL(ePF_EAC_R11, t)[1], SignedType(t) ? 0x9271u : 0x9270u) << t;
+        EXPECT_EQ(GL(ePF_EAC_RG11, t, kSRGB)[1], SignedType(t) ? 0x9273u : 0x9272u) << t;
+    }
+    // Channel type or width not in the table: all five outputs 0.
+    for (const auto& miss : {GL(ORBStandard8PixelType, 12), GL(L("rgba", 8, 8, 8, 7), 0), GL(L("a", 8), 4)})
+        EXPECT_EQ(miss, (std::array<unsigned, 6>{}));
+    // Unknown named formats: internal outputs untouched, format and type 0, size 1.
+    for (unsigned long long f : {12ull, 15ull, 16ull, 18ull, 20ull, 21ull, 51ull, 0xFFFFFFFFull, 0xFFFFFFFEull})
+        EXPECT_EQ(GL(f, 0), (std::array<unsigned, 6>{0, kSentinel, kSentinel, 0, 0, 1})) << f;
+
+    // Inverse codes that no forward row leads to; unsized internal formats go by type, the format is never read.
+    EXPECT_EQ(FromGL(0x9279, 0), Expect(ePF_ETC2_RGBA, 0, 1));
+    EXPECT_EQ(FromGL(0x8D82, 0), Expect(ORBStandard32PixelType, 10));
+    EXPECT_EQ(FromGL(0x1908, 0x1403, 0xFFFF), Expect(ORBStandard16PixelType, 4));
+    EXPECT_EQ(FromGL(0x1903, 0x1400), Expect(L("r", 8), 1));
+    EXPECT_EQ(FromGL(0x1907, 0x8032), Expect(L("rgb", 3, 3, 2), 0));
+    EXPECT_EQ(FromGL(0x80E1, 0x1401), Expect(L("bgra", 8, 8, 8, 8), 0));
+    for (const Desc& miss :
+         {FromGL(0x8048, 0x1403), FromGL(0x901A, 0x1402), FromGL(0x1907, 0x8033), FromGL(0x1908, 0x1406),
+          FromGL(0x80E1, 0x1403), FromGL(0x1903, 0), FromGL(0, 0x1401), FromGL(0x83F1, 0), FromGL(0xFFFFFFFF, 0)})
+        EXPECT_EQ(miss, kUnset);
+}
+
+TEST(FormatMaps, Direct3DAndDXGI)
+{
+    const Forward d3d[] = {
+        {L("argb", 8, 8, 8, 8), 0, kLin, 21}, {L("argb", 8, 8, 8, 8), 8, kSRGB, 21}, {L("argb", 8, 8, 8, 8), 4, kLin, 0},
+        {L("rgb", 5, 6, 5), 4, kLin, 23},     {L("rgb", 5, 6, 5), 0, kLin, 0},        {L("argb", 1, 5, 5, 5), 4, kLin, 25},
+        {L("gr", 16, 16), 12, kLin, 112},     {L("abgr", 2, 10, 10, 10), 9, kLin, 67},
+        {L("r", 16), 0xFFFFFFFFu, kLin, 0}, // a row without a second type matches no stray type
+        {ePF_DXT1, 5, kLin, 0x31545844u},   {ePF_ORBTC_2bpp_RGBA, 0, kLin, FourCC("OTC2")},
+        {ePF_UYVY, 0, kLin, FourCC("UYVY")}, {ePF_GRGB8888, 0, kLin, FourCC("GRGB")},
+    };
+    for (const Forward& r : d3d)
+        EXPECT_EQ(D3D(r.format, r.type, r.space), r.code) << std::hex << r.format << " type " << r.type;
+    for (unsigned long long f : {4ull, 6ull, 12ull, 18ull, 19ull, 22ull, 31ull, 51ull, 0xFFFFFFFFull})
+        EXPECT_EQ(D3D(f, 0), 0u) << f;
+    EXPECT_EQ(FromD3D(FourCC("DXT3")), Expect(ePF_DXT3, 0, 0, false));
+    EXPECT_EQ(FromD3D(28), Expect(L("a", 8), 8, 0, false));
+    EXPECT_EQ(FromD3D(30), Expect(L("argb", 4, 4, 4, 4), 8, 0, false)); // D3DFMT_X4R4G4B4
+    for (unsigned code : {0u, 1u, 19u, 37u, 80u, 117u, FourCC("DXT6"), FourCC("ATI2"), 0xFFFFFFFFu})
+        EXPECT_EQ(FromD3D(code), kUnset) << code;
+
+    const Forward dxgi[] = {
+        {ePF_DXT5, 8, kLin, 77},   {ePF_DXT5, 8, kSRGB, 78},   {ePF_DXT2, 8, kLin, 0},     {ePF_BC4, 8, kSRGB, 80},
+        {ePF_BC5, 9, kLin, 84},    {ePF_BC5, 0, kLin, 0},      {ePF_BW1bpp, 13, kLin, 66}, {ePF_RGBG8888, 0, kSRGB, 68},
+        {ePF_BC7, 8, kLin, 0},     {ORBStandard8PixelType, 0, EORBTColourSpace(7), 28},
+        {ORBStandard16PixelType, 12, kLin, 10}, {L("bgrx", 8, 8, 8, 8), 0, kSRGB, 93},
+        {L("rgb", 5, 6, 5), 4, kLin, 85},       {L("rgba", 10, 10, 10, 2), 10, kLin, 25},
+        {L("a", 8), 1, kLin, 0},                {L("rgb", 8, 8, 8), 0, kLin, 0},
+    };
+    for (const Forward& r : dxgi)
+        EXPECT_EQ(DXGI(r.format, r.type, r.space), r.code) << std::hex << r.format << " type " << r.type;
+    EXPECT_EQ(FromDXGI(67), Expect(ePF_RGB9E5, 12));
+    EXPECT_EQ(FromDXGI(99), Expect(ePF_BC7, 8, 1));
+    EXPECT_EQ(FromDXGI(112), Expect(L("ia", 4, 4), 0));
+    for (unsigned code : {0u, 1u, 5u, 70u, 73u, 95u, 97u, 116u, 132u, 0xFFFFFFFFu})
+        EXPECT_EQ(FromDXGI(code), kUnset) << code;
+
+    // The inverse maps accept any word: false leaves every output as it was.
+    for (unsigned c : {0x10000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu})
+        for (const Desc& d : {FromD3D(c), FromDXGI(c), FromGL(c, c & 0xFFFF, c)})
+            EXPECT_EQ(d, kUnset) << c;
+    for (unsigned c = 0; c < 0x10000; ++c)
+        for (const Desc& d : {FromD3D(c), FromDXGI(c), FromGL(c, c, c)})
+            EXPECT_TRUE(std::get<0>(d) || d == kUnset) << c;
+}
+
+// Every forward result of every named value around the table, and of channel
+// layouts of many letter orders and widths, in every channel type and both
+// colour spaces, maps back to its description, but for the differences the
+// maps are known to have.
+TEST(FormatMaps, ForwardResultsMapBack)
+{
+    std::vector<uint64_t> formats = {0xFFFFFFFFu};
+    for (uint64_t f = 0; f < 56; ++f)
+        formats.push_back(f);
+    const char* letters[] = {"r",   "a",   "l",   "x",    "rg",   "la",   "al",   "gr",   "ai",   "ia",  "rgb",
+                             "bgr", "lgr", "rgba", "bgra", "argb", "abgr", "xrgb", "xbgr", "rgbx", "bgrx", "xlgr"};
+    const uint8_t widths[][4] = {{8}, {16}, {32}, {4, 4}, {8, 8}, {16, 16}, {32, 32}, {3, 3, 2}, {5, 6, 5},
+                                 {6, 5, 5}, {8, 8, 8}, {11, 11, 10}, {16, 16, 16}, {32, 32, 32}, {5, 5, 5, 1},
+                                 {4, 4, 4, 4}, {1, 5, 5, 5}, {8, 3, 3, 2}, {2, 10, 10, 10}, {10, 10, 10, 2},
+                                 {8, 8, 8, 8}, {16, 16, 16, 16}, {32, 32, 32, 32}};
+    for (const char* name : letters)
+        for (const auto& w : widths)
+            if (std::strlen(name) == size_t(w[3] ? 4 : w[2] ? 3 : w[1] ? 2 : 1))
+                formats.push_back(L(name, w[0], w[1], w[2], w[3]));
+
+    unsigned hits[3][2] = {}; // OpenGL, Direct3D, DXGI; layouts, named formats
+    for (uint64_t f : formats)
+        for (unsigned t = 0; t < eNumVarTypes; ++t)
+            for (EORBTColourSpace s : {kLin, kSRGB})
+            {
+                SCOPED_TRACE(::testing::Message() << std::hex << f << std::dec << " type " << t << " space " << s);
+                const bool named = (f >> 32) == 0;
+                const auto gl = GL(f, t, s);
+                if (gl[0])
+                {
+                    ++hits[0][named];
+                    Desc want = Expect(f, t, s);
+                    if (named)
+                    {
+                        const bool hasSRGB = (f >= 22 && f <= 24) || (f >= 27 && f <= 50);
+                        want = Expect(f == ePF_DXT2 ? uint64_t(ePF_DXT3) : f == ePF_DXT4 ? uint64_t(ePF_DXT5) : f,
+                                      f == ePF_RGB9E5                                        ? 13
+                                      : (f == ePF_EAC_R11 || f == ePF_EAC_RG11) && SignedType(t) ? 1
+                                                                                             : 0,
+                                      hasSRGB ? s : kLin);
+                    }
+                    else
+                    {
+                        const bool sRGBKept = t == 0 && (f == L("rgb", 8, 8, 8) || f == ORBStandard8PixelType);
+                        std::get<3>(want) = sRGBKept ? s : kLin;
+                        if ((f == L("a", 16) || f == L("l", 16)) && (t == 4 || t == 5))
+                            std::get<2>(want) = t - 4;
+                        if (f == ORBStandard32PixelType && (t == 10 || t == 11))
+                            std::get<2>(want) = 21 - t;
+                        if (f == L("abgr", 2, 10, 10, 10))
+                            std::get<1>(want) = L("rgba", 10, 10, 10, 2);
+                        if (f == L("xbgr", 2, 10, 10, 10))
+                            std::get<1>(want) = L("rgbx", 10, 10, 10, 2);
+                        if (f == L("la", 16, 16) && (t == 4 || t == 5))
+                            want = kUnset;
+                    }
+                    EXPECT_EQ(FromGL(gl[1], gl[4], gl[3]), want) << "OpenGL";
+                }
+
+                unsigned code = 0;
+                if (getDirect3DFormat(f, VT(t), s, code))
+                {
+                    ++hits[1][named];
+                    Desc want = Expect(f, t, kLin, false);
+                    if (named)
+                        want = Expect(f == ePF_ORBTC_2bpp_RGB || f == ePF_ORBTC_4bpp_RGB ? f + 1 : f, 0, kLin,
+                                      f == ePF_DXT2 || f == ePF_DXT4);
+                    else
+                    {
+                        if (t == 0 || t == 4)
+                            std::get<2>(want) = 8;
+                        if (f == L("r", 16))
+                            std::get<1>(want) = L("r", 32);
+                        if (f == L("rg", 32, 32))
+                            std::get<1>(want) = L("gr", 32, 32);
+                    }
+                    EXPECT_EQ(FromD3D(code), want) << "Direct3D";
+                }
+
+                if (getDirectXGIFormat(f, VT(t), s, code))
+                {
+                    ++hits[2][named];
+                    Desc want = Expect(f == L("a", 8) ? L("r", 8) : f,
+                                       f == ePF_BW1bpp || f == ePF_RGBG8888 || f == ePF_GRGB8888 ? 0 : t, kLin);
+                    if (f == ePF_DXT1 || f == ePF_DXT3 || f == ePF_DXT5 ||
+                        (t == 0 && (f == ORBStandard8PixelType || f == L("bgra", 8, 8, 8, 8) ||
+                                    f == L("bgrx", 8, 8, 8, 8))))
+                        std::get<3>(want) = s;
+                    if (f == ePF_BC4 && t == 8)
+                        std::get<3>(want) = kSRGB;
+                    EXPECT_EQ(FromDXGI(code), want) << "DXGI";
+                }
+            }
+    // Rows of the published tables: 42 named OpenGL formats in any type and
+    // space, 76 layout rows (2 of them split by colour space), and so on.
+    EXPECT_EQ(hits[0][1], 42u * 14 * 2);
+    EXPECT_EQ(hits[0][0], 150u);
+    EXPECT_EQ(hits[1][1], 13u * 14 * 2);
+    EXPECT_EQ(hits[1][0], 92u);
+    EXPECT_EQ(hits[2][1], 3u * 2 + 4 * 2 + 3 * 14 * 2);
+    EXPECT_EQ(hits[2][0], 96u);
+}
+
+TEST(FormatMaps, HeaderGettersAndSetters)
+{
+    CORBTextureHeader header(ORBStandard8PixelType, 4, 4, 1, 1, 1, 1, eColourSpaceSRGB, eVarUnsignedByteNorm);
+    uint32_t internal = X, format = X, type = X;
+    EXPECT_TRUE(header.getOGLFormat(internal, format, type));
+    EXPECT_EQ((std::array<uint32_t, 3>{internal, format, type}), (std::array<uint32_t, 3>{0x8C43, 0x1908, 0x1401}));
+    EXPECT_TRUE(header.getOGLESFormat(internal, format, type));
+    EXPECT_EQ(internal, 0x1908u); // OpenGL ES takes the base format
+    EXPECT_EQ(header.getDXGIFormat() * 100 + header.getD3DFormat(), 2900u);
+
+    EXPECT_TRUE(header.setOGLESFormat(0x1907, 0x1907, 0x8363));
+    EXPECT_TRUE(header.getPixelType().PixelTypeID == L("rgb", 5, 6, 5) &&
+                header.getChannelType() == eVarUnsignedShortNorm);
+    EXPECT_TRUE(header.setDXGIFormat(99));
+    EXPECT_TRUE(header.getPixelType().PixelTypeID == ePF_BC7 && header.getColourSpace() == eColourSpaceSRGB);
+    // D3D sets the premultiplied flag; clearing it clears the whole flags word.
+    header.setIsFileCompressed(true);
+    EXPECT_TRUE(header.setD3DFormat(FourCC("DXT4")));
+    EXPECT_TRUE(header.getColourSpace() == eColourSpaceLinear && header.isPreMultiplied() && header.isFileCompressed());
+    EXPECT_TRUE(header.setD3DFormat(51));
+    EXPECT_FALSE(header.isPreMultiplied() || header.isFileCompressed());
+    // A code without mapping leaves the header as it was.
+    header.setIsPreMultiplied(true);
+    header.setColourSpace(eColourSpaceSRGB);
+    const ORBTextureHeaderV3 before = header.getFileHeader();
+    EXPECT_FALSE(header.setOGLFormat(0x8048, 0x190A, 0x1403) || header.setOGLESFormat(0x1908, 0x1908, 0x1406) ||
+                 header.setD3DFormat(0) || header.setDXGIFormat(1));
+    const ORBTextureHeaderV3 after = header.getFileHeader();
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
 }

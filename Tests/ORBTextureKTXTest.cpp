@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -389,56 +390,38 @@ TEST(KTXFile, PipesAndLongKeyValueData)
     EXPECT_NE(info.find("\nkey: k31\nvalue: v\nmore key/value pairs: 8\n"), std::string::npos);
 }
 
-TEST(KTXInterop, EncoderASTCFilesLoadAndSaveUnchanged)
+TEST(KTXInterop, ASTCFilesBothWays)
 {
     REQUIRE_ENCODER();
     ScratchDir dir;
+    // The encoder's 2D and 3D .astc files load with their fields and save byte for byte.
     WriteTGA(dir / "in.tga", 12, 8, Picture(12, 8, false));
-    ASSERT_TRUE(Encoder("-cl", dir / "in.tga", dir / "ref.astc", "6x5 -fast"));
-    const Bytes reference = ReadBytes(dir / "ref.astc");
-    const CORBTexture texture((dir / "ref.astc").c_str());
-    ASSERT_NE(texture.getDataPtr(), nullptr) << ORBTGetLastError();
-    EXPECT_EQ(texture.getPixelType().PixelTypeID, uint64_t(ePF_ASTC_6x5));
-    EXPECT_EQ(texture.getWidth() * 100 + texture.getHeight() * 10 + texture.getDepth(), 1281u);
-    ASSERT_EQ(texture.getDataSize(), 4u * 16u);
-    ASSERT_EQ(reference.size(), 16u + 64u);
-    EXPECT_EQ(std::memcmp(texture.getDataPtr(), reference.data() + 16, 64), 0);
-    ASSERT_TRUE(texture.saveASTCFile((dir / "lib.astc").c_str()));
-    EXPECT_EQ(ReadBytes(dir / "lib.astc"), reference);
-    ASSERT_TRUE(Encoder("-dl", dir / "ref.astc", dir / "ref.bmp"));
-    ASSERT_TRUE(Encoder("-dl", dir / "lib.astc", dir / "lib.bmp"));
-    EXPECT_FALSE(DecodedBMP(dir / "lib.bmp", 12, 8).empty());
-    EXPECT_EQ(DecodedBMP(dir / "lib.bmp", 12, 8), DecodedBMP(dir / "ref.bmp", 12, 8));
-
-    // A volume from two slices: block size Z and depth.
     WriteTGA(dir / "slice_0.tga", 8, 4, Picture(8, 4, false));
     WriteTGA(dir / "slice_1.tga", 8, 4, Picture(8, 4, true, 255));
+    ASSERT_TRUE(Encoder("-cl", dir / "in.tga", dir / "flat.astc", "6x5 -fast"));
     ASSERT_TRUE(Encoder("-cl", dir / "slice.tga", dir / "volume.astc", "4x4x4 -fast -zdim 2"));
-    const CORBTexture volume((dir / "volume.astc").c_str());
-    ASSERT_NE(volume.getDataPtr(), nullptr) << ORBTGetLastError();
-    EXPECT_EQ(volume.getPixelType().PixelTypeID, uint64_t(ePF_ASTC_4x4x4));
-    EXPECT_EQ(volume.getDepth(), 2u);
-    EXPECT_EQ(volume.getDataSize(), 2u * 16u);
-    ASSERT_TRUE(volume.saveASTCFile((dir / "volume-lib.astc").c_str()));
-    EXPECT_EQ(ReadBytes(dir / "volume-lib.astc"), ReadBytes(dir / "volume.astc"));
-}
+    for (const auto& [name, format, shape] : {std::make_tuple("flat.astc", ePF_ASTC_6x5, 1281u),
+                                              std::make_tuple("volume.astc", ePF_ASTC_4x4x4, 842u)})
+    {
+        const Bytes reference = ReadBytes(dir / name);
+        const CORBTexture texture((dir / name).c_str());
+        ASSERT_NE(texture.getDataPtr(), nullptr) << ORBTGetLastError();
+        EXPECT_EQ(texture.getPixelType().PixelTypeID, uint64_t(format));
+        EXPECT_EQ(texture.getWidth() * 100 + texture.getHeight() * 10 + texture.getDepth(), shape);
+        EXPECT_EQ(DataOf(texture), Bytes(reference.begin() + 16, reference.end()));
+        ASSERT_TRUE(texture.saveASTCFile((dir / "lib.astc").c_str()));
+        EXPECT_EQ(ReadBytes(dir / "lib.astc"), reference);
+    }
 
-TEST(KTXInterop, EncoderReadsLibraryKTXFiles)
-{
-    REQUIRE_ENCODER();
-    ScratchDir dir;
-    // rgba8, 16 x 8, one colour per 4 x 4 block: the round trip through ASTC 4x4 is exact.
+    // rgba8 KTX written here, one colour per 4 x 4 block, compresses through
+    // ASTC 4x4 exactly; the result loads, and as KTX written here decodes the same.
     const Bytes pixels = Picture(16, 8, true);
-    const CORBTexture texture(CORBTextureHeader(ORBStandard8PixelType, 8, 16), pixels.data());
-    ASSERT_TRUE(texture.saveFile((dir / "lib.ktx").c_str()));
+    const CORBTexture blocks(CORBTextureHeader(ORBStandard8PixelType, 8, 16), pixels.data());
+    ASSERT_TRUE(blocks.saveFile((dir / "lib.ktx").c_str()));
     ASSERT_TRUE(Encoder("-cl", dir / "lib.ktx", dir / "out.astc", "4x4 -medium"));
     ASSERT_TRUE(Encoder("-dl", dir / "out.astc", dir / "out.bmp"));
     EXPECT_EQ(DecodedBMP(dir / "out.bmp", 16, 8), pixels);
-
-    // The encoder's .astc of it loads with its fields, and compressed KTX
-    // written here decodes to the same pixels.
     const CORBTexture compressed((dir / "out.astc").c_str());
-    ASSERT_NE(compressed.getDataPtr(), nullptr) << ORBTGetLastError();
     EXPECT_EQ(compressed.getPixelType().PixelTypeID, uint64_t(ePF_ASTC_4x4));
     EXPECT_EQ(compressed.getWidth() * 100 + compressed.getHeight(), 1608u);
     ASSERT_TRUE(compressed.saveFile((dir / "astc.ktx").c_str()));
