@@ -91,7 +91,8 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
     {
         const pid_t pid = SpawnOrbtex(dir, arguments, "ORBTEX_TEST_PAUSE_BEFORE_COMMIT", "60");
         ASSERT_GT(pid, 0);
-        Within(20, [&] { return TemporaryFiles(dir).size() >= temporaries; });
+        const size_t pending = temporaries;
+        Within(20, [&] { return TemporaryFiles(dir).size() >= pending; });
         EXPECT_EQ(TemporaryFiles(dir).size(), temporaries);
         ::kill(pid, signal);
         const int status = WaitOrbtex(pid);
