@@ -1,8 +1,6 @@
-// DDS files: what is refused, the header bytes the writer produces, how the
-// reader picks a pixel format from masks, FourCCs and the DX10 header, the
-// surface order (array member, face, then MIP level), and other programs:
-// Pillow and ImageMagick read what this library writes, nvcompress writes
-// DXT files this library reads (a missing program skips its test).
+// DDS files: refusals, the writer's header words, how the reader picks a pixel
+// format and the surface order (member, face, level); Pillow and ImageMagick
+// read what is written here, nvcompress writes DXT files read here.
 
 #include <algorithm>
 #include <array>
@@ -33,12 +31,8 @@ bool RunCommand(const std::string& command, const std::string& log)
     return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Pillow (Debian's python3 with python3-pil) and ImageMagick's convert.
-enum class Reader
-{
-    Pillow,
-    Magick
-};
+// Pillow (Debian's python3 with python3-pil) and ImageMagick's convert; a missing one is skipped.
+enum class Reader { Pillow, Magick };
 
 bool Have(Reader reader)
 {
@@ -46,22 +40,18 @@ bool Have(Reader reader)
                                     : std::system("/usr/bin/python3 -c 'import PIL' >/dev/null 2>&1") == 0;
 }
 
-// A reader's decoding of a file as raw 8-bit RGBA bytes; a file it cannot
-// read fails the test unless 'mayRefuse'.
-bool ForeignRGBA(Reader reader, const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba,
-                 bool mayRefuse = false)
+// A reader's decoding of a file as raw 8-bit RGBA bytes; a file it cannot read fails the test.
+bool ForeignRGBA(Reader reader, const ScratchDir& dir, const std::string& path, std::vector<uint8_t>& rgba)
 {
-    const std::string out = dir / "foreign.rgba", log = dir / "foreign.log", script = dir / "dump.py";
-    const char* source = "import sys\nfrom PIL import Image\n"
-                         "open(sys.argv[2], 'wb').write(Image.open(sys.argv[1]).convert('RGBA').tobytes())\n";
-    WriteBytes(script, std::vector<uint8_t>(source, source + std::strlen(source)));
-    if (!RunCommand(reader == Reader::Pillow ? "/usr/bin/python3 '" + script + "' '" + path + "' '" + out + "'"
+    const std::string out = dir / "foreign.rgba", log = dir / "foreign.log";
+    const std::string pillow = "import sys; from PIL import Image; "
+                               "open(sys.argv[2], 'wb').write(Image.open(sys.argv[1]).convert('RGBA').tobytes())";
+    if (!RunCommand(reader == Reader::Pillow ? "/usr/bin/python3 -c \"" + pillow + "\" '" + path + "' '" + out + "'"
                                              : "/usr/bin/convert '" + path + "' -depth 8 'rgba:" + out + "'",
                     log))
     {
         const std::vector<uint8_t> text = ReadBytes(log);
-        if (!mayRefuse)
-            ADD_FAILURE() << "cannot read " << path << ":\n" << std::string(text.begin(), text.end());
+        ADD_FAILURE() << "cannot read " << path << ":\n" << std::string(text.begin(), text.end());
         return false;
     }
     rgba = ReadBytes(out);
@@ -113,29 +103,19 @@ struct DDSFile
 
 DDSFile MaskFile(uint32_t pixelFlags, uint32_t bits, uint32_t r, uint32_t g, uint32_t b, uint32_t a)
 {
-    DDSFile file;
-    file.pixelFlags = pixelFlags;
-    file.bits = bits;
-    file.masks = {r, g, b, a};
-    file.data = Sequence(16 * bits / 8, 7);
-    return file;
+    return DDSFile().With([&](DDSFile& f) {
+        f.pixelFlags = pixelFlags, f.bits = bits, f.masks = {r, g, b, a}, f.data = Sequence(2 * bits, 7);
+    });
 }
 
 DDSFile FourCCFile(const char (&code)[5], uint32_t dataBytes)
 {
-    DDSFile file;
-    file.pixelFlags = 4;
-    file.fourCC = FourCC(code);
-    file.data = Sequence(dataBytes, 7);
-    return file;
+    return DDSFile().With([&](DDSFile& f) { f.pixelFlags = 4, f.fourCC = FourCC(code), f.data = Sequence(dataBytes, 7); });
 }
 
 DDSFile DX10File(uint32_t dxgiFormat, uint32_t dataBytes)
 {
-    DDSFile file = FourCCFile("DX10", dataBytes);
-    file.dx10 = true;
-    file.dxgiFormat = dxgiFormat;
-    return file;
+    return FourCCFile("DX10", dataBytes).With([&](DDSFile& f) { f.dx10 = true, f.dxgiFormat = dxgiFormat; });
 }
 
 uint32_t Word(const Bytes& bytes, size_t offset)
@@ -178,48 +158,16 @@ const PixelType kRGBA8 = ORBStandard8PixelType;
 const PixelType kL8 = PixelType('l', 0, 0, 0, 8, 0, 0, 0);
 const PixelType kR8 = PixelType('r', 0, 0, 0, 8, 0, 0, 0);
 const PixelType kARGB8 = PixelType('a', 'r', 'g', 'b', 8, 8, 8, 8);
+const PixelType kA8 = PixelType('a', 0, 0, 0, 8, 0, 0, 0);
 
-// Every layout with masks in the file, written by the library, reads back
-// through 'reader' as the RGBA pixels it holds: argb 8.8.8.8 and rgb 8.8.8
-// (channels packed into a little-endian word, the first one highest) and l 8.
-// An alpha-only file (whose FourCC field holds "DX10" without its flag, as
-// every masked format's) is no format either reader knows, with or without
-// that field; one that reads it must see its alpha.
-void ExpectReaderSeesSamples(Reader reader)
+typedef std::vector<std::pair<size_t, uint32_t>> Words; // offset, word
+
+// 'more', then a masked layout's pixel format words; the FourCC field keeps
+// "DX10", unused without pixel format flag 4.
+Words Masked(uint32_t flags, uint32_t bits, uint32_t r, uint32_t g, uint32_t b, uint32_t a, Words more)
 {
-    ScratchDir dir;
-    const PixelType layouts[] = {PixelType('a', 'r', 'g', 'b', 8, 8, 8, 8), PixelType('r', 'g', 'b', 0, 8, 8, 8, 0),
-                                 PixelType('l', 0, 0, 0, 8, 0, 0, 0), PixelType('a', 0, 0, 0, 8, 0, 0, 0)};
-    for (const PixelType& layout : layouts)
-    {
-        SCOPED_TRACE(ORBTGetPixelFormatName(layout.PixelTypeID).c_str());
-        const bool alphaOnly = layout.PixelTypeChar[0] == 'a' && layout.PixelTypeChar[1] == 0;
-        const uint32_t size = ORBTGetBitsPerPixel(layout.PixelTypeID) / 8;
-        CORBTexture texture(CORBTextureHeader(layout.PixelTypeID, 5, 7, 1, 1, 1, 1, eColourSpaceLinear,
-                                              size == 1 ? eVarUnsignedByteNorm : eVarUnsignedIntegerNorm));
-        std::vector<uint8_t> expected, seen;
-        for (uint32_t i = 0; i < 35; ++i)
-        {
-            const uint8_t r = uint8_t(i * 37 + 5), g = uint8_t(i * 11 + 90), b = uint8_t(255 - i * 7),
-                          a = uint8_t(i * 53 + 17);
-            const uint8_t bytes[4] = {size > 1 ? b : alphaOnly ? a : r, g, r, a};
-            std::memcpy(texture.getDataPtr() + i * size, bytes, size);
-            expected.insert(expected.end(), {r, size > 1 ? g : r, size > 1 ? b : r, size == 4 ? a : uint8_t(255)});
-        }
-        const std::string path = dir / "sample.dds";
-        ASSERT_TRUE(texture.saveFile(path.c_str()));
-        if (!alphaOnly)
-        {
-            ASSERT_TRUE(ForeignRGBA(reader, dir, path, seen));
-            EXPECT_EQ(seen, expected);
-        }
-        else if (ForeignRGBA(reader, dir, path, seen, true))
-        {
-            ASSERT_EQ(seen.size(), 4u * 35);
-            for (uint32_t i = 0; i < 35; ++i)
-                EXPECT_EQ(seen[4 * i + 3], texture.getDataPtr()[i]);
-        }
-    }
+    more.insert(more.end(), {{80, flags}, {84, FourCC("DX10")}, {88, bits}, {92, r}, {96, g}, {100, b}, {104, a}});
+    return more;
 }
 
 } // namespace
@@ -228,120 +176,101 @@ TEST(DDSFile, Refusals)
 {
     ScratchDir dir;
     const DDSFile l8 = MaskFile(0x20000, 8, 0xFF, 0, 0, 0);
-    const Bytes valid = l8.Bytes();
-    const DDSFile tooManyLevels = l8.With([](DDSFile& f) {
-        f.flags |= 0x20000;
-        f.mips = 4;
-        f.data = Sequence(16 + 4 + 1 + 1, 7);
-    });
+    const Bytes valid = l8.Bytes(), dx10 = DX10File(61, 0).Bytes();
+    Bytes lowerMagic = valid;
+    lowerMagic[0] = 'd';
+    const DDSFile tooManyLevels = l8.With([](DDSFile& f) { f.flags |= 0x20000, f.mips = 4, f.data = Sequence(22, 7); });
     // Array sizes only the file can bound: one byte a member, or more than 32 bits.
     const DDSFile manyMembers =
         DX10File(61, 1).With([](DDSFile& f) { f.width = f.height = 1, f.arraySize = 0x10000000; });
-    Bytes lowerMagic = valid;
-    lowerMagic[0] = 'd';
-
-    ExpectRefused(dir, "x.dds", {}, "file too short to be a texture");
-    ExpectRefused(dir, "x.dds", Bytes(valid.begin(), valid.begin() + 127), "file too short to be a texture");
-    ExpectRefused(dir, "x.DDS", lowerMagic, "not a dds file (wrong identifier)");
-    ExpectRefused(dir, "x.dds", l8.With([](DDSFile& f) { f.size = 123; }).Bytes(), "dds header: size 123, not 124");
-    const Bytes dx10 = DX10File(61, 0).Bytes();
-    ExpectRefused(dir, "x.dds", Bytes(dx10.begin(), dx10.begin() + 147), "truncated header");
-    for (uint32_t dimension : {1, 5})
-        ExpectRefused(dir, "x.dds", DX10File(61, 16).With([&](DDSFile& f) { f.dimension = dimension; }).Bytes(),
-                      ("dds header: resourceDimension " + std::to_string(dimension)).c_str());
-    ExpectRefused(dir, "x.dds", MaskFile(0x20000, 8, 0xF, 0, 0, 0xF0).Bytes(),
-                  "dds: no pixel format for Direct3D format 0 (pixel format flags 0x20000, 8 bits, masks 0xF 0x0 0x0 "
-                  "0xF0)");
-    ExpectRefused(dir, "x.dds", FourCCFile("ABCD", 16).Bytes(), "dds: no pixel format for FourCC ABCD");
-    ExpectRefused(dir, "x.dds", DX10File(999, 16).Bytes(), "dds: no pixel format for DXGI format 999");
-    ExpectRefused(dir, "x.dds", DX10File(0, 16).Bytes(), "dds: no pixel format for DXGI format 0");
-    ExpectRefused(dir, "x.dds", tooManyLevels.Bytes(), "4 MIP levels, but a largest side of 4 allows at most 3");
-    ExpectRefused(dir, "x.dds",
-                  tooManyLevels.With([](DDSFile& f) { f.width = 0x80000000u, f.height = 1, f.mips = 33; }).Bytes(),
-                  "33 MIP levels, but a largest side of 2147483648 allows at most 32");
-    ExpectRefused(dir, "x.dds", tooManyLevels.With([](DDSFile& f) { f.mips = 0; }).Bytes(), "declares no surfaces");
-    ExpectRefused(dir, "x.dds", Bytes(valid.begin(), valid.end() - 1), "pixel data short by 1 bytes");
-    // A FourCC file of exactly 128 bytes passes the header checks.
-    ExpectRefused(dir, "x.dds", FourCCFile("DXT1", 0).With([](DDSFile& f) { f.width = f.height = 0; }).Bytes(),
-                  "pixel data missing");
-    ExpectRefused(dir, "x.dds", manyMembers.Bytes(), "pixel data short by 268435455 bytes");
-    ExpectRefused(dir, "x.dds", manyMembers.With([](DDSFile& f) { f.arraySize = 0xFFFFFFFF, f.miscFlag = 4; }).Bytes(),
-                  "texture too large: its data size does not fit in 32 bits");
-}
-
-TEST(DDSFile, MaskRowsByCode)
-{
-    ScratchDir dir;
     const struct
     {
-        uint32_t code;
-        PixelType layout;
-        EORBTVariableType type;
-        uint32_t flags, bits, r, g, b, a;
-    } rows[] = {
-        {28, PixelType('a', 0, 0, 0, 8, 0, 0, 0), eVarUnsignedByteNorm, 0x2, 8, 0, 0, 0, 0xFF},
-        {35, PixelType('a', 'r', 'g', 'b', 2, 10, 10, 10), eVarUnsignedIntegerNorm, 0x41, 32, 0x3FF, 0xFFC00,
-         0x3FF00000, 0xC0000000},
-        {61, PixelType('l', 'g', 'r', 0, 6, 5, 5, 0), eVarSignedIntegerNorm, 0x40000, 16, 0x1F, 0x3E0, 0xFC00, 0},
-        {67, PixelType('a', 'b', 'g', 'r', 2, 10, 10, 10), eVarSignedIntegerNorm, 0x80001, 32, 0x3FF00000, 0xFFC00,
-         0x3FF, 0xC0000000},
+        Bytes bytes;
+        std::string reason;
+    } cases[] = {
+        {{}, "file too short to be a texture"},
+        {Bytes(valid.begin(), valid.begin() + 127), "file too short to be a texture"},
+        {lowerMagic, "not a dds file (wrong identifier)"},
+        {l8.With([](DDSFile& f) { f.size = 123; }).Bytes(), "dds header: size 123, not 124"},
+        {Bytes(dx10.begin(), dx10.begin() + 147), "truncated header"},
+        {DX10File(61, 16).With([](DDSFile& f) { f.dimension = 1; }).Bytes(), "dds header: resourceDimension 1"},
+        {DX10File(61, 16).With([](DDSFile& f) { f.dimension = 5; }).Bytes(), "dds header: resourceDimension 5"},
+        {MaskFile(0x20000, 8, 0xF, 0, 0, 0xF0).Bytes(),
+         "dds: no pixel format for Direct3D format 0 (pixel format flags 0x20000, 8 bits, masks 0xF 0x0 0x0 0xF0)"},
+        {FourCCFile("ABCD", 16).Bytes(), "dds: no pixel format for FourCC ABCD"},
+        {DX10File(999, 16).Bytes(), "dds: no pixel format for DXGI format 999"},
+        {DX10File(0, 16).Bytes(), "dds: no pixel format for DXGI format 0"},
+        {tooManyLevels.Bytes(), "4 MIP levels, but a largest side of 4 allows at most 3"},
+        {tooManyLevels.With([](DDSFile& f) { f.width = 0x80000000u, f.height = 1, f.mips = 33; }).Bytes(),
+         "33 MIP levels, but a largest side of 2147483648 allows at most 32"},
+        {tooManyLevels.With([](DDSFile& f) { f.mips = 0; }).Bytes(), "declares no surfaces"},
+        {Bytes(valid.begin(), valid.end() - 1), "pixel data short by 1 bytes"},
+        // A FourCC file of exactly 128 bytes passes the header checks.
+        {FourCCFile("DXT1", 0).With([](DDSFile& f) { f.width = f.height = 0; }).Bytes(), "pixel data missing"},
+        {manyMembers.Bytes(), "pixel data short by 268435455 bytes"},
+        {manyMembers.With([](DDSFile& f) { f.arraySize = 0xFFFFFFFF, f.miscFlag = 4; }).Bytes(),
+         "texture too large: its data size does not fit in 32 bits"},
     };
-    for (const auto& row : rows)
-    {
-        SCOPED_TRACE(row.code);
-        const CORBTexture texture = Texture(row.layout, row.type, 3, 2);
-        ASSERT_EQ(texture.getD3DFormat(), row.code);
-        const Bytes bytes = Saved(dir, texture);
-        ASSERT_EQ(bytes.size(), 128u + 6 * row.bits / 8);
-        // Flags 0x100F with the pitch; the FourCC field keeps "DX10", unused without pixel format flag 4.
-        const std::vector<uint32_t> words = {0x100F,    (row.bits * 3 + 7) / 8, row.flags, FourCC("DX10"), row.bits,
-                                             row.r,     row.g,     row.b,       row.a,     0x1000,         0};
-        for (size_t i = 0; i < words.size(); ++i)
-            EXPECT_EQ(Word(bytes, i < 2 ? 8 + 12 * i : 72 + 4 * i), words[i]) << i;
-        // The masks lead back to the code; the pixels come back unchanged.
-        const CORBTexture reloaded = Load(bytes);
-        EXPECT_EQ(reloaded.getD3DFormat(), row.code);
-        ASSERT_EQ(reloaded.getDataSize(), texture.getDataSize());
-        EXPECT_EQ(std::memcmp(reloaded.getDataPtr(), texture.getDataPtr(), texture.getDataSize()), 0);
-    }
+    for (const auto& c : cases)
+        ExpectRefused(dir, "x.DDS", c.bytes, c.reason.c_str());
 }
 
-TEST(DDSFile, FourCCAndDX10HeaderBytes)
+// The writer's header words for each kind of layout; each file loads back as
+// the texture it was made from, so the reader's surface order (pinned in
+// HeaderFieldsDecideDepthLevelsAndFaces) pins the writer's.
+TEST(DDSFile, WrittenHeadersAndRoundTrips)
 {
     ScratchDir dir;
     const struct
     {
         const char* what;
         CORBTexture texture;
-        size_t size; // 0: not compared
-        std::vector<std::pair<size_t, uint32_t>> words;
+        size_t size;
+        Words words;
+        bool readsBack = true;
     } cases[] = {
-        {"mask row with levels: MIP count, flags and caps", Texture(kARGB8, eVarUnsignedIntegerNorm, 5, 3, 1, 2),
-         128 + 17 * 4, {{8, 0x2100F}, {20, 20}, {28, 2}, {80, 0x41}, {108, 0x401008}}},
+        {"mask row 28: flags and pitch", Texture(kA8, eVarUnsignedIntegerNorm, 3, 2), 128 + 6,
+         Masked(0x2, 8, 0, 0, 0, 0xFF, {{8, 0x100F}, {20, 3}, {108, 0x1000}, {112, 0}})},
+        {"mask row 35", Texture(PixelType('a', 'r', 'g', 'b', 2, 10, 10, 10), eVarUnsignedIntegerNorm, 3, 2), 128 + 24,
+         Masked(0x41, 32, 0x3FF, 0xFFC00, 0x3FF00000, 0xC0000000, {{20, 12}})},
+        {"mask row 61", Texture(PixelType('l', 'g', 'r', 0, 6, 5, 5, 0), eVarSignedIntegerNorm, 3, 2), 128 + 12,
+         Masked(0x40000, 16, 0x1F, 0x3E0, 0xFC00, 0, {{20, 6}})},
+        {"mask row 67", Texture(PixelType('a', 'b', 'g', 'r', 2, 10, 10, 10), eVarSignedIntegerNorm, 3, 2), 128 + 24,
+         Masked(0x80001, 32, 0x3FF00000, 0xFFC00, 0x3FF, 0xC0000000, {})},
+        {"mask row cube with levels", Texture(kARGB8, eVarUnsignedIntegerNorm, 7, 5, 1, 3, 1, 6), 128 + 6 * 42 * 4,
+         {{8, 0x2100F}, {20, 28}, {28, 3}, {80, 0x41}, {108, 0x401008}, {112, 0xFE00}}},
         {"named format: linear size and FourCC", Texture(ePF_DXT1, eVarUnsignedByteNorm, 8, 8, 1, 2), 128 + 32 + 8,
          {{8, 0xA1007}, {20, 40}, {80, 4}, {84, FourCC("DXT1")}, {88, 0}, {92, 0}, {104, 0}, {108, 0x401008}}},
+        {"named cube map", Texture(ePF_DXT5, eVarUnsignedByteNorm, 4, 4, 1, 1, 1, 6), 128 + 6 * 16,
+         {{8, 0x81007}, {20, 96}, {84, FourCC("DXT5")}, {108, 0x1008}, {112, 0xFE00}}},
         {"layout of the FourCC group: plain number, pitch by the layout",
          Texture(PixelType('r', 0, 0, 0, 32, 0, 0, 0), eVarSignedFloat, 3, 1), 128 + 12,
          {{8, 0x100F}, {20, 12}, {80, 4}, {84, 114}, {88, 0}}},
         {"no Direct3D code: DX10, one dimension for a height of 1",
-         Texture(kRGBA8, eVarUnsignedByteNorm, 4, 1, 1, 1, 1, 1, eColourSpaceSRGB), 148 + 16,
+         Texture(kRGBA8, eVarUnsignedByteNorm, 9, 1, 1, 4, 1, 1, eColourSpaceSRGB), 148 + 16 * 4,
          {{80, 4}, {84, FourCC("DX10")}, {88, 0}, {92, 0}, {128, 29}, {132, 2}, {136, 0}, {140, 1}, {144, 0}}},
-        {"two members force DX10 even with a mask-table code",
-         Texture(PixelType('a', 0, 0, 0, 8, 0, 0, 0), eVarUnsignedByteNorm, 2, 2, 1, 1, 2), 148 + 8,
-         {{8, 0x100F}, {80, 4}, {128, 65}, {132, 3}, {140, 2}}},
-        {"cube map", Texture(kRGBA8, eVarUnsignedByteNorm, 4, 4, 1, 1, 1, 6), 0,
-         {{108, 0x1008}, {112, 0xFE00}, {136, 4}}},
-        {"cube volume", Texture(kRGBA8, eVarUnsignedByteNorm, 4, 4, 2, 2, 1, 6), 0,
+        {"two members force DX10 even with a mask-table code", Texture(kA8, eVarUnsignedByteNorm, 2, 2, 1, 1, 2),
+         148 + 8, {{8, 0x100F}, {80, 4}, {128, 65}, {132, 3}, {140, 2}}, false}, // DXGI's A8 reads back as r 8
+        {"DX10 cube array with levels", Texture(kR8, eVarUnsignedByteNorm, 6, 3, 1, 3, 2, 6), 148 + 12 * 22,
+         {{108, 0x401008}, {112, 0xFE00}, {128, 61}, {132, 3}, {136, 4}, {140, 2}}},
+        {"DX10 array of blocks", Texture(ePF_DXT5, eVarUnsignedIntegerNorm, 12, 8, 1, 4, 3), 148 + 3 * 10 * 16,
+         {{84, FourCC("DX10")}, {128, 77}, {140, 3}}},
+        {"cube volume", Texture(kRGBA8, eVarUnsignedByteNorm, 4, 4, 2, 2, 1, 6), 148 + 6 * 36 * 4,
          {{8, 0x82100F}, {24, 2}, {108, 0x401008}, {112, 0x20FE00}, {132, 4}, {136, 4}}},
-        {"volume", Texture(kL8, eVarUnsignedByteNorm, 4, 4, 4), 0, {{8, 0x80100F}, {108, 0x1000}, {112, 0x200000}}},
+        {"volume", Texture(kL8, eVarUnsignedIntegerNorm, 4, 4, 4), 128 + 64, {{8, 0x80100F}, {108, 0x1000}, {112, 0x200000}}},
     };
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.what);
         const Bytes bytes = Saved(dir, c.texture);
-        EXPECT_TRUE(c.size == 0 || bytes.size() == c.size) << bytes.size();
+        EXPECT_EQ(bytes.size(), c.size);
+        EXPECT_EQ(Bytes(bytes.begin() + 32, bytes.begin() + 76), Bytes(44, 0)); // reserved
         for (const auto& word : c.words)
             EXPECT_EQ(Word(bytes, word.first), word.second) << "offset " << word.first;
+        if (!c.readsBack)
+            continue;
+        EXPECT_TRUE(SameHeaderAndData(c.texture, CORBTexture((dir / "saved.dds").c_str())));
+        EXPECT_TRUE(SameHeaderAndData(c.texture, Load(bytes)));
     }
 }
 
@@ -370,21 +299,14 @@ TEST(DDSFile, MasksPickTheirRow)
     };
     for (const auto& c : cases)
     {
-        SCOPED_TRACE(::testing::Message() << std::hex << c.flags << " " << std::dec << c.bits << " bits, " << std::hex
-                                          << c.r << " " << c.g << " " << c.b << " " << c.a);
+        SCOPED_TRACE(testing::Message() << std::hex << c.flags << " " << c.bits << " " << c.r << " " << c.a);
         const Bytes bytes = MaskFile(c.flags, c.bits, c.r, c.g, c.b, c.a).Bytes();
         CORBTexture texture;
-        ASSERT_EQ(texture.loadFromMemory(bytes.data(), bytes.size(), "x.dds"), c.code != 0);
-        if (c.code == 0)
-        {
-            EXPECT_NE(std::string(ORBTGetLastError()).find("no pixel format for Direct3D format 0"), std::string::npos);
-            continue;
-        }
         CORBTextureHeader expected;
-        ASSERT_TRUE(expected.setD3DFormat(c.code));
-        EXPECT_EQ(texture.getPixelType(), expected.getPixelType());
-        EXPECT_EQ(texture.getChannelType(), expected.getChannelType());
-        EXPECT_EQ(std::memcmp(texture.getDataPtr(), bytes.data() + 128, bytes.size() - 128), 0);
+        ASSERT_EQ(texture.loadFromMemory(bytes.data(), bytes.size(), "x.dds"), c.code != 0) << ORBTGetLastError();
+        EXPECT_TRUE(c.code == 0 || (expected.setD3DFormat(c.code) && texture.getPixelType() == expected.getPixelType() &&
+                                    texture.getChannelType() == expected.getChannelType() &&
+                                    DataOf(texture) == Bytes(bytes.begin() + 128, bytes.end())));
     }
 }
 
@@ -416,7 +338,21 @@ TEST(DDSFile, HeaderFieldsDecideDepthLevelsAndFaces)
             for (uint32_t mip = 0, size = 8; mip < 2; offset += size, ++mip, size = 2)
                 EXPECT_EQ(std::memcmp(cubes.getDataPtr(mip, member, face), bytes.data() + offset, size), 0)
                     << member << " " << face << " " << mip;
+    // A pipe is read straight through; one cut short says by how much.
+    ScratchDir dir;
+    const std::string fifo = dir / "pipe.dds";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const size_t cut : {0, 5})
+    {
+        std::thread writer([&] { WriteBytes(fifo, Bytes(bytes.begin(), bytes.end() - long(cut))); });
+        const CORBTexture fromPipe(fifo.c_str());
+        writer.join();
+        EXPECT_EQ(DataOf(fromPipe), cut ? Bytes() : DataOf(cubes));
+    }
+    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 5 bytes");
 
+    // DXT2 is premultiplied.
+    EXPECT_TRUE(Load(FourCCFile("DXT2", 16).Bytes()).isPreMultiplied());
     // Array size 0 is one member; no cube flag, one face.
     const CORBTexture single = Load(DX10File(61, 16).With([](DDSFile& f) { f.arraySize = 0; }).Bytes());
     EXPECT_EQ(single.getNumArrayMembers() * 10 + single.getNumFaces(), 11u);
@@ -428,48 +364,6 @@ TEST(DDSFile, HeaderFieldsDecideDepthLevelsAndFaces)
         file.data = Sequence(4 * e[1] * e[2], 7);
         const CORBTexture texture = Load(file.Bytes());
         EXPECT_TRUE(texture.getHeight() == e[1] && texture.getDepth() == e[2]) << e[0];
-    }
-}
-
-TEST(DDSFile, RoundTripsKeepEverySurface)
-{
-    // Files as this library writes them load and save byte for byte: DXT1 with
-    // levels, a DXT5 cube map (the faces in file order); DXT2 is premultiplied.
-    ScratchDir dir;
-    const DDSFile dxt1 = FourCCFile("DXT1", 40).With([](DDSFile& f) {
-        f.flags = 0xA1007, f.width = f.height = 8, f.pitch = 40, f.depth = 1, f.mips = 2, f.caps = 0x401008;
-    });
-    const DDSFile dxt5 = FourCCFile("DXT5", 6 * 16).With([](DDSFile& f) {
-        f.flags = 0x81007, f.pitch = 96, f.depth = 1, f.mips = 1, f.caps = 0x1008, f.caps2 = 0xFE00;
-    });
-    for (const DDSFile& file : {dxt1, dxt5})
-    {
-        WriteBytes(dir / "in.dds", file.Bytes());
-        const CORBTexture texture((dir / "in.dds").c_str());
-        ASSERT_NE(texture.getDataPtr(), nullptr) << ORBTGetLastError();
-        EXPECT_EQ(Bytes(texture.getDataPtr(), texture.getDataPtr() + texture.getDataSize()), file.data);
-        EXPECT_EQ(Saved(dir, texture), file.Bytes());
-    }
-    const CORBTexture cube = Load(dxt5.Bytes());
-    EXPECT_EQ(cube.getPixelType(), PixelType(ePF_DXT5));
-    EXPECT_EQ(std::memcmp(cube.getDataPtr(0, 0, 5), dxt5.data.data() + 5 * 16, 16), 0);
-    const CORBTexture dxt2 = Load(FourCCFile("DXT2", 16).Bytes());
-    EXPECT_EQ(dxt2.getPixelType(), PixelType(ePF_DXT2));
-    EXPECT_TRUE(dxt2.isPreMultiplied());
-
-    // The reader's surface order is pinned above, so these also pin the writer's.
-    const CORBTexture textures[] = {
-        Texture(kARGB8, eVarUnsignedIntegerNorm, 7, 5, 1, 3, 1, 6),                 // mask row, cube map
-        Texture(kR8, eVarUnsignedByteNorm, 6, 3, 1, 3, 2, 6),                       // DX10 cube array
-        Texture(ePF_DXT5, eVarUnsignedIntegerNorm, 12, 8, 1, 4, 3),                 // DX10 array of blocks
-        Texture(kRGBA8, eVarUnsignedByteNorm, 9, 1, 1, 4, 1, 1, eColourSpaceSRGB), // one dimension
-    };
-    for (const CORBTexture& texture : textures)
-    {
-        SCOPED_TRACE(ORBTGetPixelFormatName(texture.getPixelType().PixelTypeID).c_str());
-        const Bytes bytes = Saved(dir, texture);
-        EXPECT_TRUE(SameHeaderAndData(texture, CORBTexture((dir / "saved.dds").c_str())));
-        EXPECT_TRUE(SameHeaderAndData(texture, Load(bytes)));
     }
 }
 
@@ -487,45 +381,45 @@ TEST(DDSFile, InfoNamesTheContainerAndItsFields)
     // A mask file: no DX10 fields; a FourCC that isn't text is a number. A
     // refused file still lists what was read.
     WriteBytes(dir / "mask.dds", MaskFile(0x20000, 8, 0xFF, 0, 0, 0).Bytes());
-    const std::string mask = FileInfo(dir / "mask.dds");
-    EXPECT_EQ(mask.substr(0, 4), "dds\n");
-    EXPECT_EQ(std::count(mask.begin(), mask.end(), '\n'), 18);
-    EXPECT_NE(mask.find("\nfourCC: 0x00000000\n"), std::string::npos);
     WriteBytes(dir / "bad.dds", file.With([](DDSFile& f) { f.dimension = 7; }).Bytes());
-    const std::string bad = FileInfo(dir / "bad.dds", false);
-    EXPECT_EQ(std::count(bad.begin(), bad.end(), '\n'), 23);
-    EXPECT_NE(bad.find("\nresourceDimension: 7\n"), std::string::npos);
+    const std::string mask = FileInfo(dir / "mask.dds"), bad = FileInfo(dir / "bad.dds", false);
+    EXPECT_TRUE(mask.rfind("dds\n", 0) == 0 && std::count(mask.begin(), mask.end(), '\n') == 18) << mask;
+    EXPECT_NE(mask.find("\nfourCC: 0x00000000\n"), std::string::npos);
+    EXPECT_TRUE(std::count(bad.begin(), bad.end(), '\n') == 23 && bad.find("\nresourceDimension: 7\n") != std::string::npos);
 }
 
-TEST(DDSFile, PipesAreReadStraightThrough)
-{
-    ScratchDir dir;
-    const std::string fifo = dir / "pipe.dds";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    const Bytes bytes = DX10File(61, 2 * 6 * 16).With([](DDSFile& f) { f.arraySize = 2, f.miscFlag = 4; }).Bytes();
-    std::thread writer([&] { WriteBytes(fifo, bytes); });
-    const CORBTexture texture(fifo.c_str());
-    writer.join();
-    ASSERT_NE(texture.getDataPtr(), nullptr);
-    EXPECT_EQ(texture.getNumArrayMembers(), 2u);
-    EXPECT_EQ(std::memcmp(texture.getDataPtr(0, 1, 0), bytes.data() + 148 + 6 * 16, 16), 0);
-
-    const Bytes cut(bytes.begin(), bytes.end() - 5);
-    writer = std::thread([&] { WriteBytes(fifo, cut); });
-    EXPECT_EQ(CORBTexture(fifo.c_str()).getDataPtr(), nullptr);
-    writer.join();
-    EXPECT_STREQ(ORBTGetLastError(), "pixel data short by 5 bytes");
-}
-
+// Every masked layout but alpha alone (which neither reader takes), written
+// here, reads back as the RGBA pixels it holds: argb 8.8.8.8 and rgb 8.8.8
+// (channels packed into a little-endian word, the first one highest) and l 8.
 TEST(DDSInterop, ForeignReadersReadUncompressedFiles)
 {
+    ScratchDir dir;
     for (Reader reader : {Reader::Pillow, Reader::Magick})
-        if (Have(reader))
-            ExpectReaderSeesSamples(reader);
-        else
-            std::printf("skipped: %s is not installed\n", reader == Reader::Pillow
-                                                                ? "Pillow (/usr/bin/python3 with Debian's python3-pil)"
-                                                                : "ImageMagick (/usr/bin/convert)");
+    {
+        if (!Have(reader))
+        {
+            std::printf("skipped: %s is not installed\n", reader == Reader::Pillow ? "Pillow" : "ImageMagick");
+            continue;
+        }
+        for (const PixelType& layout : {kARGB8, PixelType('r', 'g', 'b', 0, 8, 8, 8, 0), kL8})
+        {
+            SCOPED_TRACE(ORBTGetPixelFormatName(layout.PixelTypeID).c_str());
+            const uint32_t size = ORBTGetBitsPerPixel(layout.PixelTypeID) / 8;
+            CORBTexture texture(CORBTextureHeader(layout.PixelTypeID, 5, 7, 1, 1, 1, 1, eColourSpaceLinear,
+                                                  size == 1 ? eVarUnsignedByteNorm : eVarUnsignedIntegerNorm));
+            Bytes expected, seen;
+            for (uint32_t i = 0; i < 35; ++i)
+            {
+                const uint8_t r = uint8_t(i * 37 + 5), g = uint8_t(i * 11 + 90), b = uint8_t(255 - i * 7),
+                              a = uint8_t(i * 53 + 17), bytes[4] = {size > 1 ? b : r, g, r, a};
+                std::memcpy(texture.getDataPtr() + i * size, bytes, size);
+                expected.insert(expected.end(), {r, size > 1 ? g : r, size > 1 ? b : r, size == 4 ? a : uint8_t(255)});
+            }
+            ASSERT_TRUE(texture.saveFile((dir / "sample.dds").c_str()));
+            ASSERT_TRUE(ForeignRGBA(reader, dir, dir / "sample.dds", seen));
+            EXPECT_EQ(seen, expected);
+        }
+    }
 }
 
 TEST(DDSInterop, NVCompressFilesLoadAsBlocks)
@@ -535,47 +429,29 @@ TEST(DDSInterop, NVCompressFilesLoadAsBlocks)
         GTEST_SKIP() << "nvcompress (" << nvcompress << ", Debian libnvtt-bin) is not installed";
     ScratchDir dir;
     // An uncompressed 32-bit TGA of 16 x 8, top row first.
-    std::vector<uint8_t> tga = {0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0, 8, 0, 32, 0x28};
+    Bytes tga = {0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0, 8, 0, 32, 0x28};
     for (uint32_t y = 0; y < 8; ++y)
         for (uint32_t x = 0; x < 16; ++x)
             tga.insert(tga.end(), {uint8_t(x * 16), uint8_t(y * 32), uint8_t((x ^ y) * 20), uint8_t(255 - x * 8)});
     WriteBytes(dir / "in.tga", tga);
-    const struct
+    const std::string out = dir / "out.dds", again = dir / "again.dds";
+    ASSERT_TRUE(RunCommand(std::string(nvcompress) + " -nocuda -bc3 '" + (dir / "in.tga") + "' '" + out + "'",
+                           dir / "nvcompress.log"));
+    // 16 x 8 down to 1 x 1: 8, 2, 1, 1 and 1 blocks, one surface a level, as in the file.
+    const CORBTexture texture(out.c_str());
+    EXPECT_EQ(texture.getPixelType().PixelTypeID, uint64_t(ePF_DXT5));
+    EXPECT_EQ(Shape(texture.getFileHeader()), (std::vector<uint32_t>{0, 0, 8, 16, 1, 1, 1, 5}));
+    const Bytes bytes = ReadBytes(out);
+    ASSERT_GE(bytes.size(), 128u + 13 * 16);
+    EXPECT_EQ(DataOf(texture), Bytes(bytes.begin() + 128, bytes.begin() + 128 + 13 * 16));
+    // Written again by this library, other readers decode the same image.
+    ASSERT_TRUE(texture.saveFile(again.c_str()));
+    for (Reader reader : {Reader::Pillow, Reader::Magick})
     {
-        const char* options;
-        uint64_t format;
-        uint32_t levels, dataSize; // 16 x 8 down to 1 x 1: 8, 2, 1, 1 and 1 blocks
-    } cases[] = {{"-bc1", ePF_DXT1, 5, 13 * 8}, {"-bc3", ePF_DXT5, 5, 13 * 16}, {"-bc1 -nomips", ePF_DXT1, 1, 8 * 8}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.options);
-        const std::string out = dir / "out.dds", again = dir / "again.dds", log = dir / "nvcompress.log";
-        std::remove(out.c_str());
-        ASSERT_TRUE(RunCommand(std::string(nvcompress) + " -nocuda " + c.options + " '" + (dir / "in.tga") + "' '" +
-                                   out + "'",
-                               log));
-        const CORBTexture texture(out.c_str());
-        ASSERT_NE(texture.getDataPtr(), nullptr) << ORBTGetLastError();
-        EXPECT_EQ(texture.getPixelType().PixelTypeID, c.format);
-        const ORBTextureHeaderV3 h = texture.getFileHeader();
-        EXPECT_EQ((std::vector<uint32_t>{h.width, h.height, h.depth, h.numMIPMaps, h.numFaces}),
-                  (std::vector<uint32_t>{16, 8, 1, c.levels, 1}));
-        // One surface a level: the blocks are the file's, in order.
-        const Bytes bytes = ReadBytes(out);
-        ASSERT_EQ(texture.getDataSize(), c.dataSize);
-        ASSERT_GE(bytes.size(), 128u + c.dataSize);
-        EXPECT_EQ(DataOf(texture), Bytes(bytes.begin() + 128, bytes.begin() + 128 + c.dataSize));
-
-        // Written again by this library, other readers decode the same image.
-        ASSERT_TRUE(texture.saveFile(again.c_str()));
-        for (Reader reader : {Reader::Pillow, Reader::Magick})
+        Bytes original, rewritten;
+        if (Have(reader) && ForeignRGBA(reader, dir, out, original) && ForeignRGBA(reader, dir, again, rewritten))
         {
-            std::vector<uint8_t> original, rewritten;
-            if (!Have(reader))
-                continue;
-            ASSERT_TRUE(ForeignRGBA(reader, dir, out, original) && ForeignRGBA(reader, dir, again, rewritten));
-            EXPECT_EQ(rewritten, original);
-            EXPECT_EQ(rewritten.size(), 16u * 8 * 4);
+            EXPECT_TRUE(rewritten == original && rewritten.size() == 16u * 8 * 4);
         }
     }
 }

@@ -1,9 +1,9 @@
-// Legacy .orb files: the pixel enumeration in both directions, the header
-// conversions and their flags, the writer's bytes and surface order, and the
-// loaders of files and memory images.
+// Legacy .orb files: the pixel enumeration both ways, the header conversions
+// and their flags, the writer's bytes and surface order, and the loaders.
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -91,21 +91,16 @@ TEST(LegacyFormats, ForwardRows)
                     MapForward(legacy).type == eVarUnsignedShortNorm)
             << legacy;
     for (uint32_t legacy : {98u, 145u})
-    {
-        const Forward srgb = MapForward(legacy);
-        EXPECT_TRUE(srgb.format == ORBStandard8PixelType && srgb.space == eColourSpaceSRGB && !srgb.premultiplied)
+        EXPECT_TRUE(MapForward(legacy).format == ORBStandard8PixelType &&
+                    MapForward(legacy).space == eColourSpaceSRGB && !MapForward(legacy).premultiplied)
             << legacy;
-    }
     EXPECT_TRUE(MapForward(146).premultiplied);
     EXPECT_TRUE(MapForward(4).format == Layout("rgb", 8, 8, 8) && MapForward(4).type == eVarUnsignedIntegerNorm);
     EXPECT_EQ(MapForward(125).type, eVarSignedFloat);
-
     // Undefined values and values past the table: format 51, type 14.
     for (uint32_t legacy : {14u, 128u, 143u, 182u, 0xFFFFFFFFu})
-    {
-        const Forward none = MapForward(legacy);
-        EXPECT_TRUE(!none.known && none.format == 51 && none.type == 14) << legacy;
-    }
+        EXPECT_TRUE(!MapForward(legacy).known && MapForward(legacy).format == 51 && MapForward(legacy).type == 14)
+            << legacy;
     unsigned defined = 0;
     for (uint32_t legacy = 0; legacy < 256; ++legacy)
         defined += MapForward(legacy).known;
@@ -129,25 +124,17 @@ TEST(LegacyFormats, ForwardThenReverse)
             return {eLegacyApi6};
         return {eLegacyApi7};
     };
-    auto expected = [](uint32_t v, const Forward& f, ELegacyApi api) -> uint32_t {
-        switch (v)
-        {
-        case 22: // 'l' 8: the reverse row is 'i' 8
-        case 23: // 'l','a': the reverse row is 'a','i'
-        case 9:  // format 18 has no number in this group
-        case 98: // sRGB layouts have none in group 6
-        case 124:
-        case 125: return kNone;
-        case 10: return 70;
-        case 11: return 69;
-        case 44: return 43;
-        case 123: return 119;
-        }
+    // Where the rows disagree: 22 ('l' 8) comes back as 'i' 8 and 23 ('l','a')
+    // as 'a','i'; format 18 (9) has no number in its group, sRGB layouts none
+    // in group 6; some land on another number.
+    const std::map<uint32_t, uint32_t> elsewhere = {{22, kNone},  {23, kNone}, {9, kNone},  {98, kNone}, {124, kNone},
+                                                    {125, kNone}, {10, 70},    {11, 69},    {44, 43},    {123, 119}};
+    auto expected = [&](uint32_t v, const Forward& f, ELegacyApi api) -> uint32_t {
+        if (elsewhere.count(v))
+            return elsewhere.at(v);
         // Group 3 has layouts only of channel types 8 and up.
-        if (api == eLegacyApi3 || api == eLegacyApi5)
-            if (!PixelType(f.format).isNamedFormat() && f.type < eVarUnsignedIntegerNorm)
-                return kNone;
-        return v;
+        const bool group3 = api == eLegacyApi3 || api == eLegacyApi5;
+        return group3 && !PixelType(f.format).isNamedFormat() && f.type < eVarUnsignedIntegerNorm ? kNone : v;
     };
     for (uint32_t v = 0; v < 182; ++v)
     {
@@ -179,8 +166,6 @@ TEST(LegacyFormats, ReverseOnlyNumbers)
     EXPECT_EQ(back(ePF_BC4, eVarSignedIntegerNorm, srgb, eLegacyApi6), 135u);
     EXPECT_EQ(back(ePF_BC5, eVarUnsignedIntegerNorm, lin, eLegacyApi6), 136u);
     EXPECT_EQ(back(ePF_DXT1, eVarUnsignedByteNorm, lin, eLegacyApi6), kNone);
-    for (uint32_t v = 128; v <= 137; ++v)
-        EXPECT_FALSE(MapForward(v).known) << v;
     EXPECT_EQ(back(ePF_DXT4, eVarUnsignedByteNorm, srgb, eLegacyApi5), 35u);
     // 44's forward row is 'a','r','g','b'; its reverse row is 'a','b','g','r' of type 9.
     EXPECT_EQ(back(Layout("abgr", 2, 10, 10, 10), eVarSignedIntegerNorm, lin, eLegacyApi3), 44u);
@@ -205,13 +190,11 @@ TEST(LegacyHeaders, ToVersion3)
     ConvertTextureHeader2To3(v2, record, items);
     EXPECT_EQ(Fields(record), (Words{0x0342524F, 2, 8, 16, 1, 4, 6, 2, 12 + 8 + 12 + 3}));
     // The flags become the library's items, which replace what the map held.
-    ASSERT_EQ(items.GetSize(), 1u);
-    ASSERT_EQ(items.GetKey(0), 0x0342524Fu);
+    ASSERT_TRUE(items.GetSize() == 1 && items.GetKey(0) == 0x0342524Fu);
     const MetaDataBlock *bump = items.GetValue(0).Find(1), *orientation = items.GetValue(0).Find(3);
     ASSERT_TRUE(bump && bump->dataSize == 8 && orientation && orientation->dataSize == 3);
     const float one = 1.0f;
-    EXPECT_EQ(std::memcmp(bump->data, &one, 4), 0);
-    EXPECT_EQ(std::memcmp(bump->data + 4, "xyz", 4), 0);
+    EXPECT_TRUE(std::memcmp(bump->data, &one, 4) == 0 && std::memcmp(bump->data + 4, "xyz", 4) == 0);
     EXPECT_EQ(std::vector<uint8_t>(orientation->data, orientation->data + 3), (std::vector<uint8_t>{0, 2, 0}));
 
     // numSurfaces below the face count still gives one member; version 1 has one.
@@ -227,9 +210,7 @@ TEST(LegacyHeaders, ToVersion3)
     EXPECT_TRUE(record.numSurfaces == 1 && record.numFaces == 6);
 
     // The free function reads a version 1 header from exactly 44 bytes.
-    v1.height = v1.width = 4;
-    v1.mipMapCount = 2;
-    v1.pixelFormatAndFlags = 5 | 0x10000;
+    v1.height = v1.width = 4, v1.mipMapCount = 2, v1.pixelFormatAndFlags = 5 | 0x10000;
     std::unique_ptr<uint8_t[]> exact(new uint8_t[44]);
     std::memcpy(exact.get(), &v1, 44);
     ASSERT_TRUE(ORBTConvertOldTextureHeaderToV3(reinterpret_cast<const ORB_Texture_Header*>(exact.get()), record,
@@ -275,7 +256,6 @@ TEST(LegacyFiles, WrittenBytesAndRefusals)
     Words words(13);
     std::memcpy(words.data(), bytes.data(), 52);
     EXPECT_EQ(words, (Words{52, 4, 8, 2, 18 | 0x100 | 0x400 | 0x1000 | 0x10000, data, 32, 0, 0, 0, 0, 0x2142524F, 12}));
-    EXPECT_EQ(std::string(bytes.begin() + 44, bytes.begin() + 48), "ORB!");
 
     // No API group, an unknown one, a format without a legacy number, a missing directory.
     texture = CORBTexture(CORBTextureHeader(ORBStandard8PixelType, 4, 4));
@@ -292,9 +272,7 @@ TEST(LegacyFiles, HandMadeFiles)
 {
     ScratchDir dir;
     // Version 1: 4 x 2, two levels, legacy 4 ('r','g','b' 8,8,8 of type 8).
-    std::vector<uint8_t> pixels;
-    for (uint8_t i = 0; i < 4 * 2 * 3 + 2 * 1 * 3; ++i)
-        pixels.push_back(uint8_t(i + 1));
+    const std::vector<uint8_t> pixels = Sequence(4 * 2 * 3 + 2 * 1 * 3, 1, 1);
     WriteBytes(dir / "v1.orb", LegacyFile(44, 2, 4, 1, 4 | 0x100, 0, pixels));
     const CORBTexture fromV1((dir / "v1.orb").c_str());
     ASSERT_NE(fromV1.getDataPtr(), nullptr) << ORBTGetLastError();
@@ -359,19 +337,16 @@ TEST(LegacyFiles, RoundTripEachApiGroup)
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.api);
-        CORBTexture texture(CORBTextureHeader(c.format, c.height, c.width, 1, c.mips, c.members, c.faces, c.space,
-                                              c.type, c.premultiplied));
-        for (uint32_t i = 0; i < texture.getDataSize(); ++i)
-            texture.getDataPtr()[i] = uint8_t(i * 131 + 7);
+        const CORBTextureHeader header(c.format, c.height, c.width, 1, c.mips, c.members, c.faces, c.space, c.type,
+                                       c.premultiplied);
+        const CORBTexture texture(header, Sequence(header.getDataSize(), 131, 7).data());
         const std::string path = dir / "round.orb";
         ASSERT_TRUE(texture.saveFileLegacyORB(path.c_str(), c.api));
         const CORBTexture loaded(path.c_str());
-        ASSERT_NE(loaded.getDataPtr(), nullptr) << ORBTGetLastError();
-        EXPECT_EQ(loaded.getFileHeader().flags, c.premultiplied ? 2u : 0u);
-        EXPECT_EQ(loaded.getPixelType(), texture.getPixelType());
-        EXPECT_EQ(Shape(loaded.getFileHeader()), Shape(texture.getFileHeader()));
-        ASSERT_EQ(loaded.getDataSize(), texture.getDataSize());
-        EXPECT_EQ(std::memcmp(loaded.getDataPtr(), texture.getDataPtr(), texture.getDataSize()), 0);
+        EXPECT_TRUE(loaded.getFileHeader().flags == (c.premultiplied ? 2u : 0u) &&
+                    loaded.getPixelType() == texture.getPixelType() &&
+                    Shape(loaded.getFileHeader()) == Shape(texture.getFileHeader()));
+        EXPECT_EQ(DataOf(loaded), DataOf(texture));
     }
 }
 
@@ -379,22 +354,26 @@ TEST(LegacyFiles, RefusedHeadersAndShortData)
 {
     ScratchDir dir;
     const std::vector<uint8_t> rgba(4 * 4 * 4, 9), full = LegacyFile(52, 4, 4, 0, 18, 1, rgba);
-    ExpectRefused(dir, "x.orb", std::vector<uint8_t>(full.begin(), full.begin() + 50), "truncated header");
-    // A cube map of two members must hold the second member's bytes, as a file must.
-    ExpectRefused(dir, "x.orb", LegacyFile(52, 2, 2, 1, 22 | 0x1000 | 0x10000, 12, std::vector<uint8_t>(30)),
-                  "pixel data short by 30 bytes");
-    ExpectRefused(dir, "x.orb", LegacyFile(52, 4, 4, 0xFFFFFFFF, 18 | 0x100, 1, rgba), "declares no surfaces");
-    ExpectRefused(dir, "x.orb", LegacyFile(44, 4, 4, 3, 18, 0, rgba),
-                  "4 MIP levels, but a largest side of 4 allows at most 3");
-    ExpectRefused(dir, "x.orb", LegacyFile(52, 4, 4, 0, 14, 1, rgba),
-                  "legacy orb (version 2): no pixel format for legacy format 14");
-    ExpectRefused(dir, "x.orb", LegacyFile(44, 4, 4, 0, 200, 0, rgba),
-                  "legacy orb (version 1): no pixel format for legacy format 200");
-    ExpectRefused(dir, "x.orb", LegacyFile(52, 65536, 65536, 0, 18, 1, rgba),
-                  "texture too large: its data size does not fit in 32 bits");
-    ExpectRefused(dir, "x.orb", std::vector<uint8_t>(full.begin(), full.end() - 1), "pixel data short by 1 bytes");
-    ExpectRefused(dir, "x.orb", LegacyFile(44, 4, 4, 0, 18, 0, {}), "pixel data missing");
-    // An image that claims members it does not hold costs nothing; a large header is refused before its block exists.
-    ExpectRefused(dir, "x.orb", LegacyFile(52, 1, 1, 0, 0, 0x17006500, {1, 2}), "pixel data short by 771803646 bytes");
-    ExpectRefused(dir, "x.orb", LegacyFile(52, 16384, 16384, 0, 18, 1, rgba), "pixel data short by 1073741760 bytes");
+    const struct
+    {
+        std::vector<uint8_t> bytes;
+        const char* reason;
+    } cases[] = {
+        {std::vector<uint8_t>(full.begin(), full.begin() + 50), "truncated header"},
+        // A cube map of two members must hold the second member's bytes, as a file must.
+        {LegacyFile(52, 2, 2, 1, 22 | 0x1000 | 0x10000, 12, std::vector<uint8_t>(30)), "pixel data short by 30 bytes"},
+        {LegacyFile(52, 4, 4, 0xFFFFFFFF, 18 | 0x100, 1, rgba), "declares no surfaces"},
+        {LegacyFile(44, 4, 4, 3, 18, 0, rgba), "4 MIP levels, but a largest side of 4 allows at most 3"},
+        {LegacyFile(52, 4, 4, 0, 14, 1, rgba), "legacy orb (version 2): no pixel format for legacy format 14"},
+        {LegacyFile(44, 4, 4, 0, 200, 0, rgba), "legacy orb (version 1): no pixel format for legacy format 200"},
+        {LegacyFile(52, 65536, 65536, 0, 18, 1, rgba), "texture too large: its data size does not fit in 32 bits"},
+        {std::vector<uint8_t>(full.begin(), full.end() - 1), "pixel data short by 1 bytes"},
+        {LegacyFile(44, 4, 4, 0, 18, 0, {}), "pixel data missing"},
+        // An image that claims members it does not hold costs nothing; a large
+        // header is refused before its block exists.
+        {LegacyFile(52, 1, 1, 0, 0, 0x17006500, {1, 2}), "pixel data short by 771803646 bytes"},
+        {LegacyFile(52, 16384, 16384, 0, 18, 1, rgba), "pixel data short by 1073741760 bytes"},
+    };
+    for (const auto& c : cases)
+        ExpectRefused(dir, "x.orb", c.bytes, c.reason);
 }
