@@ -209,6 +209,8 @@ std::vector<Case> Cases()
         {"a1r5g5b5", PixelType('a', 'r', 'g', 'b', 1, 5, 5, 5), eVarUnsignedShortNorm, true},
         {"l8", PixelType('l', 0, 0, 0, 8, 0, 0, 0), eVarUnsignedByteNorm, true},
         {"l8a8", PixelType('l', 'a', 0, 0, 8, 8, 0, 0), eVarUnsignedByteNorm, false},
+        // 32 bits a pixel and more are never dithered: both digests agree.
+        {"r10g10b10a2", PixelType('r', 'g', 'b', 'a', 10, 10, 10, 2), eVarUnsignedIntegerNorm, true},
         {"b8g8r8a8", PixelType('b', 'g', 'r', 'a', 8, 8, 8, 8), eVarUnsignedByteNorm, false},
         {"r16g16b16a16 usn", PixelType(ORBStandard16PixelType), eVarUnsignedShortNorm, false},
         {"r32g32b32a32 sf", PixelType(ORBStandard32PixelType), eVarSignedFloat, false},
@@ -370,6 +372,8 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"a1r5g5b5 dithered", {0xc9dc449b7218f530ull, 0xd31a21f52f32afabull, 0x11b28f6a37c95ea1ull, 0x664bcc0f3805c83full}},
     {"l8", {0x3bf152b7d38936a0ull, 0xd8741a69df3e4f03ull, 0x647d7829bb4520d9ull, 0x904dea5ab9ba912aull}},
     {"l8 dithered", {0x0384e5955ca92aecull, 0x034ad45564a1d483ull, 0xf4318aafa77c1397ull, 0xb2cce31b2662b1e4ull}},
+    {"r10g10b10a2", {0x888bccb20e13e851ull, 0x0d03b9738638a168ull, 0x5aa5b05b401c1fd9ull, 0xec226329b7500af3ull}},
+    {"r10g10b10a2 dithered", {0x888bccb20e13e851ull, 0x0d03b9738638a168ull, 0x5aa5b05b401c1fd9ull, 0xec226329b7500af3ull}},
     {"l8a8", {0x7bbb32521d9b3222ull, 0x483c2630948699c8ull, 0x03f374a58b876a91ull, 0xe379d94649d8d6f4ull}},
     {"b8g8r8a8", {0x02dbaf286e20f379ull, 0x9de308948812af24ull, 0xb7f9d691a841129eull, 0x0cfa82e5f6356dc5ull}},
     {"r16g16b16a16 usn", {0x014e0a0ec4f143bbull, 0x41965d2e0fafbe79ull, 0xa7979aad6c873fd1ull, 0xe35e9b25bec20ddfull}},
