@@ -142,20 +142,6 @@ TEST(DXTDecompress, ColourModesAndWeights)
               std::vector<Pixel>(px.begin(), px.begin() + 4));
 }
 
-TEST(DXTDecompress, ClipsToImageSize)
-{
-    // 5 x 3 image: two blocks across, pixel (4, y) is pixel (0, y) of block 2.
-    Bytes blocks = colourBlock(0xF800, 0xF800, {});
-    const Bytes second = colourBlock(0xF800, 0x001F, {1, 0, 0, 0, 1});
-    blocks.insert(blocks.end(), second.begin(), second.end());
-    Bytes out(5 * 3 * 4 + 4, 0xEE);
-    EXPECT_EQ(60u, DXTDecompress(blocks.data(), out.data(), 5, 3, 1));
-    EXPECT_EQ(255, out[(0 * 5 + 3) * 4]);
-    EXPECT_EQ(255, out[(0 * 5 + 4) * 4 + 2]);
-    EXPECT_EQ(255, out[(1 * 5 + 4) * 4 + 2]);
-    EXPECT_EQ(0xEE, out[60]);
-}
-
 // DXT1 takes alpha below 128 as transparent, 128 as opaque: one key keeps the
 // four-colour words, or goes to color1 with code 1 and code 3 where transparent.
 TEST(DXTCompress, PunchThroughBelowAlpha128)
