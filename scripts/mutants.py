@@ -272,19 +272,19 @@ FAULTS = [
       "optimiser"),
 
     # ---- image operations
-    F("image-spline-coefficient", "Source/ORBTextureResample.cpp",
+    F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",
       "(2.0f * p0 + 4.0f * p2 - p3 - 5.0f * p1", "(2.0f * p0 + 4.0f * p2 - p3 - 4.0f * p1", "image-ops"),
-    F("image-mip-count-depth", "Source/ORBTextureMIPMaps.cpp",
+    F("image-mip-count-depth", "Source/Operations/ORBTextureMIPMaps.cpp",
       "w > 1 || h > 1 || d > 1;", "w > 1 || h > 1;", "image-ops"),
-    F("image-mip-next-size", "Source/ORBTextureMIPMaps.cpp",
+    F("image-mip-next-size", "Source/Operations/ORBTextureMIPMaps.cpp",
       "uint32_t NextLevelSize(uint32_t size) { return size < 4 ? 1 : size >> 1; }",
       "uint32_t NextLevelSize(uint32_t size) { return size < 2 ? 1 : size >> 1; }", "image-ops",
       equivalent="sides of 2 and 3 halve to 1 either way, and no side is 0"),
-    F("image-bleed-opaque", "Source/ORBTextureCanvas.cpp",
+    F("image-bleed-opaque", "Source/Operations/ORBTextureCanvas.cpp",
       "        return alpha > 7;", "        return alpha >= 7;", "image-ops"),
-    F("image-normal-y-sign", "Source/ORBTextureNormalMap.cpp",
+    F("image-normal-y-sign", "Source/Operations/ORBTextureNormalMap.cpp",
       "dy = slope(above[x].red, below[x].red);", "dy = slope(below[x].red, above[x].red);", "image-ops"),
-    F("image-tolerance-tie", "Source/ORBTextureDiffTools.cpp",
+    F("image-tolerance-tie", "Source/Operations/ORBTextureDiffTools.cpp",
       "within = within && tolerance > c[k];", "within = within && tolerance >= c[k];", "image-ops"),
 
     # ---- orbtex
