@@ -14,7 +14,7 @@
 #include "Codecs/ASTCRuns.h"
 #include "Codecs/ASTCToolOutput.h"
 #include "ORBTexture.h"
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "ORBTextureStandardTypes.h"
-#include "ORBTextureSurfaceWalk.h"
+#include "Model/ORBTextureStandardTypes.h"
+#include "Model/ORBTextureSurfaceWalk.h"
 
 namespace orbtexture
 {

@@ -2,8 +2,8 @@
 #include <limits>
 #include <type_traits>
 
-#include "ORBTextureStandardTypes.h"
-#include "ORBTextureSurfaceWalk.h"
+#include "Model/ORBTextureStandardTypes.h"
+#include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture

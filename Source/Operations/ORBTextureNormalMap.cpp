@@ -1,8 +1,8 @@
 #include <cmath>
 #include <type_traits>
 
-#include "ORBTextureStandardTypes.h"
-#include "ORBTextureSurfaceWalk.h"
+#include "Model/ORBTextureStandardTypes.h"
+#include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture

@@ -5,7 +5,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "ORBTextureStandardTypes.h"
+#include "Model/ORBTextureStandardTypes.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture

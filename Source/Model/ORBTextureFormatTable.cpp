@@ -1,4 +1,4 @@
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 
 #include "Codecs/ASTCCodec.h"
 #include "Codecs/ETC/ETCCodec.h"

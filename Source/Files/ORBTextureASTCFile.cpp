@@ -1,12 +1,12 @@
 // .astc files: a 16-byte header (magic, block size, 24-bit dimensions) and
 // the blocks of one surface.
 
-#include "ORBTextureASTCFile.h"
+#include "Files/ORBTextureASTCFile.h"
 
 #include <cstring>
 
 #include "ORBTexture.h"
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 
 namespace orbtexture
 {

@@ -1,7 +1,7 @@
 // KTX 1.1 files: a 64-byte header, key/value pairs, then for each MIP level
 // an image size word and the level's surfaces with their padding.
 
-#include "ORBTextureKTX.h"
+#include "Files/ORBTextureKTX.h"
 
 #include <algorithm>
 #include <cstdarg>

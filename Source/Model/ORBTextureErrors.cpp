@@ -1,4 +1,4 @@
-#include "ORBTextureErrors.h"
+#include "Model/ORBTextureErrors.h"
 
 #include <atomic>
 #include <cstdarg>

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "ORBTextureErrors.h"
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureErrors.h"
+#include "Model/ORBTextureFormatTable.h"
 
 namespace
 {

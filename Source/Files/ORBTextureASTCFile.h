@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "ORBTextureContainerParser.h"
+#include "Files/ORBTextureContainerParser.h"
 
 namespace orbtexture
 {

@@ -2,7 +2,7 @@
 // DX10 header, then the surfaces of each array member and face with the MIP
 // level innermost. All fields are little-endian.
 
-#include "ORBTextureDDS.h"
+#include "Files/ORBTextureDDS.h"
 
 #include <cctype>
 #include <cstdarg>

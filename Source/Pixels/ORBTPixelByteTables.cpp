@@ -1,4 +1,4 @@
-#include "ORBTPixelByteTables.h"
+#include "Pixels/ORBTPixelByteTables.h"
 
 #include <array>
 #include <cstring>

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "ORBTextureFormatTable.h"
-#include "ORBTextureSizeRules.h"
+#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureSizeRules.h"
 
 // ---------------------------------------------------------------------------
 // MetaDataBlock

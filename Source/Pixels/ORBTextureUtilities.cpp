@@ -5,9 +5,9 @@
 #include <cstring>
 #include <utility>
 
-#include "ORBTPixelByteTables.h"
-#include "ORBTextureFormatTable.h"
-#include "ORBTextureSurfaceWalk.h"
+#include "Pixels/ORBTPixelByteTables.h"
+#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureSurfaceWalk.h"
 
 namespace orbtexture
 {

@@ -1,4 +1,4 @@
-#include "ORBTextureByteSource.h"
+#include "Files/ORBTextureByteSource.h"
 
 #include <algorithm>
 #include <cerrno>

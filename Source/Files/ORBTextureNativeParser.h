@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "ORBTextureContainerParser.h"
+#include "Files/ORBTextureContainerParser.h"
 #include "ORBTextureHeader.h"
 
 namespace orbtexture

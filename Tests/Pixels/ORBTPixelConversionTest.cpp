@@ -16,9 +16,9 @@
 
 #include <gtest/gtest.h>
 
-#include "ORBTPixelByteTables.h"
+#include "Pixels/ORBTPixelByteTables.h"
 #include "ORBTPixelConversion.h"
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 #include "ORBTextureUtilities.h"
 #include "Support/TestFiles.h"
 

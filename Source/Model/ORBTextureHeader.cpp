@@ -3,7 +3,7 @@
 #include <cstring>
 #include <unordered_map>
 
-#include "ORBTextureSizeRules.h"
+#include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture
 {

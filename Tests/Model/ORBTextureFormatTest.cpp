@@ -12,7 +12,7 @@
 #include "ORBTextureFormat.h"
 #include "ORBTextureHeader.h"
 #include "ORBTextureInfo.h"
-#include "ORBTextureSizeRules.h"
+#include "Model/ORBTextureSizeRules.h"
 
 using namespace orbtexture;
 

@@ -5,13 +5,13 @@
 
 #include <cerrno>
 
-#include "ORBTextureASTCFile.h"
-#include "ORBTextureContainerParser.h"
-#include "ORBTextureDDS.h"
-#include "ORBTextureErrors.h"
-#include "ORBTextureKTX.h"
-#include "ORBTextureNativeParser.h"
-#include "ORBTextureSizeRules.h"
+#include "Files/ORBTextureASTCFile.h"
+#include "Files/ORBTextureContainerParser.h"
+#include "Files/ORBTextureDDS.h"
+#include "Model/ORBTextureErrors.h"
+#include "Files/ORBTextureKTX.h"
+#include "Files/ORBTextureNativeParser.h"
+#include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture
 {

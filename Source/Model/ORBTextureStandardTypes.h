@@ -8,7 +8,7 @@
 
 #include "ORBTexture.h"
 #include "ORBTextureFormat.h"
-#include "ORBTextureSizeRules.h"
+#include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture
 {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <memory>
 
-#include "ORBTextureFormatTable.h"
-#include "ORBTextureSurfaceWalk.h"
+#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture

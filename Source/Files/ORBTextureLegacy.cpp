@@ -3,7 +3,7 @@
 
 #include "ORBTextureLegacy.h"
 
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 
 #include <cstring>
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "ORBTextureContainerParser.h"
+#include "Files/ORBTextureContainerParser.h"
 
 namespace orbtexture
 {

@@ -1,4 +1,4 @@
-#include "ORBTextureNativeParser.h"
+#include "Files/ORBTextureNativeParser.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,10 +6,10 @@
 #include <unordered_set>
 
 #include "ORBTextureFormat.h"
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 #include "ORBTextureLegacy.h"
-#include "ORBTextureLegacyFile.h"
-#include "ORBTextureSizeRules.h"
+#include "Files/ORBTextureLegacyFile.h"
+#include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture
 {

@@ -5,7 +5,7 @@
 // table next to the one it modifies.
 
 #include "ORBTextureFormat.h"
-#include "ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatTable.h"
 #include "ORBTextureHeader.h"
 
 #include <cstddef>

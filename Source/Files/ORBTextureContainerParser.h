@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "ORBTextureByteSource.h"
-#include "ORBTextureErrors.h"
+#include "Files/ORBTextureByteSource.h"
+#include "Model/ORBTextureErrors.h"
 #include "ORBTextureHeader.h"
 #include "Tools/ORBTArray.h"
 #include "Tools/ORBTString.h"

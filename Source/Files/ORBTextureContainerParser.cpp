@@ -1,4 +1,4 @@
-#include "ORBTextureContainerParser.h"
+#include "Files/ORBTextureContainerParser.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "ORBTextureFormat.h"
-#include "ORBTextureFormatTable.h"
-#include "ORBTextureSizeRules.h"
+#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture
 {

@@ -2,7 +2,7 @@
 // array member outermost, then the face, then the MIP level. No metadata
 // blocks: the header's flags stand for the few items a legacy file can have.
 
-#include "ORBTextureLegacyFile.h"
+#include "Files/ORBTextureLegacyFile.h"
 
 #include <cstdio>
 #include <cstring>
