@@ -13,8 +13,8 @@
 
 #include "Codecs/ASTCRuns.h"
 #include "Codecs/ASTCToolOutput.h"
-#include "ORBTexture.h"
 #include "Model/ORBTextureFormatTable.h"
+#include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture

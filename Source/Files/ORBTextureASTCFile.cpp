@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "ORBTexture.h"
 #include "Model/ORBTextureFormatTable.h"
+#include "ORBTexture.h"
 
 namespace orbtexture
 {

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "ORBTextureFormat.h"
 #include "Model/ORBTextureFormatTable.h"
 #include "Model/ORBTextureSizeRules.h"
+#include "ORBTextureFormat.h"
 
 namespace orbtexture
 {

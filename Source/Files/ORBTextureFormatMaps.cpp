@@ -4,8 +4,8 @@
 // where the inverse does not simply undo the forward map is a row of a small
 // table next to the one it modifies.
 
-#include "ORBTextureFormat.h"
 #include "Model/ORBTextureFormatTable.h"
+#include "ORBTextureFormat.h"
 #include "ORBTextureHeader.h"
 
 #include <cstddef>

@@ -5,11 +5,11 @@
 #include <cstring>
 #include <unordered_set>
 
-#include "ORBTextureFormat.h"
-#include "Model/ORBTextureFormatTable.h"
-#include "ORBTextureLegacy.h"
 #include "Files/ORBTextureLegacyFile.h"
+#include "Model/ORBTextureFormatTable.h"
 #include "Model/ORBTextureSizeRules.h"
+#include "ORBTextureFormat.h"
+#include "ORBTextureLegacy.h"
 
 namespace orbtexture
 {

@@ -1,7 +1,7 @@
 // Native .orb files and memory images: 52-byte header, metadata blocks, data.
 
-#include "ORBTexture.h"
 #include "Files/ORBTextureNativeParser.h"
+#include "ORBTexture.h"
 
 namespace orbtexture
 {

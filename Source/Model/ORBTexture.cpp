@@ -8,9 +8,9 @@
 #include "Files/ORBTextureASTCFile.h"
 #include "Files/ORBTextureContainerParser.h"
 #include "Files/ORBTextureDDS.h"
-#include "Model/ORBTextureErrors.h"
 #include "Files/ORBTextureKTX.h"
 #include "Files/ORBTextureNativeParser.h"
+#include "Model/ORBTextureErrors.h"
 #include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture

@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
+#include "Model/ORBTextureSizeRules.h"
 #include "ORBTexture.h"
 #include "ORBTextureFormat.h"
-#include "Model/ORBTextureSizeRules.h"
 
 namespace orbtexture
 {

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <utility>
 
-#include "Pixels/ORBTPixelByteTables.h"
 #include "Model/ORBTextureFormatTable.h"
 #include "Model/ORBTextureSurfaceWalk.h"
+#include "Pixels/ORBTPixelByteTables.h"
 
 namespace orbtexture
 {

@@ -9,10 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include "Model/ORBTextureSizeRules.h"
 #include "ORBTextureFormat.h"
 #include "ORBTextureHeader.h"
 #include "ORBTextureInfo.h"
-#include "Model/ORBTextureSizeRules.h"
 
 using namespace orbtexture;
 

@@ -16,10 +16,10 @@
 
 #include <gtest/gtest.h>
 
-#include "Pixels/ORBTPixelByteTables.h"
-#include "ORBTPixelConversion.h"
 #include "Model/ORBTextureFormatTable.h"
+#include "ORBTPixelConversion.h"
 #include "ORBTextureUtilities.h"
+#include "Pixels/ORBTPixelByteTables.h"
 #include "Support/TestFiles.h"
 
 using namespace orbtexture;
