@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "ORBTextureHeader.h"
-#include "ORBTextureLegacy.h"
+#include "Model/ORBTextureLegacyApi.h"
 #include "Tools/ORBTArray.h"
 #include "Tools/ORBTDefines.h"
 #include "Tools/ORBTString.h"

@@ -10,26 +10,11 @@
 #include "ORBTextureFormat.h"
 #include "ORBTextureHeader.h"
 #include "ORBTextureInfo.h"
+#include "Model/ORBTextureLegacyApi.h"
 #include "Tools/ORBTDefines.h"
 
 namespace orbtexture
 {
-
-// The graphics API a legacy .orb file is written for; it selects the part of
-// the legacy pixel enumeration used. Values 1, 2 and 4 share one mapping, 3
-// and 5 another; 6 and 7 have one each. 0 and values above 7 map nothing.
-enum ELegacyApi : uint32_t
-{
-    eLegacyApiNone = 0,
-    eLegacyApi1 = 1,
-    eLegacyApi2 = 2,
-    eLegacyApi3 = 3,
-    eLegacyApi4 = 4,
-    eLegacyApi5 = 5,
-    eLegacyApi6 = 6,
-    eLegacyApi7 = 7,
-    eNumLegacyApis
-};
 
 // A legacy pixel format: the low byte of a legacy header's format word. The
 // values from 0 to eNumLegacyFormats - 1 that have a meaning are listed by

@@ -34,6 +34,17 @@ ORBT_API bool CanTranscodeFrom(PixelType format);
 // encoder and for channel layouts, which take no quality.
 ORBT_API int HighestCompressorQuality(PixelType format);
 
+// Whether the encoder of a named format takes a width x height x depth image at
+// 'quality', answered before any work: false, with the reason ("the image is
+// 451x300, but ORBTC_2bpp_RGB needs sides that are multiples of 16 across and
+// 8 down (or less than that) and at most 4096"), when the format has no
+// encoder, does not serve the quality, or its encoder takes no such side.
+// Channel layouts take every size. CanEncodeTexture asks the same for every
+// MIP level of 'texture' ("MIP level 2 is 3x1, but ...").
+ORBT_API bool CanEncode(PixelType format, unsigned width, unsigned height, unsigned depth, int quality,
+                        CORBTString& reason);
+ORBT_API bool CanEncodeTexture(const CORBTexture& texture, PixelType format, int quality, CORBTString& reason);
+
 // Pixel loop between two channel-layout textures of equal dimensions; returns
 // the bytes written.
 ORBT_API unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,

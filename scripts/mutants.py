@@ -43,11 +43,11 @@ F = Fault
 
 FAULTS = [
     # ---- format table
-    F("table-dxt1-bits", "Source/Model/ORBTextureFormatTable.cpp",
-      'Format("DXT1", 4, 4, 4,', 'Format("DXT1", 8, 4, 4,', "format-table"),
-    F("table-orbtcii2-block", "Source/Model/ORBTextureFormatTable.cpp",
-      'ORBTC("ORBTCII_2bpp", 2, 8, 4,', 'ORBTC("ORBTCII_2bpp", 2, 8, 8,', "format-table"),
-    F("table-etc-qualities", "Source/Model/ORBTextureFormatTable.cpp",
+    F("table-dxt1-bits", "Source/Model/ORBTextureFormatFacts.cpp",
+      'Format("DXT1", eFamilyDXT, 4, 4, 4,', 'Format("DXT1", eFamilyDXT, 8, 4, 4,', "format-table"),
+    F("table-orbtcii2-block", "Source/Model/ORBTextureFormatFacts.cpp",
+      'ORBTC("ORBTCII_2bpp", eFamilyORBTCII, 2, 8, 4,', 'ORBTC("ORBTCII_2bpp", eFamilyORBTCII, 2, 8, 8,', "format-table"),
+    F("table-etc-qualities", "Source/Pixels/ORBTextureCodecRegistry.cpp",
       "constexpr int8_t kEveryETCQuality = 5;", "constexpr int8_t kEveryETCQuality = 4;", "format-table"),
 
     # ---- native .orb

@@ -13,9 +13,9 @@
 
 #include "Codecs/ASTCRuns.h"
 #include "Codecs/ASTCToolOutput.h"
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "ORBTexture.h"
-#include "ORBTextureUtilities.h"
+#include "ORBTextureUtilities.h" // layer: the bridge converts the tool's pixels with Transcode
 
 namespace orbtexture
 {
@@ -55,20 +55,6 @@ bool IsExpectedSurface(const CORBTexture& texture, unsigned int width, unsigned 
            texture.getHeight() == height && texture.getDepth() == depth && texture.getNumMIPLevels() == 1 &&
            texture.getNumArrayMembers() == 1 && texture.getNumFaces() == 1;
 }
-
-// The ASTC format of a block size, or 0 when there is none.
-uint32_t FormatOfBlock(unsigned int x, unsigned int y, unsigned int z)
-{
-    for (uint32_t format = ePF_ASTC_4x4; format <= ePF_ASTC_6x6x6; ++format)
-    {
-        const FormatDescriptor& descriptor = DescribeFormat(format);
-        if (descriptor.minX == x && descriptor.minY == y && descriptor.minZ == z)
-            return format;
-    }
-    return 0;
-}
-
-bool IsASTCFormat(unsigned int format) { return format >= ePF_ASTC_4x4 && format <= ePF_ASTC_6x6x6; }
 
 const char* QualitySwitch(int quality)
 {
@@ -196,7 +182,7 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
                           unsigned int depth, unsigned char blockX, unsigned char blockY, unsigned char blockZ,
                           int quality)
 {
-    const uint32_t format = FormatOfBlock(blockX, blockY, blockZ);
+    const uint32_t format = ASTCFormatOfBlock(blockX, blockY, blockZ);
     if (!format || width == 0 || height == 0 || depth == 0)
         return 0;
     const uint64_t size = uint64_t((width + blockX - 1) / blockX) * ((height + blockY - 1) / blockY) *

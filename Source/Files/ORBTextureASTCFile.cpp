@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "ORBTexture.h"
 
 namespace orbtexture
@@ -16,8 +16,6 @@ namespace
 
 constexpr uint32_t kASTCMagic = 0x5CA1AB13;
 constexpr uint32_t kASTCHeaderSize = 16;
-constexpr uint32_t kFirstASTCFormat = ePF_ASTC_4x4;
-constexpr uint32_t kLastASTCFormat = ePF_ASTC_6x6x6;
 
 uint32_t Read24(const uint8_t* bytes) { return uint32_t(bytes[0]) | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16; }
 
@@ -29,22 +27,6 @@ void Write24(uint8_t* bytes, uint32_t value)
 }
 
 bool InBlockRange(uint32_t size) { return size >= 3 && size <= 12; }
-
-// The ASTC format of a block size; false when there is none. Z of 1 selects
-// among the two-dimensional formats, any other among the three-dimensional.
-bool FormatOfBlockSize(uint32_t x, uint32_t y, uint32_t z, uint32_t& format)
-{
-    for (uint32_t candidate = kFirstASTCFormat; candidate <= kLastASTCFormat; ++candidate)
-    {
-        const FormatDescriptor& descriptor = DescribeFormat(candidate);
-        if (descriptor.minX == x && descriptor.minY == y && descriptor.minZ == z)
-        {
-            format = candidate;
-            return true;
-        }
-    }
-    return false;
-}
 
 class CASTCFileParser : public CContainerParser
 {
@@ -81,8 +63,8 @@ public:
             std::snprintf(what, sizeof what, "block size %u x %u x %u out of range", x, y, z);
             return SetLoadError(eLoadBadHeader, "astc", what);
         }
-        uint32_t format;
-        if (!FormatOfBlockSize(x, y, z, format))
+        const uint32_t format = ASTCFormatOfBlock(x, y, z);
+        if (format == 0)
         {
             std::snprintf(what, sizeof what, "block size %u x %u x %u is no ASTC format", x, y, z);
             return SetLoadError(eLoadBadHeader, "astc", what);
@@ -139,7 +121,7 @@ bool CORBTexture::privateSaveASTCFile(FILE* file) const
     std::memcpy(header, &kASTCMagic, 4);
     // Formats other than ASTC write block sizes of 0.
     const uint64_t format = getPixelType().PixelTypeID;
-    if (format >= kFirstASTCFormat && format <= kLastASTCFormat)
+    if (IsASTCFormat(format))
     {
         const FormatDescriptor& descriptor = DescribeFormat(uint32_t(format));
         header[4] = descriptor.minX;

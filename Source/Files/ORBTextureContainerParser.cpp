@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "Model/ORBTextureSizeRules.h"
 #include "ORBTextureFormat.h"
 

@@ -4,7 +4,7 @@
 // where the inverse does not simply undo the forward map is a row of a small
 // table next to the one it modifies.
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "ORBTextureFormat.h"
 #include "ORBTextureHeader.h"
 

@@ -3,7 +3,7 @@
 
 #include "ORBTextureLegacy.h"
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 
 #include <cstring>
 

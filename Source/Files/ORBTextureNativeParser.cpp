@@ -6,7 +6,7 @@
 #include <unordered_set>
 
 #include "Files/ORBTextureLegacyFile.h"
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "Model/ORBTextureSizeRules.h"
 #include "ORBTextureFormat.h"
 #include "ORBTextureLegacy.h"

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Model/ORBTextureErrors.h"
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 
 namespace
 {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "Model/ORBTextureSizeRules.h"
 
 // ---------------------------------------------------------------------------

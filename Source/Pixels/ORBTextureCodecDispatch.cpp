@@ -5,8 +5,9 @@
 #include <cstring>
 #include <memory>
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "Model/ORBTextureSurfaceWalk.h"
+#include "Pixels/ORBTextureCodecRegistry.h"
 #include "ORBTextureUtilities.h"
 
 namespace orbtexture
@@ -32,6 +33,7 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
 {
     const uint32_t format = texture.getPixelType().lowWord();
     const FormatDescriptor& descriptor = DescribeFormat(format);
+    const CodecEntry& codec = DescribeCodec(format);
 
     CORBTextureHeader header(texture.getHeader());
     PixelType intermediate;
@@ -41,7 +43,7 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
     header.setChannelType(intermediateType);
     const bool isSigned = IsSignedChannelType(texture.getChannelType());
     CORBTexture result(header);
-    if (!descriptor.decode)
+    if (!codec.decode)
         return ReplaceWithZeros(texture, result);
 
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(intermediate.PixelTypeID) / 8;
@@ -57,7 +59,7 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
         unsigned written;
         if (descriptor.decodesAnySize || !small)
         {
-            written = descriptor.decode(surface);
+            written = codec.decode(surface);
         }
         else
         {
@@ -67,7 +69,7 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
             std::unique_ptr<unsigned char[]> buffer(new unsigned char[padded]);
             unsigned char* destination = surface.destination;
             surface.destination = buffer.get();
-            written = descriptor.decode(surface);
+            written = codec.decode(surface);
             std::memcpy(destination, buffer.get(), surfaceBytes);
             surface.destination = destination;
         }
@@ -84,12 +86,13 @@ unsigned DecompressNonTrivial(CORBTexture& texture)
 unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQuality quality)
 {
     const FormatDescriptor& descriptor = DescribeFormat(format.lowWord());
+    const CodecEntry& codec = DescribeCodec(format.lowWord());
 
     CORBTextureHeader header(texture.getHeader());
     header.setPixelFormat(format);
     CORBTexture result(header);
     const bool isSigned = IsSignedChannelType(result.getChannelType());
-    if (!descriptor.encode)
+    if (!codec.encode)
         return ReplaceWithZeros(texture, result);
 
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(texture.getPixelType().PixelTypeID) / 8;
@@ -128,7 +131,7 @@ unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQ
                                                       surface.width, surface.height, surface.depth, 1, &alpha,
                                                       &opaque);
         }
-        const unsigned written = descriptor.encode(surface);
+        const unsigned written = codec.encode(surface);
         // A failed encoder leaves a zeroed block rather than what the heap held.
         if (written == 0)
             std::memset(surface.destination, 0, result.getDataSize(int(mip), false, false));

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "Pixels/ORBTPixelByteTables.h"
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ORBTextureInfo.h"
+#include "ORBTextureInfo.h" // layer: the raw-memory helpers size surfaces as the texture model does
 
 void ORBTTextureTwiddle(unsigned int& result, unsigned int x, unsigned int y)
 {

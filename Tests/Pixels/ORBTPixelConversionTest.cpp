@@ -16,7 +16,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Model/ORBTextureFormatTable.h"
+#include "Model/ORBTextureFormatFacts.h"
 #include "ORBTPixelConversion.h"
 #include "ORBTextureUtilities.h"
 #include "Pixels/ORBTPixelByteTables.h"

@@ -15,13 +15,6 @@
 namespace orbtexture
 {
 
-namespace
-{
-
-constexpr unsigned int kMaxSide = 4096;
-
-} // namespace
-
 void ORBTCPadToBlocks(const uint8_t* input, unsigned width, unsigned height, unsigned paddedWidth,
                       unsigned paddedHeight, std::vector<uint8_t>& work)
 {
@@ -52,7 +45,7 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
     const unsigned blockWidth = twoBpp ? 8 : 4;
     const unsigned blockHeight = 4;
     const unsigned bitsPerPixel = twoBpp ? 2 : 4;
-    if (width > kMaxSide || height > kMaxSide)
+    if (width > kORBTCLargestSide || height > kORBTCLargestSide)
         return 0;
     const unsigned paddedWidth = (width + blockWidth - 1) / blockWidth * blockWidth;
     const unsigned paddedHeight = (height + blockHeight - 1) / blockHeight * blockHeight;

@@ -8,6 +8,9 @@
 namespace orbtexture
 {
 
+// The longest side either generation's encoders take.
+constexpr unsigned int kORBTCLargestSide = 4096;
+
 // Compresses width x height rgba8 pixels to ORBTC words (generation 0) or
 // ORBTCII words (generation 1), 2 or 4 bits a pixel. Quality 0 and 1 use the
 // block compressors, 2 and above the optimiser at its quality less 2 (above 8

@@ -77,7 +77,7 @@ inline const ModeSlot* SelectedSlot(const RegionStats& region)
 struct ImageBuffer;
 
 // Room for one row pointer per block row of the largest image.
-constexpr int kMaxRegionRows = 4096 / 4;
+constexpr int kMaxRegionRows = kMaxImageSide / 4;
 
 // The whole image's block records: RegRow[y] holds blocksWide records.
 struct ImgStats

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <pthread.h>
 
+#include "Codecs/ORBTC/ORBTCCodec.h"
 #include "Tools/ORBTDefines.h"
 
 namespace orbtexture
@@ -47,7 +48,7 @@ struct CompressParams
 
 // ---- The working image ----
 
-constexpr int kMaxImageSide = 4096;
+constexpr int kMaxImageSide = int(orbtexture::kORBTCLargestSide);
 
 // One allocation: the record, then width x height RGBA pixels. 'rows[y]'
 // points at row y. Released by ReleaseImage (a single free).

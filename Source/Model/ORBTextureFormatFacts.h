@@ -1,8 +1,9 @@
-#ifndef ORBTEXTUREFORMATTABLE_H
-#define ORBTEXTUREFORMATTABLE_H
+#ifndef ORBTEXTUREFORMATFACTS_H
+#define ORBTEXTUREFORMATFACTS_H
 
-// Internal: one descriptor per named format and per channel type. Sizes,
-// codec calls, pipeline facts and names all come from here.
+// Internal: the facts of each named format and channel type: names, sizes,
+// the layout a codec works in and dithering. No codec here; the codec
+// registry (Pixels/ORBTextureCodecRegistry.h) adds calls and limits.
 
 #include <cstdint>
 
@@ -23,25 +24,6 @@ constexpr uint64_t ChannelLayout(const char* names, unsigned w0, unsigned w1 = 0
            uint64_t(w3) << 56;
 }
 
-// One codec call on one surface. For decoding, width, height and depth are the
-// level's true dimensions and 'destination' has room for whole blocks; for
-// encoding they are the dimensions raised to the format's minimum, and
-// 'source' holds that many pixels.
-struct CodecSurface
-{
-    unsigned char* source;
-    unsigned char* destination;
-    unsigned int width;
-    unsigned int height;
-    unsigned int depth;
-    EORBTPixelFormat format;
-    bool isSigned;
-    ECompressorQuality quality;
-};
-
-// Returns the codec's result: bytes written, 0 on failure.
-typedef unsigned int (*CodecCall)(const CodecSurface& surface);
-
 // The channel layout a named format's codec takes and gives.
 enum EIntermediateLayout : uint8_t
 {
@@ -52,11 +34,27 @@ enum EIntermediateLayout : uint8_t
     eIntermediateRG16    // 'r','g' 16,16, likewise
 };
 
-// Everything the library knows of a named format. A descriptor without calls
-// leaves decoded pixels zero and makes encoding write nothing.
+// The codec family of a named format.
+enum EFormatFamily : uint8_t
+{
+    eFamilyNone,
+    eFamilyORBTC,   // first generation
+    eFamilyORBTCII, // second generation
+    eFamilyETC,     // ETC1, ETC2 and EAC
+    eFamilyDXT,
+    eFamilyBC,      // BC4 to BC7
+    eFamilyYUV,
+    eFamilyOneBPP,
+    eFamilyRGB9E5,
+    eFamilyRGBG,
+    eFamilyASTC
+};
+
+// What the library knows of a named format apart from its codec.
 struct FormatDescriptor
 {
     const char* name;              // enumerator name without "ePF_"
+    EFormatFamily family;
     uint8_t bitsPerPixel;          // 0 where no per-pixel size exists
     uint8_t minX, minY, minZ;      // smallest storable unit; surfaces round up to it
     bool sizedByBlocks;            // 128 bits a block position (ASTC), whatever bitsPerPixel says
@@ -65,17 +63,20 @@ struct FormatDescriptor
     EChannelName ditherGrey;       // copied into R, G and B before dithering, or none
     bool decodesAnySize;           // the decoder needs no block-sized buffer for small levels
     bool opaqueAlphaFirst;         // alpha is set to 255 in the encoder's input first
-    CodecCall decode;
-    CodecCall encode;
-    int8_t highestQuality;         // qualities 0 to this have a compressor in this build; -1 without encoder
 };
 
 // The descriptor of a named format value; values from ePF_NumCompressed + 1 on
-// get a descriptor without name, size or calls (RGBA8, minimum 1 x 1 x 1).
+// get a descriptor without name or size (RGBA8, minimum 1 x 1 x 1).
 const FormatDescriptor& DescribeFormat(uint32_t format);
 
 // True for the values 0 to ePF_NumCompressed.
 inline bool IsKnownFormat(uint32_t format) { return format <= ePF_NumCompressed; }
+
+inline bool IsASTCFormat(uint64_t format) { return format < ePF_NumCompressed && DescribeFormat(uint32_t(format)).family == eFamilyASTC; }
+
+// The ASTC format of a block size; 0 when there is none. Z of 1 selects among
+// the two-dimensional formats, any other among the three-dimensional.
+uint32_t ASTCFormatOfBlock(unsigned x, unsigned y, unsigned z);
 
 struct ChannelTypeDescriptor
 {
