@@ -82,10 +82,33 @@ struct ORBT_API MetaDataBlock
 ORBT_API uint32_t ORBTGetTextureDataSize(ORBTextureHeaderV3 header, int mipLevel = -1, bool allSurfaces = true,
                                          bool allFaces = true);
 
-// Why the last failed load, header read or name lookup of the calling thread
-// failed, as one line of text ("truncated header"); "" after a success. The
-// text stays valid until the thread's next such call.
+// The kinds of failure ORBTGetLastErrorKind reports.
+enum EORBTErrorKind : uint32_t
+{
+    eORBTErrorNone = 0,
+    eORBTErrorBadFile,     // a load or header read refused the file's contents
+    eORBTErrorIO,          // a file could not be opened, read or written; see ORBTGetLastErrno
+    eORBTErrorArgument,    // an argument the call does not take (an empty texture, a null pointer)
+    eORBTErrorUnsupported, // a format, layout or quality this build has no code for
+    eORBTErrorSize,        // a size the call or its codec cannot take
+    eORBTErrorMemory,      // an allocation failed
+    eORBTErrorCancelled,   // the call's context asked it to stop
+    eORBTErrorTool,        // the external ASTC encoder is missing or failed
+    eORBTNumErrorKinds
+};
+
+// Why the last failing call of the calling thread failed, as one line of text
+// ("truncated header", "cancelled"). Every public operation that fails sets
+// it: loads, header reads and name lookups (which also clear it when they
+// succeed), saves, Transcode, the image operations, the comparisons and the
+// codec entries. The text stays valid until the thread's next failing call.
 ORBT_API const char* ORBTGetLastError();
+
+// The kind of that failure; eORBTErrorNone after a successful load.
+ORBT_API EORBTErrorKind ORBTGetLastErrorKind();
+
+// The errno of that failure when it was a system call's, else 0.
+ORBT_API int ORBTGetLastErrno();
 
 // Bytes of pixel data that the last load or header read of the calling thread
 // found missing at the end of the file (a short file still loads, its tail

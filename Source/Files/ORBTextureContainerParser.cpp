@@ -29,9 +29,17 @@ ELoadReason CContainerParser::LoadData(uint8_t* block, uint64_t& missing)
 ELoadReason CContainerParser::ReadFailure(ELoadReason atEnd)
 {
     if (m_source.Error() == EISDIR)
-        return SetLoadError(eLoadIsDirectory);
+    {
+        SetLoadError(eLoadIsDirectory);
+        SetLastErrno(EISDIR);
+        return eLoadIsDirectory;
+    }
     if (m_source.Failed())
-        return SetLoadError(eLoadReadError, std::strerror(m_source.Error()));
+    {
+        SetLoadError(eLoadReadError, std::strerror(m_source.Error()));
+        SetLastErrno(m_source.Error());
+        return eLoadReadError;
+    }
     return SetLoadError(atEnd);
 }
 

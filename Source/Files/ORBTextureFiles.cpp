@@ -32,7 +32,11 @@ FILE* OpenForLoad(const char* filePath)
     errno = 0;
     FILE* file = std::fopen(filePath, "rb");
     if (!file)
-        SetLoadError(eLoadCannotOpen, errno ? std::strerror(errno) : "unknown error");
+    {
+        const int error = errno;
+        SetLoadError(eLoadCannotOpen, error ? std::strerror(error) : "unknown error");
+        SetLastErrno(error);
+    }
     return file;
 }
 

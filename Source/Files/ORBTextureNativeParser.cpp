@@ -34,9 +34,15 @@ std::unique_ptr<CContainerParser> OpenORBParser(CByteSource& source, EMetaDataWa
     if (!source.ReadWord(word))
     {
         if (source.Error() == EISDIR)
+        {
             SetLoadError(eLoadIsDirectory);
+            SetLastErrno(EISDIR);
+        }
         else if (source.Failed())
+        {
             SetLoadError(eLoadReadError, std::strerror(source.Error()));
+            SetLastErrno(source.Error());
+        }
         else
             SetLoadError(eLoadTooShort);
         return nullptr;

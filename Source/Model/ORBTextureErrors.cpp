@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "ORBTextureInfo.h"
@@ -40,6 +41,8 @@ const char* const kLoadMessages[] = {
 static_assert(sizeof(kLoadMessages) / sizeof(kLoadMessages[0]) == eNumLoadReasons, "one message per reason");
 
 thread_local std::string tLastError;
+thread_local EORBTErrorKind tLastKind = eORBTErrorNone;
+thread_local int tLastErrno = 0;
 thread_local uint64_t tLastShortfall = 0;
 
 constexpr uint64_t kDefaultLoadLimit = uint64_t(1) << 30;
@@ -59,16 +62,52 @@ ELoadReason SetLoadError(unsigned reason, ...)
     std::vsnprintf(text, sizeof(text), kLoadMessages[reason], arguments);
     va_end(arguments);
     tLastError = text;
+    tLastErrno = 0;
+    tLastKind = reason == eLoadOK                                        ? eORBTErrorNone
+                : reason == eLoadCannotOpen || reason == eLoadReadError ? eORBTErrorIO
+                : reason == eLoadOverLimit                              ? eORBTErrorSize
+                                                                        : eORBTErrorBadFile;
     return ELoadReason(reason);
 }
 
-void SetLastErrorText(const char* text) { tLastError = text ? text : ""; }
+void SetLastErrorText(const char* text)
+{
+    tLastError = text ? text : "";
+    tLastKind = tLastError.empty() ? eORBTErrorNone : tLastKind;
+    tLastErrno = 0;
+}
+
+bool SetError(EORBTErrorKind kind, const char* format, ...)
+{
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    tLastError = text;
+    tLastKind = kind;
+    tLastErrno = 0;
+    return false;
+}
+
+void SetLastErrno(int error) { tLastErrno = error; }
+
+bool SetSystemError(const char* what, int error)
+{
+    SetError(eORBTErrorIO, "%s: %s", what, error ? std::strerror(error) : "unknown error");
+    tLastErrno = error;
+    return false;
+}
 
 void SetLastLoadShortfall(uint64_t bytes) { tLastShortfall = bytes; }
 
 } // namespace orbtexture
 
 const char* ORBTGetLastError() { return orbtexture::tLastError.c_str(); }
+
+EORBTErrorKind ORBTGetLastErrorKind() { return orbtexture::tLastKind; }
+
+int ORBTGetLastErrno() { return orbtexture::tLastErrno; }
 
 uint64_t ORBTGetLastLoadShortfall() { return orbtexture::tLastShortfall; }
 

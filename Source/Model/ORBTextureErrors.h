@@ -1,9 +1,12 @@
 #ifndef ORBTEXTUREERRORS_H
 #define ORBTEXTUREERRORS_H
 
-// Internal: why a load failed, the thread's last-error text, and the load limit.
+// Internal: the thread's last error (kind, text, errno), why a load failed,
+// and the load limit.
 
 #include <cstdint>
+
+#include "ORBTextureInfo.h"
 
 namespace orbtexture
 {
@@ -40,8 +43,25 @@ enum ELoadReason : uint32_t
 // reason. The arguments fill the message's conversions.
 ELoadReason SetLoadError(unsigned reason, ...);
 
-// Sets the thread's last-error text as given; "" clears it.
+// Sets the thread's last-error text as given; "" clears it (and the kind).
 void SetLastErrorText(const char* text);
+
+// Sets the thread's last error: its kind and text (a printf format and its
+// arguments). Returns false, so that a failing call can return it.
+bool SetError(EORBTErrorKind kind, const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 2, 3)))
+#endif
+    ;
+
+// The same for a failed system call: "what: error text", errno kept.
+bool SetSystemError(const char* what, int error);
+
+// Keeps 'error' as the errno of the last error (after SetLoadError).
+void SetLastErrno(int error);
+
+// True when the thread's last error is of this kind.
+inline bool LastErrorIs(EORBTErrorKind kind) { return ORBTGetLastErrorKind() == kind; }
 
 // Bytes of pixel data the last load or header read of this thread found missing.
 void SetLastLoadShortfall(uint64_t bytes);
