@@ -4,6 +4,7 @@
 #include "ORBTPixelConversion.h"
 #include "ORBTexture.h"
 #include "ORBTextureFormat.h"
+#include "Tools/ORBTCallContext.h"
 #include "Tools/ORBTDefines.h"
 
 namespace orbtexture
@@ -21,6 +22,16 @@ namespace orbtexture
 ORBT_API bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,
                         EORBTColourSpace colourSpace, ECompressorQuality quality = ECompressorQuality(0),
                         bool dither = false);
+
+// The same with the threads, progress, cancel flag and debug stream of
+// 'context' for the codecs it runs. With a cancel flag the work is done on a
+// copy, so that a cancelled call (false, reason "cancelled") leaves the
+// texture as it was. Every failing Transcode leaves its reason in
+// ORBTGetLastError ("Transcode: the image is 451x300, but ORBTC_2bpp_RGB
+// needs ...").
+ORBT_API bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,
+                        EORBTColourSpace colourSpace, ECompressorQuality quality, bool dither,
+                        const ORBTCallContext& context);
 
 // True for channel layouts and for named formats whose codec is part of this
 // build, in the direction asked. Transcode to a named format without an

@@ -7,7 +7,7 @@ set(ORBT_PUBLIC_HEADERS
   ORBTextureLegacy.h ORBTextureDiffTools.h ORBTPixelConversion.h)
 list(TRANSFORM ORBT_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/Source/)
 set(ORBT_TOOLS_HEADERS
-  ORBTDefines.h ORBTString.h ORBTArray.h ORBTMap.h ORBTRawTexture.h)
+  ORBTDefines.h ORBTString.h ORBTArray.h ORBTMap.h ORBTRawTexture.h ORBTCallContext.h)
 list(TRANSFORM ORBT_TOOLS_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/Source/Tools/)
 
 install(TARGETS ORBTexLib EXPORT ORBTexLibTargets

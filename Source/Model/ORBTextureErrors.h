@@ -57,6 +57,9 @@ bool SetError(EORBTErrorKind kind, const char* format, ...)
 // The same for a failed system call: "what: error text", errno kept.
 bool SetSystemError(const char* what, int error);
 
+// Clears the thread's last error (text, kind and errno).
+inline void ClearLastError() { SetLastErrorText(""); }
+
 // Keeps 'error' as the errno of the last error (after SetLoadError).
 void SetLastErrno(int error);
 

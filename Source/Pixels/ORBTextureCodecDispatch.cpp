@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "Model/ORBTextureErrors.h"
 #include "Model/ORBTextureFormatFacts.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "Pixels/ORBTextureCodecRegistry.h"
@@ -26,6 +27,19 @@ unsigned ReplaceWithZeros(CORBTexture& texture, CORBTexture& result)
     texture = std::move(result);
     return 0;
 }
+
+// A part of the progress of a call: fractions of one surface's codec map
+// to [start, start + width] of the whole.
+struct SurfaceShare
+{
+    const ORBTCallContext* outer;
+    float start, width;
+    static void Report(float fraction, void* user)
+    {
+        const SurfaceShare& share = *static_cast<const SurfaceShare*>(user);
+        share.outer->Report(share.start + fraction * share.width);
+    }
+};
 
 } // namespace
 
@@ -98,8 +112,24 @@ unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQ
     const size_t bytesPerPixel = ORBTGetBitsPerPixel(texture.getPixelType().PixelTypeID) / 8;
     const unsigned minX = descriptor.minX, minY = descriptor.minY, minZ = descriptor.minZ;
 
+    // The codec of each surface reports its share of the progress, by pixels.
+    const ORBTCallContext& outer = CurrentCallContext();
+    SurfaceShare share = {&outer, 0.f, 0.f};
+    ORBTCallContext inner = outer;
+    if (outer.progress)
+    {
+        inner.progress = SurfaceShare::Report;
+        inner.progressUser = &share;
+    }
+    const CScopedCallContext scope(inner);
+    const float totalPixels = float(texture.getTextureSize(-1, true, true));
+
     unsigned sum = 0;
     ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
+        if (outer.Cancelled())
+            return;
+        share.start += share.width;
+        share.width = float(texture.getTextureSize(int(mip), false, false)) / totalPixels;
         const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip), depth = texture.getDepth(mip);
         CodecSurface surface = {texture.getDataPtr(mip, member, face), result.getDataPtr(mip, member, face),
                                 width, height, depth, EORBTPixelFormat(format.lowWord()), isSigned, quality};
@@ -132,6 +162,7 @@ unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQ
                                                       &opaque);
         }
         const unsigned written = codec.encode(surface);
+        outer.Report(share.start + share.width);
         // A failed encoder leaves a zeroed block rather than what the heap held.
         if (written == 0)
             std::memset(surface.destination, 0, result.getDataSize(int(mip), false, false));
@@ -139,6 +170,8 @@ unsigned CompressNonTrivial(CORBTexture& texture, PixelType format, ECompressorQ
     });
 
     texture = std::move(result);
+    if (outer.Cancelled())
+        return SetError(eORBTErrorCancelled, "cancelled"), 0;
     return sum;
 }
 

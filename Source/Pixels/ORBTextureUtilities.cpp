@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Model/ORBTextureFormatFacts.h"
+#include "Model/ORBTextureErrors.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "Pixels/ORBTPixelByteTables.h"
 
@@ -107,16 +108,34 @@ void DitherTexture(CORBTexture& texture, CPixelEncoder& sourceEncoder, PixelType
     sourceEncoder = encoder8;
 }
 
+// Why the encoding of 'result' to 'format' wrote less than it should: the
+// codec's own reason when it gave one, else the encoder's limits.
+bool EncodeFailure(const CORBTexture& result, PixelType format, ECompressorQuality quality)
+{
+    if (!LastErrorIs(eORBTErrorNone))
+        return false;
+    CORBTString reason;
+    if (!CanEncodeTexture(result, format, int(quality), reason))
+        return SetError(CanTranscodeTo(format) ? eORBTErrorSize : eORBTErrorUnsupported, "Transcode: %s",
+                        reason.c_str());
+    return SetError(eORBTErrorUnsupported, "Transcode: the %s encoder failed", DescribeFormat(format.lowWord()).name);
+}
+
 } // namespace
 
 bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,
                EORBTColourSpace colourSpace, ECompressorQuality quality, bool dither)
 {
-    if (texture.getDataSize(-1, true, true) == 0 || pixelType == PixelType(ePF_NumCompressed))
-        return false;
+    ClearLastError();
+    if (texture.getDataSize(-1, true, true) == 0)
+        return SetError(eORBTErrorArgument, "Transcode: the texture is empty");
+    if (pixelType == PixelType(ePF_NumCompressed))
+        return SetError(eORBTErrorArgument, "Transcode: ePF_NumCompressed is no format");
     // No encoder holds a pixel with a channel wider than 32 bits.
     if (HasOversizedChannel(texture.getPixelType()) || HasOversizedChannel(pixelType))
-        return false;
+        return SetError(eORBTErrorUnsupported, "Transcode: channel layout has a channel wider than 32 bits");
+    if (CurrentCallContext().Cancelled())
+        return SetError(eORBTErrorCancelled, "cancelled");
 
     CPixelEncoder sourceEncoder(texture.getPixelType(), texture.getChannelType());
     CPixelEncoder targetEncoder(pixelType, channelType);
@@ -155,7 +174,7 @@ bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType chan
         if (!namedTarget)
             return true;
         const unsigned written = CompressNonTrivial(texture, pixelType, quality);
-        return written == texture.getDataSize(-1, true, true);
+        return written == texture.getDataSize(-1, true, true) || EncodeFailure(texture, pixelType, quality);
     }
 
     CORBTexture result(header);
@@ -166,9 +185,24 @@ bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType chan
         return true;
     }
     const unsigned written = CompressNonTrivial(result, pixelType, quality);
-    const bool success = written == result.getDataSize(-1, true, true);
+    const bool success = written == result.getDataSize(-1, true, true) || EncodeFailure(result, pixelType, quality);
     texture = std::move(result);
     return success;
+}
+
+bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,
+               EORBTColourSpace colourSpace, ECompressorQuality quality, bool dither, const ORBTCallContext& context)
+{
+    const CScopedCallContext scope(context);
+    if (!context.cancel)
+        return Transcode(texture, pixelType, channelType, colourSpace, quality, dither);
+    // A cancelled call leaves the caller's texture as it was.
+    CORBTexture work(texture);
+    const bool done = Transcode(work, pixelType, channelType, colourSpace, quality, dither);
+    if (!done && LastErrorIs(eORBTErrorCancelled))
+        return false;
+    texture = std::move(work);
+    return done;
 }
 
 } // namespace orbtexture

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "Tools/ORBTCallContext.h"
 #include "Tools/ORBTDefines.h"
 
 namespace orbtexture
@@ -21,6 +22,13 @@ namespace orbtexture
 // quality this build has no compressor for.
 ORBT_API unsigned int ETCCompress(const void* input, void* output, const unsigned int& width,
                                   const unsigned int& height, int quality, unsigned int format, bool isSigned);
+
+// The same with the threads, progress and cancel flag of 'context'. A
+// cancelled call returns 0 with the reason "cancelled"; the output is then
+// partly written.
+ORBT_API unsigned int ETCCompress(const void* input, void* output, const unsigned int& width,
+                                  const unsigned int& height, int quality, unsigned int format, bool isSigned,
+                                  const ORBTCallContext& context);
 
 // ETCCompress spreads rows of blocks over this many threads (at most one a
 // row); the output does not depend on it. The default is the hardware

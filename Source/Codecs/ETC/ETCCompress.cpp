@@ -12,6 +12,7 @@
 
 #include "Codecs/ETC/ETCBlockCodec.h"
 #include "Codecs/ETC/ETCExhaustive.h"
+#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -94,14 +95,18 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
     if (quality >= 0 && quality < 4)
     {
         if (isSigned && format != ePF_EAC_R11 && format != ePF_EAC_RG11)
-            return 0;
+            return SetError(eORBTErrorUnsupported,
+                            "ETCCompress: signed channels need EAC R11 or RG11 below quality 4 (format %u)", format),
+                   0;
     }
     else if (quality == 4 || quality == 5)
         quality -= 2;
     else
-        return 0;
+        return SetError(eORBTErrorUnsupported, "ETCCompress: quality %d is not 0 to 5", quality), 0;
     if (!IsETCFormat(format))
-        return 0;
+        return SetError(eORBTErrorUnsupported, "ETCCompress: format %u is not of the ETC family", format), 0;
+    const ORBTCallContext& context = CurrentCallContext();
+    std::atomic<bool> stopped{false};
 
     const unsigned char* image = static_cast<const unsigned char*>(input);
     unsigned char* blocks = static_cast<unsigned char*>(output);
@@ -117,6 +122,11 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
         unsigned short channels[32];
         for (unsigned int x = 0; x < paddedWidth; x += 4)
         {
+            if (context.Cancelled())
+            {
+                stopped.store(true);
+                return;
+            }
             unsigned char* out = blocks + size_t((y / 4) * (paddedWidth / 4) + x / 4) * BlockBytes(format);
             unsigned int word1 = 0, word2 = 0;
             const bool whole = x + 4 <= width && y + 4 <= height;
@@ -209,35 +219,51 @@ unsigned int ETCCompress(const void* input, void* output, const unsigned int& wi
     };
 
     const unsigned int rows = paddedHeight / 4;
-    const unsigned int threads = std::min(ETCThreadCount(), rows);
+    const unsigned int threads = std::min(context.threads ? context.threads : ETCThreadCount(), rows);
+    // Each worker takes the next row not yet taken; the calling thread reports.
+    std::atomic<unsigned int> nextRow{0}, rowsDone{0};
+    const auto worker = [&](bool reports) {
+        for (unsigned int row = nextRow++; row < rows && !stopped.load(); row = nextRow++)
+        {
+            compressRow(row * 4);
+            const unsigned int done = ++rowsDone;
+            if (reports)
+                context.Report(float(done) / float(rows));
+        }
+    };
+    const auto finish = [&]() -> unsigned int {
+        if (stopped.load())
+            return SetError(eORBTErrorCancelled, "cancelled"), 0;
+        return size;
+    };
     if (threads <= 1)
     {
-        for (unsigned int y = 0; y < paddedHeight; y += 4)
-            compressRow(y);
-        return size;
+        worker(true);
+        return finish();
     }
-    // Each worker takes the next row not yet taken.
-    std::atomic<unsigned int> nextRow{0};
-    const auto worker = [&] {
-        for (unsigned int row = nextRow++; row < rows; row = nextRow++)
-            compressRow(row * 4);
-    };
     std::vector<std::thread> pool;
     for (unsigned int t = 1; t < threads; ++t)
     {
         try
         {
-            pool.emplace_back(worker);
+            pool.emplace_back(worker, false);
         }
         catch (const std::system_error&)
         {
             break; // fewer threads: the rows are taken by those that run
         }
     }
-    worker();
+    worker(true);
     for (std::thread& thread : pool)
         thread.join();
-    return size;
+    return finish();
+}
+
+unsigned int ETCCompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                         int quality, unsigned int format, bool isSigned, const ORBTCallContext& context)
+{
+    const CScopedCallContext scope(context);
+    return ETCCompress(input, output, width, height, quality, format, isSigned);
 }
 
 } // namespace orbtexture

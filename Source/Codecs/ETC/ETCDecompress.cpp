@@ -11,6 +11,8 @@
 #include <cstring>
 #include <vector>
 
+#include "Model/ORBTextureErrors.h"
+
 namespace orbtexture
 {
 
@@ -522,7 +524,7 @@ uint64_t ETCDecompress(const void* input, void* output, const unsigned int& widt
         blockBytes = 16;
         break;
     default:
-        return 0;
+        return SetError(eORBTErrorUnsupported, "ETCDecompress: format %u is not of the ETC family", format), 0;
     }
     const uint64_t size = uint64_t(width) * uint64_t(height) * uint64_t(channels);
     if (!input || !output)

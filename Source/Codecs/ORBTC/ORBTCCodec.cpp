@@ -11,6 +11,7 @@
 #include "Codecs/ORBTC/ORBTCPadding.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
 #include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
+#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -46,12 +47,16 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
     const unsigned blockHeight = 4;
     const unsigned bitsPerPixel = twoBpp ? 2 : 4;
     if (width > kORBTCLargestSide || height > kORBTCLargestSide)
-        return 0;
+        return SetError(eORBTErrorSize, "ORBTCCompress: %ux%u has a side above %u", width, height,
+                        kORBTCLargestSide),
+               0;
     const unsigned paddedWidth = (width + blockWidth - 1) / blockWidth * blockWidth;
     const unsigned paddedHeight = (height + blockHeight - 1) / blockHeight * blockHeight;
     const bool padded = paddedWidth != width || paddedHeight != height;
     if (padded && generation != 1)
-        return 0;
+        return SetError(eORBTErrorSize, "ORBTCCompress: %ux%u is not whole %ux%u blocks", width, height, blockWidth,
+                        blockHeight),
+               0;
 
     std::vector<uint8_t> work;
     const void* image = input;
@@ -66,17 +71,31 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
         return size;
 
     void* pixels = const_cast<void*>(image);
-    if (quality <= 1 && generation != 1)
-        return orbtcCompressMW(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp,
-                               quality == 0 ? 0 : 8);
     if (quality >= 2)
         return orbtc_compress(static_cast<const unsigned char*>(image), static_cast<unsigned char*>(output),
                               int(paddedWidth), int(paddedHeight), generation, quality - 2, twoBpp ? 1 : 0) == 0
                    ? size
-                   : 0;
-    if (quality == 0 && !twoBpp)
-        return ORBTC2SectionCompress(pixels, output, paddedWidth, paddedHeight) != 0 ? size : 0;
-    return orbtc2Compress(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp, quality == 0 ? 0 : 8);
+                   : 0; // the optimiser gave the reason
+    unsigned written;
+    if (quality <= 1 && generation != 1)
+        written = orbtcCompressMW(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp,
+                                  quality == 0 ? 0 : 8);
+    else if (quality == 0 && !twoBpp)
+        written = ORBTC2SectionCompress(pixels, output, paddedWidth, paddedHeight) != 0 ? size : 0;
+    else
+        written = orbtc2Compress(pixels, output, paddedWidth, paddedHeight, hasAlpha, true, twoBpp,
+                                 quality == 0 ? 0 : 8);
+    if (written == 0)
+        SetError(eORBTErrorMemory, "ORBTCCompress: the block compressor of quality %u failed", quality);
+    return written;
+}
+
+unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                           bool hasAlpha, bool twoBpp, unsigned int generation, unsigned int quality,
+                           const ORBTCallContext& context)
+{
+    const CScopedCallContext scope(context);
+    return ORBTCCompress(input, output, width, height, hasAlpha, twoBpp, generation, quality);
 }
 
 unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
@@ -90,7 +109,11 @@ unsigned int ORBTCDecompress(const void* input, void* output, const unsigned int
         result = ORBTDecompressORBTC(input, twoBpp ? 1 : 0, int(width), int(height), static_cast<unsigned char*>(output));
     else
         result = orbtc_decompress(input, static_cast<unsigned char*>(output), width, height, decoder, twoBpp ? 1 : 0);
-    return result != 0 ? size : 0;
+    if (result == 0 && (width == 0 || height == 0))
+        return SetError(eORBTErrorSize, "ORBTCDecompress: %ux%u has no pixels", width, height), 0;
+    if (result == 0)
+        return SetError(eORBTErrorMemory, "ORBTCDecompress: out of memory for %ux%u", width, height), 0;
+    return size;
 }
 
 } // namespace orbtexture

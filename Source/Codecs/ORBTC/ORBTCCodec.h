@@ -3,6 +3,7 @@
 
 // Entry points of the ORBTC codecs of both generations.
 
+#include "Tools/ORBTCallContext.h"
 #include "Tools/ORBTDefines.h"
 
 namespace orbtexture
@@ -21,6 +22,12 @@ constexpr unsigned int kORBTCLargestSide = 4096;
 ORBT_API unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& width,
                                     const unsigned int& height, bool hasAlpha, bool twoBpp, unsigned int generation,
                                     unsigned int quality);
+
+// The same with the threads, progress, cancel flag and debug stream of
+// 'context'. A cancelled call returns 0 with the reason "cancelled".
+ORBT_API unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& width,
+                                    const unsigned int& height, bool hasAlpha, bool twoBpp, unsigned int generation,
+                                    unsigned int quality, const ORBTCallContext& context);
 
 // Decodes to width x height rgba8 pixels with decoder 0 (ORBTC words) or the
 // extended decoder (any other value: ORBTCII words in row order, one per block

@@ -561,7 +561,7 @@ void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t 
         return;
     }
     const std::vector<uint32_t> columns = ColumnVisitOrder(params.blocksWide);
-    for (uint32_t row = first; row < end; row += 2)
+    for (uint32_t row = first; row < end && !StopAsked(args.cancel); row += 2)
         for (uint32_t column : columns)
             OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
     ReleaseOptimiseWork(*work);

@@ -89,7 +89,8 @@ unsigned int OptimiserThreadCount(uint32_t blocksHigh)
 {
     const uint64_t rows = uint64_t(blocksHigh) + 1;
     const unsigned int pairs = rows >= 256 ? 128u : unsigned(rows / 2);
-    const unsigned int cores = DetermineNumberOfCores();
+    const unsigned int asked = CurrentCallContext().threads;
+    const unsigned int cores = asked ? asked : DetermineNumberOfCores();
     return std::min(cores == 0 ? 4u : cores, pairs);
 }
 

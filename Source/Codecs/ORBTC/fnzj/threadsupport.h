@@ -3,6 +3,7 @@
 
 // The optimiser's per-block records.
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <pthread.h>
@@ -96,6 +97,7 @@ struct StatsThreadArgs
     const float* lowFilterWeights;
     RegionStats* const* RegRow;
     unsigned int threadCount;
+    const std::atomic<bool>* cancel = nullptr; // rows stop when set
 };
 
 // What every thread of an optimise phase reads.
@@ -107,7 +109,10 @@ struct OptimiseThreadArgs
     uint32_t stamp;
     RegionStats* const* RegRow;
     unsigned int threadCount;
+    const std::atomic<bool>* cancel = nullptr; // rows stop when set
 };
+
+inline bool StopAsked(const std::atomic<bool>* cancel) { return cancel && cancel->load(std::memory_order_relaxed); }
 
 // The argument of a thread: the shared record and the thread's index.
 struct ThreadArgPair

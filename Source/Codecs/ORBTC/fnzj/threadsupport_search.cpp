@@ -14,6 +14,7 @@
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
+#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -193,11 +194,13 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     params.blocksHigh = uint32_t(image->height) / params.blockHeight;
     params.punchThrough = bitsPerPixel == 4 && punchThrough ? 1 : 0;
     if (params.blocksWide == 0 || params.blocksHigh == 0 || params.blocksHigh > uint32_t(kMaxRegionRows))
-        return 0;
+        return SetError(eORBTErrorSize, "the optimiser takes 1 to %d rows of blocks, not %u", kMaxRegionRows,
+                        params.blocksHigh);
+    const auto outOfMemory = [] { return SetError(eORBTErrorMemory, "the optimiser ran out of memory"); };
 
     std::unique_ptr<ImgStats> stats(new (std::nothrow) ImgStats{});
     if (!stats)
-        return 0;
+        return outOfMemory();
     auto releaseRows = [&] {
         for (uint32_t row = 0; row < params.blocksHigh; ++row)
             std::free(stats->RegRow[row]);
@@ -211,7 +214,7 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
                          __LINE__);
             std::fprintf(stderr, "At row:%d\n", int(row));
             releaseRows();
-            return 0;
+            return outOfMemory();
         }
     }
     std::vector<float> linWeights, lowWeights;
@@ -225,24 +228,33 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     catch (const std::bad_alloc&)
     {
         releaseRows();
-        return 0;
+        return outOfMemory();
     }
     OptimiseWork* packing = new (std::nothrow) OptimiseWork;
     if (!packing || !InitOptimiseWork(*packing, params))
     {
         delete packing;
         releaseRows();
-        return 0;
+        return outOfMemory();
     }
 
     SetPassParameters(params, q, 0, passes, 0.0);
 
     RegionStats* const* rows = stats->RegRow;
+    const std::atomic<bool>* const cancel = CurrentCallContext().cancel;
+    const auto stop = [&] {
+        ReleaseOptimiseWork(*packing);
+        delete packing;
+        releaseRows();
+        return SetError(eORBTErrorCancelled, "cancelled");
+    };
     for (int phase = 0; phase < 2; ++phase)
     {
-        const StatsThreadArgs args{image,         &params, phase, central.data(), linWeights.data(),
-                                   lowWeights.data(), rows, OptimiserThreadCount(params.blocksHigh)};
+        const StatsThreadArgs args{image,    &params, phase, central.data(), linWeights.data(), lowWeights.data(),
+                                   rows,     OptimiserThreadCount(params.blocksHigh), cancel};
         RunPhase(args.threadCount, RunAGenerateStatsSetThread, args);
+        if (StopAsked(cancel))
+            return stop();
     }
 
     ApplyColourSwaps(params, rows);
@@ -256,9 +268,11 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
         for (uint32_t parity = 0; parity < 2; ++parity)
         {
             const OptimiseThreadArgs args{image, &params, parity, 4 * pass + 1 + 2 * parity, rows,
-                                          OptimiserThreadCount(params.blocksHigh)};
+                                          OptimiserThreadCount(params.blocksHigh), cancel};
             RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
             OptimiseHeldBackRow(args);
+            if (StopAsked(cancel))
+                return stop();
         }
         FNZJReportProgress({level, levelCount, pass + 1, passes, uint32_t(image->width), uint32_t(image->height)});
     }

@@ -599,7 +599,7 @@ void* RunAGenerateStatsSetThread(void* argument)
         }
     }
 
-    for (uint32_t y = first; y < end; ++y)
+    for (uint32_t y = first; y < end && !StopAsked(args.cancel); ++y)
         for (uint32_t x = 0; x < params.blocksWide; ++x)
         {
             GatherWindowPixels(*args.image, params, y, x, work.window.get());

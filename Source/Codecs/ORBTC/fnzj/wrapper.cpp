@@ -1,6 +1,7 @@
 #include "Codecs/ORBTC/fnzj/wrapper.h"
 
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
+#include "Model/ORBTextureErrors.h"
 
 #include <algorithm>
 #include <atomic>
@@ -33,11 +34,12 @@ constexpr int kMaxQuality = 6;
 
 __attribute__((format(printf, 1, 2))) void DebugPrint(const char* format, ...)
 {
-    if (!GlobDebugOutput)
+    FILE* const stream = CurrentCallContext().debug ? CurrentCallContext().debug : GlobDebugOutput;
+    if (!stream)
         return;
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(GlobDebugOutput, format, arguments);
+    std::vfprintf(stream, format, arguments);
     va_end(arguments);
 }
 
@@ -288,6 +290,9 @@ void FNZJReportProgress(const FNZJProgressEvent& event)
 {
     if (const FNZJProgressHook hook = progressHook.load())
         hook(event, progressHookUser.load());
+    if (event.levelCount && event.passCount)
+        CurrentCallContext().Report((float(event.level) + float(event.pass) / float(event.passCount)) /
+                                    float(event.levelCount));
 }
 
 void FNZJSetCurrentLevel(unsigned int level, unsigned int levelCount)
@@ -334,7 +339,7 @@ int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, in
     }
 
     if (!source)
-        return 1;
+        return SetError(eORBTErrorArgument, "ORBTCCompressTexture: no source pixels"), 1;
 
     // The chain doubles a side at its minimum before halving it, so a top
     // level side at the minimum gets room for twice as much.
@@ -344,7 +349,9 @@ int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, in
     const long allocatedHeight = chainable && height == minimum.height ? 2L * height : height;
     ImageBuffer* image = NewImage(allocatedWidth, allocatedHeight);
     if (!image)
-        return 1;
+        return SetError(eORBTErrorMemory, "the optimiser could not allocate a %ldx%ld image", allocatedWidth,
+                        allocatedHeight),
+               1;
     image->width = width;
     image->height = height;
 
@@ -470,6 +477,18 @@ int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, in
     return 0;
 }
 
+int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, int width, int height, int stride,
+                         unsigned char* output, uint8_t quality, unsigned int mipMode, unsigned int reserved1,
+                         unsigned int punchThrough, unsigned int format, int bitsPerPixel, unsigned int generation,
+                         unsigned int reserved2, unsigned int noTwiddle, unsigned int debugMipColours,
+                         void** progressHandle, const ORBTCallContext& context)
+{
+    const CScopedCallContext scope(context);
+    return ORBTCCompressTexture(source, rgbaOrder, width, height, stride, output, quality, mipMode, reserved1,
+                                punchThrough, format, bitsPerPixel, generation, reserved2, noTwiddle, debugMipColours,
+                                progressHandle);
+}
+
 int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerPixel, unsigned int generation,
                   unsigned int noTwiddle, unsigned int quality, unsigned int punchThrough, unsigned char* output,
                   void** /*progressHandle: nothing moves the counters*/)
@@ -479,7 +498,9 @@ int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerPixel, uns
     const int blockWidth = bitsPerPixel == 1 || bitsPerPixel == 2 ? 8 : 4;
     const int blockHeight = bitsPerPixel == 1 ? 8 : 4;
     if (image->width <= 0 || image->height <= 0 || image->width % blockWidth != 0 || image->height % blockHeight != 0)
-        return 1;
+        return SetError(eORBTErrorSize, "the optimiser takes whole %dx%d blocks, not %dx%d", blockWidth, blockHeight,
+                        image->width, image->height),
+               1;
     const long blocksWide = image->width / blockWidth, blocksHigh = image->height / blockHeight;
 
     // Twiddled order exists only for power-of-two grids.

@@ -15,6 +15,7 @@
 #include <pthread.h>
 
 #include "Codecs/ORBTC/ORBTCCodec.h"
+#include "Tools/ORBTCallContext.h"
 #include "Tools/ORBTDefines.h"
 
 namespace orbtexture
@@ -126,6 +127,15 @@ ORBT_API int ORBTCCompressTexture(const unsigned char* source, unsigned int rgba
                                   unsigned int reserved1, unsigned int punchThrough, unsigned int format,
                                   int bitsPerPixel, unsigned int generation, unsigned int reserved2,
                                   unsigned int noTwiddle, unsigned int debugMipColours, void** progressHandle);
+
+// The same with the threads, progress, cancel flag and debug stream of
+// 'context'. A cancelled call returns 1 with the reason "cancelled".
+ORBT_API int ORBTCCompressTexture(const unsigned char* source, unsigned int rgbaOrder, int width, int height,
+                                  int stride, unsigned char* output, uint8_t quality, unsigned int mipMode,
+                                  unsigned int reserved1, unsigned int punchThrough, unsigned int format,
+                                  int bitsPerPixel, unsigned int generation, unsigned int reserved2,
+                                  unsigned int noTwiddle, unsigned int debugMipColours, void** progressHandle,
+                                  const ORBTCallContext& context);
 
 // Compresses one level of 'image'. Returns 0 on success, 1 otherwise.
 ORBT_API int FNZJNewMethod(ImageBuffer* image, unsigned int format, int bitsPerPixel, unsigned int generation,
