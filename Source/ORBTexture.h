@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "ORBTextureHeader.h"
 #include "Model/ORBTextureLegacyApi.h"
@@ -15,6 +16,7 @@ namespace orbtexture
 {
 
 class CByteSource;
+class CByteSink;
 
 // A texture: a header with one block holding every surface. Surfaces are
 // ordered MIP level (largest first), then array member, then face; each
@@ -68,6 +70,19 @@ public:
     // Saves a legacy .orb file for one legacy API, at the path exactly as given.
     bool saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const;
 
+    // Appends to 'bytes' the file saveFile, saveASTCFile or saveCHeaderFile
+    // would write for 'name': its extension chooses the container (".ktx",
+    // ".dds", ".astc", ".h", else native) and a ".h" name names the symbols as
+    // saveFile does. saveToMemoryLegacyORB is the same for a legacy file. On
+    // failure 'bytes' holds what was written and ORBTGetLastError() tells why.
+    // Saves to files fail with a reason too, the errno of a system call in
+    // ORBTGetLastErrno().
+    bool saveToMemory(std::vector<uint8_t>& bytes, const CORBTString& name) const;
+    bool saveToMemoryLegacyORB(std::vector<uint8_t>& bytes, ELegacyApi api) const;
+
+    // Same dimensions, layout, metadata and pixel bytes.
+    bool isEqual(const CORBTexture& other) const;
+
     // Loads an image of a file of any container from memory, never reading
     // past 'size' bytes; 'name' chooses the container by its extension as a
     // file name does (".dds", ".ktx", ".astc", else native). On failure the
@@ -95,9 +110,19 @@ private:
     bool privateSaveLegacyORBFile(FILE* file, ELegacyApi api) const;
     // Every loader: the container's parser over a file or an image.
     bool privateLoad(CByteSource& source, int container, bool memoryImage, bool acceptShortData = true);
-    // Opens 'path' for writing, runs 'write' and removes the file if it fails.
-    template <typename Writer>
-    bool privateWriteFile(const CORBTString& path, Writer&& write) const;
+    // The container writers, to a file or memory; 'container' as in
+    // privateLoad, 'symbolName' for C headers.
+    bool privateWriteORB(CByteSink& sink) const;
+    bool privateWriteDDS(CByteSink& sink) const;
+    bool privateWriteKTX(CByteSink& sink) const;
+    bool privateWriteASTC(CByteSink& sink) const;
+    bool privateWriteCHeader(CByteSink& sink, const CORBTString& symbolName) const;
+    bool privateWriteLegacyORB(CByteSink& sink, ELegacyApi api) const;
+    bool privateWrite(CByteSink& sink, int container, const CORBTString& symbolName) const;
+    // Opens 'path' for writing, runs the writer and removes the file if it
+    // fails; 'container' -1 is the legacy file.
+    bool privateWriteFile(const CORBTString& path, int container, const CORBTString& symbolName,
+                          ELegacyApi api = eLegacyApiNone) const;
     // Shared by both memory-image constructors; 'size' bounds every read.
     void privateLoadORBMemory(const uint8_t* image, size_t size);
     // Takes over a loaded header and its data block of 'size' bytes.

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Model/ORBTextureFormatFacts.h"
+#include "Files/ORBTextureByteSink.h"
 #include "ORBTexture.h"
 
 namespace orbtexture
@@ -116,6 +117,12 @@ bool CORBTexture::privateSaveASTCFile(FILE* file) const
 {
     if (!file)
         return false;
+    CFileByteSink sink(file);
+    return privateWriteASTC(sink);
+}
+
+bool CORBTexture::privateWriteASTC(CByteSink& sink) const
+{
 
     uint8_t header[kASTCHeaderSize] = {};
     std::memcpy(header, &kASTCMagic, 4);
@@ -132,14 +139,14 @@ bool CORBTexture::privateSaveASTCFile(FILE* file) const
     Write24(header + 7, getWidth(0));
     Write24(header + 10, getHeight(0));
     Write24(header + 13, getDepth(0));
-    if (std::fwrite(header, 1, sizeof header, file) != sizeof header)
+    if (!sink.Write(header, sizeof header))
         return false;
 
     // The first surface only: level 0, member 0, face 0.
     const uint32_t size = getDataSize(0, false, false);
     if (!privateHoldsData(size))
         return false;
-    return std::fwrite(getDataPtr(0, 0, 0), 1, size, file) == size;
+    return sink.Write(getDataPtr(0, 0, 0), size);
 }
 
 } // namespace orbtexture

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "Files/ORBTextureByteSink.h"
 #include "ORBTexture.h"
 
 namespace orbtexture
@@ -15,7 +16,7 @@ namespace
 class CTextWriter
 {
 public:
-    explicit CTextWriter(FILE* file) : m_file(file) {}
+    explicit CTextWriter(CByteSink& sink) : m_sink(sink) {}
     ~CTextWriter() { Flush(); }
 
     void Text(const char* text)
@@ -32,10 +33,12 @@ public:
         FlushIfLarge();
     }
     void LineFeed() { m_buffer += '\n'; }
-    void Flush()
+    // True when everything so far reached the sink.
+    bool Flush()
     {
-        std::fwrite(m_buffer.data(), 1, m_buffer.size(), m_file);
+        m_sink.Write(m_buffer.data(), m_buffer.size());
         m_buffer.clear();
+        return !m_sink.Failed();
     }
 
 private:
@@ -45,7 +48,7 @@ private:
             Flush();
     }
 
-    FILE* m_file;
+    CByteSink& m_sink;
     std::string m_buffer;
 };
 
@@ -53,17 +56,25 @@ private:
 
 bool CORBTexture::privateSaveCHeaderFile(FILE* file, CORBTString name) const
 {
+    if (!file)
+        return false;
+    CFileByteSink sink(file);
+    return privateWriteCHeader(sink, name);
+}
+
+bool CORBTexture::privateWriteCHeader(CByteSink& sink, const CORBTString& name) const
+{
     // Refuse a block that does not hold what the header describes, or an item
     // without its data, rather than read past them.
     const uint32_t total = getDataSize(-1, true, true);
-    if (!file || !privateHoldsData(total))
+    if (!privateHoldsData(total))
         return false;
     bool itemsHeld = true;
     forEachMetaData([&](const MetaDataBlock& item) { itemsHeld = itemsHeld && (item.data || !item.dataSize); });
     if (!itemsHeld)
         return false;
 
-    CTextWriter out(file);
+    CTextWriter out(sink);
     out.Text("/********************************************************** \n");
     out.Text(" * ORBTexLib\n");
     out.Text(" **********************************************************/\n\n");
@@ -116,7 +127,7 @@ bool CORBTexture::privateSaveCHeaderFile(FILE* file, CORBTString name) const
             out.LineFeed();
     }
     out.Text("};\n");
-    return true;
+    return out.Flush();
 }
 
 } // namespace orbtexture

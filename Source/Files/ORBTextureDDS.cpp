@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Files/ORBTextureByteSink.h"
 #include "ORBTexture.h"
 #include "ORBTextureFormat.h"
 
@@ -400,6 +401,12 @@ bool CORBTexture::privateSaveDDSFile(FILE* file) const
 {
     if (!file)
         return false;
+    CFileByteSink sink(file);
+    return privateWriteDDS(sink);
+}
+
+bool CORBTexture::privateWriteDDS(CByteSink& sink) const
+{
     const uint32_t total = getDataSize(-1, true, true);
     if (!privateHoldsData(total))
         return false;
@@ -456,7 +463,7 @@ bool CORBTexture::privateSaveDDSFile(FILE* file) const
     }
 
     const size_t headerBytes = dx10 ? sizeof bytes : kMainSize;
-    if (std::fwrite(bytes, 1, headerBytes, file) != headerBytes)
+    if (!sink.Write(bytes, headerBytes))
         return false;
     uint64_t written = 0;
     for (uint32_t member = 0; member < members; ++member)
@@ -464,7 +471,7 @@ bool CORBTexture::privateSaveDDSFile(FILE* file) const
             for (uint32_t mip = 0; mip < levels; ++mip)
             {
                 const uint32_t size = getDataSize(int(mip), false, false);
-                written += std::fwrite(getDataPtr(mip, member, face), 1, size, file);
+                written += sink.Write(getDataPtr(mip, member, face), size) ? size : 0;
             }
     return written == total;
 }

@@ -7,11 +7,14 @@
 #include <cstring>
 
 #include "Files/ORBTextureASTCFile.h"
+#include "Files/ORBTextureByteSink.h"
 #include "Files/ORBTextureContainerParser.h"
 #include "Files/ORBTextureDDS.h"
 #include "Files/ORBTextureKTX.h"
 #include "Files/ORBTextureNativeParser.h"
 #include "Model/ORBTextureErrors.h"
+#include "Model/ORBTextureFormatFacts.h"
+#include "ORBTextureLegacy.h"
 
 namespace orbtexture
 {
@@ -181,20 +184,69 @@ bool CORBTexture::loadFromMemory(const void* image, size_t size, const CORBTStri
     return false;
 }
 
-template <typename Writer>
-bool CORBTexture::privateWriteFile(const CORBTString& path, Writer&& write) const
+bool CORBTexture::privateWrite(CByteSink& sink, int container, const CORBTString& symbolName) const
 {
+    switch (EContainer(container))
+    {
+    case EContainer::KTX: return privateWriteKTX(sink);
+    case EContainer::DDS: return privateWriteDDS(sink);
+    case EContainer::ASTC: return privateWriteASTC(sink);
+    case EContainer::CHeader: return privateWriteCHeader(sink, symbolName);
+    default: return privateWriteORB(sink);
+    }
+}
+
+namespace
+{
+
+constexpr int kLegacyContainer = -1;
+
+// Symbols of a C header are named by the path up to its first '.', without
+// directories.
+CORBTString SymbolNameOf(const CORBTString& filePath)
+{
+    CORBTString name = filePath.substr(0, filePath.find_first_of('.'));
+    const unsigned int separator = name.find_last_of("\\/");
+    if (separator != CORBTString::npos)
+        name = name.substr(separator + 1);
+    return name;
+}
+
+// The reason of a failed write to 'target' that the sink did not see fail.
+bool WriteRefused(const CORBTexture& texture, int container, ELegacyApi api)
+{
+    const FormatDescriptor& format = DescribeFormat(uint32_t(texture.getPixelType().PixelTypeID));
+    if (texture.getDataSize(-1, true, true) == 0 || !texture.getDataPtr())
+        return SetError(eORBTErrorArgument, "the texture holds no pixel data");
+    if (container == kLegacyContainer &&
+        ConvertTextureHeader3To2(texture.getHeader(), api).pixelFormatAndFlags == eLegacyFormatNone)
+        return SetError(eORBTErrorUnsupported, "%s has no legacy format number for legacy API %u",
+                        texture.getPixelType().isNamedFormat() && format.name ? format.name : "this channel layout",
+                        unsigned(api));
+    return SetError(eORBTErrorArgument, "the texture's data or metadata are incomplete");
+}
+
+} // namespace
+
+bool CORBTexture::privateWriteFile(const CORBTString& path, int container, const CORBTString& symbolName,
+                                   ELegacyApi api) const
+{
+    errno = 0;
     FILE* file = std::fopen(path.c_str(), "wb");
     if (!file)
-        return false;
-    const bool written = write(file);
+        return SetSystemError((CORBTString("cannot create ") + path).c_str(), errno);
+    CFileByteSink sink(file);
+    const bool written =
+        container == kLegacyContainer ? privateWriteLegacyORB(sink, api) : privateWrite(sink, container, symbolName);
+    errno = 0;
     const bool closed = std::fclose(file) == 0;
-    if (!written || !closed)
-    {
-        std::remove(path.c_str());
-        return false;
-    }
-    return true;
+    const int closeError = errno;
+    if (written && closed)
+        return true;
+    std::remove(path.c_str());
+    if (sink.Failed() || (written && !closed))
+        return SetSystemError((CORBTString("cannot write ") + path).c_str(), sink.Failed() ? sink.Error() : closeError);
+    return WriteRefused(*this, container, api);
 }
 
 bool CORBTexture::saveFile(const CORBTString& filePath) const
@@ -202,39 +254,77 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
     const CORBTString extension = LowerCaseExtension(filePath, false);
     switch (ContainerForSave(extension))
     {
-    case EContainer::KTX:
-        return privateWriteFile(filePath, [&](FILE* file) { return privateSaveKTXFile(file); });
-    case EContainer::CHeader:
-    {
-        // Symbols are named by the path up to its first '.', without directories.
-        CORBTString name = filePath.substr(0, filePath.find_first_of('.'));
-        const unsigned int separator = name.find_last_of("\\/");
-        if (separator != CORBTString::npos)
-            name = name.substr(separator + 1);
-        return saveCHeaderFile(filePath, name);
-    }
-    case EContainer::DDS: return privateWriteFile(filePath, [&](FILE* file) { return privateSaveDDSFile(file); });
+    case EContainer::KTX: return privateWriteFile(filePath, int(EContainer::KTX), "");
+    case EContainer::CHeader: return saveCHeaderFile(filePath, SymbolNameOf(filePath));
+    case EContainer::DDS: return privateWriteFile(filePath, int(EContainer::DDS), "");
     default: break; // native
     }
     CORBTString outputPath = filePath;
     if (extension != "orb")
         outputPath += ".orb";
-    return privateWriteFile(outputPath, [&](FILE* file) { return privateSaveORBFile(file); });
+    return privateWriteFile(outputPath, int(EContainer::Native), "");
 }
 
 bool CORBTexture::saveASTCFile(const CORBTString& filePath) const
 {
-    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveASTCFile(file); });
+    return privateWriteFile(filePath, int(EContainer::ASTC), "");
 }
 
 bool CORBTexture::saveCHeaderFile(const CORBTString& filePath, const CORBTString& symbolName) const
 {
-    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveCHeaderFile(file, symbolName); });
+    return privateWriteFile(filePath, int(EContainer::CHeader), symbolName);
 }
 
 bool CORBTexture::saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const
 {
-    return privateWriteFile(filePath, [&](FILE* file) { return privateSaveLegacyORBFile(file, api); });
+    return privateWriteFile(filePath, kLegacyContainer, "", api);
+}
+
+bool CORBTexture::saveToMemory(std::vector<uint8_t>& bytes, const CORBTString& name) const
+{
+    const CORBTString extension = LowerCaseExtension(name, false);
+    EContainer container = extension == "astc" ? EContainer::ASTC : ContainerForSave(extension);
+    CMemoryByteSink sink(bytes);
+    if (privateWrite(sink, int(container), SymbolNameOf(name)))
+        return true;
+    return sink.Failed() ? SetError(eORBTErrorMemory, "out of memory for the file image")
+                         : WriteRefused(*this, int(container), eLegacyApiNone);
+}
+
+bool CORBTexture::saveToMemoryLegacyORB(std::vector<uint8_t>& bytes, ELegacyApi api) const
+{
+    CMemoryByteSink sink(bytes);
+    if (privateWriteLegacyORB(sink, api))
+        return true;
+    return sink.Failed() ? SetError(eORBTErrorMemory, "out of memory for the file image")
+                         : WriteRefused(*this, kLegacyContainer, api);
+}
+
+bool CORBTexture::isEqual(const CORBTexture& other) const
+{
+    const uint32_t size = getDataSize(-1, true, true);
+    if (std::memcmp(&m_sHeader, &other.m_sHeader, sizeof m_sHeader) != 0 || size != other.getDataSize(-1, true, true))
+        return false;
+    if (!privateHoldsData(size) || !other.privateHoldsData(size))
+        return false;
+    if (size && std::memcmp(m_pTextureData, other.m_pTextureData, size) != 0)
+        return false;
+    // The same items: as many, and each of one found in the other.
+    unsigned ours = 0, theirs = 0;
+    other.forEachMetaData([&](const MetaDataBlock&) { ++theirs; });
+    bool same = true;
+    forEachMetaData([&](const MetaDataBlock& item) {
+        ++ours;
+        if (!same || !other.hasMetaData(item.fourCC, item.key))
+        {
+            same = false;
+            return;
+        }
+        const MetaDataBlock match = other.getMetaData(item.fourCC, item.key);
+        same = match.dataSize == item.dataSize &&
+               (item.dataSize == 0 || (item.data && match.data && !std::memcmp(item.data, match.data, item.dataSize)));
+    });
+    return same && ours == theirs;
 }
 
 } // namespace orbtexture

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Files/ORBTextureByteSink.h"
 #include "ORBTexture.h"
 #include "ORBTextureFormat.h"
 
@@ -396,6 +397,12 @@ bool CORBTexture::privateSaveKTXFile(FILE* file) const
 {
     if (!file)
         return false;
+    CFileByteSink sink(file);
+    return privateWriteKTX(sink);
+}
+
+bool CORBTexture::privateWriteKTX(CByteSink& sink) const
+{
     // A format without OpenGL codes is written with the outputs of the failed
     // look-up (zeros, type size 1 for a named format); no reader takes it.
     unsigned int internalFormat = 0, baseInternalFormat = 0, format = 0, type = 0, typeSize = 0;
@@ -425,11 +432,9 @@ bool CORBTexture::privateSaveKTXFile(FILE* file) const
     const uint32_t pairPadding = uint32_t(PaddingTo4(pairSize));
     words.bytesOfKeyValueData = 4 + pairSize + pairPadding;
 
-    if (std::fwrite(kKTXIdentifier, 1, sizeof kKTXIdentifier, file) != sizeof kKTXIdentifier ||
-        std::fwrite(&words, 1, sizeof words, file) != sizeof words || std::fwrite(&pairSize, 1, 4, file) != 4 ||
-        std::fwrite(kOrientationKey, 1, kOrientationKeySize, file) != kOrientationKeySize ||
-        std::fwrite(value, 1, valueLength + 1, file) != valueLength + 1 ||
-        std::fwrite(kZeros, 1, pairPadding, file) != pairPadding)
+    if (!sink.Write(kKTXIdentifier, sizeof kKTXIdentifier) || !sink.Write(&words, sizeof words) ||
+        !sink.Write(&pairSize, 4) || !sink.Write(kOrientationKey, kOrientationKeySize) ||
+        !sink.Write(value, valueLength + 1) || !sink.Write(kZeros, pairPadding))
         return false;
 
     const uint32_t total = getDataSize(-1, true, true);
@@ -437,7 +442,7 @@ bool CORBTexture::privateSaveKTXFile(FILE* file) const
         return false;
 
     bool ok = true;
-    auto put = [&](const void* bytes, uint64_t size) { ok &= std::fwrite(bytes, 1, size_t(size), file) == size; };
+    auto put = [&](const void* bytes, uint64_t size) { ok &= sink.Write(bytes, size_t(size)); };
     std::vector<uint8_t> staging;
     const uint8_t* source = m_pTextureData;
     for (uint32_t mip = 0; mip < getNumMIPLevels(); ++mip)

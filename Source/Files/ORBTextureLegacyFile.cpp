@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Files/ORBTextureByteSink.h"
 #include "ORBTexture.h"
 #include "ORBTextureLegacy.h"
 
@@ -183,6 +184,14 @@ std::unique_ptr<CContainerParser> MakeLegacyORBParser(CByteSource& source, EMeta
 
 bool CORBTexture::privateSaveLegacyORBFile(FILE* file, ELegacyApi api) const
 {
+    if (!file)
+        return false;
+    CFileByteSink sink(file);
+    return privateWriteLegacyORB(sink, api);
+}
+
+bool CORBTexture::privateWriteLegacyORB(CByteSink& sink, ELegacyApi api) const
+{
     const ORB_Texture_Header header = ConvertTextureHeader3To2(getHeader(), api);
     if (header.pixelFormatAndFlags == eLegacyFormatNone)
         return false;
@@ -190,12 +199,12 @@ bool CORBTexture::privateSaveLegacyORBFile(FILE* file, ELegacyApi api) const
     if (!privateHoldsData(total))
         return false;
 
-    if (std::fwrite(&header, sizeof header, 1, file) != 1)
+    if (!sink.Write(&header, sizeof header))
         return false;
     for (uint32_t member = 0; member < getNumArrayMembers(); ++member)
         for (uint32_t face = 0; face < getNumFaces(); ++face)
             for (uint32_t mip = 0; mip < getNumMIPLevels(); ++mip)
-                if (std::fwrite(getDataPtr(mip, member, face), getDataSize(int(mip), false, false), 1, file) != 1)
+                if (!sink.WriteItem(getDataPtr(mip, member, face), getDataSize(int(mip), false, false)))
                     return false;
     return true;
 }

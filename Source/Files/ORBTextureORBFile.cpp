@@ -1,5 +1,6 @@
 // Native .orb files and memory images: 52-byte header, metadata blocks, data.
 
+#include "Files/ORBTextureByteSink.h"
 #include "Files/ORBTextureNativeParser.h"
 #include "ORBTexture.h"
 
@@ -16,21 +17,29 @@ void CORBTexture::privateAdopt(CORBTextureHeader&& header, uint8_t* data, uint32
 
 bool CORBTexture::privateSaveORBFile(FILE* file) const
 {
+    if (!file)
+        return false;
+    CFileByteSink sink(file);
+    return privateWriteORB(sink);
+}
+
+bool CORBTexture::privateWriteORB(CByteSink& sink) const
+{
     const uint32_t total = getDataSize(-1, true, true);
     if (!privateHoldsData(total))
         return false;
 
-    std::fwrite(&m_sHeader, ORBTEX_V3_HEADER_SIZE, 1, file);
+    sink.Write(&m_sHeader, ORBTEX_V3_HEADER_SIZE);
 
     bool ok = true;
     forEachMetaData([&](const MetaDataBlock& block) {
-        ok &= std::fwrite(&block.fourCC, 4, 1, file) == 1;
-        ok &= std::fwrite(&block.key, 4, 1, file) == 1;
-        ok &= std::fwrite(&block.dataSize, 4, 1, file) == 1;
+        ok &= sink.Write(&block.fourCC, 4);
+        ok &= sink.Write(&block.key, 4);
+        ok &= sink.Write(&block.dataSize, 4);
         // A block without data writes nothing and fails the save.
-        ok &= block.data && std::fwrite(block.data, block.dataSize, 1, file) == 1;
+        ok &= block.data && sink.WriteItem(block.data, block.dataSize);
     });
-    ok &= std::fwrite(m_pTextureData, total, 1, file) == 1;
+    ok &= sink.WriteItem(m_pTextureData, total);
     return ok;
 }
 
