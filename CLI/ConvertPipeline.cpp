@@ -10,10 +10,10 @@
 #include "FormatNames.h"
 #include "ImageFiles.h"
 #include "ImageOperations.h"
-#include "TextureInput.h"
 #include "ORBTextureDiffTools.h"
 #include "ORBTextureInfo.h"
 #include "ORBTextureUtilities.h"
+#include "TextureInput.h"
 
 namespace cli
 {

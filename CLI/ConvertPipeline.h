@@ -9,9 +9,9 @@
 #include <string>
 
 #include "ConvertOptions.h"
+#include "ORBTexture.h"
 #include "OutputWriter.h"
 #include "ProgressLine.h"
-#include "ORBTexture.h"
 
 namespace cli
 {

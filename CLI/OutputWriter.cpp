@@ -16,9 +16,9 @@
 #include "CliSupport.h"
 #include "FormatNames.h"
 #include "ImageFiles.h"
-#include "TextureInput.h"
 #include "ORBTextureInfo.h"
 #include "ORBTextureLegacy.h"
+#include "TextureInput.h"
 
 namespace cli
 {
