@@ -150,11 +150,6 @@ bool LinearLightMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned level
                 "cannot encode back to sRGB");
 }
 
-} // namespace
-
-namespace
-{
-
 // An operation with a value that 'parse' reads; a value it refuses is told
 // with what the option takes.
 Option OperationOption(const char* name, const char* expected, std::function<bool(const std::string&)> parse)
