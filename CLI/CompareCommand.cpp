@@ -17,6 +17,7 @@
 #include "FormatNames.h"
 #include "HtmlReport.h"
 #include "ImageFiles.h"
+#include "OptionParser.h"
 #include "ORBTextureDiffTools.h"
 #include "ORBTextureUtilities.h"
 #include "Scores.h"
@@ -88,57 +89,47 @@ struct CompareOptions
     unsigned surface[3] = {0, 0, 0}; // level, member, face
 };
 
+// --mip, --member or --face: a surface index stored in 'index'.
+Option SurfaceOption(const std::string& name, unsigned& index)
+{
+    return {name, OptionValue::Required, [name, &index](const std::string& value) {
+                char* end = nullptr;
+                errno = 0;
+                const long number = std::strtol(value.c_str(), &end, 10);
+                if (value.empty() || *end != '\0' || errno || number < 0 || number > 0x7FFFFFFFL)
+                    return name + " needs a number from 0, not '" + value + "'";
+                index = unsigned(number);
+                return std::string();
+            }};
+}
+
 int ParseArguments(const std::vector<std::string>& arguments, CompareOptions& options)
 {
     std::vector<std::string> positional;
-    for (size_t i = 0; i < arguments.size(); ++i)
-    {
-        const std::string& argument = arguments[i];
-        if (IsHelpFlag(argument))
-        {
-            std::cout << kCompareHelp;
-            return kExitOk;
-        }
-        const bool valued = argument == "--diff" || argument == "--diff-mode" || argument == "--factor" ||
-                            argument == "--mip" || argument == "--member" || argument == "--face" ||
-                            argument == "--report";
-        if (!valued)
-        {
-            if (argument.size() > 1 && argument[0] == '-')
-                return UsageError("compare", "unknown option '" + argument + "'");
-            positional.push_back(argument);
-            continue;
-        }
-        if (i + 1 == arguments.size())
-            return UsageError("compare", argument + " needs a value");
-        const std::string& value = arguments[++i];
-        char* end = nullptr;
-        if (argument == "--diff")
-            options.diff = value;
-        else if (argument == "--report")
-            options.report = value;
-        else if (argument == "--diff-mode")
-        {
-            options.mode = value == "color" ? "colour" : value;
-            if (options.mode != "colour" && options.mode != "tolerance" && options.mode != "blend")
-                return UsageError("compare", "--diff-mode is colour, tolerance or blend, not '" + value + "'");
-        }
-        else if (argument == "--factor")
-        {
-            options.factor = std::strtof(value.c_str(), &end);
-            if (value.empty() || *end != '\0' || !std::isfinite(options.factor))
-                return UsageError("compare", "--factor needs a number, not '" + value + "'");
-            options.factorGiven = true;
-        }
-        else
-        {
-            errno = 0;
-            const long number = std::strtol(value.c_str(), &end, 10);
-            if (value.empty() || *end != '\0' || errno || number < 0 || number > 0x7FFFFFFFL)
-                return UsageError("compare", argument + " needs a number from 0, not '" + value + "'");
-            options.surface[argument == "--mip" ? 0 : argument == "--member" ? 1 : 2] = unsigned(number);
-        }
-    }
+    OptionTable table{"compare", kCompareHelp, {}, &positional};
+    std::vector<Option>& o = table.options;
+    o.push_back(TextOption("--diff", options.diff));
+    o.push_back(TextOption("--report", options.report));
+    o.push_back({"--diff-mode", OptionValue::Required, [&options](const std::string& value) {
+                     options.mode = value == "color" ? "colour" : value;
+                     if (options.mode != "colour" && options.mode != "tolerance" && options.mode != "blend")
+                         return "--diff-mode is colour, tolerance or blend, not '" + value + "'";
+                     return std::string();
+                 }});
+    o.push_back({"--factor", OptionValue::Required, [&options](const std::string& value) {
+                     char* end = nullptr;
+                     options.factor = std::strtof(value.c_str(), &end);
+                     if (value.empty() || *end != '\0' || !std::isfinite(options.factor))
+                         return "--factor needs a number, not '" + value + "'";
+                     options.factorGiven = true;
+                     return std::string();
+                 }});
+    o.push_back(SurfaceOption("--mip", options.surface[0]));
+    o.push_back(SurfaceOption("--member", options.surface[1]));
+    o.push_back(SurfaceOption("--face", options.surface[2]));
+    const int parsed = ParseOptions(arguments, table);
+    if (parsed >= 0)
+        return parsed;
     if (positional.size() < 2 || (positional.size() > 2 && options.report.empty()))
         return UsageError("compare", "needs two files to compare (or an original and results with --report)");
     if (positional.size() > 2 && !options.diff.empty())

@@ -19,6 +19,7 @@
 #include "FormatNames.h"
 #include "HtmlReport.h"
 #include "ImageFiles.h"
+#include "OptionParser.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
 #include "Scores.h"
@@ -356,22 +357,11 @@ bool RunConversions(const CORBTexture& card, const std::string& directory, const
 int RunDemo(const std::vector<std::string>& arguments)
 {
     std::string directory = "orbtex-demo";
-    for (size_t i = 0; i < arguments.size(); ++i)
-    {
-        if (IsHelpFlag(arguments[i]))
-        {
-            std::cout << kDemoHelp;
-            return kExitOk;
-        }
-        if (arguments[i] == "--out")
-        {
-            if (i + 1 == arguments.size())
-                return UsageError("demo", "--out needs a directory");
-            directory = arguments[++i];
-        }
-        else
-            return UsageError("demo", "unexpected argument '" + arguments[i] + "'");
-    }
+    Option out = TextOption("--out", directory);
+    out.missing = "a directory";
+    const int parsed = ParseOptions(arguments, {"demo", kDemoHelp, {out}});
+    if (parsed >= 0)
+        return parsed;
 
     std::error_code error;
     std::filesystem::create_directories(directory, error);

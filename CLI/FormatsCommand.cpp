@@ -9,6 +9,7 @@
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
 #include "JsonWriter.h"
+#include "OptionParser.h"
 #include "ORBTextureFormat.h"
 
 namespace cli
@@ -56,17 +57,9 @@ void PrintJson()
 int RunFormats(const std::vector<std::string>& arguments)
 {
     bool json = false;
-    for (const std::string& argument : arguments)
-    {
-        if (IsHelpFlag(argument))
-        {
-            std::cout << kFormatsHelp;
-            return kExitOk;
-        }
-        if (argument != "--json")
-            return UsageError("formats", "unexpected argument '" + argument + "'");
-        json = true;
-    }
+    const int parsed = ParseOptions(arguments, {"formats", kFormatsHelp, {FlagOption("--json", json)}});
+    if (parsed >= 0)
+        return parsed;
     if (json)
     {
         PrintJson();

@@ -1,11 +1,10 @@
 #include "ImageOperations.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <iterator>
+#include <functional>
 
 #include "TextureInput.h"
 
@@ -151,76 +150,81 @@ bool LinearLightMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned level
                 "cannot encode back to sRGB");
 }
 
+// An operation with a value that 'parse' reads; a value it refuses is told
+// with what the option takes.
+Option OperationOption(const char* name, const char* expected, std::function<bool(const std::string&)> parse)
+{
+    return {name, OptionValue::Required, [name, expected, parse](const std::string& value) {
+                return parse(value) ? std::string()
+                                    : std::string(name) + " takes " + expected + ", not '" + value + "'";
+            }};
+}
+
 } // namespace
 
-int ParseImageOperation(const std::vector<std::string>& arguments, size_t& i, ImageOperations& operations,
-                        std::string& error)
+void AddImageOperationOptions(std::vector<Option>& options, ImageOperations& operations)
 {
-    const std::string& option = arguments[i];
+    ImageOperations& o = operations;
     // Flags without a value.
-    if (option == "--bleed")
-        return operations.bleed = true, 1;
-    if (option == "--premultiply")
-        return operations.premultiply = true, 1;
-    if (option == "--colour-mips" || option == "--color-mips")
-        return operations.colourMips = true, 1;
-    if (option == "--linear-mips")
-        return operations.linearMips = operations.mipmaps = true, 1;
-    if (option == "--mipmaps")
-    {
-        operations.mipmaps = true;
-        long levels = 0;
-        if (i + 1 < arguments.size() && ParseInteger(arguments[i + 1], 1, 0x7FFFFFFFL, levels))
-        {
-            operations.mipLevels = unsigned(levels);
-            ++i;
-        }
-        return 1;
-    }
+    options.push_back(FlagOption("--bleed", o.bleed));
+    options.push_back(FlagOption("--premultiply", o.premultiply));
+    options.push_back(FlagOption("--colour-mips", o.colourMips));
+    options.push_back(FlagOption("--color-mips", o.colourMips));
+    options.push_back({"--linear-mips", OptionValue::None, [&o](const std::string&) {
+                           o.linearMips = o.mipmaps = true;
+                           return std::string();
+                       }});
+    // A level count may follow.
+    const auto levels = [](const std::string& text, long& value) {
+        return ParseInteger(text, 1, 0x7FFFFFFFL, value);
+    };
+    options.push_back({"--mipmaps", OptionValue::IfAccepted,
+                       [&o, levels](const std::string& value) {
+                           o.mipmaps = true;
+                           long count = 0;
+                           if (levels(value, count))
+                               o.mipLevels = unsigned(count);
+                           return std::string();
+                       },
+                       [levels](const std::string& argument) {
+                           long count = 0;
+                           return levels(argument, count);
+                       }});
 
-    static const char* const kValued[] = {"--canvas", "--border",     "--rotate", "--flip",
-                                          "--resize", "--normal-map", "--filter"};
-    if (std::find(std::begin(kValued), std::end(kValued), option) == std::end(kValued))
-        return 0;
-    if (i + 1 == arguments.size())
-    {
-        error = option + " needs a value";
-        return -1;
-    }
-    const std::string& value = arguments[++i];
-    bool valid = false;
-    std::string expected;
-    if (option == "--canvas")
-        valid = operations.canvas = ParseCanvas(value, operations), expected = "WxH[xD][+X+Y[+Z]]";
-    else if (option == "--border")
-        valid = operations.border = ParseBorder(value, operations.borderSize), expected = "X[,Y[,Z]]";
-    else if (option == "--resize")
-        valid = operations.resize = ParseSize(value, operations.resizeSize), expected = "WxH[xD]";
-    else if (option == "--normal-map")
-        valid = operations.normalMap = ParseNormalMap(value, operations),
-        expected = "a non-zero SCALE and an ORDER of x, y, z and h";
-    else if (option == "--flip")
-        valid = operations.flip = ParseAxis(value, operations.flipAxis), expected = "x, y or z";
-    else if (option == "--rotate")
-    {
-        const std::vector<std::string> parts = Split(value, ',');
-        valid = ParseAxis(parts[0], operations.rotateAxis) &&
-                (parts.size() == 1 || (parts.size() == 2 && (parts[1] == "ccw" || parts[1] == "cw")));
-        operations.rotate = valid;
-        operations.clockwise = parts.size() == 1 || parts[1] == "cw";
-        expected = "x, y or z, optionally followed by ,ccw";
-    }
-    else // --filter
-    {
+    options.push_back(OperationOption("--canvas", "WxH[xD][+X+Y[+Z]]", [&o](const std::string& value) {
+        return o.canvas = ParseCanvas(value, o);
+    }));
+    options.push_back(OperationOption("--border", "X[,Y[,Z]]", [&o](const std::string& value) {
+        return o.border = ParseBorder(value, o.borderSize);
+    }));
+    options.push_back(OperationOption("--resize", "WxH[xD]", [&o](const std::string& value) {
+        return o.resize = ParseSize(value, o.resizeSize);
+    }));
+    options.push_back(OperationOption("--normal-map", "a non-zero SCALE and an ORDER of x, y, z and h",
+                                      [&o](const std::string& value) {
+                                          return o.normalMap = ParseNormalMap(value, o);
+                                      }));
+    options.push_back(OperationOption("--flip", "x, y or z", [&o](const std::string& value) {
+        return o.flip = ParseAxis(value, o.flipAxis);
+    }));
+    options.push_back(
+        OperationOption("--rotate", "x, y or z, optionally followed by ,ccw", [&o](const std::string& value) {
+            const std::vector<std::string> parts = Split(value, ',');
+            o.rotate = ParseAxis(parts[0], o.rotateAxis) &&
+                       (parts.size() == 1 || (parts.size() == 2 && (parts[1] == "ccw" || parts[1] == "cw")));
+            o.clockwise = parts.size() == 1 || parts[1] == "cw";
+            return o.rotate;
+        }));
+    options.push_back(OperationOption("--filter", "nearest, linear or cubic", [&o](const std::string& value) {
         const char* const names[] = {"nearest", "linear", "cubic"};
         for (unsigned mode = 0; mode < 3; ++mode)
             if (value == names[mode])
-                operations.filter = EResizeMode(mode), valid = true;
-        expected = "nearest, linear or cubic";
-    }
-    if (!valid)
-        error = option + " takes " + expected + ", not '" + value + "'";
-    return valid ? 1 : -1;
+            {
+                o.filter = EResizeMode(mode);
+                return true;
+            }
+        return false;
+    }));
 }
 
 bool ApplyImageOperations(CORBTexture& texture, const ImageOperations& operations, std::string& reason)

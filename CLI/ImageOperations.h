@@ -1,12 +1,13 @@
 #ifndef ORBTEX_CLI_IMAGE_OPERATIONS_H
 #define ORBTEX_CLI_IMAGE_OPERATIONS_H
 
-// The image operations of 'orbtex convert': parsed from options, run in one
+// The image operations of 'orbtex convert': options of its table, run in one
 // fixed order on a texture brought to a standard pixel type.
 
 #include <string>
 #include <vector>
 
+#include "OptionParser.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h"
 
@@ -80,11 +81,9 @@ struct ImageOperations
     "  --colour-mips          tint the levels below the top by level number\n" \
     "                         (also --color-mips)\n"
 
-// Reads the operation option at arguments[i] (and its value, advancing i).
-// Returns 1 when it was one and is valid, 0 when it is no operation option,
-// -1 when it is one but malformed ('error' says why).
-int ParseImageOperation(const std::vector<std::string>& arguments, size_t& i, ImageOperations& operations,
-                        std::string& error);
+// Adds the operations' options to a command's option table; each stores into
+// 'operations', which must outlive the parse.
+void AddImageOperationOptions(std::vector<Option>& options, ImageOperations& operations);
 
 // Runs the operations in their fixed order: canvas, border, rotate, flip,
 // bleed, resize, normal map, premultiply, MIP maps, MIP tinting. A texture not

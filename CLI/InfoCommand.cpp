@@ -10,6 +10,7 @@
 #include "Commands.h"
 #include "FormatNames.h"
 #include "JsonWriter.h"
+#include "OptionParser.h"
 #include "ORBTexture.h"
 #include "ORBTextureInfo.h"
 
@@ -194,22 +195,11 @@ int RunInfo(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> files;
     bool allowShort = false, json = false;
-    for (const std::string& argument : arguments)
-    {
-        if (IsHelpFlag(argument))
-        {
-            std::cout << kInfoHelp;
-            return kExitOk;
-        }
-        if (argument == "--allow-short")
-            allowShort = true;
-        else if (argument == "--json")
-            json = true;
-        else if (argument.size() > 1 && argument[0] == '-')
-            return UsageError("info", "unknown option '" + argument + "'");
-        else
-            files.push_back(argument);
-    }
+    const OptionTable table{
+        "info", kInfoHelp, {FlagOption("--allow-short", allowShort), FlagOption("--json", json)}, &files};
+    const int parsed = ParseOptions(arguments, table);
+    if (parsed >= 0)
+        return parsed;
     if (files.empty())
         return UsageError("info", "info needs at least one FILE");
 

@@ -288,11 +288,11 @@ FAULTS = [
       "within = within && tolerance > c[k];", "within = within && tolerance >= c[k];", "image-ops"),
 
     # ---- orbtex
-    F("cli-convert-orbtc-4096", "CLI/ConvertCommand.cpp",
+    F("cli-convert-orbtc-4096", "CLI/ConvertPipeline.cpp",
       "return (!longest || side <= longest) &&", "return (!longest || side < longest) &&", "cli"),
     F("cli-legacy-api-range", "CLI/ConvertCommand.cpp",
-      "highest = quality ? 1000 : legacy ? 7 : 1024;", "highest = quality ? 1000 : legacy ? 6 : 1024;", "cli"),
-    F("cli-quality-supported", "CLI/ConvertCommand.cpp",
+      'NumberOption("--legacy-api", 1, 7,', 'NumberOption("--legacy-api", 1, 6,', "cli"),
+    F("cli-quality-supported", "CLI/ConvertPipeline.cpp",
       "highest == INT8_MAX || quality <= highest)", "highest == INT8_MAX || quality < highest)", "cli"),
     F("cli-standard-type-8bit", "CLI/TextureInput.cpp",
       "if (type == eVarUnsignedByteNorm && widest <= 8)", "if (type == eVarUnsignedByteNorm && widest < 8)",
