@@ -81,13 +81,10 @@ std::string Describe(PixelType format, uint32_t type) { return FormatAndTypeName
 // named as such; channel layouts take no quality.
 bool QualitySupported(PixelType target, int quality, std::string& reason)
 {
-    const int highest = orbtexture::HighestCompressorQuality(target);
-    // INT8_MAX: every quality.
-    if (!target.isNamedFormat() || highest < 0 || highest == INT8_MAX || quality <= highest)
+    CORBTString why;
+    if (orbtexture::HighestCompressorQuality(target) < 0 || orbtexture::CanEncode(target, 1, 1, 1, quality, why))
         return true;
-    reason = "quality " + std::to_string(quality) + " of " + PixelFormatName(target.PixelTypeID) +
-             " is not supported by this version (" +
-             (highest == 1 ? std::string("0 and 1") : "0 to " + std::to_string(highest)) + " are)";
+    reason = why.c_str();
     return false;
 }
 
@@ -132,46 +129,16 @@ bool MeasurePSNR(const CORBTexture& source, const CORBTexture& result, float& ps
     return true;
 }
 
-// Side rules of the encoders, told before converting with the sizes instead
-// of a bare failure. Some encoders take only whole units of the format's
-// least size along a side, while the texture keeps each side of a level at a
-// multiple of it (tiling a smaller level up to it): the first ORBTC
-// generation both ways, BW1bpp (8 pixels a byte), UYVY, YUY2, RGBG8888 and
-// GRGB8888 (pixel pairs) across. Both ORBTC generations stop at 4096.
-bool SidesFit(const CORBTexture& texture, PixelType format, std::string& reason)
+// The encoders' side rules, told before converting with the sizes instead of
+// a bare failure (DXT is encoded here, by its own rules).
+bool SidesFit(const CORBTexture& texture, PixelType format, int quality, std::string& reason)
 {
-    if (!format.isNamedFormat())
+    CORBTString why;
+    if (DXTSelector(format) || orbtexture::HighestCompressorQuality(format) < 0 ||
+        orbtexture::CanEncodeTexture(texture, format, quality, why))
         return true;
-    using namespace orbtexture;
-    const uint64_t id = format.PixelTypeID;
-    const bool firstGeneration = id <= ePF_ORBTC_4bpp_RGBA;
-    const bool pairsOrBits = id == ePF_UYVY || id == ePF_YUY2 || id == ePF_BW1bpp || id == ePF_RGBG8888 ||
-                             id == ePF_GRGB8888;
-    const unsigned longest = id <= ePF_ORBTCII_4bpp ? 4096 : 0;
-    if (!firstGeneration && !pairsOrBits && !longest)
-        return true;
-    unsigned mx = 1, my = 1, mz = 1;
-    ORBTGetFormatMinDims(id, mx, my, mz);
-    auto fits = [&](unsigned side, unsigned least, bool whole) {
-        return (!longest || side <= longest) && (!whole || side < least || side % least == 0);
-    };
-    for (uint32_t level = 0; level < texture.getNumMIPLevels(); ++level)
-    {
-        const unsigned width = texture.getWidth(level), height = texture.getHeight(level);
-        if (fits(width, mx, firstGeneration || pairsOrBits) && fits(height, my, firstGeneration))
-            continue;
-        const std::string rule =
-            firstGeneration ? "sides that are multiples of " + std::to_string(mx) + " across and " +
-                                  std::to_string(my) + " down (or less than that) and"
-            : pairsOrBits   ? "widths that are multiples of " + std::to_string(mx) + " (or less than that)"
-                            : "sides";
-        reason = (level ? "MIP level " + std::to_string(level) : std::string("the image")) + " is " +
-                 std::to_string(width) + "x" + std::to_string(height) + ", but " + PixelFormatName(id) + " needs " +
-                 rule + (longest ? " at most " + std::to_string(longest) : "") +
-                 " (--canvas or --resize can fit it)";
-        return false;
-    }
-    return true;
+    reason = std::string(why.c_str()) + " (--canvas or --resize can fit it)";
+    return false;
 }
 
 // A named format converted to itself with nothing else to change keeps its
@@ -195,7 +162,7 @@ bool ConvertTexture(const ConvertOptions& options, PixelType targetFormat, EORBT
     // DXT goes through r8g8b8a8 ubn on both sides, by the block codec here.
     if (DXTSelector(texture.getPixelType()) && !DecompressDXTSurfaces(texture, reason))
         return false;
-    if (!SidesFit(texture, targetFormat, reason))
+    if (!SidesFit(texture, targetFormat, options.quality, reason))
         return false;
     const bool dxtTarget = DXTSelector(targetFormat) != 0;
     const bool transcoded =
@@ -205,7 +172,9 @@ bool ConvertTexture(const ConvertOptions& options, PixelType targetFormat, EORBT
                                           orbtexture::ECompressorQuality(options.quality), options.dither);
     if (!transcoded)
     {
-        reason = "cannot convert " + Describe(sourceFormat, sourceType) + " to " + Describe(targetFormat, targetType);
+        const std::string why = ORBTGetLastError();
+        reason = "cannot convert " + Describe(sourceFormat, sourceType) + " to " + Describe(targetFormat, targetType) +
+                 (why.empty() ? "" : ": " + why);
         return false;
     }
     return !dxtTarget || CompressDXTSurfaces(texture, targetFormat, targetType, options.dither, reason);

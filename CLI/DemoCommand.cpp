@@ -50,36 +50,6 @@ using orbtexture::CORBTexture;
 
 constexpr uint32_t kDemoFourCC = 0x4F4D4544; // "DEMO"
 
-bool SameMetaData(const CORBTexture& a, const CORBTexture& b)
-{
-    const orbtexture::MetaDataMap& ma = *a.getMetaDataMap();
-    const orbtexture::MetaDataMap& mb = *b.getMetaDataMap();
-    if (ma.GetSize() != mb.GetSize() || a.getMetaDataSize() != b.getMetaDataSize())
-        return false;
-    for (unsigned i = 0; i < ma.GetSize(); ++i)
-    {
-        const orbtexture::MetaDataKeyMap& ka = ma.GetValue(i);
-        if (ka.GetSize() != mb.GetValue(i).GetSize() || ma.GetKey(i) != mb.GetKey(i))
-            return false;
-        for (unsigned j = 0; j < ka.GetSize(); ++j)
-        {
-            const MetaDataBlock& x = ka.GetValue(j);
-            const MetaDataBlock y = b.getMetaData(x.fourCC, x.key);
-            if (x.dataSize != y.dataSize || !y.data || std::memcmp(x.data, y.data, x.dataSize) != 0)
-                return false;
-        }
-    }
-    return true;
-}
-
-// Header record, metadata and every data byte equal.
-bool SameTexture(const CORBTexture& a, const CORBTexture& b)
-{
-    const ORBTextureHeaderV3 ha = a.getFileHeader(), hb = b.getFileHeader();
-    return std::memcmp(&ha, &hb, sizeof(ha)) == 0 && SameMetaData(a, b) && a.getDataPtr() && b.getDataPtr() &&
-           std::memcmp(a.getDataPtr(), b.getDataPtr(), a.getDataSize()) == 0;
-}
-
 double MillisecondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
@@ -162,7 +132,7 @@ const DemoConversion kPhotoConversions[] = {
 
 bool IsASTC(orbtexture::PixelType format)
 {
-    return format.PixelTypeID >= orbtexture::ePF_ASTC_4x4 && format.PixelTypeID <= orbtexture::ePF_ASTC_6x6x6;
+    return ORBTIsASTCFormat(format.PixelTypeID);
 }
 
 // The card to the conversion's format, DXT by the block codec as convert does.
@@ -402,8 +372,8 @@ int RunDemo(const std::vector<std::string>& arguments)
     }
     const CORBTexture fromMemory(bytes.data(), bytes.size());
 
-    const bool fileOk = SameTexture(card, fromFile);
-    const bool memoryOk = SameTexture(card, fromMemory);
+    const bool fileOk = card.isEqual(fromFile);
+    const bool memoryOk = card.isEqual(fromMemory);
 
     // Saving the reloaded texture must give the same bytes again.
     const std::string resavedPath = (std::filesystem::path(directory) / "testcard-resaved.orb").string();

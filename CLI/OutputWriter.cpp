@@ -45,8 +45,7 @@ OutputKind KindOfOutput(const std::string& extension, int legacyApi)
 
 bool IsASTCFormat(PixelType format)
 {
-    return format.isNamedFormat() && format.PixelTypeID >= orbtexture::ePF_ASTC_4x4 &&
-           format.PixelTypeID <= orbtexture::ePF_ASTC_6x6x6;
+    return format.isNamedFormat() && ORBTIsASTCFormat(format.PixelTypeID);
 }
 
 bool ProtectedInputs::IdentityOf(const std::string& path, FileIdentity& identity)
@@ -93,68 +92,32 @@ void PauseBeforeCommit()
         std::this_thread::sleep_for(std::chrono::seconds(std::min(seconds, 600L)));
 }
 
-// Reads a written native file back as a memory image and compares header
-// record, metadata items and pixel data with 'expected'; the difference or the
-// loader's reason on failure.
-bool LoadsBack(const std::string& path, const CORBTexture& expected, std::string& reason)
+// Loads the file image about to be written and compares it with what was
+// saved: a native image must give the texture back whole (header, metadata,
+// pixels); a foreign or legacy one the sizes and pixel data it keeps (of the
+// first surface only for .astc), since such containers may name the format by
+// other codes and keep little metadata. The loader's reason, or what differs.
+bool LoadsBack(const std::vector<uint8_t>& bytes, const std::string& name, const CORBTexture& expected, OutputKind kind,
+               std::string& reason)
 {
-    std::vector<unsigned char> bytes;
-    if (!ReadFileBytes(path, bytes, reason))
-        return false;
-    // The bytes are in memory already and the texture they must equal is
-    // held too: the load limit, meant for inputs, does not apply here.
-    const CORBTexture loaded = [&] {
+    // The image and the texture it must equal are both held already: the
+    // load limit, meant for inputs, does not apply here.
+    CORBTexture loaded;
+    {
         const UnlimitedLoads unlimited;
-        return CORBTexture(bytes.data(), bytes.size());
-    }();
-    bytes = std::vector<unsigned char>();
+        loaded.loadFromMemory(bytes.data(), bytes.size(), CORBTString(name.c_str()));
+    }
     if (!loaded.getDataPtr())
     {
         reason = ORBTGetLastError();
         return false;
     }
-    const ORBTextureHeaderV3 written = expected.getFileHeader(), read = loaded.getFileHeader();
-    if (std::memcmp(&written, &read, sizeof written) != 0)
+    if (kind == OutputKind::Native)
     {
-        reason = "header differs";
-        return false;
+        reason = expected.isEqual(loaded) ? "" : "it differs from the texture";
+        return reason.empty();
     }
-    std::vector<const MetaDataBlock*> writtenItems, readItems;
-    expected.forEachMetaData([&](const MetaDataBlock& block) { writtenItems.push_back(&block); });
-    loaded.forEachMetaData([&](const MetaDataBlock& block) { readItems.push_back(&block); });
-    const auto sameItem = [](const MetaDataBlock* a, const MetaDataBlock* b) {
-        return a->fourCC == b->fourCC && a->key == b->key && a->dataSize == b->dataSize &&
-               (a->dataSize == 0 || std::memcmp(a->data, b->data, a->dataSize) == 0);
-    };
-    if (!std::equal(writtenItems.begin(), writtenItems.end(), readItems.begin(), readItems.end(), sameItem))
-    {
-        reason = "metadata differ";
-        return false;
-    }
-    if (std::memcmp(expected.getDataPtr(), loaded.getDataPtr(), expected.getDataSize()) != 0)
-    {
-        reason = "pixel data differ";
-        return false;
-    }
-    return true;
-}
-
-// Reads a written foreign or legacy file back by name and compares what the
-// container keeps: sizes and pixel data (of the first surface only for .astc).
-// Such containers may describe the format by other codes, and keep little or
-// no metadata, so neither is compared.
-bool SurfacesLoadBack(const std::string& path, const CORBTexture& expected, bool firstSurfaceOnly,
-                      std::string& reason)
-{
-    const CORBTexture loaded = [&] {
-        const UnlimitedLoads unlimited;
-        return CORBTexture(path.c_str());
-    }();
-    if (!loaded.getDataPtr())
-    {
-        reason = ORBTGetLastError();
-        return false;
-    }
+    const bool firstSurfaceOnly = kind == OutputKind::ASTC;
     const bool sameShape =
         loaded.getWidth() == expected.getWidth() && loaded.getHeight() == expected.getHeight() &&
         loaded.getDepth() == expected.getDepth() && loaded.getBitsPerPixel() == expected.getBitsPerPixel() &&
@@ -173,6 +136,19 @@ bool SurfacesLoadBack(const std::string& path, const CORBTexture& expected, bool
         return false;
     }
     return true;
+}
+
+// Writes 'bytes' to 'path'; the system's reason on failure.
+bool WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes, std::string& reason)
+{
+    errno = 0;
+    FILE* file = std::fopen(path.c_str(), "wb");
+    bool written = file && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    const int error = errno;
+    written = file && std::fclose(file) == 0 && written;
+    if (!written)
+        reason = std::string("cannot write file: ") + std::strerror(errno ? errno : error ? error : EIO);
+    return written;
 }
 
 // Renames a written output into place unless its name is an input's (a
@@ -255,35 +231,37 @@ bool WriteTexture(const ConvertOptions& options, const ProtectedInputs& inputs, 
         return false;
     // addMetaData of a key already present counts the item twice.
     texture.recountMetaDataSize();
-    PendingOutput output(path);
-    const CORBTString temporary(output.TemporaryPath().c_str());
-    errno = 0;
-    bool saved = false;
-    switch (kind)
-    {
-    case OutputKind::Legacy:
-        saved = texture.saveFileLegacyORB(temporary, orbtexture::ELegacyApi(options.legacyApi));
-        break;
-    case OutputKind::ASTC: saved = texture.saveASTCFile(temporary); break;
-    case OutputKind::CHeader:
-        saved = texture.saveCHeaderFile(temporary, CORBTString(CSymbolName(path).c_str()));
-        break;
-    default: saved = texture.saveFile(temporary); break; // native, DDS and KTX by extension
-    }
+    // The file is made in memory and checked before anything is written.
+    static const char* const kNames[] = {"x.orb", "x.orb", "x.dds", "x.ktx", "x.astc", "x.h"};
+    const std::string name = kind == OutputKind::CHeader ? CSymbolName(path) + ".h" : kNames[int(kind)];
+    std::vector<uint8_t> bytes;
+    const bool saved =
+        kind == OutputKind::Legacy
+            ? texture.saveToMemoryLegacyORB(bytes, orbtexture::ELegacyApi(options.legacyApi))
+            : texture.saveToMemory(bytes, CORBTString(name.c_str()));
     if (!saved)
     {
-        reason = std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : "");
+        reason = std::string("cannot write file: ") + ORBTGetLastError();
         return false;
     }
-    PauseBeforeCommit();
-    bool loadsBack = true;
-    if (kind == OutputKind::Native)
-        loadsBack = LoadsBack(output.TemporaryPath(), texture, reason);
-    else if (kind != OutputKind::CHeader)
-        loadsBack = SurfacesLoadBack(output.TemporaryPath(), texture, kind == OutputKind::ASTC, reason);
-    if (!loadsBack)
+    if (kind != OutputKind::CHeader && !LoadsBack(bytes, name, texture, kind, reason))
     {
         reason = "written file does not load back: " + reason;
+        return false;
+    }
+    PendingOutput output(path);
+    if (!WriteBytes(output.TemporaryPath(), bytes, reason))
+        return false;
+    PauseBeforeCommit();
+    // What reached the disk is what was checked.
+    std::vector<unsigned char> written;
+    if (!ReadFileBytes(output.TemporaryPath(), written, reason))
+        return false;
+    const auto differs = std::mismatch(bytes.begin(), bytes.end(), written.begin(), written.end());
+    if (differs.first != bytes.end() || differs.second != written.end())
+    {
+        reason = "written file differs from what was made, at byte " +
+                 std::to_string(differs.first - bytes.begin());
         return false;
     }
     return CommitUnlessInput(inputs, input, output, reason);

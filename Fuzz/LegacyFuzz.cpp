@@ -81,38 +81,14 @@ void SaveAndReload(const CORBTexture& texture)
             break;
         }
     }
-    const std::string path = ScratchPath("out");
-    const bool saved = texture.saveFileLegacyORB(path.c_str(), api == eLegacyApiNone ? eLegacyApi1 : api);
+    std::vector<uint8_t> bytes;
+    const bool saved = texture.saveToMemoryLegacyORB(bytes, api == eLegacyApiNone ? eLegacyApi1 : api);
     if (saved != (api != eLegacyApiNone))
         Fail(saved ? "saved a format without a legacy number" : "legacy save failed");
-    if (!saved)
-    {
-        if (FILE* left = std::fopen(path.c_str(), "rb"))
-        {
-            std::fclose(left);
-            Fail("a failed save left its file");
-        }
+    if (!saved || !Describable(texture, legacy))
         return;
-    }
-    if (!Describable(texture, legacy))
-    {
-        std::remove(path.c_str());
-        return;
-    }
-
-    const CORBTexture fromFile(path.c_str());
-    const std::vector<uint8_t> bytes = FuzzReadFile(path);
-    std::remove(path.c_str());
     if (bytes.size() != size_t(52) + texture.getDataSize())
         Fail("legacy file size");
-    if (!fromFile.getDataPtr())
-        Fail("a legacy file does not reload");
-    if (!SameCounts(texture, fromFile) || fromFile.getDataSize() != texture.getDataSize() ||
-        std::memcmp(fromFile.getDataPtr(), texture.getDataPtr(), texture.getDataSize()) != 0)
-        Fail("file reload differs");
-    if (fromFile.isBumpMap() != texture.isBumpMap() ||
-        (fromFile.getOrientation(eAxisY) == eOrientUp) != (texture.getOrientation(eAxisY) == eOrientUp))
-        Fail("file reload lost a flag");
 
     CORBTexture fromImage;
     if (!fromImage.loadFromMemory(bytes.data(), bytes.size(), "x.orb"))

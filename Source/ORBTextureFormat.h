@@ -222,6 +222,9 @@ ORBT_API uint32_t ORBTGetBitsPerPixel(uint64_t pixelFormat);
 // 1 x 1 x 1 for channel layouts.
 ORBT_API void ORBTGetFormatMinDims(uint64_t pixelFormat, unsigned int& x, unsigned int& y, unsigned int& z);
 
+// True for the ASTC formats, 2D and 3D.
+ORBT_API bool ORBTIsASTCFormat(uint64_t pixelFormat);
+
 // Name of a pixel format: a named format by its enumerator name without
 // "ePF_" ("ETC2_RGB"), a channel layout as its letters and widths in channel
 // order ("r5g6b5"; a byte that is no printable letter shows as '?'). Empty

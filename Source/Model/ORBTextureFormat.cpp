@@ -55,6 +55,8 @@ uint32_t ORBTGetBitsPerPixel(uint64_t pixelFormat)
     return orbtexture::DescribeFormat(type.lowWord()).bitsPerPixel;
 }
 
+bool ORBTIsASTCFormat(uint64_t pixelFormat) { return orbtexture::IsASTCFormat(pixelFormat); }
+
 void ORBTGetFormatMinDims(uint64_t pixelFormat, unsigned int& x, unsigned int& y, unsigned int& z)
 {
     const orbtexture::PixelType type(pixelFormat);

@@ -63,16 +63,6 @@ CORBTexture SampleTexture(uint32_t mips = 3, uint32_t members = 2, uint32_t face
     return texture;
 }
 
-void ExpectSameTexture(const CORBTexture& a, const CORBTexture& b)
-{
-    const ORBTextureHeaderV3 ha = a.getFileHeader(), hb = b.getFileHeader();
-    EXPECT_EQ(std::memcmp(&ha, &hb, sizeof(ha)), 0);
-    ASSERT_NE(b.getDataPtr(), nullptr);
-    ASSERT_EQ(a.getDataSize(), b.getDataSize());
-    EXPECT_EQ(std::memcmp(a.getDataPtr(), b.getDataPtr(), a.getDataSize()), 0);
-    EXPECT_EQ(Items(b), Items(a));
-}
-
 } // namespace
 
 TEST(TextureHeader, LevelsFlagsAndTypedItems)
@@ -305,9 +295,9 @@ TEST(NativeFile, SaveThenLoadIsByteIdenticalAndTheExtensionDecides)
     const std::vector<uint8_t> bytes = ReadBytes(dir / "sample.orb");
     ASSERT_EQ(bytes.size(), 52u + original.getMetaDataSize() + original.getDataSize());
     const CORBTexture fromFile((dir / "sample.orb").c_str());
-    ExpectSameTexture(original, fromFile);
-    ExpectSameTexture(original, CORBTexture(static_cast<const void*>(bytes.data())));
-    ExpectSameTexture(original, CORBTexture(bytes.data(), bytes.size()));
+    EXPECT_TRUE(original.isEqual(fromFile));
+    EXPECT_TRUE(original.isEqual(CORBTexture(static_cast<const void*>(bytes.data()))));
+    EXPECT_TRUE(original.isEqual(CORBTexture(bytes.data(), bytes.size())));
     ASSERT_TRUE(fromFile.saveFile((dir / "again.orb").c_str()));
     EXPECT_EQ(ReadBytes(dir / "again.orb"), bytes);
 
@@ -375,4 +365,41 @@ TEST(NativeFile, WriterRefusalsAndShortData)
     std::memset(bytes.data() + bytes.size() - 10, 0, 10);
     EXPECT_EQ(std::vector<uint8_t>(loaded.getDataPtr(), loaded.getDataPtr() + loaded.getDataSize()),
               std::vector<uint8_t>(bytes.end() - loaded.getDataSize(), bytes.end()));
+}
+
+// Every container writes through one sink: the memory image is the file, and
+// equality sees headers, items and pixels. Failed saves say why.
+TEST(NativeFile, MemoryImagesEqualFilesAndSavesExplainFailures)
+{
+    ScratchDir dir;
+    const CORBTexture texture = SampleTexture(3, 1, 1);
+    for (const char* name : {"a.orb", "a.dds", "a.ktx", "a.h"})
+    {
+        std::vector<uint8_t> image;
+        ASSERT_TRUE(texture.saveToMemory(image, name));
+        ASSERT_TRUE(texture.saveFile((dir / name).c_str()));
+        EXPECT_EQ(image, ReadBytes(dir / name)) << name;
+    }
+    std::vector<uint8_t> legacy;
+    ASSERT_TRUE(texture.saveToMemoryLegacyORB(legacy, eLegacyApi1));
+    ASSERT_TRUE(texture.saveFileLegacyORB((dir / "legacy.orb").c_str(), eLegacyApi1));
+    EXPECT_EQ(legacy, ReadBytes(dir / "legacy.orb"));
+
+    CORBTexture other(texture);
+    EXPECT_TRUE(other.isEqual(texture));
+    other.getDataPtr()[other.getDataSize() - 1] ^= 1;
+    EXPECT_FALSE(other.isEqual(texture));
+    CORBTexture renamed(texture);
+    renamed.removeMetaData(0x52444E56, 3);
+    renamed.addMetaData(Block(0x52444E56, 4, "vendor note"));
+    EXPECT_FALSE(renamed.isEqual(texture));
+
+    EXPECT_FALSE(texture.saveFile((dir / "no-such-dir/x.dds").c_str()));
+    EXPECT_EQ(ORBTGetLastError(), "cannot create " + (dir / "no-such-dir/x.dds") + ": No such file or directory");
+    EXPECT_EQ(ORBTGetLastErrno(), ENOENT);
+    EXPECT_FALSE(texture.saveFileLegacyORB((dir / "x.orb").c_str(), eLegacyApiNone));
+    EXPECT_STREQ(ORBTGetLastError(), "this channel layout has no legacy format number for legacy API 0");
+    EXPECT_FALSE(CORBTexture().saveToMemory(legacy, "x.ktx"));
+    EXPECT_STREQ(ORBTGetLastError(), "the texture holds no pixel data");
+    EXPECT_EQ(ORBTGetLastErrorKind(), eORBTErrorArgument);
 }
