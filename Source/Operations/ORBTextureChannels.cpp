@@ -233,8 +233,8 @@ bool CopyChannels(CORBTexture& destination, const CORBTexture& source, unsigned 
         destination.getNumMIPLevels() != source.getNumMIPLevels() ||
         destination.getNumFaces() != source.getNumFaces())
         return SetError(eORBTErrorSize,
-                        "CopyChannels: the destination is %ux%ux%u with %u MIP levels, %u array members and %u "
-                        "faces, the source %ux%ux%u with %u, %u and %u",
+                        "CopyChannels: the destination (%ux%ux%u, MIP levels %u, array members %u, faces %u) and "
+                        "the source (%ux%ux%u, MIP levels %u, array members %u, faces %u) differ",
                         destination.getWidth(), destination.getHeight(), destination.getDepth(),
                         destination.getNumMIPLevels(), destination.getNumArrayMembers(), destination.getNumFaces(),
                         source.getWidth(), source.getHeight(), source.getDepth(), source.getNumMIPLevels(),

@@ -18,7 +18,7 @@ constexpr ChannelDiffResult kFailed = {{-1.0f, -1.0f, -1.0f, -1.0f}, -1.0f};
 // Sets why 'operation' refuses a surface index that one of the textures lacks.
 bool RefuseIndex(const char* operation, const char* what, unsigned index, unsigned inA, unsigned inB)
 {
-    return SetError(eORBTErrorArgument, "%s: %s %u is not in both textures (they have %u and %u)", operation, what,
+    return SetError(eORBTErrorArgument, "%s: %s %u is out of range (the textures have %u and %u)", operation, what,
                     index, inA, inB);
 }
 

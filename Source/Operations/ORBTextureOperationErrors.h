@@ -26,7 +26,7 @@ inline bool RefuseTexture(const char* operation, const CORBTexture& texture, con
                         operation, which, format.empty() ? "an unknown format" : format.c_str(),
                         channelType ? channelType : "unknown channel type");
     }
-    return SetError(eORBTErrorArgument, "%s: %s has no pixels (%ux%ux%u, %u MIP levels, %u array members, %u faces)",
+    return SetError(eORBTErrorArgument, "%s: %s has no pixels (%ux%ux%u, MIP levels %u, array members %u, faces %u)",
                     operation, which, texture.getWidth(), texture.getHeight(), texture.getDepth(),
                     texture.getNumMIPLevels(), texture.getNumArrayMembers(), texture.getNumFaces());
 }
@@ -36,8 +36,7 @@ inline bool RefuseTexture(const char* operation, const CORBTexture& texture, con
 inline bool RefuseTooLarge(const char* operation, const CORBTextureHeader& result)
 {
     return SetError(eORBTErrorSize,
-                    "%s: the result, %ux%ux%u with %u MIP levels, %u array members and %u faces, would need 4 GiB "
-                    "or more",
+                    "%s: the result (%ux%ux%u, MIP levels %u, array members %u, faces %u) would need 4 GiB or more",
                     operation, result.getWidth(), result.getHeight(), result.getDepth(), result.getNumMIPLevels(),
                     result.getNumArrayMembers(), result.getNumFaces());
 }
