@@ -13,6 +13,7 @@
 
 #include "Codecs/ASTCRuns.h"
 #include "Codecs/ASTCToolOutput.h"
+#include "Model/ORBTextureErrors.h"
 #include "Model/ORBTextureFormatFacts.h"
 #include "ORBTexture.h"
 #include "ORBTextureUtilities.h" // layer: the bridge converts the tool's pixels with Transcode
@@ -54,6 +55,50 @@ bool IsExpectedSurface(const CORBTexture& texture, unsigned int width, unsigned 
     return texture.getDataPtr() && texture.getPixelType().PixelTypeID == format && texture.getWidth() == width &&
            texture.getHeight() == height && texture.getDepth() == depth && texture.getNumMIPLevels() == 1 &&
            texture.getNumArrayMembers() == 1 && texture.getNumFaces() == 1;
+}
+
+// Sets a failure of astcenc under 'operation', with the errno of the system
+// call that failed (0 for none); returns false.
+bool SetToolError(const char* operation, const char* what, int error)
+{
+    if (error)
+        SetError(eORBTErrorTool, "%s: %s: %s", operation, what, std::strerror(error));
+    else
+        SetError(eORBTErrorTool, "%s: %s", operation, what);
+    SetLastErrno(error);
+    return false;
+}
+
+// A temporary file's path in 'buffer'; false, with the reason under
+// 'operation', when it does not fit.
+bool TemporaryPath(const char* operation, char* buffer, const char* extension)
+{
+    if (getTempFile(buffer, extension) >= 0)
+        return true;
+    char what[128];
+    std::snprintf(what, sizeof what, "%s: the temporary .%s file's name in the temporary directory", operation,
+                  extension);
+    return SetSystemError(what, ENAMETOOLONG);
+}
+
+// Writes the temporary file 'path' with 'save'; false, with the errno of the
+// write, when it fails.
+template <typename Save>
+bool WriteTemporary(const char* operation, const char* path, Save&& save)
+{
+    errno = 0;
+    if (save(CORBTString(path)))
+        return true;
+    const int error = errno;
+    char what[kPathBufferSize + 64];
+    std::snprintf(what, sizeof what, "%s: cannot write %s", operation, path);
+    return SetSystemError(what, error);
+}
+
+// Sets why 'operation' could not use astcenc's output and returns false.
+bool RefuseToolOutput(const char* operation, const char* what)
+{
+    return SetError(eORBTErrorTool, "%s: astcenc's output %s", operation, what);
 }
 
 const char* QualitySwitch(int quality)
@@ -100,18 +145,26 @@ int getTempFile(char* buffer, const char* extension)
 {
     const unsigned int length = getTempDir(buffer);
     if (length >= kPathBufferSize)
+    {
+        SetSystemError("getTempFile: the temporary directory's name", ENAMETOOLONG);
         return -1;
+    }
     const int written = std::snprintf(buffer + length, kPathBufferSize - length, "ORBTexLib_%llu_%llu.%s",
                                       getProcessID(), getThreadID(), extension);
     if (written < 0 || size_t(written) >= kPathBufferSize - length)
     {
         buffer[0] = '\0';
+        SetSystemError("getTempFile: the temporary file's name", ENAMETOOLONG);
         return -1;
     }
     return int(length) + written;
 }
 
-bool executeASTCEnc(const char* const* arguments, int* exitCode)
+namespace
+{
+
+// Runs astcenc as executeASTCEnc does; why it did not run is given under 'operation'.
+bool RunASTCEnc(const char* operation, const char* const* arguments, int* exitCode)
 {
     size_t count = 0;
     while (arguments && arguments[count])
@@ -119,18 +172,20 @@ bool executeASTCEnc(const char* const* arguments, int* exitCode)
     // The list is built before fork: the child only redirects and execs.
     char** list = static_cast<char**>(std::malloc((count + 2) * sizeof(char*)));
     if (!list)
-        return false;
+        return SetError(eORBTErrorMemory, "%s: no memory for astcenc's %zu arguments", operation, count);
     list[0] = const_cast<char*>("astcenc");
     for (size_t i = 0; i < count; ++i)
         list[i + 1] = const_cast<char*>(arguments[i]);
     list[count + 1] = nullptr;
 
+    const unsigned stops = ASTCStopCount();
     const pid_t parent = getpid();
     const pid_t child = fork();
     if (child == -1)
     {
+        const int error = errno;
         std::free(list);
-        return false;
+        return SetToolError(operation, "astcenc could not be started: fork", error);
     }
     if (child == 0)
     {
@@ -165,17 +220,38 @@ bool executeASTCEnc(const char* const* arguments, int* exitCode)
     do
         waited = waitpid(child, &status, 0);
     while (waited == -1 && errno == EINTR);
+    const int waitError = waited == -1 ? errno : 0;
     if (waited != child || !WIFEXITED(status) || WEXITSTATUS(status) == 127)
-        return false;
+    {
+        if (ASTCStopCount() != stops)
+            return SetError(eORBTErrorCancelled, "%s: astcenc was stopped by stopASTCEncRuns", operation);
+        if (waited != child)
+            return SetToolError(operation, "waiting for astcenc failed", waitError);
+        if (!WIFEXITED(status))
+        {
+            char what[64];
+            std::snprintf(what, sizeof what, "astcenc was ended by signal %d", WTERMSIG(status));
+            return SetToolError(operation, what, 0);
+        }
+        return SetToolError(operation, "astcenc could not be started (status 127: not in PATH, or not executable)",
+                            0);
+    }
     if (exitCode)
         *exitCode = WEXITSTATUS(status);
     return true;
 }
 
+} // namespace
+
+bool executeASTCEnc(const char* const* arguments, int* exitCode)
+{
+    return RunASTCEnc("executeASTCEnc", arguments, exitCode);
+}
+
 bool isASTCEncAvailable()
 {
     const char* const none[] = {nullptr};
-    return executeASTCEnc(none, nullptr);
+    return RunASTCEnc("isASTCEncAvailable", none, nullptr);
 }
 
 unsigned int ASTCCompress(const void* source, void* destination, unsigned int width, unsigned int height,
@@ -183,24 +259,29 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
                           int quality)
 {
     const uint32_t format = ASTCFormatOfBlock(blockX, blockY, blockZ);
-    if (!format || width == 0 || height == 0 || depth == 0)
-        return 0;
+    if (!format)
+        return SetError(eORBTErrorUnsupported, "ASTCCompress: no ASTC format has %ux%ux%u blocks", blockX, blockY,
+                        blockZ);
+    if (width == 0 || height == 0 || depth == 0)
+        return SetError(eORBTErrorSize, "ASTCCompress: the image is %ux%ux%u, it has no pixels", width, height,
+                        depth);
     const uint64_t size = uint64_t((width + blockX - 1) / blockX) * ((height + blockY - 1) / blockY) *
                           ((depth + blockZ - 1) / blockZ) * 16;
     if (size > UINT32_MAX)
-        return 0;
+        return SetError(eORBTErrorSize, "ASTCCompress: the blocks of a %ux%ux%u image need %llu bytes, above 32 bits",
+                        width, height, depth, (unsigned long long)size);
     if (!source || !destination)
         return static_cast<unsigned int>(size);
 
     char ktxPath[kPathBufferSize];
-    if (getTempFile(ktxPath, "ktx") < 0)
+    if (!TemporaryPath("ASTCCompress", ktxPath, "ktx"))
         return 0;
     CTemporaryFile ktxFile(ktxPath);
     {
         const CORBTextureHeader header(ORBStandard8PixelType, height, width, depth, 1, 1, 1, eColourSpaceLinear,
                                        eVarUnsignedByteNorm);
         const CORBTexture input(header, source);
-        if (!input.saveFile(CORBTString(ktxPath)))
+        if (!WriteTemporary("ASTCCompress", ktxPath, [&](const CORBTString& path) { return input.saveFile(path); }))
         {
             ktxFile.keep(); // the writer removed what it made
             return 0;
@@ -208,7 +289,7 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
     }
 
     char astcPath[kPathBufferSize];
-    if (getTempFile(astcPath, "astc") < 0)
+    if (!TemporaryPath("ASTCCompress", astcPath, "astc"))
         return 0;
     char block[32];
     if (blockZ == 1)
@@ -219,25 +300,36 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
     const char* arguments[] = {"-c", ktxPath, astcPath, block, QualitySwitch(quality), nullptr};
     CTemporaryFile astcFile(astcPath);
     int exitCode = 0;
-    bool ran = executeASTCEnc(arguments, &exitCode);
+    bool ran = RunASTCEnc("ASTCCompress", arguments, &exitCode);
     // astcenc 2.0 and later reject "-c" (and "-veryfast") with status 1: retry once with their names.
     if (ran && exitCode == 1)
     {
         arguments[0] = "-cl";
         if (quality == 0)
             arguments[4] = "-fastest";
-        ran = executeASTCEnc(arguments, &exitCode);
+        ran = RunASTCEnc("ASTCCompress", arguments, &exitCode);
     }
     if (!ran || exitCode != 0)
     {
         astcFile.keep(); // a failed run's output is the caller's to look at
+        if (ran)
+            SetError(eORBTErrorTool, "ASTCCompress: astcenc %s %s %s exited with status %d", arguments[0], block,
+                     arguments[4], exitCode);
         return 0;
     }
 
     const CORBTexture compressed(astcPath);
+    if (!compressed.getDataPtr())
+    {
+        // The load has given its reason; it is kept after this call's name.
+        const int error = ORBTGetLastErrno();
+        SetError(eORBTErrorTool, "ASTCCompress: astcenc's output could not be read: %s", ORBTGetLastError());
+        SetLastErrno(error);
+        return 0;
+    }
     if (!IsExpectedSurface(compressed, width, height, depth, format) ||
         compressed.getDataSize(-1, true, true) != size)
-        return 0;
+        return RefuseToolOutput("ASTCCompress", "is not the one surface of the asked size and block");
     std::memcpy(destination, compressed.getDataPtr(0), size_t(size));
     return static_cast<unsigned int>(size);
 }
@@ -245,22 +337,27 @@ unsigned int ASTCCompress(const void* source, void* destination, unsigned int wi
 unsigned int ASTCDecompress(const void* source, void* destination, unsigned int width, unsigned int height,
                             unsigned int depth, unsigned int format)
 {
-    if (!IsASTCFormat(format) || width == 0 || height == 0 || depth == 0)
-        return 0;
+    if (!IsASTCFormat(format))
+        return SetError(eORBTErrorUnsupported, "ASTCDecompress: format %u is not an ASTC format", format);
+    if (width == 0 || height == 0 || depth == 0)
+        return SetError(eORBTErrorSize, "ASTCDecompress: the image is %ux%ux%u, it has no pixels", width, height,
+                        depth);
     const uint64_t size = uint64_t(width) * height * depth * 4;
     if (size > UINT32_MAX)
-        return 0;
+        return SetError(eORBTErrorSize, "ASTCDecompress: the pixels of a %ux%ux%u image need %llu bytes, above 32 bits",
+                        width, height, depth, (unsigned long long)size);
     if (!source || !destination)
         return static_cast<unsigned int>(size);
 
     char astcPath[kPathBufferSize];
-    if (getTempFile(astcPath, "astc") < 0)
+    if (!TemporaryPath("ASTCDecompress", astcPath, "astc"))
         return 0;
     CTemporaryFile astcFile(astcPath);
     {
         const CORBTextureHeader header(format, height, width, depth);
         const CORBTexture input(header, source);
-        if (!input.saveASTCFile(CORBTString(astcPath)))
+        if (!WriteTemporary("ASTCDecompress", astcPath,
+                            [&](const CORBTString& path) { return input.saveASTCFile(path); }))
         {
             astcFile.keep(); // the writer removed what it made
             return 0;
@@ -268,24 +365,29 @@ unsigned int ASTCDecompress(const void* source, void* destination, unsigned int 
     }
 
     char ktxPath[kPathBufferSize];
-    if (getTempFile(ktxPath, "ktx") < 0)
+    if (!TemporaryPath("ASTCDecompress", ktxPath, "ktx"))
         return 0;
     const char* const arguments[] = {"-dl", astcPath, ktxPath, nullptr};
     CTemporaryFile ktxFile(ktxPath);
     int exitCode = 0;
-    if (!executeASTCEnc(arguments, &exitCode) || exitCode != 0)
+    const bool ran = RunASTCEnc("ASTCDecompress", arguments, &exitCode);
+    if (!ran || exitCode != 0)
     {
         ktxFile.keep(); // a failed run's output is the caller's to look at
+        if (ran)
+            SetError(eORBTErrorTool, "ASTCDecompress: astcenc -dl exited with status %d", exitCode);
         return 0;
     }
 
     CORBTexture decoded;
-    if (!LoadDecodedKTX(ktxPath, width, height, depth, decoded) ||
-        !Transcode(decoded, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear,
-                   ECompressorQuality(2), false) ||
-        !IsExpectedSurface(decoded, width, height, depth, ORBStandard8PixelType) ||
+    if (!LoadDecodedKTX(ktxPath, width, height, depth, decoded))
+        return RefuseToolOutput("ASTCDecompress", "could not be read as an 8-bit KTX file");
+    if (!Transcode(decoded, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, eColourSpaceLinear,
+                   ECompressorQuality(2), false))
+        return RefuseToolOutput("ASTCDecompress", "could not be converted to rgba8");
+    if (!IsExpectedSurface(decoded, width, height, depth, ORBStandard8PixelType) ||
         decoded.getDataSize(-1, true, true) != size)
-        return 0;
+        return RefuseToolOutput("ASTCDecompress", "is not the one surface of the asked size");
     std::memcpy(destination, decoded.getDataPtr(0), size_t(size));
     return static_cast<unsigned int>(size);
 }

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <vector>
 
+#include "Model/ORBTextureErrors.h"
+
 namespace orbtexture
 {
 
@@ -510,6 +512,8 @@ bool canHavePunchThrough(unsigned int* alphas)
 unsigned int DXTCompress(const void* source, void* destination, const unsigned int& width,
                          const unsigned int& height, const unsigned int& format)
 {
+    if (width == 0 || height == 0)
+        SetError(eORBTErrorSize, "DXTCompress: the image is %ux%u, it has no pixels", width, height);
     if (!source || !destination)
         return format == 1 ? (width * height) >> 1 : width * height;
 
@@ -587,6 +591,8 @@ unsigned int DXTCompress(const void* source, void* destination, const unsigned i
 unsigned int DXTDecompress(const void* source, void* destination, const unsigned int& width,
                            const unsigned int& height, const unsigned int& format)
 {
+    if (width == 0 || height == 0)
+        SetError(eORBTErrorSize, "DXTDecompress: the image is %ux%u, it has no pixels", width, height);
     if (!source || !destination)
         return width * height * 4;
     const unsigned char* in = static_cast<const unsigned char*>(source);

@@ -1,15 +1,36 @@
 #include "Codecs/OneBPPCodec.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+
+#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
+
+namespace
+{
+
+// Sets why 'operation' answers 0 bytes for a width x height image, which
+// needs 'fewest' pixels for a byte of output.
+void SetNoBytesError(const char* operation, unsigned width, unsigned height, uint64_t fewest)
+{
+    const uint64_t pixels = uint64_t(width) * height;
+    SetError(eORBTErrorSize, "%s: the image is %ux%u, %s", operation, width, height,
+             pixels >= fewest ? "too large for 32-bit counts"
+             : pixels > 0     ? "fewer pixels than the 8 of one byte"
+                              : "it has no pixels");
+}
+
+} // namespace
 
 unsigned int OneBPPCompress(const void* source, void* destination, const unsigned int& width,
                             const unsigned int& height)
 {
     const unsigned bytes = (width * height) >> 3;
+    if (bytes == 0)
+        SetNoBytesError("OneBPPCompress", width, height, 8);
     if (!source || !destination)
         return bytes;
     const unsigned char* in = static_cast<const unsigned char*>(source);
@@ -29,6 +50,8 @@ unsigned int OneBPPDecompress(const void* source, void* destination, const unsig
                               const unsigned int& height)
 {
     const size_t pixels = size_t(width) * height;
+    if (unsigned(pixels * 4) == 0)
+        SetNoBytesError("OneBPPDecompress", width, height, 1);
     if (!source || !destination)
         return unsigned(pixels * 4);
     const unsigned char* in = static_cast<const unsigned char*>(source);

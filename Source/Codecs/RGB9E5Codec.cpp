@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "Model/ORBTextureErrors.h"
+
 namespace orbtexture
 {
 
@@ -23,6 +25,13 @@ float MaxOf3(float a, float b, float c)
 {
     const float ab = a > b ? a : b;
     return ab > c ? ab : c;
+}
+
+// Sets why 'operation' answers 0 bytes for a width x height image.
+void SetNoBytesError(const char* operation, unsigned width, unsigned height)
+{
+    SetError(eORBTErrorSize, "%s: the image is %ux%u, %s", operation, width, height,
+             width == 0 || height == 0 ? "it has no pixels" : "too large for 32-bit counts");
 }
 
 int Max(int a, int b) { return a > b ? a : b; }
@@ -68,6 +77,8 @@ unsigned int RGB9E5Compress(const void* source, void* destination, const unsigne
                             const unsigned int& height)
 {
     const size_t pixels = size_t(width) * height;
+    if (unsigned(pixels * 4) == 0)
+        SetNoBytesError("RGB9E5Compress", width, height);
     if (!source || !destination)
         return unsigned(pixels * 4);
     const unsigned char* in = static_cast<const unsigned char*>(source);
@@ -87,6 +98,8 @@ unsigned int RGB9E5Decompress(const void* source, void* destination, const unsig
                               const unsigned int& height)
 {
     const size_t pixels = size_t(width) * height;
+    if (unsigned(pixels * 16) == 0)
+        SetNoBytesError("RGB9E5Decompress", width, height);
     if (!source || !destination)
         return unsigned(pixels * 16);
     const unsigned char* in = static_cast<const unsigned char*>(source);

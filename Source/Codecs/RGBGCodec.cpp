@@ -1,6 +1,7 @@
 #include "Codecs/RGBGCodec.h"
 
 #include "Codecs/PixelPairGroups.h"
+#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -25,13 +26,25 @@ bool OrderOf(EORBTPixelFormat format, GroupOrder& order)
     return true;
 }
 
+// The order of 'format', or false with the reason why 'operation' can't take
+// the format or size.
+bool CheckedOrder(const char* operation, EORBTPixelFormat format, unsigned width, unsigned height, GroupOrder& order)
+{
+    if (!OrderOf(format, order))
+        return SetError(eORBTErrorUnsupported, "%s: format %u is not RGBG8888 (%u) or GRGB8888 (%u)", operation,
+                        unsigned(format), unsigned(ePF_RGBG8888), unsigned(ePF_GRGB8888));
+    if (width == 0 || height == 0)
+        return SetError(eORBTErrorSize, "%s: the image is %ux%u, it has no pixels", operation, width, height);
+    return true;
+}
+
 } // namespace
 
 unsigned int RGBGCompress(const void* source, void* destination, const unsigned int& width,
                           const unsigned int& height, const EORBTPixelFormat& format)
 {
     GroupOrder order;
-    if (!OrderOf(format, order) || height == 0)
+    if (!CheckedOrder("RGBGCompress", format, width, height, order))
         return 0;
     PackPixelPairs(source, destination, width, height, [&](const unsigned char* a, unsigned char* out) {
         out[order.r] = a[0];
@@ -46,7 +59,7 @@ unsigned int RGBGDecompress(const void* source, void* destination, const unsigne
                             const unsigned int& height, const EORBTPixelFormat& format)
 {
     GroupOrder order;
-    if (!OrderOf(format, order) || height == 0)
+    if (!CheckedOrder("RGBGDecompress", format, width, height, order))
         return 0;
     UnpackPixelPairs(source, destination, width, height, [&](const unsigned char* group, unsigned char* pixel) {
         pixel[0] = pixel[4] = group[order.r];

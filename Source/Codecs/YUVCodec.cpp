@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Codecs/PixelPairGroups.h"
+#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -32,6 +33,18 @@ bool OrderOf(EORBTPixelFormat format, GroupOrder& order)
     return true;
 }
 
+// The order of 'format', or false with the reason why 'operation' can't take
+// the format or size.
+bool CheckedOrder(const char* operation, EORBTPixelFormat format, unsigned width, unsigned height, GroupOrder& order)
+{
+    if (!OrderOf(format, order))
+        return SetError(eORBTErrorUnsupported, "%s: format %u is not UYVY (%u) or YUY2 (%u)", operation,
+                        unsigned(format), unsigned(ePF_UYVY), unsigned(ePF_YUY2));
+    if (width == 0 || height == 0)
+        return SetError(eORBTErrorSize, "%s: the image is %ux%u, it has no pixels", operation, width, height);
+    return true;
+}
+
 } // namespace
 
 void ConvertYUVToRGB(int y, int u, int v, unsigned char& red, unsigned char& green, unsigned char& blue)
@@ -57,7 +70,7 @@ unsigned int YUVCompress(const void* source, void* destination, const unsigned i
                          const unsigned int& height, const EORBTPixelFormat& format)
 {
     GroupOrder order;
-    if (!OrderOf(format, order) || height == 0)
+    if (!CheckedOrder("YUVCompress", format, width, height, order))
         return 0;
     PackPixelPairs(source, destination, width, height, [&](const unsigned char* a, unsigned char* out) {
         ConvertRGBToYUV({a[0], a[1], a[2], a[3]}, {a[4], a[5], a[6], a[7]}, out[order.y0], out[order.y1],
@@ -70,7 +83,7 @@ unsigned int YUVDecompress(const void* source, void* destination, const unsigned
                            const unsigned int& height, const EORBTPixelFormat& format)
 {
     GroupOrder order;
-    if (!OrderOf(format, order) || height == 0)
+    if (!CheckedOrder("YUVDecompress", format, width, height, order))
         return 0;
     UnpackPixelPairs(source, destination, width, height, [&](const unsigned char* group, unsigned char* pixel) {
         ConvertYUVToRGB(group[order.y0], group[order.u], group[order.v], pixel[0], pixel[1], pixel[2]);

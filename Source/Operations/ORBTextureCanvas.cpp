@@ -7,6 +7,7 @@
 #include "Model/ORBTextureStandardTypes.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
+#include "Operations/ORBTextureOperationErrors.h"
 
 namespace orbtexture
 {
@@ -87,7 +88,7 @@ bool Rotate90(Pixel<T>* first, Pixel<T>* second, const unsigned int& width, cons
               const unsigned int& depth, EORBTAxis axis, bool direction)
 {
     if (!first || !second)
-        return false;
+        return SetError(eORBTErrorArgument, "Rotate90: null first or second surface");
     const size_t w = width, h = height, d = depth;
     const size_t count = w * h * d;
     for (size_t z = 0; z < d; ++z)
@@ -130,7 +131,7 @@ bool Flip(Pixel<T>* data, const unsigned int& width, const unsigned int& height,
           EORBTAxis axis)
 {
     if (!data)
-        return false;
+        return SetError(eORBTErrorArgument, "Flip: null pixel data");
     const size_t w = width, h = height, d = depth;
     switch (axis)
     {
@@ -160,9 +161,12 @@ bool Border(Pixel<T>* source, Pixel<T>* destination, unsigned int sourceWidth, u
             unsigned int sourceDepth, unsigned int destinationWidth, unsigned int destinationHeight,
             unsigned int destinationDepth)
 {
-    if (!source || !destination || destinationWidth < sourceWidth || destinationHeight < sourceHeight ||
-        destinationDepth < sourceDepth)
-        return false;
+    if (!source || !destination)
+        return SetError(eORBTErrorArgument, "Border: null source or destination");
+    if (destinationWidth < sourceWidth || destinationHeight < sourceHeight || destinationDepth < sourceDepth)
+        return SetError(eORBTErrorSize, "Border: the destination %ux%ux%u is smaller than the source %ux%ux%u",
+                        destinationWidth, destinationHeight, destinationDepth, sourceWidth, sourceHeight,
+                        sourceDepth);
     const size_t sw = sourceWidth, sh = sourceHeight, sd = sourceDepth;
     const size_t dw = destinationWidth, dh = destinationHeight, dd = destinationDepth;
     const size_t bx = (dw - sw) >> 1, by = (dh - sh) >> 1, bz = (dd - sd) >> 1;
@@ -203,13 +207,14 @@ template <typename T>
 bool Bleed(Pixel<T>* data, const unsigned int& width, const unsigned int& height, const unsigned int& depth)
 {
     if (!data)
-        return false;
+        return SetError(eORBTErrorArgument, "Bleed: null pixel data");
     using Sum = std::conditional_t<std::is_floating_point_v<T>, double, uint64_t>;
     const size_t w = width, h = height, d = depth;
     const size_t bytes = w * h * d * sizeof(Pixel<T>);
     Pixel<T>* snapshot = static_cast<Pixel<T>*>(std::malloc(bytes ? bytes : 1));
     if (!snapshot)
-        return false;
+        return SetError(eORBTErrorMemory, "Bleed: no memory for a copy of the %ux%ux%u surface", width, height,
+                        depth);
     std::memcpy(snapshot, data, bytes);
 
     constexpr size_t kReach = 8;
@@ -248,14 +253,14 @@ bool ResizeCanvas(CORBTexture& texture, const unsigned int& newWidth, const unsi
                   const unsigned int& newDepth, const int& offsetX, const int& offsetY, const int& offsetZ)
 {
     if (!IsStandard(texture))
-        return false;
+        return RefuseTexture("ResizeCanvas", texture);
     if (newWidth && newHeight && newDepth && newWidth == texture.getWidth() && newHeight == texture.getHeight() &&
         newDepth == texture.getDepth() && offsetX == 0 && offsetY == 0 && offsetZ == 0)
         return true;
 
     CORBTextureHeader header;
     if (!ResizedHeader(texture, newWidth, newHeight, newDepth, header))
-        return false;
+        return RefuseTooLarge("ResizeCanvas", header);
     CORBTexture canvas = ZeroedTexture(header);
     RescaleBorder(texture, canvas);
 
@@ -273,7 +278,7 @@ bool ResizeCanvas(CORBTexture& texture, const unsigned int& newWidth, const unsi
 bool Rotate90(CORBTexture& texture, EORBTAxis axis, bool direction)
 {
     if (!IsStandard(texture))
-        return false;
+        return RefuseTexture("Rotate90", texture);
     const uint32_t w = texture.getWidth(), h = texture.getHeight(), d = texture.getDepth();
     CORBTextureHeader header(texture.getHeader());
     switch (axis)
@@ -292,7 +297,7 @@ bool Rotate90(CORBTexture& texture, EORBTAxis axis, bool direction)
     default: break;
     }
     if (!FitsInMemory(header))
-        return false;
+        return RefuseTooLarge("Rotate90", header);
     CORBTexture rotated = ZeroedTexture(header);
 
     bool result = false;
@@ -311,29 +316,33 @@ bool Rotate90(CORBTexture& texture, EORBTAxis axis, bool direction)
 bool Flip(CORBTexture& texture, EORBTAxis axis)
 {
     if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
-        return false;
-    return DispatchChannelType(texture, [&](auto tag) {
+        return RefuseTexture("Flip", texture);
+    const bool flipped = DispatchChannelType(texture, [&](auto tag) {
         using T = typename decltype(tag)::type;
         return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
             return Flip(SurfacePixels<T>(texture, mip, member, face), texture.getWidth(mip), texture.getHeight(mip),
                         texture.getDepth(mip), axis);
         });
     });
+    return flipped || RefuseTexture("Flip", texture);
 }
 
 bool Border(CORBTexture& texture, unsigned int borderX, unsigned int borderY, unsigned int borderZ)
 {
     if (!IsStandard(texture))
-        return false;
+        return RefuseTexture("Border", texture);
     if (borderX == 0 && borderY == 0 && borderZ == 0)
         return true;
     const uint64_t width = texture.getWidth() + 2ull * borderX, height = texture.getHeight() + 2ull * borderY,
                    depth = texture.getDepth() + 2ull * borderZ;
     if (width > UINT32_MAX || height > UINT32_MAX || depth > UINT32_MAX)
-        return false;
+        return SetError(eORBTErrorSize,
+                        "Border: border %u,%u,%u makes the %ux%ux%u texture %llux%llux%llu, a side above 4294967295",
+                        borderX, borderY, borderZ, texture.getWidth(), texture.getHeight(), texture.getDepth(),
+                        (unsigned long long)width, (unsigned long long)height, (unsigned long long)depth);
     CORBTextureHeader header;
     if (!ResizedHeader(texture, uint32_t(width), uint32_t(height), uint32_t(depth), header))
-        return false;
+        return RefuseTooLarge("Border", header);
     CORBTexture bordered = ZeroedTexture(header);
 
     bool result = false;
@@ -354,14 +363,18 @@ bool Border(CORBTexture& texture, unsigned int borderX, unsigned int borderY, un
 bool Bleed(CORBTexture& texture)
 {
     if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
-        return false;
-    return DispatchChannelType(texture, [&](auto tag) {
+        return RefuseTexture("Bleed", texture);
+    const bool bled = DispatchChannelType(texture, [&](auto tag) {
         using T = typename decltype(tag)::type;
         return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
             return Bleed(SurfacePixels<T>(texture, mip, member, face), texture.getWidth(mip), texture.getHeight(mip),
                          texture.getDepth(mip));
         });
     });
+    // With pixel data, only a surface's copy can fail, and Bleed of the surface has said so.
+    if (!bled && !texture.getDataPtr())
+        RefuseTexture("Bleed", texture);
+    return bled;
 }
 
 ORBT_FOR_STANDARD_TYPES(ORBT_CANVAS_WORKERS_OF_TYPE, )

@@ -5,6 +5,7 @@
 #include "Model/ORBTextureStandardTypes.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
+#include "Operations/ORBTextureOperationErrors.h"
 
 namespace
 {
@@ -111,10 +112,13 @@ bool PreMultiplySurface(Pixel<T>* data, unsigned width, unsigned height, unsigne
     return true;
 }
 
+// False, with the reason under 'operation', for a texture that is not of a
+// standard pixel type or has no pixel data.
 template <typename V>
-bool SetTextureChannels(CORBTexture& texture, unsigned int channelCount, EChannelName* channels, V* values)
+bool SetTextureChannels(const char* operation, CORBTexture& texture, unsigned int channelCount,
+                        EChannelName* channels, V* values)
 {
-    return DispatchChannelType(texture, [&](auto tag) {
+    const bool set = DispatchChannelType(texture, [&](auto tag) {
         using T = typename decltype(tag)::type;
         return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
             const unsigned width = texture.getWidth(mip), height = texture.getHeight(mip),
@@ -123,6 +127,7 @@ bool SetTextureChannels(CORBTexture& texture, unsigned int channelCount, EChanne
                                      channelCount, channels, values);
         });
     });
+    return set || RefuseTexture(operation, texture);
 }
 
 } // namespace
@@ -135,7 +140,7 @@ bool SetChannels(Pixel<T>* data, const unsigned int& width, const unsigned int& 
                  const unsigned int& channelCount, EChannelName* channels, V* values)
 {
     if (data == nullptr)
-        return false;
+        return SetError(eORBTErrorArgument, "SetChannels: null pixel data");
     const size_t count = size_t(width) * height * depth;
     // Constants don't depend on the pixel, so each one can sweep the surface in
     // turn: later entries still win over earlier ones.
@@ -154,7 +159,7 @@ bool CopyChannels(Pixel<S>* source, Pixel<D>* destination, const unsigned int& w
                   EChannelName* sourceChannels)
 {
     if (source == nullptr || destination == nullptr)
-        return false;
+        return SetError(eORBTErrorArgument, "CopyChannels: null source or destination");
 
     constexpr float factor = kChannelFactor[kTypeIndex<S>][kTypeIndex<D>];
     constexpr float redWeight = 0.2126f * factor;
@@ -211,12 +216,12 @@ bool CopyChannels(Pixel<S>* source, Pixel<D>* destination, const unsigned int& w
 
 bool SetChannels(CORBTexture& texture, unsigned int channelCount, EChannelName* channels, unsigned int* values)
 {
-    return SetTextureChannels(texture, channelCount, channels, values);
+    return SetTextureChannels("SetChannels", texture, channelCount, channels, values);
 }
 
 bool SetChannelsFloat(CORBTexture& texture, unsigned int channelCount, EChannelName* channels, float* values)
 {
-    return SetTextureChannels(texture, channelCount, channels, values);
+    return SetTextureChannels("SetChannelsFloat", texture, channelCount, channels, values);
 }
 
 bool CopyChannels(CORBTexture& destination, const CORBTexture& source, unsigned int channelCount,
@@ -227,9 +232,15 @@ bool CopyChannels(CORBTexture& destination, const CORBTexture& source, unsigned 
         destination.getNumArrayMembers() != source.getNumArrayMembers() ||
         destination.getNumMIPLevels() != source.getNumMIPLevels() ||
         destination.getNumFaces() != source.getNumFaces())
-        return false;
+        return SetError(eORBTErrorSize,
+                        "CopyChannels: the destination (%ux%ux%u, MIP levels %u, array members %u, faces %u) and "
+                        "the source (%ux%ux%u, MIP levels %u, array members %u, faces %u) differ",
+                        destination.getWidth(), destination.getHeight(), destination.getDepth(),
+                        destination.getNumMIPLevels(), destination.getNumArrayMembers(), destination.getNumFaces(),
+                        source.getWidth(), source.getHeight(), source.getDepth(), source.getNumMIPLevels(),
+                        source.getNumArrayMembers(), source.getNumFaces());
 
-    return DispatchChannelType(source, [&](auto sourceTag) {
+    const bool copied = DispatchChannelType(source, [&](auto sourceTag) {
         using S = typename decltype(sourceTag)::type;
         return DispatchChannelType(destination, [&](auto destinationTag) {
             using D = typename decltype(destinationTag)::type;
@@ -242,12 +253,22 @@ bool CopyChannels(CORBTexture& destination, const CORBTexture& source, unsigned 
             });
         });
     });
+    if (!copied)
+    {
+        const bool sourceRefused =
+            !source.getDataPtr() || !isStandardPixelType(source.getPixelType(), source.getChannelType());
+        RefuseTexture("CopyChannels", sourceRefused ? source : destination,
+                      sourceRefused ? "the source" : "the destination");
+    }
+    return copied;
 }
 
 bool PreMultiplyAlpha(CORBTexture& texture)
 {
-    if (texture.isPreMultiplied() || !isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
-        return false;
+    if (texture.isPreMultiplied())
+        return SetError(eORBTErrorArgument, "PreMultiplyAlpha: the texture is already premultiplied");
+    if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
+        return RefuseTexture("PreMultiplyAlpha", texture);
     const bool result = DispatchChannelType(texture, [&](auto tag) {
         using T = typename decltype(tag)::type;
         return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
@@ -255,6 +276,8 @@ bool PreMultiplyAlpha(CORBTexture& texture)
                                       texture.getHeight(mip), texture.getDepth(mip));
         });
     });
+    if (!result)
+        RefuseTexture("PreMultiplyAlpha", texture);
     texture.setIsPreMultiplied(true);
     return result;
 }

@@ -5,6 +5,7 @@
 
 #include "Model/ORBTextureStandardTypes.h"
 #include "Model/ORBTextureSurfaceWalk.h"
+#include "Operations/ORBTextureOperationErrors.h"
 
 namespace orbtexture
 {
@@ -13,6 +14,33 @@ namespace
 {
 
 constexpr ChannelDiffResult kFailed = {{-1.0f, -1.0f, -1.0f, -1.0f}, -1.0f};
+
+// Sets why 'operation' refuses a surface index that one of the textures lacks.
+bool RefuseIndex(const char* operation, const char* what, unsigned index, unsigned inA, unsigned inB)
+{
+    return SetError(eORBTErrorArgument, "%s: %s %u is out of range (the textures have %u and %u)", operation, what,
+                    index, inA, inB);
+}
+
+// TexturesAreValidForDiff, the reason for false given under 'operation'.
+bool ValidPair(const char* operation, const CORBTexture& a, const CORBTexture& b, unsigned mipLevel,
+               unsigned arrayMember, unsigned face)
+{
+    if (!isStandardPixelType(a.getPixelType(), a.getChannelType()))
+        return RefuseTexture(operation, a, "the first texture");
+    if (!isStandardPixelType(b.getPixelType(), b.getChannelType()))
+        return RefuseTexture(operation, b, "the second texture");
+    if (a.getWidth() != b.getWidth() || a.getHeight() != b.getHeight() || a.getDepth() != b.getDepth())
+        return SetError(eORBTErrorSize, "%s: sizes differ (%ux%ux%u and %ux%ux%u)", operation, a.getWidth(),
+                        a.getHeight(), a.getDepth(), b.getWidth(), b.getHeight(), b.getDepth());
+    if (mipLevel >= a.getNumMIPLevels() || mipLevel >= b.getNumMIPLevels())
+        return RefuseIndex(operation, "MIP level", mipLevel, a.getNumMIPLevels(), b.getNumMIPLevels());
+    if (arrayMember >= a.getNumArrayMembers() || arrayMember >= b.getNumArrayMembers())
+        return RefuseIndex(operation, "array member", arrayMember, a.getNumArrayMembers(), b.getNumArrayMembers());
+    if (face >= a.getNumFaces() || face >= b.getNumFaces())
+        return RefuseIndex(operation, "face", face, a.getNumFaces(), b.getNumFaces());
+    return true;
+}
 
 // Calls visit(Pixel<A>*, Pixel<B>*) with both textures' surfaces at (mip,
 // member, face) read in their own channel types.
@@ -96,51 +124,28 @@ void LinearPass(const CORBTexture& a, const CORBTexture& b, CORBTexture& out, Pi
     });
 }
 
-// The empty output of a difference picture: false when the pair is invalid or
-// the picture would not fit in memory.
-bool MakePicture(const CORBTexture& a, const CORBTexture& b, CORBTexture& out)
+// The empty output of a difference picture: false, with the reason under
+// 'operation', when the pair is invalid or the picture would not fit in memory.
+bool MakePicture(const char* operation, const CORBTexture& a, const CORBTexture& b, CORBTexture& out)
 {
-    if (!TexturesAreValidForDiff(a, b, 0, 0, 0) || !a.getDataPtr() || !b.getDataPtr())
+    if (!ValidPair(operation, a, b, 0, 0, 0))
         return false;
+    if (!a.getDataPtr())
+        return RefuseTexture(operation, a, "the first texture");
+    if (!b.getDataPtr())
+        return RefuseTexture(operation, b, "the second texture");
     const CORBTextureHeader header = PictureHeader(a, b);
     if (!FitsInMemory(header))
-        return false;
+        return RefuseTooLarge(operation, header);
     out = CORBTexture(header);
     return true;
 }
 
-} // namespace
-
-bool TexturesAreValidForDiff(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
-                             const unsigned int& arrayMember, const unsigned int& face)
+// The measures under the name of the public function that asks for them.
+ChannelDiffResult MeanError(const char* operation, const CORBTexture& a, const CORBTexture& b, unsigned mipLevel,
+                            unsigned arrayMember, unsigned face)
 {
-    return isStandardPixelType(a.getPixelType(), a.getChannelType()) &&
-           isStandardPixelType(b.getPixelType(), b.getChannelType()) && a.getWidth() == b.getWidth() &&
-           a.getHeight() == b.getHeight() && a.getDepth() == b.getDepth() && mipLevel < a.getNumMIPLevels() &&
-           mipLevel < b.getNumMIPLevels() && arrayMember < a.getNumArrayMembers() &&
-           arrayMember < b.getNumArrayMembers() && face < a.getNumFaces() && face < b.getNumFaces();
-}
-
-ChannelDiffResult GetMaxDifference(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
-                                   const unsigned int& arrayMember, const unsigned int& face)
-{
-    if (!TexturesAreValidForDiff(a, b, mipLevel, arrayMember, face))
-        return kFailed;
-    double largest[4] = {-1.0, -1.0, -1.0, -1.0};
-    if (ForEachDifference(a, b, mipLevel, arrayMember, face,
-                          [&](unsigned c, double d) { largest[c] = std::max(largest[c], std::fabs(d)); }) == 0)
-        return kFailed;
-    ChannelDiffResult result;
-    for (unsigned c = 0; c < 4; ++c)
-        result.channels[c] = float(largest[c]);
-    result.overall = std::max({result.channels[0], result.channels[1], result.channels[2], result.channels[3]});
-    return result;
-}
-
-ChannelDiffResult GetMeanErrorValue(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
-                                    const unsigned int& arrayMember, const unsigned int& face)
-{
-    if (!TexturesAreValidForDiff(a, b, mipLevel, arrayMember, face))
+    if (!ValidPair(operation, a, b, mipLevel, arrayMember, face))
         return kFailed;
     double sums[4] = {0.0, 0.0, 0.0, 0.0};
     const size_t n =
@@ -152,10 +157,10 @@ ChannelDiffResult GetMeanErrorValue(const CORBTexture& a, const CORBTexture& b, 
     return result;
 }
 
-ChannelDiffResult GetRMSErrorValue(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
-                                   const unsigned int& arrayMember, const unsigned int& face)
+ChannelDiffResult RMSError(const char* operation, const CORBTexture& a, const CORBTexture& b, unsigned mipLevel,
+                           unsigned arrayMember, unsigned face)
 {
-    if (!TexturesAreValidForDiff(a, b, mipLevel, arrayMember, face))
+    if (!ValidPair(operation, a, b, mipLevel, arrayMember, face))
         return kFailed;
     double sums[4] = {0.0, 0.0, 0.0, 0.0};
     const size_t n =
@@ -169,10 +174,55 @@ ChannelDiffResult GetRMSErrorValue(const CORBTexture& a, const CORBTexture& b, c
     return result;
 }
 
+} // namespace
+
+bool TexturesAreValidForDiff(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
+                             const unsigned int& arrayMember, const unsigned int& face)
+{
+    return ValidPair("TexturesAreValidForDiff", a, b, mipLevel, arrayMember, face);
+}
+
+ChannelDiffResult GetMaxDifference(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
+                                   const unsigned int& arrayMember, const unsigned int& face)
+{
+    if (!ValidPair("GetMaxDifference", a, b, mipLevel, arrayMember, face))
+        return kFailed;
+    double largest[4] = {-1.0, -1.0, -1.0, -1.0};
+    if (ForEachDifference(a, b, mipLevel, arrayMember, face,
+                          [&](unsigned c, double d) { largest[c] = std::max(largest[c], std::fabs(d)); }) == 0)
+    {
+        SetError(eORBTErrorArgument, "GetMaxDifference: MIP level %u is %ux%ux%u, no pixels to compare", mipLevel,
+                 a.getWidth(mipLevel), a.getHeight(mipLevel), a.getDepth(mipLevel));
+        return kFailed;
+    }
+    ChannelDiffResult result;
+    for (unsigned c = 0; c < 4; ++c)
+        result.channels[c] = float(largest[c]);
+    result.overall = std::max({result.channels[0], result.channels[1], result.channels[2], result.channels[3]});
+    // Without pixel data nothing is read, and the measure is the failed one.
+    if (!a.getDataPtr())
+        RefuseTexture("GetMaxDifference", a, "the first texture");
+    else if (!b.getDataPtr())
+        RefuseTexture("GetMaxDifference", b, "the second texture");
+    return result;
+}
+
+ChannelDiffResult GetMeanErrorValue(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
+                                    const unsigned int& arrayMember, const unsigned int& face)
+{
+    return MeanError("GetMeanErrorValue", a, b, mipLevel, arrayMember, face);
+}
+
+ChannelDiffResult GetRMSErrorValue(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
+                                   const unsigned int& arrayMember, const unsigned int& face)
+{
+    return RMSError("GetRMSErrorValue", a, b, mipLevel, arrayMember, face);
+}
+
 ChannelDiffResult GetStandardDeviation(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
                                        const unsigned int& arrayMember, const unsigned int& face)
 {
-    const ChannelDiffResult mean = GetMeanErrorValue(a, b, mipLevel, arrayMember, face);
+    const ChannelDiffResult mean = MeanError("GetStandardDeviation", a, b, mipLevel, arrayMember, face);
     if (mean.channels[0] < 0.0f)
         return kFailed;
     // Signed differences about the mean of absolute differences, as the measure is defined.
@@ -191,7 +241,7 @@ ChannelDiffResult GetStandardDeviation(const CORBTexture& a, const CORBTexture& 
 ChannelDiffResult GetPSNRValue(const CORBTexture& a, const CORBTexture& b, const unsigned int& mipLevel,
                                const unsigned int& arrayMember, const unsigned int& face)
 {
-    ChannelDiffResult result = GetRMSErrorValue(a, b, mipLevel, arrayMember, face);
+    ChannelDiffResult result = RMSError("GetPSNRValue", a, b, mipLevel, arrayMember, face);
     if (result.channels[0] < 0.0f)
         return result;
     const EORBTVariableType type = a.getChannelType();
@@ -211,12 +261,16 @@ ChannelDiffResult GetPSNRValue(const CORBTexture& a, const CORBTexture& b, const
 CORBTexture ColourDiff(const CORBTexture& a, const CORBTexture& b, float multiplier)
 {
     CORBTexture out;
-    if (!MakePicture(a, b, out))
+    if (!MakePicture("ColourDiff", a, b, out))
         return CORBTexture();
     const CORBTextureHeader& header = out.getHeader();
     const uint32_t pixels = header.getTextureSize(-1, true, true);
     if (a.getTextureSize(-1, true, true) < pixels || b.getTextureSize(-1, true, true) < pixels)
+    {
+        SetError(eORBTErrorSize, "ColourDiff: the textures hold %u and %u pixels, fewer than the picture's %u",
+                 a.getTextureSize(-1, true, true), b.getTextureSize(-1, true, true), pixels);
         return CORBTexture();
+    }
 
     ForEachSurface(header, [&](uint32_t mip, uint32_t member, uint32_t face) {
         const size_t count = size_t(header.getWidth(mip)) * header.getHeight(mip) * header.getDepth(mip);
@@ -243,7 +297,7 @@ CORBTexture ColourDiff(const CORBTexture& a, const CORBTexture& b, float multipl
 CORBTexture ToleranceDiff(const CORBTexture& a, const CORBTexture& b, float tolerance)
 {
     CORBTexture out;
-    if (!MakePicture(a, b, out))
+    if (!MakePicture("ToleranceDiff", a, b, out))
         return CORBTexture();
     LinearPass(a, b, out, [tolerance](const double* na, const double* nb, uint8_t* o) {
         double c[4];
@@ -263,7 +317,7 @@ CORBTexture ToleranceDiff(const CORBTexture& a, const CORBTexture& b, float tole
 CORBTexture BlendDiff(const CORBTexture& a, const CORBTexture& b, float blend)
 {
     CORBTexture out;
-    if (!MakePicture(a, b, out))
+    if (!MakePicture("BlendDiff", a, b, out))
         return CORBTexture();
     blend = std::min(std::max(blend, 0.0f), 1.0f);
     LinearPass(a, b, out, [blend](const double* na, const double* nb, uint8_t* o) {

@@ -5,6 +5,7 @@
 #include "Model/ORBTextureStandardTypes.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
+#include "Operations/ORBTextureOperationErrors.h"
 
 namespace orbtexture
 {
@@ -52,9 +53,10 @@ void TintLevel(Pixel<T>* pixels, size_t count, uint32_t level)
 
 bool GenerateMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned int levels)
 {
-    if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()) || levels == 0 ||
-        !texture.getDataPtr())
-        return false;
+    if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()) || !texture.getDataPtr())
+        return RefuseTexture("GenerateMIPMaps", texture);
+    if (levels == 0)
+        return SetError(eORBTErrorArgument, "GenerateMIPMaps: 0 levels asked for; the count includes the top level");
 
     uint32_t count = levels;
     if (levels == 0xFFFFFFFFu)
@@ -68,7 +70,7 @@ bool GenerateMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned int leve
     CORBTextureHeader header(texture.getHeader());
     header.setNumMIPLevels(count);
     if (!FitsInMemory(header))
-        return false;
+        return RefuseTooLarge("GenerateMIPMaps", header);
     CORBTexture chain(header);
 
     const bool built = DispatchChannelType(texture, [&](auto tag) {
@@ -93,7 +95,7 @@ bool GenerateMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned int leve
         return true;
     });
     if (!built)
-        return false;
+        return SetError(eORBTErrorArgument, "GenerateMIPMaps: a surface of the new chain has no pixel data");
     texture = std::move(chain);
     return true;
 }
@@ -101,8 +103,8 @@ bool GenerateMIPMaps(CORBTexture& texture, EResizeMode filter, unsigned int leve
 bool ColourMIPMaps(CORBTexture& texture)
 {
     if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
-        return false;
-    return DispatchChannelType(texture, [&](auto tag) {
+        return RefuseTexture("ColourMIPMaps", texture);
+    const bool tinted = DispatchChannelType(texture, [&](auto tag) {
         using T = typename decltype(tag)::type;
         return ForEachSurface(texture, [&](uint32_t mip, uint32_t member, uint32_t face) {
             Pixel<T>* pixels = SurfacePixels<T>(texture, mip, member, face);
@@ -112,6 +114,7 @@ bool ColourMIPMaps(CORBTexture& texture)
             return pixels != nullptr;
         });
     });
+    return tinted || RefuseTexture("ColourMIPMaps", texture);
 }
 
 } // namespace orbtexture

@@ -4,6 +4,7 @@
 #include "Model/ORBTextureStandardTypes.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "ORBTextureUtilities.h"
+#include "Operations/ORBTextureOperationErrors.h"
 
 namespace orbtexture
 {
@@ -54,8 +55,10 @@ bool CreateNormalMap(Pixel<T>* source, Pixel<float>* destination, unsigned int w
                      unsigned int depth, float scale, const char* channelOrder)
 {
     static const float spfWhite[4] = {1.0f, 1.0f, 1.0f, 1.0f};
-    if (scale == 0.0f || !source || !destination)
-        return false;
+    if (scale == 0.0f)
+        return SetError(eORBTErrorArgument, "CreateNormalMap: scale is 0");
+    if (!source || !destination)
+        return SetError(eORBTErrorArgument, "CreateNormalMap: null source or destination");
     if (depth == 0 || width == 0 || height == 0)
         return true;
     const ChannelOrder order = ParseOrder(channelOrder);
@@ -101,14 +104,14 @@ bool CreateNormalMap(Pixel<T>* source, Pixel<float>* destination, unsigned int w
 bool GenerateNormalMap(CORBTexture& texture, float scale, CORBTString channelOrder)
 {
     if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()) || !texture.getDataPtr())
-        return false;
+        return RefuseTexture("GenerateNormalMap", texture);
     channelOrder.toLower();
 
     CORBTextureHeader header(texture.getHeader());
     header.setPixelFormat(PixelType(ORBStandard32PixelType));
     header.setChannelType(eVarSignedFloat);
     if (!FitsInMemory(header))
-        return false;
+        return RefuseTooLarge("GenerateNormalMap", header);
     CORBTexture normals(header);
 
     bool result = false;
@@ -121,6 +124,9 @@ bool GenerateNormalMap(CORBTexture& texture, float scale, CORBTString channelOrd
         });
         return true;
     });
+    // With pixel data in both, only the scale can fail.
+    if (!result)
+        SetError(eORBTErrorArgument, "GenerateNormalMap: scale is 0");
     // A failing call does not keep the texture from being replaced.
     texture = std::move(normals);
     texture.setBumpMap(scale, channelOrder);

@@ -7,6 +7,7 @@
 
 #include "Model/ORBTextureStandardTypes.h"
 #include "ORBTextureUtilities.h"
+#include "Operations/ORBTextureOperationErrors.h"
 
 namespace orbtexture
 {
@@ -283,7 +284,7 @@ bool StretchImage(Pixel<T>* source, Pixel<T>* destination, unsigned int sourceWi
                   unsigned int destinationDepth, EResizeMode mode)
 {
     if (!source || !destination)
-        return false;
+        return SetError(eORBTErrorArgument, "StretchImage: null source or destination");
     // Nothing to write; an empty source has nothing to sample.
     if (destinationWidth == 0 || destinationHeight == 0 || destinationDepth == 0 || sourceWidth == 0 ||
         sourceHeight == 0 || sourceDepth == 0)
@@ -318,13 +319,17 @@ bool SteppedStretchImage(Pixel<T>* source, Pixel<T>* destination, unsigned int s
                          unsigned int destinationHeight, unsigned int destinationDepth, EResizeMode mode)
 {
     if (!source || !destination)
-        return false;
+        return SetError(eORBTErrorArgument, "SteppedStretchImage: null source or destination");
     uint32_t size[3] = {sourceWidth, sourceHeight, sourceDepth};
     const uint32_t target[3] = {destinationWidth, destinationHeight, destinationDepth};
     // An empty source never reaches a non-empty target by doubling.
     for (unsigned a = 0; a < 3; ++a)
         if (size[a] == 0 && target[a] != 0)
-            return false;
+            return SetError(eORBTErrorSize,
+                            "SteppedStretchImage: the source %ux%ux%u has a zero side where the target %ux%ux%u "
+                            "has none",
+                            sourceWidth, sourceHeight, sourceDepth, destinationWidth, destinationHeight,
+                            destinationDepth);
 
     const size_t capacity = size_t(std::max(sourceWidth, destinationWidth)) *
                             std::max(sourceHeight, destinationHeight) * std::max(sourceDepth, destinationDepth);
@@ -355,17 +360,17 @@ bool Resize(CORBTexture& texture, const unsigned int& newWidth, const unsigned i
             const unsigned int& newDepth, EResizeMode mode)
 {
     if (!isStandardPixelType(texture.getPixelType(), texture.getChannelType()))
-        return false;
+        return RefuseTexture("Resize", texture);
     if (newWidth == 0 || newHeight == 0 || newDepth == 0)
-        return false;
+        return SetError(eORBTErrorSize, "Resize: new size %ux%ux%u has a zero side", newWidth, newHeight, newDepth);
     if (newWidth == texture.getWidth() && newHeight == texture.getHeight() && newDepth == texture.getDepth())
         return true;
     if (!texture.getDataPtr())
-        return false;
+        return RefuseTexture("Resize", texture);
 
     CORBTextureHeader header;
     if (!ResizedHeader(texture, newWidth, newHeight, newDepth, header))
-        return false;
+        return RefuseTooLarge("Resize", header);
     CORBTexture resized(header);
     RescaleBorder(texture, resized);
 
@@ -380,6 +385,8 @@ bool Resize(CORBTexture& texture, const unsigned int& newWidth, const unsigned i
                                              mode);
         return true;
     });
+    if (!result)
+        RefuseTexture("Resize", texture);
     texture = std::move(resized);
     return result;
 }

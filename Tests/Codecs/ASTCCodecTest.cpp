@@ -403,3 +403,22 @@ TEST_F(ASTCRealEncoder, ConcurrentCallsGiveTheSameBlocks)
     for (const Bytes& result : results)
         EXPECT_EQ(result, alone);
 }
+
+// A failing bridge call leaves its kind and a reason that starts with the call's name.
+TEST(ASTCErrors, FailuresLeaveTheirReason)
+{
+    FakeASTCEnc fake("exit 2");
+    const struct { unsigned (*call)(); EORBTErrorKind kind; const char* reason; } cases[] = {
+        {[] { uint8_t p[64]{}; return ASTCCompress(p, p, 4, 4, 1, 4, 4, 1, 2); }, eORBTErrorTool,
+         "ASTCCompress: astcenc -c 4x4 -medium exited with status 2"},
+        {[] { ScopedEnv path("PATH", "/missing"); return unsigned(isASTCEncAvailable()); }, eORBTErrorTool,
+         "isASTCEncAvailable: astcenc could not be started"},
+        {[] { uint8_t p[64]{}; ScopedEnv t("TMPDIR", "/missing"); return ASTCDecompress(p, p, 4, 4, 1, ePF_ASTC_4x4); },
+         eORBTErrorIO, "ASTCDecompress: cannot write /missing/ORBTexLib_"},
+    };
+    for (const auto& c : cases)
+        EXPECT_TRUE(c.call() == 0 && ORBTGetLastErrorKind() == c.kind &&
+                    std::string(ORBTGetLastError()).rfind(c.reason, 0) == 0)
+            << c.reason << " / " << ORBTGetLastError();
+    EXPECT_NE(ORBTGetLastErrno(), 0); // the failed write's
+}

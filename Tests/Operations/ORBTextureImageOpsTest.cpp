@@ -540,3 +540,25 @@ TEST(ImageOps, NonStandardTexturesAreRefusedUntouched)
     CORBTexture empty(CORBTextureHeader(ORBStandard8PixelType, 2, 2, 1, 0));
     EXPECT_FALSE(SetChannels(empty, 1, &red, &value));
 }
+
+// A failing call leaves its kind and a reason that starts with the call's name.
+TEST(ImageOps, FailuresLeaveTheirReason)
+{
+    constexpr EORBTErrorKind kArgument = eORBTErrorArgument, kFormat = eORBTErrorUnsupported, kSize = eORBTErrorSize;
+    const struct { bool (*fails)(CORBTexture); EORBTErrorKind kind; const char* reason; } cases[] = {
+        {[](CORBTexture) { CORBTexture t(CORBTextureHeader(ePF_ETC1, 4, 4)); return !Flip(t, eAxisX); }, kFormat,
+         "Flip: the texture is ETC1 (UnsignedByteNorm), not a standard pixel type"},
+        {[](CORBTexture t) { return !Resize(t, 70000, 70000, 1, eResizeLinear); }, kSize,
+         "Resize: the result (70000x70000x1, MIP levels 1, array members 1, faces 1) would need 4 GiB"},
+        {[](CORBTexture t) { return !GenerateMIPMaps(t, eResizeLinear, 0); }, kArgument, "GenerateMIPMaps: 0 levels"},
+        {[](CORBTexture t) { return !GenerateNormalMap(t, 0.0f, "xyz"); }, kArgument, "GenerateNormalMap: scale is 0"},
+        {[](CORBTexture t) { return GetPSNRValue(t, t, 0, 0, 2).overall == -1.0f; }, kArgument,
+         "GetPSNRValue: face 2 is out of range (the textures have 1 and 1)"},
+        {[](CORBTexture t) { return !ColourDiff(t, CORBTexture(), 1.0f).getDataPtr(); }, kArgument,
+         "ColourDiff: the second texture is empty"},
+    };
+    for (const auto& c : cases)
+        EXPECT_TRUE(c.fails(One<Byte>({})) && ORBTGetLastErrorKind() == c.kind &&
+                    std::string(ORBTGetLastError()).rfind(c.reason, 0) == 0)
+            << c.reason << " / " << ORBTGetLastError();
+}
