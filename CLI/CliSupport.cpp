@@ -145,6 +145,16 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler takes 
 
 constexpr int kCleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
+// The first of those signals asks the work to stop: the flag cancels the
+// library's long calls, which then return at once; the thread that sees it
+// ends the process as the signal would have. Work the flag cannot stop
+// (a resize, say) is ended by an alarm a second later, and a second signal
+// ends the process at once.
+std::atomic<bool> gCancel{false};
+volatile std::sig_atomic_t gSignal = 0;
+constexpr unsigned kGraceSeconds = 1;
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler sets the flag");
+
 class ListHold
 {
 public:
@@ -205,21 +215,42 @@ void RemovePendingAndDie(int signal)
     ::raise(signal);
 }
 
+// Async-signal-safe: atomics, alarm and what RemovePendingAndDie calls.
+void CancelThenDie(int signal)
+{
+    if (signal == SIGALRM || gSignal != 0)
+        RemovePendingAndDie(gSignal != 0 ? int(gSignal) : signal);
+    gSignal = signal;
+    gCancel.store(true);
+    // The library's astcenc runs end now; their calls fail and see the flag.
+    orbtexture::stopASTCEncRuns();
+    ::alarm(kGraceSeconds);
+}
+
 } // namespace
+
+const std::atomic<bool>& CancelFlag() { return gCancel; }
+
+void StopIfCancelled()
+{
+    if (gCancel.load())
+        RemovePendingAndDie(int(gSignal));
+}
 
 void InstallSignalCleanup()
 {
-    for (const int signal : kCleanupSignals)
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM})
     {
         struct sigaction current;
         if (::sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN)
             continue;
         struct sigaction action;
         std::memset(&action, 0, sizeof action);
-        action.sa_handler = RemovePendingAndDie;
+        action.sa_handler = CancelThenDie;
         sigemptyset(&action.sa_mask);
         for (const int other : kCleanupSignals)
             sigaddset(&action.sa_mask, other);
+        sigaddset(&action.sa_mask, SIGALRM);
         ::sigaction(signal, &action, nullptr);
     }
 }

@@ -33,10 +33,19 @@ bool IsHelpFlag(const std::string& argument);
 bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, std::string& reason,
                    size_t maxBytes = size_t(-1));
 
-// Makes SIGINT, SIGTERM and SIGHUP remove every uncommitted PendingOutput's
-// temporary file before the process dies of the signal. Signals that were
-// ignored when the program started stay ignored.
+// Makes SIGINT, SIGTERM and SIGHUP cancel the library's running calls and
+// then remove every uncommitted PendingOutput's temporary file before the
+// process dies of the signal: as soon as a cancelled call returns, within a
+// second if none does, at once on a second signal. Signals that were ignored
+// when the program started stay ignored.
 void InstallSignalCleanup();
+
+// Set by SIGINT, SIGTERM or SIGHUP: the cancel flag of the library calls that
+// can stop (see InstallSignalCleanup).
+const std::atomic<bool>& CancelFlag();
+// After such a signal: removes pending outputs and ends the process as the
+// signal would have. Returns only when no signal came.
+void StopIfCancelled();
 
 // A file written under a temporary name beside its destination and renamed
 // into place by Commit, so that a failed or interrupted command leaves no

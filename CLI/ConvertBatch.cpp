@@ -119,7 +119,9 @@ int RunBatch(const ConvertOptions& options, const Target& target)
         for (size_t i; (i = next++) < jobs.size();)
         {
             FileResult result;
-            if (!ConvertFile(options, target, inputs, jobs[i].input, jobs[i].output, progress, result))
+            const bool converted = ConvertFile(options, target, inputs, jobs[i].input, jobs[i].output, progress, result);
+            StopIfCancelled(); // after a signal, no line for a stopped file
+            if (!converted)
             {
                 progress.PrintLine(stderr, ErrorLine(result.failedPath, result.reason));
                 failed = true;
@@ -168,7 +170,9 @@ int RunOne(const ConvertOptions& options)
     }
     ProgressLine progress(1, false, options.quiet);
     FileResult result;
-    if (!ConvertFile(options, target, inputs, input, options.output, progress, result))
+    const bool converted = ConvertFile(options, target, inputs, input, options.output, progress, result);
+    StopIfCancelled();
+    if (!converted)
     {
         progress.PrintLine(stderr, ErrorLine(result.failedPath, result.reason));
         return kExitFailure;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "CliSupport.h"
 #include "Codecs/ASTCCodec.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
@@ -165,11 +166,16 @@ bool ConvertTexture(const ConvertOptions& options, PixelType targetFormat, EORBT
     if (!SidesFit(texture, targetFormat, options.quality, reason))
         return false;
     const bool dxtTarget = DXTSelector(targetFormat) != 0;
+    // Ctrl-C stops the codecs rather than waiting for them.
+    orbtexture::ORBTCallContext context;
+    context.cancel = &CancelFlag();
     const bool transcoded =
         dxtTarget ? orbtexture::Transcode(texture, PixelType(orbtexture::ORBStandard8PixelType),
-                                          orbtexture::eVarUnsignedByteNorm, targetSpace)
+                                          orbtexture::eVarUnsignedByteNorm, targetSpace, orbtexture::ECompressorQuality(0),
+                                          false, context)
                   : orbtexture::Transcode(texture, targetFormat, targetType, targetSpace,
-                                          orbtexture::ECompressorQuality(options.quality), options.dither);
+                                          orbtexture::ECompressorQuality(options.quality), options.dither, context);
+    StopIfCancelled();
     if (!transcoded)
     {
         const std::string why = ORBTGetLastError();

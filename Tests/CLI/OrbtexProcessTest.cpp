@@ -102,6 +102,24 @@ TEST(OrbtexProcess, SignalsRemoveTemporaryFiles)
     EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"box.orb", "cube.orb"}));
 }
 
+// Ctrl-C cancels a long compression at once, well before the second that
+// work which cannot stop is given.
+TEST(OrbtexProcess, InterruptCancelsACompression)
+{
+    ScratchDir dir;
+    WritePng(dir / "photo.png", 512, 512, 5);
+    const pid_t pid =
+        SpawnOrbtex(dir, {"convert", dir / "photo.png", dir / "out.orb", "--format", "ORBTC_4bpp_RGB", "--quality", "8"});
+    ASSERT_GT(pid, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    const auto asked = std::chrono::steady_clock::now();
+    ::kill(pid, SIGINT);
+    const int status = WaitOrbtex(pid);
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(600));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_EQ(Names(dir.path()), std::vector<std::string>{"photo.png"});
+}
+
 // A written file that does not read back as made is not committed: here the
 // temporary file is changed while convert waits before checking it.
 TEST(OrbtexProcess, WrittenFileIsCheckedBeforeItReplacesTheOutput)
