@@ -416,6 +416,7 @@ int ComputeInterpolatedModVal(int modulationClass, int row, int column, const ui
     }
     if (value > 8)
     {
+        // Ends the process: a blend of values 0 to 8 cannot exceed 8.
         std::fprintf(stderr, "bad:%d\n", value);
         std::exit(1);
     }

@@ -643,6 +643,7 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
     }
     else
     {
+        // Ends the process: 1 bit a pixel has no modes; no entry passes it.
         std::fprintf(stderr, "Exiting! 1BPP mode not yet implemented (PackLocalBlock)\n");
         std::abort();
     }

@@ -647,6 +647,7 @@ int GeneratePaletteEntries(const RegionStats& region, const unsigned char* windo
                            int pixelCount, int maximumEntries, int threshold, unsigned char (*out)[4])
 {
     if (pixelCount != 81)
+        // Ends the process: only the 81-pixel window of 4bpp reaches here.
         std::exit(0);
     maximumEntries = std::min(std::max(maximumEntries, 1), 5);
     const float* axis = region.AllBox.box.axes[0];

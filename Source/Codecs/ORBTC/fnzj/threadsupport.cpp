@@ -74,6 +74,7 @@ void WaitForThreads(const pthread_t* threadHandles, int count)
     for (int i = 0; i < count; ++i)
         if (const int error = pthread_join(threadHandles[i], nullptr); error != 0)
         {
+            // Ends the process: a worker that cannot be joined leaves shared rows in an unknown state.
             std::fprintf(stderr, "%s at \"%s\":%d: %s\n", "Join thread", "threadsupport", __LINE__, std::strerror(error));
             std::abort();
         }

@@ -150,6 +150,7 @@ std::unique_ptr<unsigned char[]> InitPixelWindow(int pixelCount)
     std::unique_ptr<unsigned char[]> window(new (std::nothrow) unsigned char[size_t(pixelCount) * 4]);
     if (!window)
     {
+        // Ends the process: the first working array of a stats thread is this codec's out-of-memory exit.
         std::fprintf(stderr, "PANIC!: Out of mem at %s:%d\n", "threadsupport", __LINE__);
         std::exit(1);
     }
@@ -450,6 +451,7 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
             modes[region.hasTransparent && (params.isGeneration2 || params.punchThrough) ? 1 : 0];
     else
     {
+        // Ends the process: 1 bit a pixel has no modes; no entry passes it.
         std::fprintf(stderr, "Exiting - 1bpp not yet implemented (SetUpStandardRepStarts)!\n");
         std::abort();
     }
@@ -493,6 +495,7 @@ int ConstructListOfNeededModes(unsigned int format, unsigned int bitsPerPixel, u
         }
         return count;
     }
+    // Ends the process: 1 bit a pixel has no modes; no entry passes it.
     std::fprintf(stderr, "Exiting! 1bpp not yet implemented (OptimiseRegion)\n");
     std::abort();
 }
@@ -594,6 +597,7 @@ void* RunAGenerateStatsSetThread(void* argument)
         work.interior.reset(new (std::nothrow) InteriorPixel[std::max(interiorCount, 1)]);
         if (!work.interior)
         {
+            // Ends the process: the residual list is this codec's out-of-memory exit.
             std::fprintf(stderr, "Panic: Out of memory!\n");
             std::exit(1);
         }

@@ -45,6 +45,7 @@ __attribute__((format(printf, 1, 2))) void DebugPrint(const char* format, ...)
 
 [[noreturn]] void MutexFailure(const char* action, int line, int error)
 {
+    // Ends the process: a lock that fails leaves the progress record unusable.
     std::fprintf(stderr, "%s at \"%s\":%d: %s\n", action, "wrapper", line, std::strerror(error));
     std::abort();
 }
@@ -570,6 +571,7 @@ void MakeDimsCompatable(const char* imageName, int bitsPerPixel, int& width, int
     }
     if (width <= 0 || height <= 0)
     {
+        // Ends the process: no entry of the library calls this with a zero side.
         std::fprintf(stderr, "Error :Src Image \"%s\" is too small for compressor \n", imageName);
         std::exit(1);
     }

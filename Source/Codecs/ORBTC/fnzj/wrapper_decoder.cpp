@@ -177,6 +177,7 @@ int Decompress(const void* words, int /*ignored*/, unsigned int extended, unsign
 {
     if (bitsPerPixel == 1)
     {
+        // Ends the process: 1 bit a pixel has no words; no entry passes it.
         std::fprintf(stderr, "EXITING! 1BPP UnpackMods not yet implemented!\n");
         std::abort();
     }
