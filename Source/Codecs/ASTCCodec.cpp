@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -81,18 +82,17 @@ bool TemporaryPath(const char* operation, char* buffer, const char* extension)
     return SetSystemError(what, ENAMETOOLONG);
 }
 
-// Writes the temporary file 'path' with 'save'; false, with the errno of the
-// write, when it fails.
+// Writes the temporary file 'path' with 'save'; false, with the save's reason
+// under 'operation' and its errno, when it fails.
 template <typename Save>
 bool WriteTemporary(const char* operation, const char* path, Save&& save)
 {
-    errno = 0;
     if (save(CORBTString(path)))
         return true;
-    const int error = errno;
-    char what[kPathBufferSize + 64];
-    std::snprintf(what, sizeof what, "%s: cannot write %s", operation, path);
-    return SetSystemError(what, error);
+    const int error = ORBTGetLastErrno();
+    SetError(ORBTGetLastErrorKind(), "%s: %s", operation, std::string(ORBTGetLastError()).c_str());
+    SetLastErrno(error);
+    return false;
 }
 
 // Sets why 'operation' could not use astcenc's output and returns false.

@@ -393,6 +393,13 @@ TEST(NativeFile, MemoryImagesEqualFilesAndSavesExplainFailures)
     renamed.removeMetaData(0x52444E56, 3);
     renamed.addMetaData(Block(0x52444E56, 4, "vendor note"));
     EXPECT_FALSE(renamed.isEqual(texture));
+    // One item added twice counts twice: as large as two items, yet fewer.
+    other = texture;
+    renamed = texture;
+    other.addMetaData(Block(0x52444E56, 3, "vendor note"));
+    renamed.addMetaData(Block(0x52444E56, 4, "vendor note"));
+    ASSERT_EQ(other.getMetaDataSize(), renamed.getMetaDataSize());
+    EXPECT_FALSE(other.isEqual(renamed));
 
     EXPECT_FALSE(texture.saveFile((dir / "no-such-dir/x.dds").c_str()));
     EXPECT_EQ(ORBTGetLastError(), "cannot create " + (dir / "no-such-dir/x.dds") + ": No such file or directory");
