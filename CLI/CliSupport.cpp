@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "Codecs/ASTCCodec.h"
+#include "ORBTextureInfo.h"
 
 namespace cli
 {
@@ -230,6 +231,12 @@ void CancelThenDie(int signal)
 } // namespace
 
 const std::atomic<bool>& CancelFlag() { return gCancel; }
+
+std::string LibraryReason()
+{
+    const std::string why = ORBTGetLastError();
+    return why.empty() ? why : ": " + why;
+}
 
 void StopIfCancelled()
 {

@@ -40,6 +40,9 @@ bool ReadFileBytes(const std::string& path, std::vector<unsigned char>& bytes, s
 // when the program started stay ignored.
 void InstallSignalCleanup();
 
+// ": " and the library's reason for the call that just failed, or "".
+std::string LibraryReason();
+
 // Set by SIGINT, SIGTERM or SIGHUP: the cancel flag of the library calls that
 // can stop (see InstallSignalCleanup).
 const std::atomic<bool>& CancelFlag();

@@ -323,10 +323,10 @@ bool WriteDiff(const CompareOptions& options, const CORBTexture& a, const CORBTe
                                  picture.getHeight() * picture.getDepth(), reason);
     else
     {
-        errno = 0;
         written = picture.saveFile(CORBTString(output.TemporaryPath().c_str()));
         if (!written)
-            reason = std::string("cannot write file") + (errno ? ": " + std::string(std::strerror(errno)) : "");
+            reason = "cannot write file: " + std::string(ORBTGetLastErrno() ? std::strerror(ORBTGetLastErrno())
+                                                                             : ORBTGetLastError());
     }
     if (!written || !output.Commit(reason))
     {

@@ -125,11 +125,13 @@ bool ParseNormalMap(const std::string& text, ImageOperations& operations)
     return true;
 }
 
-// A false result of an operation becomes "NAME failed" with the likely cause.
+// A false result of an operation becomes "NAME failed" with the library's
+// reason, or the likely cause when it gives none.
 bool Step(bool ok, const char* name, std::string& reason, const char* cause = nullptr)
 {
+    const std::string why = ok ? std::string() : ORBTGetLastError();
     if (!ok)
-        reason = std::string(name) + " failed" + (cause ? std::string(": ") + cause : std::string());
+        reason = std::string(name) + " failed" + (!why.empty() ? ": " + why : cause ? std::string(": ") + cause : "");
     return ok;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "CliSupport.h"
 #include "Codecs/ASTCCodec.h"
 #include "DXTSurfaces.h"
 #include "FormatNames.h"
@@ -91,7 +92,7 @@ bool MakeStandard(CORBTexture& texture, std::string& reason)
         !Transcode(texture, format, channelType, texture.getColourSpace(), ECompressorQuality(0)))
     {
         reason = "cannot convert " + from + " to " + PixelFormatName(format.PixelTypeID) + " " +
-                 ChannelTypeShortName(channelType);
+                 ChannelTypeShortName(channelType) + LibraryReason();
         return false;
     }
     return true;
@@ -104,7 +105,7 @@ bool ToRGBA8(CORBTexture& texture, std::string& reason)
         return false;
     if (!Transcode(texture, PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm, texture.getColourSpace()))
     {
-        reason = "cannot convert " + from + " to r8g8b8a8";
+        reason = "cannot convert " + from + " to r8g8b8a8" + LibraryReason();
         return false;
     }
     return true;
@@ -121,7 +122,7 @@ int ToCommonType(CORBTexture& a, CORBTexture& b, std::string& reason)
     for (CORBTexture* t : {&a, &b})
         if (!Transcode(*t, PixelType(ORBStandard32PixelType), eVarSignedFloat, t->getColourSpace()))
         {
-            reason = "cannot convert to r32g32b32a32 sf";
+            reason = "cannot convert to r32g32b32a32 sf" + LibraryReason();
             return t == &a ? 1 : 2;
         }
     return 0;
