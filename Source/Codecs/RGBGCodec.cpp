@@ -43,7 +43,7 @@ bool CheckedOrder(const char* operation, EORBTPixelFormat format, unsigned width
 unsigned int RGBGCompress(const void* source, void* destination, const unsigned int& width,
                           const unsigned int& height, const EORBTPixelFormat& format)
 {
-    GroupOrder order;
+    GroupOrder order{};
     if (!CheckedOrder("RGBGCompress", format, width, height, order))
         return 0;
     PackPixelPairs(source, destination, width, height, [&](const unsigned char* a, unsigned char* out) {
@@ -58,7 +58,7 @@ unsigned int RGBGCompress(const void* source, void* destination, const unsigned 
 unsigned int RGBGDecompress(const void* source, void* destination, const unsigned int& width,
                             const unsigned int& height, const EORBTPixelFormat& format)
 {
-    GroupOrder order;
+    GroupOrder order{};
     if (!CheckedOrder("RGBGDecompress", format, width, height, order))
         return 0;
     UnpackPixelPairs(source, destination, width, height, [&](const unsigned char* group, unsigned char* pixel) {
