@@ -1,0 +1,190 @@
+// Decoders and the common Transcode pairs in megapixels per second, beside a
+// memcpy of the same output bytes in the same run ("memcpy_4B" and
+// "memcpy_2B"), on one thread.
+//
+// Image: the first .png or .jpg in the folder named by ORBTEX_BENCH_PHOTOS
+// (its centre, point-sampled to 1024 x 1024), otherwise smooth gradients with
+// noise and hard edges made here. Each format's words are that image
+// compressed once, at the fast qualities, before the timing starts.
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "BenchPhotos.h"
+#include "Codecs/DXTCodec.h"
+#include "Codecs/ETC/ETCCodec.h"
+#include "Codecs/ORBTC/ORBTCCodec.h"
+#include "ORBTextureUtilities.h"
+
+using namespace orbtexture;
+
+namespace
+{
+
+constexpr unsigned kSize = 1024;
+constexpr double kPixels = double(kSize) * kSize;
+
+const std::vector<uint8_t>& Picture()
+{
+    static const std::vector<uint8_t> picture = [] {
+        if (const char* folder = std::getenv("ORBTEX_BENCH_PHOTOS"))
+        {
+            std::vector<benchphotos::Image> photos = benchphotos::LoadPhotos(folder, kSize);
+            if (!photos.empty())
+            {
+                std::fprintf(stderr, "decode bench image: %s\n", photos[0].name.c_str());
+                return photos[0].rgba;
+            }
+        }
+        std::vector<uint8_t> image(size_t(kSize) * kSize * 4);
+        uint32_t noise = 7;
+        for (unsigned y = 0; y < kSize; ++y)
+            for (unsigned x = 0; x < kSize; ++x)
+                for (unsigned c = 0; c < 4; ++c)
+                {
+                    noise = noise * 1664525u + 1013904223u;
+                    const double wave = 120 + 90 * std::sin(0.011 * x + 0.017 * y + 1.3 * c);
+                    const bool edge = ((x / 96 + y / 80) & 1) && c == 1;
+                    image[(size_t(y) * kSize + x) * 4 + c] =
+                        c == 3 ? uint8_t(x < kSize / 2 ? 255 : (x + y) & 255)
+                               : uint8_t(std::min(255.0, wave + (edge ? 60 : 0) + double(noise >> 29)));
+                }
+        return image;
+    }();
+    return picture;
+}
+
+// The picture in an ETC codec's input layout: R, G, B bytes, R, G, B, A, or
+// red (and green) widened to 16 bits for EAC.
+std::vector<uint8_t> ETCInput(unsigned format)
+{
+    const std::vector<uint8_t>& rgba = Picture();
+    const unsigned channels = format == ePF_ETC1 || format == ePF_ETC2_RGB ? 3 : 4;
+    std::vector<uint8_t> input;
+    for (size_t i = 0; i < rgba.size(); i += 4)
+        if (format == ePF_EAC_R11 || format == ePF_EAC_RG11)
+            for (unsigned c = 0; c < (format == ePF_EAC_R11 ? 1u : 2u); ++c)
+                input.insert(input.end(), {rgba[i + c], rgba[i + c]});
+        else
+            input.insert(input.end(), rgba.begin() + i, rgba.begin() + i + channels);
+    return input;
+}
+
+// The words of 'key' ("orbtc2", "etc6", "dxt5", ...), made once.
+const std::vector<uint8_t>& Words(const std::string& key, unsigned format)
+{
+    static std::map<std::string, std::vector<uint8_t>> made;
+    std::vector<uint8_t>& words = made[key];
+    if (!words.empty())
+        return words;
+    std::vector<uint8_t> rgba = Picture();
+    words.resize(size_t(kSize) * kSize * 2);
+    unsigned written = 0;
+    if (key.rfind("orbtcii", 0) == 0)
+        written = ORBTCCompress(rgba.data(), words.data(), kSize, kSize, true, format == 2, 1, 0);
+    else if (key.rfind("orbtc", 0) == 0)
+        written = ORBTCCompress(rgba.data(), words.data(), kSize, kSize, true, format == 2, 0, 0);
+    else if (key.rfind("dxt", 0) == 0)
+        written = DXTCompress(rgba.data(), words.data(), kSize, kSize, format);
+    else
+        written = ETCCompress(ETCInput(format).data(), words.data(), kSize, kSize, 0, format, false);
+    if (written == 0)
+        std::fprintf(stderr, "decode bench: compressing %s failed: %s\n", key.c_str(), ORBTGetLastError());
+    words.resize(written);
+    return words;
+}
+
+void Report(benchmark::State& state)
+{
+    state.counters["MPix/s"] = benchmark::Counter(double(state.iterations()) * kPixels / 1e6,
+                                                  benchmark::Counter::kIsRate);
+}
+
+void BM_ORBTC(benchmark::State& state, bool twoBpp, unsigned decoder)
+{
+    const std::vector<uint8_t>& words =
+        Words((decoder ? "orbtcii" : "orbtc") + std::to_string(twoBpp ? 2 : 4), twoBpp ? 2 : 4);
+    std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ORBTCDecompress(words.data(), out.data(), kSize, kSize, twoBpp, decoder));
+    Report(state);
+}
+
+void BM_ETC(benchmark::State& state, unsigned format)
+{
+    const std::vector<uint8_t>& words = Words("etc" + std::to_string(format), format);
+    std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ETCDecompress(words.data(), out.data(), kSize, kSize, format, false));
+    Report(state);
+}
+
+void BM_DXT(benchmark::State& state, unsigned selector)
+{
+    const std::vector<uint8_t>& words = Words("dxt" + std::to_string(selector), selector);
+    std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(DXTDecompress(words.data(), out.data(), kSize, kSize, selector));
+    Report(state);
+}
+
+// Transcode of the picture from 'from' (made from rgba8 first) to 'to'.
+void BM_Transcode(benchmark::State& state, PixelType from, PixelType to)
+{
+    CORBTexture source(CORBTextureHeader(ORBStandard8PixelType, kSize, kSize), Picture().data());
+    Transcode(source, from, eVarUnsignedByteNorm, eColourSpaceLinear);
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        CORBTexture texture(source);
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(Transcode(texture, to, eVarUnsignedByteNorm, eColourSpaceLinear));
+    }
+    Report(state);
+}
+
+void BM_memcpy(benchmark::State& state, size_t bytesPerPixel)
+{
+    const std::vector<uint8_t> in(size_t(kSize) * kSize * bytesPerPixel, 1);
+    std::vector<uint8_t> out(in.size());
+    for (auto _ : state)
+    {
+        std::memcpy(out.data(), in.data(), in.size());
+        benchmark::ClobberMemory();
+    }
+    Report(state);
+}
+
+const PixelType kRGBA8(ORBStandard8PixelType);
+const PixelType kR5G6B5('r', 'g', 'b', 0, 5, 6, 5, 0);
+const PixelType kBGRA8('b', 'g', 'r', 'a', 8, 8, 8, 8);
+
+BENCHMARK_CAPTURE(BM_memcpy, 4B, 4)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_memcpy, 2B, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_2bpp, true, 0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_4bpp, false, 0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_2bpp, true, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_4bpp, false, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC1, ePF_ETC1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC2_RGB, ePF_ETC2_RGB)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC2_RGBA, ePF_ETC2_RGBA)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC2_RGB_A1, ePF_ETC2_RGB_A1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, EAC_R11, ePF_EAC_R11)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, EAC_RG11, ePF_EAC_RG11)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DXT, DXT1, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DXT, DXT3, 3)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DXT, DXT5, 5)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Transcode, r5g6b5_to_rgba8, kR5G6B5, kRGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Transcode, rgba8_to_r5g6b5, kRGBA8, kR5G6B5)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Transcode, bgra8_to_rgba8, kBGRA8, kRGBA8)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
