@@ -107,32 +107,33 @@ void Report(benchmark::State& state)
                                                   benchmark::Counter::kIsRate);
 }
 
-void BM_ORBTC(benchmark::State& state, bool twoBpp, unsigned decoder)
+// Times decode(words, out) on the words of 'key'.
+template <typename Decode>
+void RunDecoder(benchmark::State& state, const std::string& key, unsigned format, Decode&& decode)
 {
-    const std::vector<uint8_t>& words =
-        Words((decoder ? "orbtcii" : "orbtc") + std::to_string(twoBpp ? 2 : 4), twoBpp ? 2 : 4);
+    const std::vector<uint8_t>& words = Words(key, format);
     std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
     for (auto _ : state)
-        benchmark::DoNotOptimize(ORBTCDecompress(words.data(), out.data(), kSize, kSize, twoBpp, decoder));
+        benchmark::DoNotOptimize(decode(words.data(), out.data()));
     Report(state);
+}
+
+void BM_ORBTC(benchmark::State& state, bool twoBpp, unsigned decoder)
+{
+    RunDecoder(state, (decoder ? "orbtcii" : "orbtc") + std::to_string(twoBpp ? 2 : 4), twoBpp ? 2 : 4,
+               [&](const uint8_t* in, uint8_t* out) { return ORBTCDecompress(in, out, kSize, kSize, twoBpp, decoder); });
 }
 
 void BM_ETC(benchmark::State& state, unsigned format)
 {
-    const std::vector<uint8_t>& words = Words("etc" + std::to_string(format), format);
-    std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(ETCDecompress(words.data(), out.data(), kSize, kSize, format, false));
-    Report(state);
+    RunDecoder(state, "etc" + std::to_string(format), format,
+               [&](const uint8_t* in, uint8_t* out) { return ETCDecompress(in, out, kSize, kSize, format, false); });
 }
 
 void BM_DXT(benchmark::State& state, unsigned selector)
 {
-    const std::vector<uint8_t>& words = Words("dxt" + std::to_string(selector), selector);
-    std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(DXTDecompress(words.data(), out.data(), kSize, kSize, selector));
-    Report(state);
+    RunDecoder(state, "dxt" + std::to_string(selector), selector,
+               [&](const uint8_t* in, uint8_t* out) { return DXTDecompress(in, out, kSize, kSize, selector); });
 }
 
 // Transcode of the picture from 'from' (made from rgba8 first) to 'to'.

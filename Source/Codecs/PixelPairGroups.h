@@ -7,8 +7,16 @@
 
 #include <cstddef>
 
+#include "ORBTextureFormat.h"
+
 namespace orbtexture
 {
+
+// The offsets of a group's four bytes for 'format': 0, 1, 2, 3 for 'straight',
+// 1, 0, 3, 2 for 'swapped'. False, with the reason why 'operation' cannot take
+// the format (naming 'first' and then 'second') or a size with no pixels.
+bool PairGroupOrder(const char* operation, EORBTPixelFormat format, EORBTPixelFormat first, EORBTPixelFormat second,
+                    EORBTPixelFormat swapped, unsigned width, unsigned height, unsigned (&offsets)[4]);
 
 // Calls pack(const unsigned char* pair, unsigned char* group) for every whole
 // pair of each row; a last odd column is not packed.

@@ -1,7 +1,6 @@
 #include "Codecs/RGBGCodec.h"
 
 #include "Codecs/PixelPairGroups.h"
-#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -15,26 +14,14 @@ struct GroupOrder
     unsigned r, g0, b, g1;
 };
 
-bool OrderOf(EORBTPixelFormat format, GroupOrder& order)
+// The order of 'format'; false with the reason when 'operation' cannot take
+// the format or the size.
+bool OrderOf(const char* operation, EORBTPixelFormat format, unsigned width, unsigned height, GroupOrder& order)
 {
-    if (format == ePF_RGBG8888)
-        order = {0, 1, 2, 3};
-    else if (format == ePF_GRGB8888)
-        order = {1, 0, 3, 2};
-    else
+    unsigned offsets[4];
+    if (!PairGroupOrder(operation, format, ePF_RGBG8888, ePF_GRGB8888, ePF_GRGB8888, width, height, offsets))
         return false;
-    return true;
-}
-
-// The order of 'format', or false with the reason why 'operation' can't take
-// the format or size.
-bool CheckedOrder(const char* operation, EORBTPixelFormat format, unsigned width, unsigned height, GroupOrder& order)
-{
-    if (!OrderOf(format, order))
-        return SetError(eORBTErrorUnsupported, "%s: format %u is not RGBG8888 (%u) or GRGB8888 (%u)", operation,
-                        unsigned(format), unsigned(ePF_RGBG8888), unsigned(ePF_GRGB8888));
-    if (width == 0 || height == 0)
-        return SetError(eORBTErrorSize, "%s: the image is %ux%u, it has no pixels", operation, width, height);
+    order = {offsets[0], offsets[1], offsets[2], offsets[3]};
     return true;
 }
 
@@ -44,7 +31,7 @@ unsigned int RGBGCompress(const void* source, void* destination, const unsigned 
                           const unsigned int& height, const EORBTPixelFormat& format)
 {
     GroupOrder order{};
-    if (!CheckedOrder("RGBGCompress", format, width, height, order))
+    if (!OrderOf("RGBGCompress", format, width, height, order))
         return 0;
     PackPixelPairs(source, destination, width, height, [&](const unsigned char* a, unsigned char* out) {
         out[order.r] = a[0];
@@ -59,7 +46,7 @@ unsigned int RGBGDecompress(const void* source, void* destination, const unsigne
                             const unsigned int& height, const EORBTPixelFormat& format)
 {
     GroupOrder order{};
-    if (!CheckedOrder("RGBGDecompress", format, width, height, order))
+    if (!OrderOf("RGBGDecompress", format, width, height, order))
         return 0;
     UnpackPixelPairs(source, destination, width, height, [&](const unsigned char* group, unsigned char* pixel) {
         pixel[0] = pixel[4] = group[order.r];

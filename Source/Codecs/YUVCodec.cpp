@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Codecs/PixelPairGroups.h"
-#include "Model/ORBTextureErrors.h"
 
 namespace orbtexture
 {
@@ -22,26 +21,14 @@ struct GroupOrder
     unsigned y0, u, y1, v;
 };
 
-bool OrderOf(EORBTPixelFormat format, GroupOrder& order)
+// The order of 'format'; false with the reason when 'operation' cannot take
+// the format or the size.
+bool OrderOf(const char* operation, EORBTPixelFormat format, unsigned width, unsigned height, GroupOrder& order)
 {
-    if (format == ePF_UYVY)
-        order = {1, 0, 3, 2};
-    else if (format == ePF_YUY2)
-        order = {0, 1, 2, 3};
-    else
+    unsigned offsets[4];
+    if (!PairGroupOrder(operation, format, ePF_UYVY, ePF_YUY2, ePF_UYVY, width, height, offsets))
         return false;
-    return true;
-}
-
-// The order of 'format', or false with the reason why 'operation' can't take
-// the format or size.
-bool CheckedOrder(const char* operation, EORBTPixelFormat format, unsigned width, unsigned height, GroupOrder& order)
-{
-    if (!OrderOf(format, order))
-        return SetError(eORBTErrorUnsupported, "%s: format %u is not UYVY (%u) or YUY2 (%u)", operation,
-                        unsigned(format), unsigned(ePF_UYVY), unsigned(ePF_YUY2));
-    if (width == 0 || height == 0)
-        return SetError(eORBTErrorSize, "%s: the image is %ux%u, it has no pixels", operation, width, height);
+    order = {offsets[0], offsets[1], offsets[2], offsets[3]};
     return true;
 }
 
@@ -69,8 +56,8 @@ void ConvertRGBToYUV(Pixel<unsigned char> first, Pixel<unsigned char> second, un
 unsigned int YUVCompress(const void* source, void* destination, const unsigned int& width,
                          const unsigned int& height, const EORBTPixelFormat& format)
 {
-    GroupOrder order;
-    if (!CheckedOrder("YUVCompress", format, width, height, order))
+    GroupOrder order{};
+    if (!OrderOf("YUVCompress", format, width, height, order))
         return 0;
     PackPixelPairs(source, destination, width, height, [&](const unsigned char* a, unsigned char* out) {
         ConvertRGBToYUV({a[0], a[1], a[2], a[3]}, {a[4], a[5], a[6], a[7]}, out[order.y0], out[order.y1],
@@ -82,8 +69,8 @@ unsigned int YUVCompress(const void* source, void* destination, const unsigned i
 unsigned int YUVDecompress(const void* source, void* destination, const unsigned int& width,
                            const unsigned int& height, const EORBTPixelFormat& format)
 {
-    GroupOrder order;
-    if (!CheckedOrder("YUVDecompress", format, width, height, order))
+    GroupOrder order{};
+    if (!OrderOf("YUVDecompress", format, width, height, order))
         return 0;
     UnpackPixelPairs(source, destination, width, height, [&](const unsigned char* group, unsigned char* pixel) {
         ConvertYUVToRGB(group[order.y0], group[order.u], group[order.v], pixel[0], pixel[1], pixel[2]);

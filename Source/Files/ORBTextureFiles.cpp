@@ -226,6 +226,13 @@ bool WriteRefused(const CORBTexture& texture, int container, ELegacyApi api)
     return SetError(eORBTErrorArgument, "the texture's data or metadata are incomplete");
 }
 
+// The reason of a failed write to memory: the sink's, or the writer's refusal.
+bool MemoryWriteFailed(const CORBTexture& texture, const CByteSink& sink, int container, ELegacyApi api)
+{
+    return sink.Failed() ? SetError(eORBTErrorMemory, "out of memory for the file image")
+                         : WriteRefused(texture, container, api);
+}
+
 } // namespace
 
 bool CORBTexture::privateWriteFile(const CORBTString& path, int container, const CORBTString& symbolName,
@@ -283,21 +290,16 @@ bool CORBTexture::saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api)
 bool CORBTexture::saveToMemory(std::vector<uint8_t>& bytes, const CORBTString& name) const
 {
     const CORBTString extension = LowerCaseExtension(name, false);
-    EContainer container = extension == "astc" ? EContainer::ASTC : ContainerForSave(extension);
+    const EContainer container = extension == "astc" ? EContainer::ASTC : ContainerForSave(extension);
     CMemoryByteSink sink(bytes);
-    if (privateWrite(sink, int(container), SymbolNameOf(name)))
-        return true;
-    return sink.Failed() ? SetError(eORBTErrorMemory, "out of memory for the file image")
-                         : WriteRefused(*this, int(container), eLegacyApiNone);
+    return privateWrite(sink, int(container), SymbolNameOf(name)) ||
+           MemoryWriteFailed(*this, sink, int(container), eLegacyApiNone);
 }
 
 bool CORBTexture::saveToMemoryLegacyORB(std::vector<uint8_t>& bytes, ELegacyApi api) const
 {
     CMemoryByteSink sink(bytes);
-    if (privateWriteLegacyORB(sink, api))
-        return true;
-    return sink.Failed() ? SetError(eORBTErrorMemory, "out of memory for the file image")
-                         : WriteRefused(*this, kLegacyContainer, api);
+    return privateWriteLegacyORB(sink, api) || MemoryWriteFailed(*this, sink, kLegacyContainer, api);
 }
 
 bool CORBTexture::isEqual(const CORBTexture& other) const
