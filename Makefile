@@ -3,12 +3,14 @@
 #   make test              set up, build and run the whole test suite
 #   make test SANITIZE=1   the same with AddressSanitizer and UBSan
 #   make test COMPILER=clang++   any of these with another compiler
+#   make test PORTABLE=1   the pixel kernels' portable C++ path only (no x86 intrinsics)
 #   make install PREFIX=/usr/local
 #   make bench             build and run the benchmarks
 #   make fuzz-smoke        build the fuzz targets with clang, run each FUZZ_SECONDS (60) under ASan and UBSan
 #   make fuzz              the same, 600 seconds a target unless FUZZ_SECONDS says; FUZZ_ONLY=name picks targets
 
 SANITIZE ?= 0
+PORTABLE ?= 0
 PREFIX ?= /usr/local
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
@@ -23,6 +25,10 @@ CMAKE_ARGS += -DCMAKE_BUILD_TYPE=RelWithDebInfo
 endif
 ifneq ($(COMPILER),)
 CMAKE_ARGS += -DCMAKE_CXX_COMPILER=$(COMPILER)
+endif
+ifeq ($(PORTABLE),1)
+BUILD_DIR := $(BUILD_DIR)-portable
+CMAKE_ARGS += -DORBT_PORTABLE=ON
 endif
 
 .PHONY: all setup configure build demo test install bench clean fuzz-smoke fuzz
