@@ -1,6 +1,6 @@
 // Decoders and the common Transcode pairs in megapixels per second, beside a
 // memcpy of the same output bytes in the same run ("memcpy_4B" and
-// "memcpy_2B"), on one thread.
+// "memcpy_2B"), on one thread ("threads:1") and on every core ("threads:0").
 //
 // Image: the first .png or .jpg in the folder named by ORBTEX_BENCH_PHOTOS
 // (its centre, point-sampled to 1024 x 1024), otherwise smooth gradients with
@@ -22,6 +22,8 @@
 #include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ORBTC/ORBTCCodec.h"
 #include "ORBTextureUtilities.h"
+#include "Pixels/ORBTPixelKernels.h"
+#include "Tools/ORBTCallContext.h"
 
 using namespace orbtexture;
 
@@ -101,6 +103,14 @@ const std::vector<uint8_t>& Words(const std::string& key, unsigned format)
     return words;
 }
 
+// The argument "threads": 1, or 0 for every core.
+ORBTCallContext Threads(const benchmark::State& state)
+{
+    ORBTCallContext context;
+    context.threads = unsigned(state.range(0));
+    return context;
+}
+
 void Report(benchmark::State& state)
 {
     state.counters["MPix/s"] = benchmark::Counter(double(state.iterations()) * kPixels / 1e6,
@@ -113,6 +123,8 @@ void RunDecoder(benchmark::State& state, const std::string& key, unsigned format
 {
     const std::vector<uint8_t>& words = Words(key, format);
     std::vector<uint8_t> out(size_t(kSize) * kSize * 4);
+    const ORBTCallContext context = Threads(state);
+    const CScopedCallContext scope(context);
     for (auto _ : state)
         benchmark::DoNotOptimize(decode(words.data(), out.data()));
     Report(state);
@@ -137,17 +149,43 @@ void BM_DXT(benchmark::State& state, unsigned selector)
 }
 
 // Transcode of the picture from 'from' (made from rgba8 first) to 'to'.
-void BM_Transcode(benchmark::State& state, PixelType from, PixelType to)
+void BM_Transcode(benchmark::State& state, PixelType from, EORBTVariableType fromType, EORBTColourSpace fromSpace,
+                  PixelType to, EORBTVariableType toType, EORBTColourSpace toSpace)
 {
     CORBTexture source(CORBTextureHeader(ORBStandard8PixelType, kSize, kSize), Picture().data());
-    Transcode(source, from, eVarUnsignedByteNorm, eColourSpaceLinear);
+    Transcode(source, from, fromType, fromSpace);
+    const ORBTCallContext context = Threads(state);
+    const CScopedCallContext scope(context);
     for (auto _ : state)
     {
         state.PauseTiming();
         CORBTexture texture(source);
         state.ResumeTiming();
-        benchmark::DoNotOptimize(Transcode(texture, to, eVarUnsignedByteNorm, eColourSpaceLinear));
+        benchmark::DoNotOptimize(Transcode(texture, to, toType, toSpace));
     }
+    Report(state);
+}
+
+// The pixel kernel Transcode uses for the pair, alone on buffers made before
+// the timing: the fast path without Transcode's allocation of the result.
+void BM_Kernel(benchmark::State& state, PixelType from, EORBTVariableType fromType, EORBTColourSpace fromSpace,
+               PixelType to, EORBTVariableType toType, EORBTColourSpace toSpace)
+{
+    CORBTexture source(CORBTextureHeader(ORBStandard8PixelType, kSize, kSize), Picture().data());
+    Transcode(source, from, fromType, fromSpace);
+    const auto kernel = FindPixelKernel(from, fromType, fromSpace, to, toType, toSpace);
+    if (!kernel)
+    {
+        state.SkipWithError("no kernel for the pair");
+        return;
+    }
+    std::vector<uint8_t> out(size_t(kSize) * kSize * 16);
+    for (auto _ : state)
+    {
+        kernel->Convert(source.getDataPtr(), out.data(), size_t(kSize) * kSize);
+        benchmark::ClobberMemory();
+    }
+    state.SetLabel(kernel->Kind());
     Report(state);
 }
 
@@ -164,28 +202,78 @@ void BM_memcpy(benchmark::State& state, size_t bytesPerPixel)
 }
 
 const PixelType kRGBA8(ORBStandard8PixelType);
-const PixelType kR5G6B5('r', 'g', 'b', 0, 5, 6, 5, 0);
-const PixelType kBGRA8('b', 'g', 'r', 'a', 8, 8, 8, 8);
+
+// Transcode both ways between rgba8 and 'other'.
+void RegisterTranscodes()
+{
+    const EORBTVariableType u8 = eVarUnsignedByteNorm;
+    const EORBTColourSpace linear = eColourSpaceLinear, sRGB = eColourSpaceSRGB;
+    const struct
+    {
+        const char* name;
+        PixelType type;
+        EORBTVariableType channels;
+        EORBTColourSpace space;
+    } others[] = {
+        {"bgra8", PixelType('b', 'g', 'r', 'a', 8, 8, 8, 8), u8, linear},
+        {"rgb8", PixelType('r', 'g', 'b', 0, 8, 8, 8, 0), u8, linear},
+        {"r5g6b5", PixelType('r', 'g', 'b', 0, 5, 6, 5, 0), u8, linear},
+        {"r4g4b4a4", PixelType('r', 'g', 'b', 'a', 4, 4, 4, 4), u8, linear},
+        {"r5g5b5a1", PixelType('r', 'g', 'b', 'a', 5, 5, 5, 1), u8, linear},
+        {"l8", PixelType('l', 0, 0, 0, 8, 0, 0, 0), u8, linear},
+        {"l8a8", PixelType('l', 'a', 0, 0, 8, 8, 0, 0), u8, linear},
+        {"a8", PixelType('a', 0, 0, 0, 8, 0, 0, 0), u8, linear},
+        {"rgba16", PixelType(ORBStandard16PixelType), eVarUnsignedShortNorm, linear},
+        {"rgba32f", PixelType(ORBStandard32PixelType), eVarSignedFloat, linear},
+        {"rgba32f_linear_vs_sRGB8", PixelType(ORBStandard32PixelType), eVarSignedFloat, sRGB},
+        {"r11g11b10f", PixelType('r', 'g', 'b', 0, 11, 11, 10, 0), eVarUnsignedFloat, linear},
+        {"RGB9E5", PixelType(ePF_RGB9E5), eVarUnsignedFloat, linear},
+    };
+    for (const auto& other : others)
+    {
+        const bool named = other.type.isNamedFormat();
+        // The sRGB row keeps the float side linear and the bytes sRGB.
+        const EORBTColourSpace floats = linear, bytes = other.space;
+        benchmark::RegisterBenchmark((std::string("BM_Transcode/rgba8_to_") + other.name).c_str(), BM_Transcode,
+                                     kRGBA8, u8, bytes, other.type, other.channels, floats)
+            ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((std::string("BM_Transcode/") + other.name + "_to_rgba8").c_str(), BM_Transcode,
+                                     other.type, other.channels, floats, kRGBA8, u8, bytes)
+            ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+        if (named)
+            continue;
+        benchmark::RegisterBenchmark((std::string("BM_Kernel/rgba8_to_") + other.name).c_str(), BM_Kernel, kRGBA8, u8,
+                                     bytes, other.type, other.channels, floats)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((std::string("BM_Kernel/") + other.name + "_to_rgba8").c_str(), BM_Kernel,
+                                     other.type, other.channels, floats, kRGBA8, u8, bytes)
+            ->Unit(benchmark::kMillisecond);
+    }
+}
 
 BENCHMARK_CAPTURE(BM_memcpy, 4B, 4)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_memcpy, 2B, 2)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_2bpp, true, 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_4bpp, false, 0)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_2bpp, true, 1)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_4bpp, false, 1)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ETC, ETC1, ePF_ETC1)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ETC, ETC2_RGB, ePF_ETC2_RGB)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ETC, ETC2_RGBA, ePF_ETC2_RGBA)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ETC, ETC2_RGB_A1, ePF_ETC2_RGB_A1)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ETC, EAC_R11, ePF_EAC_R11)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ETC, EAC_RG11, ePF_EAC_RG11)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_DXT, DXT1, 1)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_DXT, DXT3, 3)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_DXT, DXT5, 5)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Transcode, r5g6b5_to_rgba8, kR5G6B5, kRGBA8)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Transcode, rgba8_to_r5g6b5, kRGBA8, kR5G6B5)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Transcode, bgra8_to_rgba8, kBGRA8, kRGBA8)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_2bpp, true, 0)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_4bpp, false, 0)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_2bpp, true, 1)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_4bpp, false, 1)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC1, ePF_ETC1)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC2_RGB, ePF_ETC2_RGB)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC2_RGBA, ePF_ETC2_RGBA)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, ETC2_RGB_A1, ePF_ETC2_RGB_A1)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, EAC_R11, ePF_EAC_R11)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ETC, EAC_RG11, ePF_EAC_RG11)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DXT, DXT1, 1)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DXT, DXT3, 3)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DXT, DXT5, 5)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    RegisterTranscodes();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

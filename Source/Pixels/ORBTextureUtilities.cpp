@@ -9,6 +9,8 @@
 #include "Model/ORBTextureErrors.h"
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "Pixels/ORBTPixelByteTables.h"
+#include "Pixels/ORBTPixelKernels.h"
+#include "Tools/ORBTParallel.h"
 
 namespace orbtexture
 {
@@ -64,6 +66,31 @@ unsigned TranscodeTrivial(CORBTexture& source, CORBTexture& target, CPixelEncode
 namespace
 {
 
+// TranscodeTrivial with encoders made of the textures' own layouts: through a
+// pixel kernel where the pair has one, large surfaces split over threads.
+void ConvertLayouts(CORBTexture& source, CORBTexture& target, CPixelEncoder& sourceEncoder,
+                    CPixelEncoder& targetEncoder, EORBTColourSpace targetColourSpace,
+                    EORBTColourSpace sourceColourSpace)
+{
+    const std::shared_ptr<const CPixelKernel> kernel =
+        FindPixelKernel(source.getPixelType(), source.getChannelType(), sourceColourSpace, target.getPixelType(),
+                        target.getChannelType(), targetColourSpace);
+    if (!kernel)
+    {
+        TranscodeTrivial(source, target, sourceEncoder, targetEncoder, targetColourSpace, sourceColourSpace);
+        return;
+    }
+    const size_t sourceStep = sourceEncoder.GetColourDataSize(), targetStep = targetEncoder.GetColourDataSize();
+    ForEachSurface(source, [&](uint32_t mip, uint32_t member, uint32_t face) {
+        const uint8_t* in = source.getDataPtr(mip, member, face);
+        uint8_t* out = target.getDataPtr(mip, member, face);
+        const uint32_t count = source.getTextureSize(int(mip), false, false);
+        ParallelRanges(count, count, [&](uint32_t first, uint32_t end) {
+            kernel->Convert(in + size_t(first) * sourceStep, out + size_t(first) * targetStep, end - first);
+        });
+    });
+}
+
 // The grey channel a dithered target keeps, or eChannelNone.
 EChannelName DitherGreySource(PixelType target)
 {
@@ -89,7 +116,7 @@ void DitherTexture(CORBTexture& texture, CPixelEncoder& sourceEncoder, PixelType
     header.setChannelType(eVarUnsignedByteNorm);
     CORBTexture dithered(header);
     CPixelEncoder encoder8(PixelType(ORBStandard8PixelType), eVarUnsignedByteNorm);
-    TranscodeTrivial(texture, dithered, sourceEncoder, encoder8, texture.getColourSpace(), texture.getColourSpace());
+    ConvertLayouts(texture, dithered, sourceEncoder, encoder8, texture.getColourSpace(), texture.getColourSpace());
 
     const EChannelName grey = DitherGreySource(target);
     if (grey != eChannelNone)
@@ -178,7 +205,7 @@ bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType chan
     }
 
     CORBTexture result(header);
-    TranscodeTrivial(texture, result, sourceEncoder, targetEncoder, colourSpace, currentColourSpace);
+    ConvertLayouts(texture, result, sourceEncoder, targetEncoder, colourSpace, currentColourSpace);
     if (!namedTarget)
     {
         texture = std::move(result);

@@ -1,0 +1,609 @@
+#include "Pixels/ORBTPixelKernels.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <vector>
+
+namespace orbtexture
+{
+
+namespace
+{
+
+constexpr unsigned kMaxTargetBytes = 16;
+
+// One pixel through the encoders, as the pixel loop converts it.
+class CEncoderPair
+{
+public:
+    CEncoderPair(PixelType sourceType, EORBTVariableType sourceChannelType, EORBTColourSpace sourceColourSpace,
+                 PixelType targetType, EORBTVariableType targetChannelType, EORBTColourSpace targetColourSpace)
+        : m_source(sourceType, sourceChannelType), m_target(targetType, targetChannelType),
+          m_sourceSpace(sourceColourSpace), m_targetSpace(targetColourSpace)
+    {
+    }
+    bool Valid() const { return m_source.GetError() == 0 && m_target.GetError() == 0; }
+    unsigned SourceBytes() const { return m_source.GetColourDataSize(); }
+    unsigned TargetBytes() const { return m_target.GetColourDataSize(); }
+
+    // The target pixel of 'in', zero-extended to 16 bytes.
+    void Encode(const uint8_t* in, uint8_t out[kMaxTargetBytes])
+    {
+        m_source.OverwriteColourData(in);
+        m_target.EncodeFrom(m_source);
+        m_target.ConvertToColourSpace(m_targetSpace, m_sourceSpace);
+        std::memset(out, 0, kMaxTargetBytes);
+        std::memcpy(out, m_target.GetColourData(), TargetBytes());
+    }
+
+    // The target's colour-space step alone on an 8-bit target whose byte k
+    // holds q: what the pixel loop stores after quantising to q.
+    uint8_t SpaceStep(unsigned k, uint8_t q)
+    {
+        std::memset(m_target.GetColourData(), 0, kMaxTargetBytes);
+        m_target.GetColourData()[k] = q;
+        m_target.ConvertToColourSpace(m_targetSpace, m_sourceSpace);
+        return m_target.GetColourData()[k];
+    }
+
+private:
+    CPixelEncoder m_source, m_target;
+    EORBTColourSpace m_sourceSpace, m_targetSpace;
+};
+
+// The named channels of a layout, in position order, without gaps.
+struct Layout
+{
+    unsigned count = 0, totalBits = 0;
+    char names[4] = {};
+    unsigned bits[4] = {};
+
+    explicit Layout(PixelType type)
+    {
+        for (unsigned p = 0; p < 4 && type.channelName(p) != 0; ++p, ++count)
+        {
+            names[p] = char(type.channelName(p));
+            bits[p] = type.channelBits(p);
+            totalBits += bits[p];
+        }
+    }
+    bool AllBits(unsigned width) const
+    {
+        for (unsigned p = 0; p < count; ++p)
+            if (bits[p] != width)
+                return false;
+        return count != 0;
+    }
+    int Find(char name) const
+    {
+        for (unsigned p = 0; p < count; ++p)
+            if (names[p] == name)
+                return int(p);
+        return -1;
+    }
+    bool OnlyColoursAndAlpha() const
+    {
+        for (unsigned p = 0; p < count; ++p)
+            if (names[p] != 'r' && names[p] != 'g' && names[p] != 'b' && names[p] != 'a')
+                return false;
+        return true;
+    }
+};
+
+bool IsByteType(EORBTVariableType type) { return type <= eVarSignedByte; }
+bool IsUnsignedByteType(EORBTVariableType type) { return type == eVarUnsignedByteNorm || type == eVarUnsignedByte; }
+
+template <unsigned S>
+inline uint32_t LoadSource(const uint8_t* in)
+{
+    uint32_t word = 0;
+    for (unsigned i = 0; i < S; ++i)
+        word |= uint32_t(in[i]) << (8 * i);
+    return word;
+}
+
+// Target pixels as XOR-able words: the first T bytes of the pixel.
+template <unsigned T>
+struct EntryOf
+{
+    using type = std::conditional_t<(T <= 4), uint32_t, uint64_t>;
+};
+struct Wide
+{
+    uint64_t low, high;
+    Wide& operator^=(const Wide& other)
+    {
+        low ^= other.low;
+        high ^= other.high;
+        return *this;
+    }
+};
+template <unsigned T>
+using Entry = std::conditional_t<(T > 8), Wide, typename EntryOf<T>::type>;
+
+// ---- Per-channel tables ----
+
+struct Field
+{
+    unsigned shift, mask;
+};
+
+struct FieldTables
+{
+    unsigned sourceBytes, targetBytes, count;
+    Field fields[4];
+    std::vector<uint8_t> storage; // entries of each field, 16 bytes apart
+    std::vector<size_t> first;    // index of each field's first entry
+    uint8_t base[kMaxTargetBytes];
+};
+
+using FieldLoop = void (*)(const FieldTables&, const void* entries, const uint8_t*, uint8_t*, size_t);
+
+template <unsigned S, unsigned N, unsigned T>
+void RunFields(const FieldTables& t, const void* entries, const uint8_t* in, uint8_t* out, size_t count)
+{
+    using E = Entry<T>;
+    const E* tables[N];
+    unsigned shifts[N], masks[N];
+    for (unsigned c = 0; c < N; ++c)
+    {
+        tables[c] = static_cast<const E*>(entries) + t.first[c];
+        shifts[c] = t.fields[c].shift;
+        masks[c] = t.fields[c].mask;
+    }
+    E base;
+    std::memcpy(&base, t.base, sizeof base);
+    for (size_t i = 0; i < count; ++i, in += S, out += T)
+    {
+        const uint32_t word = LoadSource<S>(in);
+        E pixel = base;
+        for (unsigned c = 0; c < N; ++c)
+            pixel ^= tables[c][(word >> shifts[c]) & masks[c]];
+        std::memcpy(out, &pixel, T);
+    }
+}
+
+template <unsigned T, unsigned S>
+FieldLoop FieldLoopForCount(unsigned n)
+{
+    switch (n)
+    {
+    case 1: return &RunFields<S, 1, T>;
+    case 2: return &RunFields<S, 2, T>;
+    case 3: return &RunFields<S, 3, T>;
+    default: return &RunFields<S, 4, T>;
+    }
+}
+
+template <unsigned T>
+FieldLoop FieldLoopForSource(unsigned s, unsigned n)
+{
+    switch (s)
+    {
+    case 1: return FieldLoopForCount<T, 1>(n);
+    case 2: return FieldLoopForCount<T, 2>(n);
+    case 3: return FieldLoopForCount<T, 3>(n);
+    default: return FieldLoopForCount<T, 4>(n);
+    }
+}
+
+FieldLoop ChooseFieldLoop(unsigned s, unsigned n, unsigned t)
+{
+    switch (t)
+    {
+    case 1: return FieldLoopForSource<1>(s, n);
+    case 2: return FieldLoopForSource<2>(s, n);
+    case 3: return FieldLoopForSource<3>(s, n);
+    case 4: return FieldLoopForSource<4>(s, n);
+    case 6: return FieldLoopForSource<6>(s, n);
+    case 8: return FieldLoopForSource<8>(s, n);
+    case 12: return FieldLoopForSource<12>(s, n);
+    case 16: return FieldLoopForSource<16>(s, n);
+    default: return nullptr;
+    }
+}
+
+class CFieldKernel final : public CPixelKernel
+{
+public:
+    CFieldKernel(FieldTables tables, FieldLoop loop) : m_tables(std::move(tables)), m_loop(loop)
+    {
+        // Entries packed at the loop's entry width.
+        const size_t width = m_tables.targetBytes <= 4 ? 4 : m_tables.targetBytes <= 8 ? 8 : 16;
+        const size_t entries = m_tables.storage.size() / kMaxTargetBytes;
+        m_entries.resize(entries * width / 8 + 1);
+        for (size_t e = 0; e < entries; ++e)
+            std::memcpy(reinterpret_cast<uint8_t*>(m_entries.data()) + e * width, &m_tables.storage[e * 16], width);
+    }
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
+    {
+        m_loop(m_tables, m_entries.data(), in, out, count);
+    }
+    const char* Kind() const override { return "tables"; }
+
+private:
+    FieldTables m_tables;
+    FieldLoop m_loop;
+    std::vector<uint64_t> m_entries;
+};
+
+class CByteKernel final : public CPixelKernel
+{
+public:
+    explicit CByteKernel(const BytePlan& plan) : m_plan(plan) {}
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override { MoveBytes(m_plan, in, out, count); }
+    const char* Kind() const override { return "bytes"; }
+
+private:
+    BytePlan m_plan;
+};
+
+// The source's channels as fields of its little-endian word: whole bytes for
+// 8-bit elements, else packed from the most significant bits down, each of at
+// most 12 bits (4096 entries).
+bool SourceFields(const Layout& layout, EORBTVariableType type, FieldTables& t)
+{
+    if (layout.count == 0 || layout.totalBits % 8 != 0 || layout.totalBits > 32)
+        return false;
+    t.sourceBytes = layout.totalBits / 8;
+    t.count = layout.count;
+    if (IsByteType(type) && layout.AllBits(8))
+    {
+        for (unsigned p = 0; p < layout.count; ++p)
+            t.fields[p] = {8 * p, 0xFFu};
+        return true;
+    }
+    const unsigned typeBits = type <= eVarSignedByte ? 8 : type <= eVarSignedShort ? 16 : 32;
+    unsigned offset = 0;
+    for (unsigned p = 0; p < layout.count; ++p)
+    {
+        if (layout.bits[p] > 12 || layout.bits[p] == typeBits)
+            return false;
+        t.fields[p] = {layout.totalBits - offset - layout.bits[p], (1u << layout.bits[p]) - 1};
+        offset += layout.bits[p];
+    }
+    return true;
+}
+
+// Each field's entries: the target pixel of that field's value alone, XOR the
+// target pixel of zeros. Refused when two fields change the same bits.
+bool BuildFieldTables(CEncoderPair& encoders, FieldTables& t)
+{
+    uint8_t zeros[kMaxTargetBytes] = {}, result[kMaxTargetBytes];
+    encoders.Encode(zeros, t.base);
+    uint8_t used[kMaxTargetBytes] = {};
+    for (unsigned c = 0; c < t.count; ++c)
+    {
+        t.first.push_back(t.storage.size() / kMaxTargetBytes);
+        uint8_t changed[kMaxTargetBytes] = {};
+        for (uint32_t value = 0; value <= t.fields[c].mask; ++value)
+        {
+            const uint32_t word = value << t.fields[c].shift;
+            uint8_t pixel[4];
+            for (unsigned i = 0; i < 4; ++i)
+                pixel[i] = uint8_t(word >> (8 * i));
+            encoders.Encode(pixel, result);
+            for (unsigned i = 0; i < kMaxTargetBytes; ++i)
+            {
+                result[i] ^= t.base[i];
+                changed[i] |= result[i];
+            }
+            t.storage.insert(t.storage.end(), result, result + kMaxTargetBytes);
+        }
+        for (unsigned i = 0; i < kMaxTargetBytes; ++i)
+        {
+            if (changed[i] & used[i])
+                return false;
+            used[i] |= changed[i];
+        }
+    }
+    return true;
+}
+
+// A field table that only moves source bytes: entry v is v in some target
+// bytes, 0 in the others, over a base that is 0 in those bytes.
+bool AsBytePlan(const FieldTables& t, BytePlan& plan)
+{
+    if (t.targetBytes > 4 || t.sourceBytes == 3 || t.targetBytes == 3)
+        return false;
+    plan = {t.sourceBytes, t.targetBytes, {-1, -1, -1, -1}, 0};
+    for (unsigned c = 0; c < t.count; ++c)
+    {
+        if (t.fields[c].shift != 8 * c || t.fields[c].mask != 0xFF)
+            return false;
+        const uint8_t* one = &t.storage[(t.first[c] + 1) * kMaxTargetBytes];
+        for (unsigned k = 0; k < t.targetBytes; ++k)
+            if (one[k] == 1)
+            {
+                if (t.base[k] != 0)
+                    return false;
+                plan.source[k] = int(c);
+            }
+            else if (one[k] != 0)
+                return false;
+        for (uint32_t v = 0; v < 256; ++v)
+        {
+            const uint8_t* entry = &t.storage[(t.first[c] + v) * kMaxTargetBytes];
+            for (unsigned k = 0; k < kMaxTargetBytes; ++k)
+                if (entry[k] != (k < 4 && plan.source[k] == int(c) ? v : 0))
+                    return false;
+        }
+    }
+    for (unsigned k = 0; k < t.targetBytes; ++k)
+        plan.base |= uint32_t(t.base[k]) << (8 * k);
+    return true;
+}
+
+std::shared_ptr<const CPixelKernel> MakeFieldKernel(CEncoderPair& encoders, const Layout& source,
+                                                    EORBTVariableType sourceChannelType)
+{
+    FieldTables t;
+    t.targetBytes = encoders.TargetBytes();
+    if (!SourceFields(source, sourceChannelType, t) || t.sourceBytes != encoders.SourceBytes() ||
+        !BuildFieldTables(encoders, t))
+        return nullptr;
+    BytePlan plan;
+    if (AsBytePlan(t, plan))
+        return std::make_shared<CByteKernel>(plan);
+    const FieldLoop loop = ChooseFieldLoop(t.sourceBytes, t.count, t.targetBytes);
+    if (!loop)
+        return nullptr;
+    return std::make_shared<CFieldKernel>(std::move(t), loop);
+}
+
+// ---- Luminance of 8-bit red, green and blue ----
+
+// The pixel loop sums weight * channel in long double, rounds the sum to
+// float and quantises that to 8 bits. Here the sum times 255 is taken in
+// 32.32 fixed point; where it lies within 1e-4 of a rounding edge (far more
+// than the float rounding and the fixed point's error) the long double sum
+// decides, as the loop does.
+class CLuminanceKernel final : public CPixelKernel
+{
+public:
+    CLuminanceKernel(CEncoderPair& encoders, const Layout& source, const Layout& target)
+        : m_sourceBytes(source.count), m_targetBytes(target.count)
+    {
+        static const long double weights[3] = {0.2126L, 0.7152L, 0.0722L};
+        const char colours[3] = {'r', 'g', 'b'};
+        for (unsigned c = 0; c < 3; ++c)
+        {
+            m_position[c] = unsigned(source.Find(colours[c]));
+            for (unsigned v = 0; v < 256; ++v)
+            {
+                m_product[c][v] = weights[c] * static_cast<long double>(CPixelEncoder::GrowUNormToFloat(v, 8));
+                m_fixed[c][v] = int64_t(m_product[c][v] * 255.0L * 4294967296.0L + 0.5L);
+            }
+        }
+        m_luminance = unsigned(target.Find('l'));
+        for (unsigned q = 0; q < 256; ++q)
+            m_space[q] = encoders.SpaceStep(m_luminance, uint8_t(q));
+        // Target alpha: a function of the source alpha, or constant.
+        uint8_t zeros[4] = {}, result[kMaxTargetBytes];
+        encoders.Encode(zeros, result);
+        m_alpha = target.Find('a');
+        m_sourceAlpha = source.Find('a');
+        for (unsigned v = 0; v < 256; ++v)
+        {
+            uint8_t pixel[4] = {};
+            if (m_sourceAlpha >= 0)
+                pixel[m_sourceAlpha] = uint8_t(v);
+            encoders.Encode(pixel, result);
+            m_alphaOf[v] = m_alpha >= 0 ? result[m_alpha] : 0;
+        }
+    }
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
+    {
+        constexpr int64_t kHalf = int64_t(1) << 31;
+        constexpr uint32_t kGuard = 429497; // 1e-4 of 2^32
+        for (size_t i = 0; i < count; ++i, in += m_sourceBytes, out += m_targetBytes)
+        {
+            const uint8_t r = in[m_position[0]], g = in[m_position[1]], b = in[m_position[2]];
+            const int64_t sum = m_fixed[0][r] + m_fixed[1][g] + m_fixed[2][b] + kHalf;
+            const uint32_t fraction = uint32_t(sum);
+            uint32_t q = uint32_t(sum >> 32);
+            if (fraction < kGuard || fraction > ~kGuard)
+            {
+                const long double weighted = ((0.0L + m_product[0][r]) + m_product[1][g]) + m_product[2][b];
+                q = CPixelEncoder::ShrinkFloatToUNorm(float(weighted), 8) & 0xFF;
+            }
+            out[m_luminance] = m_space[q];
+            if (m_alpha >= 0)
+                out[m_alpha] = m_alphaOf[m_sourceAlpha >= 0 ? in[m_sourceAlpha] : 0];
+        }
+    }
+    const char* Kind() const override { return "luminance"; }
+
+private:
+    unsigned m_sourceBytes, m_targetBytes, m_position[3], m_luminance;
+    int m_alpha, m_sourceAlpha;
+    long double m_product[3][256];
+    int64_t m_fixed[3][256];
+    uint8_t m_space[256], m_alphaOf[256];
+};
+
+std::shared_ptr<const CPixelKernel> MakeLuminanceKernel(CEncoderPair& encoders, const Layout& source,
+                                                        EORBTVariableType sourceChannelType, const Layout& target,
+                                                        EORBTVariableType targetChannelType)
+{
+    if (!IsUnsignedByteType(sourceChannelType) || !source.AllBits(8) || !source.OnlyColoursAndAlpha() ||
+        source.Find('r') < 0 || source.Find('g') < 0 || source.Find('b') < 0)
+        return nullptr;
+    if (!IsUnsignedByteType(targetChannelType) || !target.AllBits(8) || target.Find('l') < 0 ||
+        target.count != (target.Find('a') >= 0 ? 2u : 1u))
+        return nullptr;
+    return std::make_shared<CLuminanceKernel>(encoders, source, target);
+}
+
+// ---- 16-bit and float channels to bytes ----
+
+// The 8-bit value of each 16-bit unsigned normalised value.
+const uint8_t* Narrow16Table()
+{
+    static const std::vector<uint8_t> table = [] {
+        std::vector<uint8_t> values(65536);
+        for (uint32_t v = 0; v < 65536; ++v)
+            values[v] = uint8_t(CPixelEncoder::ShrinkFloatToUNorm(CPixelEncoder::GrowUNormToFloat(v, 16), 8));
+        return values;
+    }();
+    return table.data();
+}
+
+// ShrinkFloatToUNorm(value, 8), its common range inline.
+inline uint8_t NarrowFloat(float value)
+{
+    if (value >= 0.0f && value <= 65536.0f)
+        return uint8_t(uint32_t(double(value) * 255.0 + 0.5));
+    return uint8_t(CPixelEncoder::ShrinkFloatToUNorm(value, 8));
+}
+
+class CWideKernel final : public CPixelKernel
+{
+public:
+    CWideKernel(CEncoderPair& encoders, const Layout& source, bool floats, const Layout& target)
+        : m_floats(floats), m_sourceBytes(source.totalBits / 8), m_targetBytes(target.count)
+    {
+        uint8_t zeros[kMaxTargetBytes] = {}, base[kMaxTargetBytes];
+        encoders.Encode(zeros, base);
+        for (unsigned k = 0; k < m_targetBytes; ++k)
+        {
+            m_from[k] = source.Find(target.names[k]);
+            m_base[k] = base[k];
+            for (unsigned q = 0; q < 256; ++q)
+                m_space[k][q] = encoders.SpaceStep(k, uint8_t(q));
+        }
+    }
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
+    {
+        const uint8_t* narrow = Narrow16Table();
+        for (size_t i = 0; i < count; ++i, in += m_sourceBytes, out += m_targetBytes)
+            for (unsigned k = 0; k < m_targetBytes; ++k)
+            {
+                if (m_from[k] < 0)
+                {
+                    out[k] = m_base[k];
+                    continue;
+                }
+                uint8_t q;
+                if (m_floats)
+                {
+                    float value;
+                    std::memcpy(&value, in + 4 * m_from[k], 4);
+                    q = NarrowFloat(value);
+                }
+                else
+                {
+                    q = narrow[in[2 * m_from[k]] | in[2 * m_from[k] + 1] << 8];
+                }
+                out[k] = m_space[k][q];
+            }
+    }
+    const char* Kind() const override { return "wide"; }
+
+private:
+    bool m_floats;
+    unsigned m_sourceBytes, m_targetBytes;
+    int m_from[4];
+    uint8_t m_base[4];
+    uint8_t m_space[4][256];
+};
+
+std::shared_ptr<const CPixelKernel> MakeWideKernel(CEncoderPair& encoders, const Layout& source,
+                                                   EORBTVariableType sourceChannelType, const Layout& target,
+                                                   EORBTVariableType targetChannelType)
+{
+    const bool shorts = (sourceChannelType == eVarUnsignedShortNorm || sourceChannelType == eVarUnsignedShort) &&
+                        source.AllBits(16);
+    const bool floats = sourceChannelType == eVarSignedFloat && source.AllBits(32);
+    if ((!shorts && !floats) || !source.OnlyColoursAndAlpha() || !IsUnsignedByteType(targetChannelType) ||
+        !target.AllBits(8) || !target.OnlyColoursAndAlpha())
+        return nullptr;
+    return std::make_shared<CWideKernel>(encoders, source, floats, target);
+}
+
+// ---- Checks and the shared kernels ----
+
+// Whether the kernel gives the encoders' bytes on sample pixels: random words,
+// and for floats random values in and around [0, 1] and special ones.
+bool AgreesWithEncoders(const CPixelKernel& kernel, CEncoderPair& encoders, EORBTVariableType sourceChannelType)
+{
+    constexpr unsigned kSamples = 512;
+    const unsigned sourceBytes = encoders.SourceBytes(), targetBytes = encoders.TargetBytes();
+    std::vector<uint8_t> in(size_t(kSamples) * sourceBytes), out(size_t(kSamples) * targetBytes);
+    uint32_t state = 0x2545F491u;
+    const float specials[] = {0.0f, -0.0f, 1.0f, 0.5f, -1.0f, 65536.0f, 70000.5f, 1e30f, -1e30f, 1.0f / 510};
+    for (unsigned i = 0; i < kSamples; ++i)
+        for (unsigned b = 0; b < sourceBytes; b += 4)
+        {
+            state = state * 1664525u + 1013904223u;
+            uint32_t word = state;
+            if (sourceChannelType == eVarSignedFloat)
+            {
+                const float value = i % 4 == 0 ? specials[(state >> 8) % 10] : float(state >> 8) / 8388608.0f - 0.5f;
+                std::memcpy(&word, &value, 4);
+            }
+            if (i == 1)
+                word = ~0u;
+            std::memcpy(&in[size_t(i) * sourceBytes + b], &word, std::min(4u, sourceBytes - b));
+        }
+    kernel.Convert(in.data(), out.data(), kSamples);
+    uint8_t expected[kMaxTargetBytes];
+    for (unsigned i = 0; i < kSamples; ++i)
+    {
+        encoders.Encode(&in[size_t(i) * sourceBytes], expected);
+        if (std::memcmp(expected, &out[size_t(i) * targetBytes], targetBytes) != 0)
+            return false;
+    }
+    return true;
+}
+
+std::shared_ptr<const CPixelKernel> MakeKernel(PixelType sourceType, EORBTVariableType sourceChannelType,
+                                               EORBTColourSpace sourceColourSpace, PixelType targetType,
+                                               EORBTVariableType targetChannelType,
+                                               EORBTColourSpace targetColourSpace)
+{
+    if (sourceType.isNamedFormat() || targetType.isNamedFormat())
+        return nullptr;
+    CEncoderPair encoders(sourceType, sourceChannelType, sourceColourSpace, targetType, targetChannelType,
+                          targetColourSpace);
+    if (!encoders.Valid() || encoders.TargetBytes() == 0 || encoders.TargetBytes() > kMaxTargetBytes ||
+        encoders.SourceBytes() == 0 || encoders.SourceBytes() > kMaxTargetBytes)
+        return nullptr;
+    const Layout source(sourceType), target(targetType);
+    std::shared_ptr<const CPixelKernel> kernel = MakeFieldKernel(encoders, source, sourceChannelType);
+    if (!kernel)
+        kernel = MakeLuminanceKernel(encoders, source, sourceChannelType, target, targetChannelType);
+    if (!kernel)
+        kernel = MakeWideKernel(encoders, source, sourceChannelType, target, targetChannelType);
+    if (kernel && !AgreesWithEncoders(*kernel, encoders, sourceChannelType))
+        return nullptr;
+    return kernel;
+}
+
+} // namespace
+
+std::shared_ptr<const CPixelKernel> FindPixelKernel(PixelType sourceType, EORBTVariableType sourceChannelType,
+                                                    EORBTColourSpace sourceColourSpace, PixelType targetType,
+                                                    EORBTVariableType targetChannelType,
+                                                    EORBTColourSpace targetColourSpace)
+{
+    using Key = std::array<uint64_t, 6>;
+    static std::mutex mutex;
+    static std::map<Key, std::shared_ptr<const CPixelKernel>> made;
+    const Key key = {sourceType.PixelTypeID, sourceChannelType, sourceColourSpace,
+                     targetType.PixelTypeID, targetChannelType, targetColourSpace};
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto found = made.find(key);
+    if (found != made.end())
+        return found->second;
+    // A bounded memory: the pairs of a process are few.
+    if (made.size() >= 256)
+        made.clear();
+    return made[key] = MakeKernel(sourceType, sourceChannelType, sourceColourSpace, targetType, targetChannelType,
+                                  targetColourSpace);
+}
+
+} // namespace orbtexture

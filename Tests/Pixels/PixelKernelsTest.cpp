@@ -1,0 +1,186 @@
+// The pixel kernels against the pixel loop (TranscodeTrivial on surfaces too
+// small for its tables): every pixel value of small sources, every value of
+// each channel and random pixels of the others; every SIMD path; any thread
+// count.
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ORBTextureUtilities.h"
+#include "Pixels/ORBTPixelKernels.h"
+#include "Tools/ORBTCallContext.h"
+#include "Tools/ORBTSimd.h"
+
+using namespace orbtexture;
+using Bytes = std::vector<uint8_t>;
+
+namespace
+{
+
+struct Layout
+{
+    PixelType type;
+    EORBTVariableType channels;
+};
+
+const Layout kRGBA8 = {PixelType('r', 'g', 'b', 'a', 8, 8, 8, 8), eVarUnsignedByteNorm};
+
+Layout RGB32F()
+{
+    PixelType type;
+    EORBTVariableType channels;
+    IntermediateTranscodeFormat(PixelType(ePF_RGB9E5), eVarUnsignedFloat, type, channels);
+    return {type, channels};
+}
+
+// The pixel loop's bytes for 'in', in surfaces below its table threshold.
+Bytes LoopBytes(const Layout& from, EORBTColourSpace fromSpace, const Layout& to, EORBTColourSpace toSpace,
+                const Bytes& in)
+{
+    CPixelEncoder source(from.type, from.channels), target(to.type, to.channels);
+    const size_t step = source.GetColourDataSize(), chunk = 1024;
+    Bytes out;
+    for (size_t first = 0; first < in.size(); first += chunk * step)
+    {
+        const uint32_t count = uint32_t(std::min(chunk, (in.size() - first) / step));
+        CORBTextureHeader header(from.type.PixelTypeID, count, 1, 1, 1, 1, 1, fromSpace, from.channels);
+        CORBTexture a(header, in.data() + first);
+        header.setPixelFormat(to.type);
+        header.setChannelType(to.channels);
+        CORBTexture b(header);
+        TranscodeTrivial(a, b, source, target, toSpace, fromSpace);
+        out.insert(out.end(), b.getDataPtr(), b.getDataPtr() + b.getDataSize());
+    }
+    return out;
+}
+
+// Source pixels: all of them up to 16 bits; else each byte value in each
+// byte position over random pixels, random pixels, and for floats values in
+// and around [0, 1] with specials.
+Bytes Inputs(const Layout& from)
+{
+    const unsigned bytes = CPixelEncoder(from.type, from.channels).GetColourDataSize();
+    Bytes in;
+    if (bytes <= 2)
+    {
+        for (uint32_t v = 0; v < (1u << (8 * bytes)); ++v)
+            for (unsigned b = 0; b < bytes; ++b)
+                in.push_back(uint8_t(v >> (8 * b)));
+        return in;
+    }
+    std::mt19937 random(bytes);
+    for (unsigned position = 0; position < bytes; ++position)
+        for (unsigned v = 0; v < 256; ++v)
+            for (unsigned b = 0; b < bytes; ++b)
+                in.push_back(b == position ? uint8_t(v) : uint8_t(random()));
+    if (from.channels == eVarSignedFloat)
+    {
+        std::uniform_real_distribution<float> near(-0.25f, 1.25f);
+        const float specials[] = {0.f, -0.f, 1.f, 65536.f, 65537.5f, 3e9f, -2.f, INFINITY, NAN, 0.5f / 255};
+        for (unsigned i = 0; i < 40000; ++i)
+        {
+            const float value = i % 8 == 0 ? specials[i / 8 % 10] : near(random);
+            in.insert(in.end(), reinterpret_cast<const uint8_t*>(&value), reinterpret_cast<const uint8_t*>(&value) + 4);
+        }
+    }
+    for (unsigned i = 0; i < 40000 * bytes; ++i)
+        in.push_back(uint8_t(random()));
+    in.resize(in.size() / bytes * bytes);
+    return in;
+}
+
+void ExpectKernelMatchesLoop(const Layout& from, EORBTColourSpace fromSpace, const Layout& to,
+                             EORBTColourSpace toSpace, const char* kind)
+{
+    const auto kernel = FindPixelKernel(from.type, from.channels, fromSpace, to.type, to.channels, toSpace);
+    ASSERT_TRUE(kernel);
+    EXPECT_STREQ(kernel->Kind(), kind);
+    const Bytes in = Inputs(from), expected = LoopBytes(from, fromSpace, to, toSpace, in);
+    const size_t pixels = in.size() / CPixelEncoder(from.type, from.channels).GetColourDataSize();
+    for (int path = eSimdPortable; path <= eSimdAVX2; ++path)
+    {
+        if (!SimdPathAvailable(ESimdPath(path)))
+            continue;
+        SetSimdPath(ESimdPath(path));
+        Bytes out(expected.size());
+        kernel->Convert(in.data(), out.data(), pixels);
+        EXPECT_TRUE(out == expected) << kind << " on " << SimdPathName(ESimdPath(path));
+    }
+    SetSimdPath(eSimdAVX2);
+}
+
+TEST(PixelKernels, TheCommonPairsGiveThePixelLoopsBytesBothWays)
+{
+    const EORBTVariableType u8 = eVarUnsignedByteNorm;
+    const struct
+    {
+        Layout other;
+        const char* toOther;
+        const char* fromOther;
+    } pairs[] = {
+        {{PixelType('b', 'g', 'r', 'a', 8, 8, 8, 8), u8}, "bytes", "bytes"},
+        {{PixelType('r', 'g', 'b', 0, 8, 8, 8, 0), u8}, "tables", "tables"},
+        {{PixelType('r', 'g', 'b', 0, 5, 6, 5, 0), u8}, "tables", "tables"},
+        {{PixelType('r', 'g', 'b', 0, 5, 6, 5, 0), eVarUnsignedShortNorm}, "tables", "tables"},
+        {{PixelType('r', 'g', 'b', 'a', 4, 4, 4, 4), u8}, "tables", "tables"},
+        {{PixelType('r', 'g', 'b', 'a', 5, 5, 5, 1), u8}, "tables", "tables"},
+        {{PixelType('l', 0, 0, 0, 8, 0, 0, 0), u8}, "luminance", "bytes"},
+        {{PixelType('l', 'a', 0, 0, 8, 8, 0, 0), u8}, "luminance", "bytes"},
+        {{PixelType('a', 0, 0, 0, 8, 0, 0, 0), u8}, "bytes", "bytes"},
+        {{PixelType('r', 'g', 'b', 'a', 16, 16, 16, 16), eVarUnsignedShortNorm}, "tables", "wide"},
+        {{PixelType('r', 'g', 'b', 'a', 32, 32, 32, 32), eVarSignedFloat}, "tables", "wide"},
+        {{PixelType('r', 'g', 'b', 0, 11, 11, 10, 0), eVarUnsignedFloat}, "tables", "tables"},
+        {RGB32F(), "tables", "wide"},
+    };
+    for (const auto& pair : pairs)
+    {
+        SCOPED_TRACE(pair.other.type.PixelTypeID);
+        ExpectKernelMatchesLoop(kRGBA8, eColourSpaceLinear, pair.other, eColourSpaceLinear, pair.toOther);
+        ExpectKernelMatchesLoop(pair.other, eColourSpaceLinear, kRGBA8, eColourSpaceLinear, pair.fromOther);
+    }
+    // The colour curves: per channel in tables, after the 8-bit rounding from wide channels.
+    const Layout floats = pairs[10].other;
+    ExpectKernelMatchesLoop(kRGBA8, eColourSpaceSRGB, floats, eColourSpaceLinear, "tables");
+    ExpectKernelMatchesLoop(floats, eColourSpaceLinear, kRGBA8, eColourSpaceSRGB, "wide");
+    ExpectKernelMatchesLoop(kRGBA8, eColourSpaceLinear, kRGBA8, eColourSpaceSRGB, "tables");
+    ExpectKernelMatchesLoop(kRGBA8, eColourSpaceLinear, pairs[6].other, eColourSpaceSRGB, "luminance");
+}
+
+TEST(PixelKernels, LayoutsWithoutAKernelAreLeftToThePixelLoop)
+{
+    // Signed sources, 32-bit integers and 24-bit packed channels.
+    EXPECT_FALSE(FindPixelKernel(PixelType('r', 'g', 0, 0, 16, 16, 0, 0), eVarSignedShortNorm, eColourSpaceLinear,
+                                 kRGBA8.type, kRGBA8.channels, eColourSpaceLinear));
+    EXPECT_FALSE(FindPixelKernel(PixelType('r', 0, 0, 0, 32, 0, 0, 0), eVarUnsignedIntegerNorm, eColourSpaceLinear,
+                                 kRGBA8.type, kRGBA8.channels, eColourSpaceLinear));
+    EXPECT_FALSE(FindPixelKernel(PixelType(ePF_DXT1), eVarUnsignedByteNorm, eColourSpaceLinear, kRGBA8.type,
+                                 kRGBA8.channels, eColourSpaceLinear));
+}
+
+TEST(PixelKernels, LargeSurfacesGiveTheSameBytesOnAnyNumberOfThreads)
+{
+    const unsigned side = 1100;
+    std::mt19937 random(5);
+    Bytes pixels(size_t(side) * side * 4);
+    for (uint8_t& byte : pixels)
+        byte = uint8_t(random());
+    const CORBTexture source(CORBTextureHeader(kRGBA8.type.PixelTypeID, side, side), pixels.data());
+    Bytes first;
+    for (unsigned threads : {1u, 2u, 5u})
+    {
+        CORBTexture texture(source);
+        ORBTCallContext context;
+        context.threads = threads;
+        ASSERT_TRUE(Transcode(texture, PixelType('r', 'g', 'b', 0, 5, 6, 5, 0), eVarUnsignedByteNorm,
+                              eColourSpaceLinear, ECompressorQuality(0), false, context));
+        const Bytes bytes(texture.getDataPtr(), texture.getDataPtr() + texture.getDataSize());
+        if (first.empty())
+            first = bytes;
+        EXPECT_TRUE(bytes == first) << threads << " threads";
+    }
+}
+
+} // namespace
