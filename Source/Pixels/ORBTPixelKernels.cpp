@@ -307,7 +307,7 @@ bool BuildFieldTables(CEncoderPair& encoders, FieldTables& t)
 // bytes, 0 in the others, over a base that is 0 in those bytes.
 bool AsBytePlan(const FieldTables& t, BytePlan& plan)
 {
-    if (t.targetBytes > 4 || t.sourceBytes == 3 || t.targetBytes == 3)
+    if (t.targetBytes > 4)
         return false;
     plan = {t.sourceBytes, t.targetBytes, {-1, -1, -1, -1}, 0};
     for (unsigned c = 0; c < t.count; ++c)
@@ -337,6 +337,89 @@ bool AsBytePlan(const FieldTables& t, BytePlan& plan)
     return true;
 }
 
+class CLaneKernel final : public CPixelKernel
+{
+public:
+    explicit CLaneKernel(const LanePlan& plan) : m_plan(plan) {}
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override { RunLanes(m_plan, in, out, count); }
+    const char* Kind() const override { return "lanes"; }
+
+private:
+    LanePlan m_plan;
+};
+
+// The lane arithmetic giving 'values' (one per value of a field of 'mask'):
+// the value itself, a multiple, or the rounded quotient by mask of v times
+// the target's largest value, the division done as a 16-bit high multiply.
+bool FitLaneField(const std::vector<uint32_t>& values, uint32_t mask, unsigned bits, LaneField& field)
+{
+    const auto fits = [&](const LaneField& f) {
+        for (uint32_t v = 0; v <= mask; ++v)
+        {
+            const uint32_t y = v * f.a + f.b;
+            if (y > 0xFFFF || (f.m ? (y * f.m) >> (16 + f.shift) : y >> f.shift) != values[v])
+                return false;
+        }
+        return true;
+    };
+    field.a = 1, field.b = 0, field.m = 0, field.shift = 0;
+    if (fits(field))
+        return true;
+    field.a = values[1];
+    if (fits(field))
+        return true;
+    field.a = (1u << bits) - 1;
+    field.b = mask / 2;
+    for (field.shift = 0; field.shift < 16; ++field.shift)
+    {
+        field.m = uint32_t(((uint64_t(1) << (16 + field.shift)) + mask - 1) / mask);
+        if (field.m <= 0xFFFF && fits(field))
+            return true;
+    }
+    return false;
+}
+
+// Field tables whose fields each set one run of target bits, over a base
+// that is 0 there, by lane arithmetic.
+bool AsLanePlan(const FieldTables& t, LanePlan& plan)
+{
+    if (t.sourceBytes == 3 || t.targetBytes == 3 || t.targetBytes > 4)
+        return false;
+    plan = {t.sourceBytes, t.targetBytes, 0, {}, 0};
+    std::memcpy(&plan.base, t.base, 4);
+    for (unsigned c = 0; c < t.count; ++c)
+    {
+        const uint32_t mask = t.fields[c].mask;
+        std::vector<uint32_t> values(mask + 1);
+        uint32_t changed = 0;
+        for (uint32_t v = 0; v <= mask; ++v)
+        {
+            const uint8_t* entry = &t.storage[(t.first[c] + v) * kMaxTargetBytes];
+            for (unsigned k = 4; k < kMaxTargetBytes; ++k)
+                if (entry[k] != 0)
+                    return false;
+            std::memcpy(&values[v], entry, 4);
+            changed |= values[v];
+        }
+        if (changed == 0)
+            continue;
+        unsigned to = 0, bits = 0;
+        while (!(changed >> to & 1))
+            ++to;
+        while (to + bits < 32 && (changed >> (to + bits) & 1))
+            ++bits;
+        if ((changed >> to) != (uint64_t(1) << bits) - 1 || (plan.base & changed) != 0)
+            return false;
+        for (uint32_t& value : values)
+            value >>= to;
+        LaneField& field = plan.fields[plan.count++];
+        field.from = t.fields[c].shift, field.mask = mask, field.to = to;
+        if (!FitLaneField(values, mask, bits, field))
+            return false;
+    }
+    return true;
+}
+
 std::shared_ptr<const CPixelKernel> MakeFieldKernel(CEncoderPair& encoders, const Layout& source,
                                                     EORBTVariableType sourceChannelType)
 {
@@ -348,6 +431,9 @@ std::shared_ptr<const CPixelKernel> MakeFieldKernel(CEncoderPair& encoders, cons
     BytePlan plan;
     if (AsBytePlan(t, plan))
         return std::make_shared<CByteKernel>(plan);
+    LanePlan lanes;
+    if (AsLanePlan(t, lanes))
+        return std::make_shared<CLaneKernel>(lanes);
     const FieldLoop loop = ChooseFieldLoop(t.sourceBytes, t.count, t.targetBytes);
     if (!loop)
         return nullptr;
@@ -358,9 +444,9 @@ std::shared_ptr<const CPixelKernel> MakeFieldKernel(CEncoderPair& encoders, cons
 
 // The pixel loop sums weight * channel in long double, rounds the sum to
 // float and quantises that to 8 bits. Here the sum times 255 is taken in
-// 32.32 fixed point; where it lies within 1e-4 of a rounding edge (far more
-// than the float rounding and the fixed point's error) the long double sum
-// decides, as the loop does.
+// 9.23 fixed point; where it lies within 1e-4 of a rounding edge (far more
+// than the float rounding and the fixed point's error of 2e-7) the long
+// double sum decides, as the loop does.
 class CLuminanceKernel final : public CPixelKernel
 {
 public:
@@ -375,12 +461,16 @@ public:
             for (unsigned v = 0; v < 256; ++v)
             {
                 m_product[c][v] = weights[c] * static_cast<long double>(CPixelEncoder::GrowUNormToFloat(v, 8));
-                m_fixed[c][v] = int64_t(m_product[c][v] * 255.0L * 4294967296.0L + 0.5L);
+                m_fixed[c][v] = int32_t(m_product[c][v] * 255.0L * 8388608.0L + 0.5L);
             }
         }
         m_luminance = unsigned(target.Find('l'));
+        m_sameSpace = true;
         for (unsigned q = 0; q < 256; ++q)
+        {
             m_space[q] = encoders.SpaceStep(m_luminance, uint8_t(q));
+            m_sameSpace = m_sameSpace && m_space[q] == q;
+        }
         // Target alpha: a function of the source alpha, or constant.
         uint8_t zeros[4] = {}, result[kMaxTargetBytes];
         encoders.Encode(zeros, result);
@@ -394,34 +484,69 @@ public:
             encoders.Encode(pixel, result);
             m_alphaOf[v] = m_alpha >= 0 ? result[m_alpha] : 0;
         }
+        m_alphaIsCopy = true;
+        for (unsigned v = 0; v < 256; ++v)
+            m_alphaIsCopy = m_alphaIsCopy && m_alphaOf[v] == v;
+        // The lane form: weights in 9.23 fixed point, whose rounding (under 400
+        // units of 2^-23) and the float steps' (under 300) stay well inside the guard.
+        m_plan = {m_targetBytes, unsigned(m_sourceAlpha >= 0 ? m_sourceAlpha : 0), {0, 0, 0, 0}, 2048, &Exact, this};
+        for (unsigned c = 0; c < 3; ++c)
+            m_plan.weights[m_position[c]] = int32_t(weights[c] * 8388608.0L + 0.5L);
     }
     void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
     {
-        constexpr int64_t kHalf = int64_t(1) << 31;
-        constexpr uint32_t kGuard = 429497; // 1e-4 of 2^32
-        for (size_t i = 0; i < count; ++i, in += m_sourceBytes, out += m_targetBytes)
-        {
-            const uint8_t r = in[m_position[0]], g = in[m_position[1]], b = in[m_position[2]];
-            const int64_t sum = m_fixed[0][r] + m_fixed[1][g] + m_fixed[2][b] + kHalf;
-            const uint32_t fraction = uint32_t(sum);
-            uint32_t q = uint32_t(sum >> 32);
-            if (fraction < kGuard || fraction > ~kGuard)
-            {
-                const long double weighted = ((0.0L + m_product[0][r]) + m_product[1][g]) + m_product[2][b];
-                q = CPixelEncoder::ShrinkFloatToUNorm(float(weighted), 8) & 0xFF;
-            }
-            out[m_luminance] = m_space[q];
-            if (m_alpha >= 0)
-                out[m_alpha] = m_alphaOf[m_sourceAlpha >= 0 ? in[m_sourceAlpha] : 0];
-        }
+        if (m_sourceBytes == 4 && m_sameSpace && (m_alpha < 0 || (m_sourceAlpha >= 0 && m_alphaIsCopy)))
+            RunLuminance(m_plan, in, out, count);
+        else if (m_sameSpace && m_alpha < 0)
+            Run<true, false>(in, out, count);
+        else if (m_sameSpace && m_sourceAlpha >= 0 && m_alphaIsCopy)
+            Run<true, true>(in, out, count);
+        else
+            Run<false, false>(in, out, count);
     }
     const char* Kind() const override { return "luminance"; }
 
 private:
+    static uint8_t Exact(const void* context, const uint8_t* pixel)
+    {
+        const CLuminanceKernel& kernel = *static_cast<const CLuminanceKernel*>(context);
+        const long double weighted = ((0.0L + kernel.m_product[0][pixel[kernel.m_position[0]]]) +
+                                      kernel.m_product[1][pixel[kernel.m_position[1]]]) +
+                                     kernel.m_product[2][pixel[kernel.m_position[2]]];
+        return kernel.m_space[CPixelEncoder::ShrinkFloatToUNorm(float(weighted), 8) & 0xFF];
+    }
+
+    // Plain: the same colour space and the alpha, if any, copied.
+    template <bool Plain, bool CopyAlpha>
+    void Run(const uint8_t* in, uint8_t* out, size_t count) const
+    {
+        constexpr int32_t kHalf = int32_t(1) << 22;
+        constexpr uint32_t kFraction = (1u << 23) - 1, kGuard = 839; // 1e-4 of 2^23
+        for (size_t i = 0; i < count; ++i, in += m_sourceBytes, out += m_targetBytes)
+        {
+            const uint8_t r = in[m_position[0]], g = in[m_position[1]], b = in[m_position[2]];
+            const int32_t sum = m_fixed[0][r] + m_fixed[1][g] + m_fixed[2][b] + kHalf;
+            const uint32_t fraction = uint32_t(sum) & kFraction;
+            uint32_t q = uint32_t(sum) >> 23;
+            if (fraction < kGuard || fraction > kFraction - kGuard)
+            {
+                const long double weighted = ((0.0L + m_product[0][r]) + m_product[1][g]) + m_product[2][b];
+                q = CPixelEncoder::ShrinkFloatToUNorm(float(weighted), 8) & 0xFF;
+            }
+            out[m_luminance] = Plain ? uint8_t(q) : m_space[q];
+            if (CopyAlpha)
+                out[m_alpha] = in[m_sourceAlpha];
+            else if (!Plain && m_alpha >= 0)
+                out[m_alpha] = m_alphaOf[m_sourceAlpha >= 0 ? in[m_sourceAlpha] : 0];
+        }
+    }
+
     unsigned m_sourceBytes, m_targetBytes, m_position[3], m_luminance;
     int m_alpha, m_sourceAlpha;
+    bool m_sameSpace, m_alphaIsCopy;
+    LuminancePlan m_plan;
     long double m_product[3][256];
-    int64_t m_fixed[3][256];
+    int32_t m_fixed[3][256];
     uint8_t m_space[256], m_alphaOf[256];
 };
 
@@ -452,13 +577,6 @@ const uint8_t* Narrow16Table()
     return table.data();
 }
 
-// ShrinkFloatToUNorm(value, 8), its common range inline.
-inline uint8_t NarrowFloat(float value)
-{
-    if (value >= 0.0f && value <= 65536.0f)
-        return uint8_t(uint32_t(double(value) * 255.0 + 0.5));
-    return uint8_t(CPixelEncoder::ShrinkFloatToUNorm(value, 8));
-}
 
 class CWideKernel final : public CPixelKernel
 {
@@ -490,9 +608,9 @@ public:
                 uint8_t q;
                 if (m_floats)
                 {
-                    float value;
+                    uint32_t value;
                     std::memcpy(&value, in + 4 * m_from[k], 4);
-                    q = NarrowFloat(value);
+                    q = uint8_t(ElementStep(eFloatsToBytes, value));
                 }
                 else
                 {
@@ -522,6 +640,100 @@ std::shared_ptr<const CPixelKernel> MakeWideKernel(CEncoderPair& encoders, const
         !target.AllBits(8) || !target.OnlyColoursAndAlpha())
         return nullptr;
     return std::make_shared<CWideKernel>(encoders, source, floats, target);
+}
+
+// ---- Element by element ----
+
+class CElementKernel final : public CPixelKernel
+{
+public:
+    CElementKernel(EElementStep step, unsigned channels) : m_step(step), m_channels(channels) {}
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
+    {
+        ConvertElements(m_step, in, out, count * m_channels);
+    }
+    const char* Kind() const override { return "elements"; }
+
+private:
+    EElementStep m_step;
+    unsigned m_channels;
+};
+
+// Whether the step gives the encoders' channel value on every byte or 16-bit
+// value (the float step is their own formula).
+bool StepIsTheEncoders(EElementStep step)
+{
+    static const bool matches[3] = {
+        [] {
+            for (uint32_t v = 0; v < 256; ++v)
+                if (ElementStep(eBytesToShorts, v) !=
+                    CPixelEncoder::ShrinkFloatToUNorm(CPixelEncoder::GrowUNormToFloat(v, 8), 16))
+                    return false;
+            return true;
+        }(),
+        [] {
+            for (uint32_t v = 0; v < 65536; ++v)
+                if (ElementStep(eShortsToBytes, v) != Narrow16Table()[v])
+                    return false;
+            return true;
+        }(),
+        [] {
+            for (uint32_t v = 0; v < 256; ++v)
+            {
+                const float expected = CPixelEncoder::GrowUNormToFloat(v, 8);
+                uint32_t bits;
+                std::memcpy(&bits, &expected, 4);
+                if (ElementStep(eBytesToFloats, v) != bits)
+                    return false;
+            }
+            return true;
+        }(),
+    };
+    return step == eFloatsToBytes || matches[step];
+}
+
+enum class EElement
+{
+    None,
+    Byte,
+    Short,
+    Float
+};
+
+EElement ElementOf(const Layout& layout, EORBTVariableType type)
+{
+    if (IsUnsignedByteType(type) && layout.AllBits(8))
+        return EElement::Byte;
+    if ((type == eVarUnsignedShortNorm || type == eVarUnsignedShort) && layout.AllBits(16))
+        return EElement::Short;
+    if (type == eVarSignedFloat && layout.AllBits(32))
+        return EElement::Float;
+    return EElement::None;
+}
+
+std::shared_ptr<const CPixelKernel> MakeElementKernel(const Layout& source, EORBTVariableType sourceChannelType,
+                                                      EORBTColourSpace sourceColourSpace, const Layout& target,
+                                                      EORBTVariableType targetChannelType,
+                                                      EORBTColourSpace targetColourSpace)
+{
+    if (sourceColourSpace != targetColourSpace || source.count != target.count || !source.OnlyColoursAndAlpha() ||
+        std::memcmp(source.names, target.names, sizeof source.names) != 0)
+        return nullptr;
+    const EElement from = ElementOf(source, sourceChannelType), to = ElementOf(target, targetChannelType);
+    EElementStep step;
+    if (from == EElement::Byte && to == EElement::Short)
+        step = eBytesToShorts;
+    else if (from == EElement::Short && to == EElement::Byte)
+        step = eShortsToBytes;
+    else if (from == EElement::Byte && to == EElement::Float)
+        step = eBytesToFloats;
+    else if (from == EElement::Float && to == EElement::Byte)
+        step = eFloatsToBytes;
+    else
+        return nullptr;
+    if (!StepIsTheEncoders(step))
+        return nullptr;
+    return std::make_shared<CElementKernel>(step, source.count);
 }
 
 // ---- Checks and the shared kernels ----
@@ -573,7 +785,10 @@ std::shared_ptr<const CPixelKernel> MakeKernel(PixelType sourceType, EORBTVariab
         encoders.SourceBytes() == 0 || encoders.SourceBytes() > kMaxTargetBytes)
         return nullptr;
     const Layout source(sourceType), target(targetType);
-    std::shared_ptr<const CPixelKernel> kernel = MakeFieldKernel(encoders, source, sourceChannelType);
+    std::shared_ptr<const CPixelKernel> kernel = MakeElementKernel(source, sourceChannelType, sourceColourSpace,
+                                                                   target, targetChannelType, targetColourSpace);
+    if (!kernel)
+        kernel = MakeFieldKernel(encoders, source, sourceChannelType);
     if (!kernel)
         kernel = MakeLuminanceKernel(encoders, source, sourceChannelType, target, targetChannelType);
     if (!kernel)

@@ -46,6 +46,55 @@ struct BytePlan
 };
 void MoveBytes(const BytePlan& plan, const uint8_t* in, uint8_t* out, size_t count);
 
+// Integer arithmetic on lanes of 32-bit pixels, for packed unsigned
+// normalised channels and bytes: each field takes v = (x >> from) & mask of
+// the source pixel x, y = v * a + b (below 65536), q = (y * m) >> (16 + shift)
+// when m is not 0, else y >> shift, and ORs q << to into the base. Sources
+// and targets of 1, 2 or 4 bytes.
+struct LaneField
+{
+    unsigned from;
+    uint32_t mask, a, b, m;
+    unsigned shift, to;
+};
+struct LanePlan
+{
+    unsigned sourceBytes, targetBytes, count;
+    LaneField fields[4];
+    uint32_t base;
+};
+void RunLanes(const LanePlan& plan, const uint8_t* in, uint8_t* out, size_t count);
+
+// Luminance of 4-byte pixels to l8 (1 byte) or l8 with the source's alpha
+// byte (2 bytes): y = sum of weight[k] * byte k + 2^22 in 32 bits, the result
+// y >> 23, unless y's low 23 bits lie within 'guard' of a rounding edge: then
+// exact(pixel) decides.
+struct LuminancePlan
+{
+    unsigned targetBytes, alpha;
+    int32_t weights[4];
+    uint32_t guard;
+    uint8_t (*exact)(const void* context, const uint8_t* pixel);
+    const void* context;
+};
+void RunLuminance(const LuminancePlan& plan, const uint8_t* in, uint8_t* out, size_t count);
+
+// Channel by channel between element types, the channels in the same order
+// and colour space: bytes to 16 bits (v * 257) and back (v / 257 rounded),
+// bytes to floats (v / 255) and floats to bytes (the low byte of v * 255
+// rounded, as the encoder stores it).
+enum EElementStep
+{
+    eBytesToShorts,
+    eShortsToBytes,
+    eBytesToFloats,
+    eFloatsToBytes,
+};
+void ConvertElements(EElementStep step, const uint8_t* in, uint8_t* out, size_t elements);
+
+// The portable step of one element, the reference of every path.
+uint32_t ElementStep(EElementStep step, uint32_t value);
+
 } // namespace orbtexture
 
 #endif

@@ -1,0 +1,222 @@
+// Element steps of the pixel kernels on each SIMD path; all give the bytes of
+// ElementStep.
+
+#include "ORBTPixelConversion.h"
+#include "Pixels/ORBTPixelKernels.h"
+#include "Tools/ORBTSimd.h"
+
+#include <cstring>
+
+#if ORBT_X86_SIMD
+#include <immintrin.h>
+#endif
+
+namespace orbtexture
+{
+
+namespace
+{
+
+template <typename T>
+T Load(const uint8_t* in)
+{
+    T value;
+    std::memcpy(&value, in, sizeof value);
+    return value;
+}
+
+unsigned InBytes(EElementStep step) { return step == eBytesToShorts || step == eBytesToFloats ? 1 : step == eShortsToBytes ? 2 : 4; }
+unsigned OutBytes(EElementStep step) { return step == eBytesToShorts ? 2 : step == eBytesToFloats ? 4 : 1; }
+
+void StepPortable(EElementStep step, const uint8_t* in, uint8_t* out, size_t elements)
+{
+    const unsigned inBytes = InBytes(step), outBytes = OutBytes(step);
+    for (size_t i = 0; i < elements; ++i, in += inBytes, out += outBytes)
+    {
+        const uint32_t value = inBytes == 1 ? *in : inBytes == 2 ? Load<uint16_t>(in) : Load<uint32_t>(in);
+        const uint32_t result = ElementStep(step, value);
+        if (outBytes == 1)
+            *out = uint8_t(result);
+        else if (outBytes == 2)
+            std::memcpy(out, &result, 2);
+        else
+            std::memcpy(out, &result, 4);
+    }
+}
+
+#if ORBT_X86_SIMD
+
+// v / 257 rounded, on 16-bit lanes: (t - (t >> 8)) >> 8 with t = v + 128
+// saturated, which the tests check on every value.
+inline __m128i Narrow16(__m128i v)
+{
+    const __m128i t = _mm_adds_epu16(v, _mm_set1_epi16(128));
+    return _mm_srli_epi16(_mm_sub_epi16(t, _mm_srli_epi16(t, 8)), 8);
+}
+
+// Four floats to the low bytes of their rounded products with 255, in 32-bit
+// lanes; false when a lane is outside [0, 65536] (or NaN).
+inline bool NarrowFloats(__m128 v, __m128i& bytes)
+{
+    const __m128 inRange = _mm_and_ps(_mm_cmpge_ps(v, _mm_setzero_ps()), _mm_cmple_ps(v, _mm_set1_ps(65536.0f)));
+    if (_mm_movemask_ps(inRange) != 15)
+        return false;
+    const __m128d scale = _mm_set1_pd(255.0), half = _mm_set1_pd(0.5);
+    const __m128i low = _mm_cvttpd_epi32(_mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(v), scale), half));
+    const __m128i high = _mm_cvttpd_epi32(
+        _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(v, v)), scale), half));
+    bytes = _mm_and_si128(_mm_unpacklo_epi64(low, high), _mm_set1_epi32(0xFF));
+    return true;
+}
+
+void StepSSE2(EElementStep step, const uint8_t* in, uint8_t* out, size_t elements)
+{
+    const __m128i zero = _mm_setzero_si128();
+    size_t i = 0;
+    switch (step)
+    {
+    case eBytesToShorts:
+        for (; i + 16 <= elements; i += 16)
+        {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+            const __m128i k = _mm_set1_epi16(257);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), _mm_mullo_epi16(_mm_unpacklo_epi8(v, zero), k));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i + 16),
+                             _mm_mullo_epi16(_mm_unpackhi_epi8(v, zero), k));
+        }
+        break;
+    case eShortsToBytes:
+        for (; i + 16 <= elements; i += 16)
+        {
+            const __m128i a = Narrow16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 2 * i)));
+            const __m128i b = Narrow16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 2 * i + 16)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(a, b));
+        }
+        break;
+    case eBytesToFloats:
+        for (; i + 4 <= elements; i += 4)
+        {
+            int word;
+            std::memcpy(&word, in + i, 4);
+            const __m128i v = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(word), zero), zero);
+            _mm_storeu_ps(reinterpret_cast<float*>(out + 4 * i), _mm_div_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(255.0f)));
+        }
+        break;
+    case eFloatsToBytes:
+        for (; i + 4 <= elements; i += 4)
+        {
+            __m128i bytes;
+            if (!NarrowFloats(_mm_loadu_ps(reinterpret_cast<const float*>(in + 4 * i)), bytes))
+            {
+                StepPortable(step, in + 4 * i, out + i, 4);
+                continue;
+            }
+            const __m128i words = _mm_packs_epi32(bytes, bytes);
+            const int packed = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+            std::memcpy(out + i, &packed, 4);
+        }
+        break;
+    }
+    StepPortable(step, in + i * InBytes(step), out + i * OutBytes(step), elements - i);
+}
+
+ORBT_TARGET_AVX2 void StepAVX2(EElementStep step, const uint8_t* in, uint8_t* out, size_t elements)
+{
+    size_t i = 0;
+    switch (step)
+    {
+    case eBytesToShorts:
+        for (; i + 16 <= elements; i += 16)
+        {
+            const __m256i v = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 2 * i), _mm256_mullo_epi16(v, _mm256_set1_epi16(257)));
+        }
+        break;
+    case eShortsToBytes:
+        for (; i + 16 <= elements; i += 16)
+        {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + 2 * i));
+            const __m256i t = _mm256_adds_epu16(v, _mm256_set1_epi16(128));
+            const __m256i q = _mm256_srli_epi16(_mm256_sub_epi16(t, _mm256_srli_epi16(t, 8)), 8);
+            const __m128i packed = _mm_packus_epi16(_mm256_castsi256_si128(q), _mm256_extracti128_si256(q, 1));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), packed);
+        }
+        break;
+    case eBytesToFloats:
+        for (; i + 8 <= elements; i += 8)
+        {
+            const __m256i v = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + i)));
+            _mm256_storeu_ps(reinterpret_cast<float*>(out + 4 * i),
+                             _mm256_div_ps(_mm256_cvtepi32_ps(v), _mm256_set1_ps(255.0f)));
+        }
+        break;
+    case eFloatsToBytes:
+        for (; i + 8 <= elements; i += 8)
+        {
+            const __m256 v = _mm256_loadu_ps(reinterpret_cast<const float*>(in + 4 * i));
+            const __m256 inRange = _mm256_and_ps(_mm256_cmp_ps(v, _mm256_setzero_ps(), _CMP_GE_OQ),
+                                                 _mm256_cmp_ps(v, _mm256_set1_ps(65536.0f), _CMP_LE_OQ));
+            if (_mm256_movemask_ps(inRange) != 255)
+            {
+                StepPortable(step, in + 4 * i, out + i, 8);
+                continue;
+            }
+            const __m256d scale = _mm256_set1_pd(255.0), half = _mm256_set1_pd(0.5);
+            const __m128i low = _mm256_cvttpd_epi32(
+                _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), scale), half));
+            const __m128i high = _mm256_cvttpd_epi32(
+                _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), scale), half));
+            const __m128i mask = _mm_set1_epi32(0xFF);
+            const __m128i words = _mm_packs_epi32(_mm_and_si128(low, mask), _mm_and_si128(high, mask));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(words, words));
+        }
+        break;
+    }
+    StepPortable(step, in + i * InBytes(step), out + i * OutBytes(step), elements - i);
+}
+
+#endif
+
+} // namespace
+
+uint32_t ElementStep(EElementStep step, uint32_t value)
+{
+    switch (step)
+    {
+    case eBytesToShorts: return value * 257;
+    case eShortsToBytes:
+    {
+        const uint32_t t = value + 128 > 0xFFFF ? 0xFFFF : value + 128;
+        return (t - (t >> 8)) >> 8;
+    }
+    case eBytesToFloats:
+    {
+        const float result = float(value) / 255.0f;
+        uint32_t bits;
+        std::memcpy(&bits, &result, 4);
+        return bits;
+    }
+    default:
+    {
+        float v;
+        std::memcpy(&v, &value, 4);
+        if (v >= 0.0f && v <= 65536.0f)
+            return uint32_t(double(v) * 255.0 + 0.5) & 0xFF;
+        return CPixelEncoder::ShrinkFloatToUNorm(v, 8) & 0xFF;
+    }
+    }
+}
+
+void ConvertElements(EElementStep step, const uint8_t* in, uint8_t* out, size_t elements)
+{
+#if ORBT_X86_SIMD
+    const ESimdPath path = ActiveSimdPath();
+    if (path == eSimdAVX2)
+        return StepAVX2(step, in, out, elements);
+    if (path == eSimdSSE2)
+        return StepSSE2(step, in, out, elements);
+#endif
+    StepPortable(step, in, out, elements);
+}
+
+} // namespace orbtexture
