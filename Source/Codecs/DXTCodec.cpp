@@ -1,5 +1,6 @@
 #include "Codecs/DXTCodec.h"
 #include "Codecs/DXTBlock.h"
+#include "Codecs/DXTDecode.h"
 
 #include <cmath>
 #include <cstddef>
@@ -595,15 +596,18 @@ unsigned int DXTDecompress(const void* source, void* destination, const unsigned
         SetError(eORBTErrorSize, "DXTDecompress: the image is %ux%u, it has no pixels", width, height);
     if (!source || !destination)
         return width * height * 4;
-    const unsigned char* in = static_cast<const unsigned char*>(source);
-    unsigned char* out = static_cast<unsigned char*>(destination);
+    DXTDecode(static_cast<const uint8_t*>(source), static_cast<uint8_t*>(destination), width, height, format);
+    return width * height * 4;
+}
+
+void DXTDecodePlain(const uint8_t* in, uint8_t* out, unsigned width, unsigned height, unsigned format)
+{
     if (format == 1)
         decodeImage<AlphaKind::None>(in, out, width, height);
     else if (format == 2 || format == 3)
         decodeImage<AlphaKind::Explicit>(in, out, width, height);
     else
         decodeImage<AlphaKind::Interpolated>(in, out, width, height);
-    return width * height * 4;
 }
 
 } // namespace orbtexture
