@@ -253,6 +253,7 @@ void RegisterTranscodes()
 
 BENCHMARK_CAPTURE(BM_memcpy, 4B, 4)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_memcpy, 2B, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_memcpy, 16B, 16)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_2bpp, true, 0)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ORBTC, ORBTC_4bpp, false, 0)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ORBTC, ORBTCII_2bpp, true, 1)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);

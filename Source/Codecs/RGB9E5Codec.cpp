@@ -1,6 +1,5 @@
 #include "Codecs/RGB9E5Codec.h"
 
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 
@@ -44,6 +43,18 @@ int FloorLog2(float x)
     return int((bits >> 23) & 0xFF) - 127;
 }
 
+// 2 to the power n, for n in [-1022, 1023], exact, without a libm call.
+double Pow2(int n)
+{
+    const uint64_t bits = uint64_t(n + 1023) << 52;
+    double value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
+// floor(x + 0.5) for x + 0.5 in [0, 2^63): truncation is the floor there.
+double RoundHalfUp(double x) { return double(int64_t(x + 0.5)); }
+
 } // namespace
 
 uint32_t float3_to_rgb9e5(const float* rgb)
@@ -54,20 +65,20 @@ uint32_t float3_to_rgb9e5(const float* rgb)
     const float m = MaxOf3(r, g, b);
     const int e = Max(-16, FloorLog2(m));
     int shared = e + 16;
-    double d = std::ldexp(1.0, e - 8);
-    if (std::floor(m / d + 0.5) == 512.0)
+    // Powers of two: dividing by d is multiplying by 2^(8 - e), exactly.
+    double scale = Pow2(8 - e);
+    if (RoundHalfUp(m * scale) == 512.0)
     {
-        d *= 2.0;
+        scale *= 0.5;
         shared = e + 17;
     }
-    const double scale = 1.0 / d;
-    const auto mantissa = [scale](float c) { return uint32_t(std::floor(c * scale + 0.5)) & 0x1FF; };
+    const auto mantissa = [scale](float c) { return uint32_t(RoundHalfUp(c * scale)) & 0x1FF; };
     return mantissa(r) | mantissa(g) << 9 | mantissa(b) << 18 | uint32_t(shared & 0x1F) << 27;
 }
 
 void rgb9e5_to_float3(uint32_t word, float* rgb)
 {
-    const double scale = std::ldexp(1.0, int(word >> 27) - 24);
+    const double scale = Pow2(int(word >> 27) - 24);
     rgb[0] = float((word & 0x1FF) * scale);
     rgb[1] = float(((word >> 9) & 0x1FF) * scale);
     rgb[2] = float(((word >> 18) & 0x1FF) * scale);

@@ -161,13 +161,20 @@ ORBT_TARGET_AVX2 void StepAVX2(EElementStep step, const uint8_t* in, uint8_t* ou
                 StepPortable(step, in + 4 * i, out + i, 8);
                 continue;
             }
-            const __m256d scale = _mm256_set1_pd(255.0), half = _mm256_set1_pd(0.5);
-            const __m128i low = _mm256_cvttpd_epi32(
-                _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), scale), half));
-            const __m128i high = _mm256_cvttpd_epi32(
-                _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), scale), half));
-            const __m128i mask = _mm_set1_epi32(0xFF);
-            const __m128i words = _mm_packs_epi32(_mm_and_si128(low, mask), _mm_and_si128(high, mask));
+            // In range, v * 255 + 0.5 rounded down is ((m * 255 >> (22 - e)) + 1) >> 1
+            // for the float's 24-bit mantissa m and exponent e, exactly (every
+            // float in [0, 65536] checked); a shift above 31 gives 0.
+            const __m256i bits = _mm256_castps_si256(v);
+            const __m256i exponent = _mm256_sub_epi32(_mm256_srli_epi32(bits, 23), _mm256_set1_epi32(127));
+            const __m256i mantissa = _mm256_or_si256(_mm256_and_si256(bits, _mm256_set1_epi32(0x7FFFFF)),
+                                                     _mm256_set1_epi32(0x800000));
+            const __m256i times255 = _mm256_sub_epi32(_mm256_slli_epi32(mantissa, 8), mantissa);
+            const __m256i halves =
+                _mm256_srlv_epi32(times255, _mm256_sub_epi32(_mm256_set1_epi32(22), exponent));
+            const __m256i bytes = _mm256_and_si256(
+                _mm256_srli_epi32(_mm256_add_epi32(halves, _mm256_set1_epi32(1)), 1), _mm256_set1_epi32(0xFF));
+            const __m128i words =
+                _mm_packs_epi32(_mm256_castsi256_si128(bytes), _mm256_extracti128_si256(bytes, 1));
             _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(words, words));
         }
         break;

@@ -578,70 +578,6 @@ const uint8_t* Narrow16Table()
 }
 
 
-class CWideKernel final : public CPixelKernel
-{
-public:
-    CWideKernel(CEncoderPair& encoders, const Layout& source, bool floats, const Layout& target)
-        : m_floats(floats), m_sourceBytes(source.totalBits / 8), m_targetBytes(target.count)
-    {
-        uint8_t zeros[kMaxTargetBytes] = {}, base[kMaxTargetBytes];
-        encoders.Encode(zeros, base);
-        for (unsigned k = 0; k < m_targetBytes; ++k)
-        {
-            m_from[k] = source.Find(target.names[k]);
-            m_base[k] = base[k];
-            for (unsigned q = 0; q < 256; ++q)
-                m_space[k][q] = encoders.SpaceStep(k, uint8_t(q));
-        }
-    }
-    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
-    {
-        const uint8_t* narrow = Narrow16Table();
-        for (size_t i = 0; i < count; ++i, in += m_sourceBytes, out += m_targetBytes)
-            for (unsigned k = 0; k < m_targetBytes; ++k)
-            {
-                if (m_from[k] < 0)
-                {
-                    out[k] = m_base[k];
-                    continue;
-                }
-                uint8_t q;
-                if (m_floats)
-                {
-                    uint32_t value;
-                    std::memcpy(&value, in + 4 * m_from[k], 4);
-                    q = uint8_t(ElementStep(eFloatsToBytes, value));
-                }
-                else
-                {
-                    q = narrow[in[2 * m_from[k]] | in[2 * m_from[k] + 1] << 8];
-                }
-                out[k] = m_space[k][q];
-            }
-    }
-    const char* Kind() const override { return "wide"; }
-
-private:
-    bool m_floats;
-    unsigned m_sourceBytes, m_targetBytes;
-    int m_from[4];
-    uint8_t m_base[4];
-    uint8_t m_space[4][256];
-};
-
-std::shared_ptr<const CPixelKernel> MakeWideKernel(CEncoderPair& encoders, const Layout& source,
-                                                   EORBTVariableType sourceChannelType, const Layout& target,
-                                                   EORBTVariableType targetChannelType)
-{
-    const bool shorts = (sourceChannelType == eVarUnsignedShortNorm || sourceChannelType == eVarUnsignedShort) &&
-                        source.AllBits(16);
-    const bool floats = sourceChannelType == eVarSignedFloat && source.AllBits(32);
-    if ((!shorts && !floats) || !source.OnlyColoursAndAlpha() || !IsUnsignedByteType(targetChannelType) ||
-        !target.AllBits(8) || !target.OnlyColoursAndAlpha())
-        return nullptr;
-    return std::make_shared<CWideKernel>(encoders, source, floats, target);
-}
-
 // ---- Element by element ----
 
 class CElementKernel final : public CPixelKernel
@@ -734,6 +670,73 @@ std::shared_ptr<const CPixelKernel> MakeElementKernel(const Layout& source, EORB
     if (!StepIsTheEncoders(step))
         return nullptr;
     return std::make_shared<CElementKernel>(step, source.count);
+}
+
+class CWideKernel final : public CPixelKernel
+{
+public:
+    CWideKernel(CEncoderPair& encoders, const Layout& source, bool floats, const Layout& target)
+        : m_floats(floats), m_sourceBytes(source.totalBits / 8), m_sourceChannels(source.count),
+          m_targetBytes(target.count)
+    {
+        uint8_t zeros[kMaxTargetBytes] = {}, base[kMaxTargetBytes];
+        encoders.Encode(zeros, base);
+        for (unsigned k = 0; k < m_targetBytes; ++k)
+        {
+            m_from[k] = source.Find(target.names[k]);
+            m_base[k] = base[k];
+            for (unsigned q = 0; q < 256; ++q)
+                m_space[k][q] = encoders.SpaceStep(k, uint8_t(q));
+        }
+        m_inOrder = m_sourceChannels == 4 && m_targetBytes == 4;
+        for (unsigned k = 0; k < m_targetBytes; ++k)
+            m_inOrder = m_inOrder && m_from[k] == int(k);
+    }
+    // Channels to bytes in chunks by the element step, then each target byte
+    // through its colour-space table.
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
+    {
+        constexpr size_t kChunk = 256;
+        uint8_t bytes[kChunk * 4];
+        const EElementStep step = m_floats ? eFloatsToBytes : eShortsToBytes;
+        for (size_t first = 0; first < count; first += kChunk)
+        {
+            const size_t n = std::min(kChunk, count - first);
+            ConvertElements(step, in + first * m_sourceBytes, bytes, n * m_sourceChannels);
+            uint8_t* target = out + first * m_targetBytes;
+            if (m_inOrder)
+            {
+                for (size_t j = 0; j < n * 4; j += 4)
+                    for (unsigned k = 0; k < 4; ++k)
+                        target[j + k] = m_space[k][bytes[j + k]];
+                continue;
+            }
+            for (size_t i = 0; i < n; ++i, target += m_targetBytes)
+                for (unsigned k = 0; k < m_targetBytes; ++k)
+                    target[k] = m_from[k] < 0 ? m_base[k] : m_space[k][bytes[i * m_sourceChannels + m_from[k]]];
+        }
+    }
+    const char* Kind() const override { return "wide"; }
+
+private:
+    bool m_floats, m_inOrder;
+    unsigned m_sourceBytes, m_sourceChannels, m_targetBytes;
+    int m_from[4];
+    uint8_t m_base[4];
+    uint8_t m_space[4][256];
+};
+
+std::shared_ptr<const CPixelKernel> MakeWideKernel(CEncoderPair& encoders, const Layout& source,
+                                                   EORBTVariableType sourceChannelType, const Layout& target,
+                                                   EORBTVariableType targetChannelType)
+{
+    const bool shorts = (sourceChannelType == eVarUnsignedShortNorm || sourceChannelType == eVarUnsignedShort) &&
+                        source.AllBits(16);
+    const bool floats = sourceChannelType == eVarSignedFloat && source.AllBits(32);
+    if ((!shorts && !floats) || !source.OnlyColoursAndAlpha() || !IsUnsignedByteType(targetChannelType) ||
+        !target.AllBits(8) || !target.OnlyColoursAndAlpha() || !StepIsTheEncoders(eShortsToBytes))
+        return nullptr;
+    return std::make_shared<CWideKernel>(encoders, source, floats, target);
 }
 
 // ---- Checks and the shared kernels ----
