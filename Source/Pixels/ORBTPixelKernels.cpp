@@ -739,6 +739,60 @@ std::shared_ptr<const CPixelKernel> MakeWideKernel(CEncoderPair& encoders, const
     return std::make_shared<CWideKernel>(encoders, source, floats, target);
 }
 
+// ---- rgba8 and r11g11b10 floats ----
+
+class CPackedFloatKernel final : public CPixelKernel
+{
+public:
+    explicit CPackedFloatKernel(bool pack) : m_pack(pack) {}
+    void Convert(const uint8_t* in, uint8_t* out, size_t count) const override
+    {
+        (m_pack ? PackFloats1110 : UnpackFloats1110)(in, out, count);
+    }
+    const char* Kind() const override { return "floats"; }
+
+private:
+    bool m_pack;
+};
+
+// The pair's kernel when it agrees with the encoders on every value of each
+// channel alone: the channels are converted apart, so that covers every pixel.
+std::shared_ptr<const CPixelKernel> MakePackedFloatKernel(CEncoderPair& encoders, const Layout& source,
+                                                          EORBTVariableType sourceChannelType,
+                                                          EORBTColourSpace sourceColourSpace, const Layout& target,
+                                                          EORBTVariableType targetChannelType,
+                                                          EORBTColourSpace targetColourSpace)
+{
+    static const PixelType kFloats('r', 'g', 'b', 0, 11, 11, 10, 0), kBytes('r', 'g', 'b', 'a', 8, 8, 8, 8);
+    const auto is = [](const Layout& layout, EORBTVariableType type, PixelType wanted, EORBTVariableType wantedType) {
+        const Layout other(wanted);
+        return type == wantedType && std::memcmp(layout.names, other.names, 4) == 0 &&
+               std::memcmp(layout.bits, other.bits, sizeof layout.bits) == 0;
+    };
+    const bool pack = is(source, sourceChannelType, kBytes, eVarUnsignedByteNorm) &&
+                      is(target, targetChannelType, kFloats, eVarUnsignedFloat);
+    const bool unpack = is(source, sourceChannelType, kFloats, eVarUnsignedFloat) &&
+                        is(target, targetChannelType, kBytes, eVarUnsignedByteNorm);
+    if ((!pack && !unpack) || sourceColourSpace != targetColourSpace)
+        return nullptr;
+    const auto kernel = std::make_shared<CPackedFloatKernel>(pack);
+    const unsigned shifts[3] = {pack ? 0u : 21u, pack ? 8u : 10u, pack ? 16u : 0u};
+    const uint32_t masks[3] = {pack ? 0xFFu : 0x7FFu, pack ? 0xFFu : 0x7FFu, pack ? 0xFFu : 0x3FFu};
+    uint8_t expected[kMaxTargetBytes], got[4];
+    for (unsigned c = 0; c < 3; ++c)
+        for (uint32_t v = 0; v <= masks[c]; ++v)
+        {
+            const uint32_t word = v << shifts[c];
+            uint8_t pixel[4];
+            std::memcpy(pixel, &word, 4);
+            encoders.Encode(pixel, expected);
+            kernel->Convert(pixel, got, 1);
+            if (std::memcmp(expected, got, 4) != 0)
+                return nullptr;
+        }
+    return kernel;
+}
+
 // ---- Checks and the shared kernels ----
 
 // Whether the kernel gives the encoders' bytes on sample pixels: random words,
@@ -790,6 +844,9 @@ std::shared_ptr<const CPixelKernel> MakeKernel(PixelType sourceType, EORBTVariab
     const Layout source(sourceType), target(targetType);
     std::shared_ptr<const CPixelKernel> kernel = MakeElementKernel(source, sourceChannelType, sourceColourSpace,
                                                                    target, targetChannelType, targetColourSpace);
+    if (!kernel)
+        kernel = MakePackedFloatKernel(encoders, source, sourceChannelType, sourceColourSpace, target,
+                                       targetChannelType, targetColourSpace);
     if (!kernel)
         kernel = MakeFieldKernel(encoders, source, sourceChannelType);
     if (!kernel)

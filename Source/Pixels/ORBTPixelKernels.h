@@ -92,6 +92,11 @@ enum EElementStep
 };
 void ConvertElements(EElementStep step, const uint8_t* in, uint8_t* out, size_t elements);
 
+// rgba8 pixels to the packed unsigned floats r11g11b10 (red in the top 11
+// bits, blue in the low 10; alpha dropped), or back with alpha 255.
+void PackFloats1110(const uint8_t* in, uint8_t* out, size_t pixels);
+void UnpackFloats1110(const uint8_t* in, uint8_t* out, size_t pixels);
+
 // The portable step of one element, the reference of every path.
 uint32_t ElementStep(EElementStep step, uint32_t value);
 

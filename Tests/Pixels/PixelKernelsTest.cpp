@@ -132,7 +132,7 @@ TEST(PixelKernels, TheCommonPairsGiveThePixelLoopsBytesBothWays)
         {{PixelType('a', 0, 0, 0, 8, 0, 0, 0), u8}, "bytes", "bytes"},
         {{PixelType('r', 'g', 'b', 'a', 16, 16, 16, 16), eVarUnsignedShortNorm}, "elements", "elements"},
         {{PixelType('r', 'g', 'b', 'a', 32, 32, 32, 32), eVarSignedFloat}, "elements", "elements"},
-        {{PixelType('r', 'g', 'b', 0, 11, 11, 10, 0), eVarUnsignedFloat}, "tables", "tables"},
+        {{PixelType('r', 'g', 'b', 0, 11, 11, 10, 0), eVarUnsignedFloat}, "floats", "floats"},
         {RGB32F(), "tables", "wide"},
     };
     for (const auto& pair : pairs)
