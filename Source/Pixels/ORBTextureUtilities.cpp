@@ -10,6 +10,7 @@
 #include "Model/ORBTextureSurfaceWalk.h"
 #include "Pixels/ORBTPixelByteTables.h"
 #include "Pixels/ORBTPixelKernels.h"
+#include "Pixels/ORBTSharedExponentPaths.h"
 #include "Tools/ORBTParallel.h"
 
 namespace orbtexture
@@ -163,6 +164,9 @@ bool Transcode(CORBTexture& texture, PixelType pixelType, EORBTVariableType chan
         return SetError(eORBTErrorUnsupported, "Transcode: channel layout has a channel wider than 32 bits");
     if (CurrentCallContext().Cancelled())
         return SetError(eORBTErrorCancelled, "cancelled");
+
+    if (TranscodeSharedExponentDirectly(texture, pixelType, channelType, colourSpace))
+        return true;
 
     CPixelEncoder sourceEncoder(texture.getPixelType(), texture.getChannelType());
     CPixelEncoder targetEncoder(pixelType, channelType);

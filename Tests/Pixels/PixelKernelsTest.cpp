@@ -170,6 +170,46 @@ TEST(PixelKernels, LuminanceOfEveryColourIsTheLoops)
     SetSimdPath(eSimdAVX2);
 }
 
+// Transcode between rgba8 and RGB9E5 in one step against the two steps
+// through the float intermediate: every pair of a channel and the largest
+// channel, every mantissa and exponent in each channel, random pixels.
+TEST(PixelKernels, SharedExponentInOneStepIsTheTwoSteps)
+{
+    std::mt19937 random(9);
+    Bytes pixels, words;
+    for (unsigned largest = 0; largest < 256; ++largest)
+        for (unsigned v = 0; v <= largest; ++v)
+            pixels.insert(pixels.end(), {uint8_t(v), uint8_t(largest), uint8_t(random() % (largest + 1)), 7});
+    for (uint32_t index = 0; index < 3 * 16384; ++index)
+    {
+        const uint32_t field = (index & 16383) % 512, exponent = (index & 16383) / 512, shift = 9 * (index / 16384);
+        const uint32_t word = (random() & ~(0x1FFu << shift) & 0x07FFFFFFu) | field << shift | exponent << 27;
+        words.insert(words.end(), reinterpret_cast<const uint8_t*>(&word), reinterpret_cast<const uint8_t*>(&word) + 4);
+    }
+    for (unsigned i = 0; i < 160000; ++i)
+        pixels.push_back(uint8_t(random())), words.push_back(uint8_t(random()));
+    const PixelType rgb9e5(ePF_RGB9E5);
+    const auto texture = [](PixelType type, EORBTVariableType channels, const Bytes& bytes) {
+        return CORBTexture(CORBTextureHeader(type.PixelTypeID, uint32_t(bytes.size() / 4), 1, 1, 1, 1, 1,
+                                             eColourSpaceSRGB, channels),
+                           bytes.data());
+    };
+    const auto bytesOf = [](const CORBTexture& t) { return Bytes(t.getDataPtr(), t.getDataPtr() + t.getDataSize()); };
+
+    CORBTexture direct = texture(kRGBA8.type, kRGBA8.channels, pixels), twoSteps = direct;
+    ASSERT_TRUE(Transcode(direct, rgb9e5, eVarUnsignedFloat, eColourSpaceSRGB));
+    ASSERT_TRUE(Transcode(twoSteps, RGB32F().type, RGB32F().channels, eColourSpaceSRGB));
+    CompressNonTrivial(twoSteps, rgb9e5, ECompressorQuality(0));
+    EXPECT_TRUE(bytesOf(direct) == bytesOf(twoSteps));
+    EXPECT_EQ(direct.getChannelType(), twoSteps.getChannelType());
+
+    direct = texture(rgb9e5, eVarUnsignedFloat, words), twoSteps = direct;
+    ASSERT_TRUE(Transcode(direct, kRGBA8.type, kRGBA8.channels, eColourSpaceSRGB));
+    DecompressNonTrivial(twoSteps);
+    ASSERT_TRUE(Transcode(twoSteps, kRGBA8.type, kRGBA8.channels, eColourSpaceSRGB));
+    EXPECT_TRUE(bytesOf(direct) == bytesOf(twoSteps));
+}
+
 TEST(PixelKernels, LayoutsWithoutAKernelAreLeftToThePixelLoop)
 {
     // Signed sources, 32-bit integers and 24-bit packed channels.
