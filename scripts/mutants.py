@@ -169,7 +169,7 @@ FAULTS = [
       "if ((unsigned(in[0]) + in[1] + in[2]) / 3 >= 128)",
       "if ((unsigned(in[0]) + in[1] + in[2]) / 3 > 128)", "small-codecs"),
     F("rgb9e5-exponent-bump", "Source/Codecs/RGB9E5Codec.cpp",
-      "if (std::floor(m / d + 0.5) == 512.0)", "if (std::floor(m / d + 0.5) > 512.0)", "small-codecs"),
+      "if (RoundHalfUp(m * scale) == 512.0)", "if (RoundHalfUp(m * scale) > 512.0)", "small-codecs"),
 
     # ---- ETC decoding
     F("etc-decode-delta-sign", "Source/Codecs/ETC/ETCDecompress.cpp",
@@ -315,8 +315,41 @@ FAULTS = [
     F("cli-standard-type-8bit", "CLI/TextureInput.cpp",
       "if (type == eVarUnsignedByteNorm && widest <= 8)", "if (type == eVarUnsignedByteNorm && widest < 8)",
       "cli"),
+    # ---- fast decoders and pixel kernels
+    F("dxt-fast-three-colour", "Source/Codecs/DXTDecode.cpp",
+      "((e0 + e1) >> 1) & kLanes", "((e0 + e1 + 1) >> 1) & kLanes", "fast-decode"),
+    F("dxt-fast-green-lanes", "Source/Codecs/DXTDecode.cpp",
+      "_mm_setr_epi16(264, 8320, 264, 0, 264, 8320, 264, 0)", "_mm_setr_epi16(264, 8319, 264, 0, 264, 8319, 264, 0)",
+      "fast-decode"),
+    F("dxt-fast-alpha-sevenths", "Source/Codecs/DXTDecode.cpp",
+      "{9363, 9363, 9363, 9363, 9363, 9363, 9363, 9363}", "{9362, 9362, 9362, 9362, 9362, 9362, 9362, 9362}",
+      "fast-decode"),
+    F("parallel-first-part", "Source/Tools/ORBTParallel.cpp",
+      "    body(0, start(1));", "    body(0, start(1) - 1);", "fast-decode"),
+    F("kernel-lane-signed-multiply", "Source/Pixels/ORBTPixelByteMoves.cpp",
+      "        y = _mm_mulhi_epu16(y, _mm_set1_epi32(int(f.m)));", "        y = _mm_mulhi_epi16(y, _mm_set1_epi32(int(f.m)));",
+      "pixel-kernels"),
+    F("kernel-prefix-base", "Source/Pixels/ORBTPixelByteMoves.cpp",
+      "StoreLE(out, (LoadLE(in, 4) & keep) | plan.base, 4);", "StoreLE(out, LoadLE(in, 4) & keep, 4);", "pixel-kernels"),
+    F("kernel-lane-rounding", "Source/Pixels/ORBTPixelKernels.cpp",
+      "    field.b = mask / 2;", "    field.b = mask / 2 + 1;", "pixel-kernels"),
+    F("kernel-narrow16", "Source/Pixels/ORBTPixelElements.cpp",
+      "const uint32_t t = value + 128 > 0xFFFF ? 0xFFFF : value + 128;",
+      "const uint32_t t = value + 127 > 0xFFFF ? 0xFFFF : value + 127;", "pixel-kernels"),
+    F("kernel-float-bytes-avx2", "Source/Pixels/ORBTPixelElements.cpp",
+      "_mm256_sub_epi32(_mm256_set1_epi32(22), exponent)", "_mm256_sub_epi32(_mm256_set1_epi32(23), exponent)",
+      "pixel-kernels"),
+    F("kernel-small-float-bias", "Source/Pixels/ORBTPixelElements.cpp",
+      "return field == 31 ? fraction | 255u : fraction | (field + 112) << 23;",
+      "return field == 31 ? fraction | 255u : fraction | (field + 111) << 23;", "pixel-kernels"),
+    F("kernel-luminance-alpha", "Source/Pixels/ORBTPixelByteMoves.cpp",
+      "            out[1] = in[plan.alpha];", "            out[1] = in[3];", "pixel-kernels"),
+    F("shared-exponent-largest", "Source/Pixels/ORBTSharedExponentPaths.cpp",
+      "std::max(rgba[0], std::max(rgba[1], rgba[2]))", "std::max(rgba[0], rgba[1])", "pixel-kernels"),
+    F("rgb9e5-rounding", "Source/Codecs/RGB9E5Codec.cpp",
+      "double RoundHalfUp(double x) { return double(int64_t(x + 0.5)); }",
+      "double RoundHalfUp(double x) { return double(int64_t(x + 0.4999)); }", "pixel-kernels"),
 ]
-
 
 def run(command, **kwargs):
     return subprocess.run(command, check=False, **kwargs)
