@@ -1,4 +1,5 @@
 #include "Codecs/ORBTC/ORBTCDecompressInternal.h"
+#include "Codecs/ORBTC/ORBTCFastDecode.h"
 #include "Codecs/ORBTC/ORBTCWordLayout.h"
 
 #include <cstring>
@@ -208,7 +209,7 @@ void orbtcGetDecompressedPixels(const ORBTCWord& P, const ORBTCWord& Q, const OR
         }
 }
 
-int ORBTDecompressORBTC(const void* compressedData, int twoBitMode, int width, int height, unsigned char* result)
+int ORBTDecompressORBTCPlain(const void* compressedData, int twoBitMode, int width, int height, unsigned char* result)
 {
     const bool twoBit = twoBitMode == 1;
     const unsigned char bpp = twoBit ? 2 : 4;
@@ -266,11 +267,38 @@ int ORBTDecompressORBTC(const void* compressedData, int twoBitMode, int width, i
 
     if (padded)
     {
+        // Only the decoded part: pixels beyond the whole blocks stay as they were.
+        const size_t columns = size_t(width) < size_t(numX) * bw ? size_t(width) : size_t(numX) * bw;
+        const int rows = height < int(numY) * 4 ? height : int(numY) * 4;
         if (width > 0)
-            for (int y = 0; y < height; ++y)
-                std::memcpy(result + size_t(y) * size_t(width) * 4, target + size_t(y) * stride, size_t(width) * 4);
+            for (int y = 0; y < rows; ++y)
+                std::memcpy(result + size_t(y) * size_t(width) * 4, target + size_t(y) * stride, columns * 4);
         delete[] target;
     }
+
+    const long long pixels = static_cast<long long>(trueWidth) * trueHeight;
+    return static_cast<int>(twoBit ? pixels / 4 : pixels / 2);
+}
+
+int ORBTDecompressORBTC(const void* compressedData, int twoBitMode, int width, int height, unsigned char* result)
+{
+    const bool twoBit = twoBitMode == 1;
+    const int bw = twoBit ? 8 : 4;
+    const int trueWidth = width > (twoBit ? 16 : 8) ? width : (twoBit ? 16 : 8);
+    const int trueHeight = height > 8 ? height : 8;
+
+    ORBTCFastSurface surface;
+    surface.words = static_cast<const unsigned char*>(compressedData);
+    surface.numX = uint32_t(trueWidth / bw);
+    surface.numY = uint32_t(trueHeight / 4);
+    surface.twoBpp = twoBit;
+    surface.output = result;
+    surface.stride = width > 0 ? size_t(width) * 4 : 0;
+    // Pixels beyond the whole blocks are not written.
+    surface.width = width > 0 ? uint32_t(width < trueWidth / bw * bw ? width : trueWidth / bw * bw) : 0;
+    surface.height = height > 0 ? uint32_t(height < trueHeight / 4 * 4 ? height : trueHeight / 4 * 4) : 0;
+    if (!ORBTCDecodeSurface(surface))
+        return 0;
 
     const long long pixels = static_cast<long long>(trueWidth) * trueHeight;
     return static_cast<int>(twoBit ? pixels / 4 : pixels / 2);

@@ -25,6 +25,10 @@ void interpolateColours(Pixel32 P, Pixel32 Q, Pixel32 R, Pixel32 S, Pixel128S* o
 void orbtcGetDecompressedPixels(const ORBTCWord& P, const ORBTCWord& Q, const ORBTCWord& R, const ORBTCWord& S,
                                 Pixel32* out, unsigned char bpp);
 
+// ORBTDecompressORBTC tile by tile through the steps above: the plain decoder
+// the row decoder is held to. Returns 0 when its working image cannot be made.
+int ORBTDecompressORBTCPlain(const void* compressedData, int twoBitMode, int width, int height, unsigned char* result);
+
 } // namespace orbtexture
 
 #endif

@@ -33,7 +33,9 @@ struct Pixel128S
 // Decodes ORBTC words (twoBitMode 1 for 2bpp, else 4bpp) to width x height
 // rgba8 pixels. The image is padded to at least 16 x 8 (2bpp) or 8 x 8 (4bpp);
 // its words are in twiddled order when the block grid is a power of two on
-// both sides, else in row order. Returns the compressed size in bytes.
+// both sides, else in row order. Pixels beyond the whole blocks are left as
+// they were. Images above a megapixel are split over the call's threads.
+// Returns the compressed size in bytes, 0 when working memory runs out.
 ORBT_API int ORBTDecompressORBTC(const void* compressedData, int twoBitMode, int width, int height,
                                  unsigned char* result);
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Codecs/ORBTC/ORBTCDecompressInternal.h"
+#include "Codecs/ORBTC/ORBTCFastDecode.h"
 #include "Codecs/ORBTC/ORBTCLocalPalette.h"
 #include "Codecs/ORBTC/ORBTCWordLayout.h"
 
@@ -226,17 +227,18 @@ int orbtc_decompress(const void* words, unsigned char* output, unsigned int widt
     if (!words || !output || width == 0 || height == 0 || paddedWidth > INT_MAX || paddedHeight > INT_MAX)
         return 0;
 
-    Bitmap* bitmap = new_bitmap(int(paddedWidth), int(paddedHeight), 1, nullptr);
-    if (!bitmap)
-        return 0;
-    const int decoded = Decompress(words, 0, decoder, 4, is2bpp == 1 ? 2 : 4, int(paddedWidth), int(paddedHeight), 4,
-                                   0, decoder, bitmap);
-    if (decoded)
-        for (unsigned int y = 0; y < height; ++y)
-            std::memcpy(output + size_t(y) * width * 4, bitmap->pixels + size_t(y) * size_t(paddedWidth) * 4,
-                        size_t(width) * 4);
-    delete_bitmap(bitmap);
-    return decoded;
+    ORBTCFastSurface surface;
+    surface.words = static_cast<const unsigned char*>(words);
+    surface.numX = uint32_t(paddedWidth / bw);
+    surface.numY = uint32_t(paddedHeight / 4);
+    surface.twoBpp = is2bpp == 1;
+    surface.generation2 = decoder != 0;
+    surface.rowOrder = decoder != 0;
+    surface.output = output;
+    surface.stride = size_t(width) * 4;
+    surface.width = width;
+    surface.height = height;
+    return ORBTCDecodeSurface(surface) ? 1 : 0;
 }
 
 } // namespace orbtexture

@@ -38,9 +38,10 @@ ORBT_API int Decompress(const void* words, int ignored, unsigned int extended, u
 // Decodes to width x height rgba8 pixels in 'output', is2bpp 1 selecting 2bpp.
 // The sides are rounded up to whole blocks, so 'words' holds one word per
 // block of the rounded size. A non-zero 'decoder' reads ORBTCII words in row
-// order; 0 reads ORBTC words in ORBTC order. Returns 1, or 0 when there is
-// nothing to decode (a null pointer, a side of 0 or above INT_MAX once
-// rounded) or the working bitmap cannot be made.
+// order; 0 reads ORBTC words in ORBTC order. The same bytes as Decompress,
+// row by row (ORBTCFastDecode.h), over the call's threads above a megapixel.
+// Returns 1, or 0 when there is nothing to decode (a null pointer, a side of 0
+// or above INT_MAX once rounded) or working memory runs out.
 int orbtc_decompress(const void* words, unsigned char* output, unsigned int width, unsigned int height,
                      unsigned int decoder, int is2bpp);
 
