@@ -117,6 +117,8 @@ TEST(RGB9E5Codec, SharedExponentRoundingAndClamps)
     EXPECT_EQ(Pack(1, 1, 1), 0x84020100u); // mantissas 256, exponent field 16
     // 0.3 * 256 = 76.8 rounds to 77; a negative channel is 0.
     EXPECT_EQ(Pack(1, 0.3f, 0), 0x80009B00u);
+    // A half rounds up: 2^-9 * 256 = 0.5 gives mantissa 1.
+    EXPECT_EQ(Pack(1, 1.0f / 512, 0), 0x80000300u);
     EXPECT_EQ(Pack(-5, 1, 0.5f), 0x82020000u);
     // 1.999 * 256 rounds to 512: the exponent steps up and the mantissa halves.
     EXPECT_EQ(Pack(1.999f, 0, 0), 0x88000100u);

@@ -147,6 +147,9 @@ TEST(PixelKernels, TheCommonPairsGiveThePixelLoopsBytesBothWays)
     ExpectKernelMatchesLoop(floats, eColourSpaceLinear, kRGBA8, eColourSpaceSRGB, "wide");
     ExpectKernelMatchesLoop(kRGBA8, eColourSpaceLinear, kRGBA8, eColourSpaceSRGB, "tables");
     ExpectKernelMatchesLoop(kRGBA8, eColourSpaceLinear, pairs[6].other, eColourSpaceSRGB, "luminance");
+    // Alpha first.
+    ExpectKernelMatchesLoop({PixelType('a', 'b', 'g', 'r', 8, 8, 8, 8), u8}, eColourSpaceLinear, pairs[7].other,
+                            eColourSpaceLinear, "luminance");
 }
 
 // The fixed-point luminance leaves the rounding edges to the long double sum;
