@@ -20,6 +20,14 @@ namespace
 
 using Byte = unsigned char;
 
+// For the small steps of the common paths, which the compiler may otherwise
+// leave as calls with run-time flags.
+#if defined(__GNUC__) || defined(__clang__)
+#define ETC_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define ETC_ALWAYS_INLINE inline
+#endif
+
 // Values -512..767 limited to 0..255, at index value + 512.
 struct ClampTable
 {
@@ -36,13 +44,13 @@ constexpr ClampTable makeClampTable()
 
 constexpr ClampTable kClamp = makeClampTable();
 
-inline uint32_t clampByte(int value)
+ETC_ALWAYS_INLINE uint32_t clampByte(int value)
 {
     return kClamp.at[value + 512];
 }
 
 // R | G << 8 | B << 16, each limited to 0..255.
-inline uint32_t pack(int r, int g, int b)
+ETC_ALWAYS_INLINE uint32_t pack(int r, int g, int b)
 {
     return clampByte(r) | clampByte(g) << 8 | clampByte(b) << 16;
 }
@@ -63,20 +71,32 @@ inline unsigned eacIndex(uint64_t bits, int x, int y)
     return unsigned(bits >> (45 - 3 * (4 * x + y))) & 7;
 }
 
-// Bit b of the low 16 bits moved to bit 4 * b.
-inline uint64_t spreadToNibbles(uint32_t bits)
+// Bit b of a byte moved to bit 4 * b.
+struct NibbleTable
 {
-    uint64_t x = bits & 0xffffu;
-    x = (x | x << 24) & 0x000000ff000000ffull;
-    x = (x | x << 12) & 0x000f000f000f000full;
-    x = (x | x << 6) & 0x0303030303030303ull;
-    x = (x | x << 3) & 0x1111111111111111ull;
-    return x;
+    uint32_t at[256];
+};
+
+constexpr NibbleTable makeNibbleTable()
+{
+    NibbleTable table{};
+    for (uint32_t i = 0; i < 256; ++i)
+        for (uint32_t b = 0; b < 8; ++b)
+            table.at[i] |= ((i >> b) & 1) << (4 * b);
+    return table;
+}
+
+constexpr NibbleTable kNibbles = makeNibbleTable();
+
+// Bit b of the low 16 bits moved to bit 4 * b.
+ETC_ALWAYS_INLINE uint64_t spreadToNibbles(uint32_t bits)
+{
+    return kNibbles.at[bits & 0xff] | uint64_t(kNibbles.at[(bits >> 8) & 0xff]) << 32;
 }
 
 // Paint entry of each pixel (x, y) at nibble 4 * x + y: the stored index
 // bits (MSB * 2 + LSB), plus 4 in the second sub-block.
-inline uint64_t pixelNibbles(uint32_t word2)
+ETC_ALWAYS_INLINE uint64_t pixelNibbles(uint32_t word2)
 {
     return spreadToNibbles(word2) | spreadToNibbles(word2 >> 16) << 1;
 }
@@ -102,7 +122,8 @@ inline bool overflows(uint32_t word1, int shift)
 // sub-block * 4 + index; returns the sub-block bits of the nibbles. A
 // differential second colour out of range wraps in 5 bits. 'transparent'
 // (punch-through blocks) gives index 0 no modifier.
-inline uint64_t paintIndividualOrDifferential(uint32_t word1, bool differential, bool transparent, uint32_t* paint)
+ETC_ALWAYS_INLINE uint64_t paintIndividualOrDifferential(uint32_t word1, bool differential, bool transparent,
+                                                         uint32_t* paint)
 {
     int base[2][3];
     for (int c = 0; c < 3; ++c)
@@ -123,11 +144,24 @@ inline uint64_t paintIndividualOrDifferential(uint32_t word1, bool differential,
     }
     const int* modifiers[2] = {mod[(word1 >> 5) & 7], mod[(word1 >> 2) & 7]};
     for (int s = 0; s < 2; ++s)
+    {
+        const int* b = base[s];
+        // Rows of 'mod' run +small, +large, -small, -large.
+        const int large = modifiers[s][1];
+        if (std::min({b[0], b[1], b[2]}) >= large && std::max({b[0], b[1], b[2]}) + large <= 255)
+        {
+            // No channel leaves 0..255: one add moves all three.
+            const uint32_t packed = uint32_t(b[0] | b[1] << 8 | b[2] << 16);
+            for (int k = 0; k < 4; ++k)
+                paint[s * 4 + k] = packed + uint32_t(transparent && k == 0 ? 0 : modifiers[s][k] * 0x010101);
+            continue;
+        }
         for (int k = 0; k < 4; ++k)
         {
             const int m = transparent && k == 0 ? 0 : modifiers[s][k];
-            paint[s * 4 + k] = pack(base[s][0] + m, base[s][1] + m, base[s][2] + m);
+            paint[s * 4 + k] = pack(b[0] + m, b[1] + m, b[2] + m);
         }
+    }
     return (word1 & 1) ? kSecondRows : kSecondColumns;
 }
 
@@ -162,7 +196,7 @@ inline void paintH(uint32_t word1, uint32_t* paint)
 // Rows of a block of paint entries; row(y, p0, p1, p2, p3) takes the four
 // pixels of row y.
 template <class Row>
-inline void paintRows(const uint32_t* paint, uint64_t nibbles, const Row& row)
+ETC_ALWAYS_INLINE void paintRows(const uint32_t* paint, uint64_t nibbles, const Row& row)
 {
     for (int y = 0; y < 4; ++y)
     {
@@ -190,15 +224,46 @@ inline void planarRows(uint32_t word1, uint32_t word2, uint32_t alpha, const Row
     const int h[3] = {expand6(((word1 >> 2) & 31) << 1 | (word1 & 1)), expand7((word2 >> 25) & 127),
                       expand6((word2 >> 19) & 63)};
     const int v[3] = {expand6((word2 >> 13) & 63), expand7((word2 >> 6) & 127), expand6(word2 & 63)};
-    const int dh[3] = {h[0] - o[0], h[1] - o[1], h[2] - o[2]};
+    // Channel c of pixel (x, y) is (at[c] + x * dh[c] + y * dv[c]) >> 2.
+    int at[3], dh[3], dv[3];
+    bool inRange = true;
+    for (int c = 0; c < 3; ++c)
+    {
+        at[c] = 4 * o[c] + 2;
+        dh[c] = h[c] - o[c];
+        dv[c] = v[c] - o[c];
+        // The sum is linear: in 0..1023 at the four corners, it needs no
+        // clamping anywhere.
+        const int corners[4] = {at[c], at[c] + 3 * dh[c], at[c] + 3 * dv[c], at[c] + 3 * dh[c] + 3 * dv[c]};
+        for (int sum : corners)
+            inRange = inRange && sum >= 0 && sum <= 1023;
+    }
+    if (inRange)
+    {
+        // The three sums side by side in 10-bit fields, moved together.
+        const auto fields = [](const int* f) {
+            return uint64_t(int64_t(f[0]) + int64_t(f[1]) * 1024 + int64_t(f[2]) * 1048576);
+        };
+        const uint64_t start = fields(at), right = fields(dh), down = fields(dv);
+        for (int y = 0; y < 4; ++y)
+        {
+            uint32_t p[4];
+            for (int x = 0; x < 4; ++x)
+            {
+                const uint64_t sums = start + uint64_t(x) * right + uint64_t(y) * down;
+                p[x] = alpha | uint32_t((sums >> 2) & 0xff) | uint32_t((sums >> 4) & 0xff00) |
+                       uint32_t((sums >> 6) & 0xff0000);
+            }
+            row(y, p[0], p[1], p[2], p[3]);
+        }
+        return;
+    }
     for (int y = 0; y < 4; ++y)
     {
-        int at[3];
-        for (int c = 0; c < 3; ++c)
-            at[c] = 4 * o[c] + y * (v[c] - o[c]) + 2;
         uint32_t p[4];
         for (int x = 0; x < 4; ++x)
-            p[x] = alpha | pack((at[0] + x * dh[0]) >> 2, (at[1] + x * dh[1]) >> 2, (at[2] + x * dh[2]) >> 2);
+            p[x] = alpha | pack((at[0] + x * dh[0] + y * dv[0]) >> 2, (at[1] + x * dh[1] + y * dv[1]) >> 2,
+                                (at[2] + x * dh[2] + y * dv[2]) >> 2);
         row(y, p[0], p[1], p[2], p[3]);
     }
 }
@@ -304,13 +369,11 @@ inline uint32_t widen11(int sum, bool isSigned)
         const int c = std::min(2047, std::max(0, sum));
         return uint32_t((c << 5) + (c >> 6));
     }
-    if (sum > 1023)
-        return 0x7fff;
-    if (sum < -1023)
-        return uint16_t(-32767);
-    const int a = sum < 0 ? -sum : sum;
+    // Past +-1023 the value stays +-32767, the widening of +-1023.
+    const int c = std::min(1023, std::max(-1023, sum));
+    const int a = c < 0 ? -c : c;
     const int magnitude = (a << 5) + (a >> 5);
-    return uint16_t(sum < 0 ? -magnitude : magnitude);
+    return uint16_t(c < 0 ? -magnitude : magnitude);
 }
 
 // The eight 16-bit values of an 11-bit EAC block.
@@ -478,5 +541,7 @@ void ETC1DecodeBlockRowsRGBA(const unsigned char* input, unsigned char* output, 
 {
     decodeRows<4, 8>(input, output, width, height, firstRow, endRow, ETC1RGBABlock{});
 }
+
+#undef ETC_ALWAYS_INLINE
 
 } // namespace orbtexture
