@@ -205,54 +205,55 @@ ETC_ALWAYS_INLINE void paintRows(const uint32_t* paint, uint64_t nibbles, const 
     }
 }
 
-inline int expand6(uint32_t field)
+inline uint64_t expand6(uint32_t field)
 {
-    return int(field << 2 | field >> 4);
+    return field << 2 | field >> 4;
 }
 
-inline int expand7(uint32_t field)
+inline uint64_t expand7(uint32_t field)
 {
-    return int(field << 1 | field >> 6);
+    return field << 1 | field >> 6;
+}
+
+// Red, green and blue side by side, at bits 0, 40 and 16, so that one add
+// moves all three.
+constexpr uint64_t planarFields(uint64_t r, uint64_t g, uint64_t b)
+{
+    return r | b << 16 | g << 40;
 }
 
 // A planar block; 'alpha' is or-ed into every pixel.
 template <class Row>
 inline void planarRows(uint32_t word1, uint32_t word2, uint32_t alpha, const Row& row)
 {
-    const int o[3] = {expand6((word1 >> 25) & 63), expand7(((word1 >> 24) & 1) << 6 | ((word1 >> 17) & 63)),
-                      expand6(((word1 >> 16) & 1) << 5 | ((word1 >> 11) & 3) << 3 | ((word1 >> 7) & 7))};
-    const int h[3] = {expand6(((word1 >> 2) & 31) << 1 | (word1 & 1)), expand7((word2 >> 25) & 127),
-                      expand6((word2 >> 19) & 63)};
-    const int v[3] = {expand6((word2 >> 13) & 63), expand7((word2 >> 6) & 127), expand6(word2 & 63)};
-    // Channel c of pixel (x, y) is (at[c] + x * dh[c] + y * dv[c]) >> 2.
-    int at[3], dh[3], dv[3];
-    bool inRange = true;
-    for (int c = 0; c < 3; ++c)
+    constexpr uint64_t ones = planarFields(1, 1, 1);
+    const uint64_t o =
+        planarFields(expand6((word1 >> 25) & 63), expand7(((word1 >> 24) & 1) << 6 | ((word1 >> 17) & 63)),
+                     expand6(((word1 >> 16) & 1) << 5 | ((word1 >> 11) & 3) << 3 | ((word1 >> 7) & 7)));
+    const uint64_t h = planarFields(expand6(((word1 >> 2) & 31) << 1 | (word1 & 1)), expand7((word2 >> 25) & 127),
+                                    expand6((word2 >> 19) & 63));
+    const uint64_t v = planarFields(expand6((word2 >> 13) & 63), expand7((word2 >> 6) & 127), expand6(word2 & 63));
+    // Each channel of pixel (x, y) is its field of start + x * right + y *
+    // down, divided by 4, less 512: the field holds 4 * value + 2 + 2048,
+    // which stays in 1540..3580 and so never reaches the next field.
+    const uint64_t start = 4 * o + 2050 * ones, right = h - o, down = v - o;
+    // The sums are linear: with every field in 2048..3071 (values 0..255) at
+    // the four corners, no pixel needs clamping.
+    constexpr uint64_t high = 7 * 1024 * ones, inside = 2 * 1024 * ones;
+    const uint64_t corners = (start ^ inside) | ((start + 3 * right) ^ inside) | ((start + 3 * down) ^ inside) |
+                             ((start + 3 * right + 3 * down) ^ inside);
+    if ((corners & high) == 0)
     {
-        at[c] = 4 * o[c] + 2;
-        dh[c] = h[c] - o[c];
-        dv[c] = v[c] - o[c];
-        // The sum is linear: in 0..1023 at the four corners, it needs no
-        // clamping anywhere.
-        const int corners[4] = {at[c], at[c] + 3 * dh[c], at[c] + 3 * dv[c], at[c] + 3 * dh[c] + 3 * dv[c]};
-        for (int sum : corners)
-            inRange = inRange && sum >= 0 && sum <= 1023;
-    }
-    if (inRange)
-    {
-        // The three sums side by side in 10-bit fields, moved together.
-        const auto fields = [](const int* f) {
-            return uint64_t(int64_t(f[0]) + int64_t(f[1]) * 1024 + int64_t(f[2]) * 1048576);
-        };
-        const uint64_t start = fields(at), right = fields(dh), down = fields(dv);
+        // Fields below 1024: shifted by 2, red and blue sit in their bytes,
+        // green 32 bits above its byte.
+        const uint64_t base = start - inside;
         for (int y = 0; y < 4; ++y)
         {
             uint32_t p[4];
             for (int x = 0; x < 4; ++x)
             {
-                const uint64_t sums = start + uint64_t(x) * right + uint64_t(y) * down;
-                p[x] = alpha | uint32_t((sums >> 2) & 0xff) | uint32_t((sums >> 4) & 0xff00) |
-                       uint32_t((sums >> 6) & 0xff0000);
+                const uint64_t values = (base + uint64_t(x) * right + uint64_t(y) * down) >> 2;
+                p[x] = alpha | (uint32_t(values) & 0xff00ffu) | (uint32_t(values >> 32) & 0xff00u);
             }
             row(y, p[0], p[1], p[2], p[3]);
         }
@@ -262,8 +263,11 @@ inline void planarRows(uint32_t word1, uint32_t word2, uint32_t alpha, const Row
     {
         uint32_t p[4];
         for (int x = 0; x < 4; ++x)
-            p[x] = alpha | pack((at[0] + x * dh[0] + y * dv[0]) >> 2, (at[1] + x * dh[1] + y * dv[1]) >> 2,
-                                (at[2] + x * dh[2] + y * dv[2]) >> 2);
+        {
+            const uint64_t values = (start + uint64_t(x) * right + uint64_t(y) * down) >> 2;
+            p[x] = alpha | kClamp.at[values & 0x7ff] | uint32_t(kClamp.at[(values >> 40) & 0x7ff]) << 8 |
+                   uint32_t(kClamp.at[(values >> 16) & 0x7ff]) << 16;
+        }
         row(y, p[0], p[1], p[2], p[3]);
     }
 }
