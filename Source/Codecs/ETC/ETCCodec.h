@@ -39,6 +39,9 @@ ORBT_API unsigned int ETCThreadCount();
 // Decodes to width x height pixels in the layouts above (no padding).
 // Returns width * height * channels (bytes for 6, 22, 23, 24; two-byte
 // values count as 2 and 4 for 25 and 26), or 0 for an unknown format.
+// Surfaces above a megapixel are split over the current call context's
+// threads (CScopedCallContext); the bytes do not depend on their count. The
+// same holds for ORBTDecompressETC.
 ORBT_API uint64_t ETCDecompress(const void* input, void* output, const unsigned int& width,
                                 const unsigned int& height, unsigned int format, bool isSigned);
 

@@ -1,5 +1,8 @@
 // Decoders of the ETC family: ETC1, ETC2 (RGB, RGBA, RGB with 1-bit alpha)
-// and the 8- and 11-bit EAC channels.
+// and the 8- and 11-bit EAC channels. The block functions and the Plain
+// surface decoders work a pixel at a time; ETCDecompress and
+// ORBTDecompressETC run the block decoders of ETCFastDecode.cpp, which give
+// the same bytes.
 
 #include "Codecs/ETC/ETCDecompress.h"
 
@@ -11,7 +14,9 @@
 #include <cstring>
 #include <vector>
 
+#include "Codecs/ETC/ETCFastDecode.h"
 #include "Model/ORBTextureErrors.h"
+#include "Tools/ORBTParallel.h"
 
 namespace orbtexture
 {
@@ -498,8 +503,8 @@ void decompressBlockAlpha16bit(const unsigned char* block, unsigned short* image
 
 // ---- Whole images ----
 
-uint64_t ETCDecompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
-                       unsigned int format, bool isSigned)
+uint64_t ETCDecompressPlain(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                            unsigned int format, bool isSigned)
 {
     int channels;
     size_t blockBytes = 8;
@@ -651,8 +656,8 @@ int ETCTextureDecompress(const void* input, const int& width, const int& height,
     return width * height / 2;
 }
 
-int ORBTDecompressETC(const void* input, const unsigned int& width, const unsigned int& height, void* output,
-                      const int& mode)
+int ORBTDecompressETCPlain(const void* input, const unsigned int& width, const unsigned int& height, void* output,
+                           const int& mode)
 {
     const int workWidth = static_cast<int>(std::max(width, 4u));
     const int workHeight = static_cast<int>(std::max(height, 4u));
@@ -678,6 +683,51 @@ int ORBTDecompressETC(const void* input, const unsigned int& width, const unsign
     for (size_t p = 0; p < pixels; ++p)
         std::swap(dst[4 * p], dst[4 * p + 2]);
     return result;
+}
+
+namespace
+{
+
+uint32_t blockRows(unsigned int height)
+{
+    return height / 4 + (height % 4 != 0 ? 1 : 0);
+}
+
+} // namespace
+
+uint64_t ETCDecompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                       unsigned int format, bool isSigned)
+{
+    if (ETCFormatBlockBytes(format) == 0)
+        return SetError(eORBTErrorUnsupported, "ETCDecompress: format %u is not of the ETC family", format), 0;
+    const uint64_t channels = format == ePF_ETC1 || format == ePF_ETC2_RGB ? 3 : format == ePF_EAC_R11 ? 2 : 4;
+    const uint64_t size = uint64_t(width) * uint64_t(height) * channels;
+    if (!input || !output)
+        return size;
+
+    const unsigned char* src = static_cast<const unsigned char*>(input);
+    unsigned char* dst = static_cast<unsigned char*>(output);
+    const unsigned int w = width, h = height;
+    ParallelRanges(blockRows(h), uint64_t(w) * h, [&](uint32_t first, uint32_t end) {
+        ETCDecodeBlockRows(src, dst, w, h, format, isSigned, first, end);
+    });
+    return size;
+}
+
+int ORBTDecompressETC(const void* input, const unsigned int& width, const unsigned int& height, void* output,
+                      const int& /*mode*/)
+{
+    const int workWidth = static_cast<int>(std::max(width, 4u));
+    const int workHeight = static_cast<int>(std::max(height, 4u));
+    if (input && output)
+    {
+        const unsigned char* src = static_cast<const unsigned char*>(input);
+        unsigned char* dst = static_cast<unsigned char*>(output);
+        const unsigned int w = width, h = height;
+        ParallelRanges(blockRows(h), uint64_t(w) * h,
+                       [&](uint32_t first, uint32_t end) { ETC1DecodeBlockRowsRGBA(src, dst, w, h, first, end); });
+    }
+    return workWidth * workHeight / 2;
 }
 
 } // namespace orbtexture

@@ -1,8 +1,11 @@
 #ifndef ETCDECOMPRESS_H
 #define ETCDECOMPRESS_H
 
-// The ETC1-only decoder behind ORBTDecompressETC. The declarations shared
-// with the rest of the family are in ETCBlockCodec.h.
+// The pixel-at-a-time surface decoders, kept as the plain form of
+// ETCDecompress and ORBTDecompressETC. The declarations shared with the rest
+// of the family are in ETCBlockCodec.h.
+
+#include <cstdint>
 
 #include "Codecs/ETC/ETCBlockCodec.h"
 
@@ -18,6 +21,13 @@ constexpr unsigned int ETC_FLIP = 0x1000000u;
 // as 0xff000000 + red * 65536 + green * 256 + blue. Only pixels inside the
 // image are written. Returns width * height / 2; 'mode' has no effect.
 int ETCTextureDecompress(const void* input, const int& width, const int& height, void* output, const int& mode);
+
+// ETCDecompress and ORBTDecompressETC a pixel at a time, on the calling
+// thread; same arguments, results and bytes.
+uint64_t ETCDecompressPlain(const void* input, void* output, const unsigned int& width, const unsigned int& height,
+                            unsigned int format, bool isSigned);
+int ORBTDecompressETCPlain(const void* input, const unsigned int& width, const unsigned int& height, void* output,
+                           const int& mode);
 
 } // namespace orbtexture
 
