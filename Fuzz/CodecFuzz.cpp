@@ -1,5 +1,5 @@
 // Drives the block codecs with arbitrary block data and images: the ORBTC and
-// ETC decoders at the input's size, the Transcode detour from a texture of the
+// ETC decoders at the input's size (each checked against its plain form), the Transcode detour from a texture of the
 // chosen format to rgba8, and the compressors (direct and through Transcode)
 // for the chosen format.
 //
@@ -19,12 +19,19 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
+#include "Bitmap/Bitmap.h"
 #include "Codecs/ETC/ETCCodec.h"
+#include "Codecs/ETC/ETCDecompress.h"
 #include "Codecs/ORBTC/ORBTCCodec.h"
+#include "Codecs/ORBTC/ORBTCDecompressInternal.h"
 #include "Codecs/ORBTC/ORBTCFormat.h"
+#include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
 #include "ORBTextureUtilities.h"
+#include "Pixels/ORBTPixelKernels.h"
+#include "Tools/ORBTSimd.h"
 
 using namespace orbtexture;
 
@@ -111,6 +118,10 @@ void DecodeORBTC(const Input& input, unsigned width, unsigned height, bool exten
         const int result = ORBTDecompressORBTC(words.data(), twoBit, int(w), int(h), pixels.data());
         if (unsigned(result) != consumed)
             Fail("ORBTDecompressORBTC result", w, h, unsigned(result));
+        std::vector<uint8_t> plain(pixels.size());
+        ORBTDecompressORBTCPlain(words.data(), twoBit, int(w), int(h), plain.data());
+        if (plain != pixels)
+            Fail("ORBTDecompressORBTC differs from the plain decoder", w, h, unsigned(twoBit));
 
         // The extended decoder reads exactly one word per block of the size
         // rounded up to whole blocks (8 x 4 at 2bpp, 4 x 4 at 4bpp).
@@ -121,6 +132,17 @@ void DecodeORBTC(const Input& input, unsigned width, unsigned height, bool exten
         const unsigned written = ORBTCDecompress(blockWords.data(), pixels.data(), w, h, twoBit != 0, decoder);
         if (written != w * h * 4)
             Fail("ORBTCDecompress result", w, h, written);
+        if (decoder)
+        {
+            // The tile decoder on a bitmap of whole blocks.
+            const unsigned paddedW = (w + blockWidth - 1) / blockWidth * blockWidth, paddedH = (h + 3) / 4 * 4;
+            Bitmap* bitmap = new_bitmap(int(paddedW), int(paddedH), 1, nullptr);
+            Decompress(blockWords.data(), 0, 1, 4, twoBit ? 2 : 4, int(paddedW), int(paddedH), 4, 0, 1, bitmap);
+            for (unsigned y = 0; y < h; ++y)
+                if (std::memcmp(&pixels[size_t(y) * w * 4], bitmap->pixels + size_t(y) * paddedW * 4, size_t(w) * 4))
+                    Fail("the ORBTCII decoder differs from the tile decoder", w, h, y);
+            delete_bitmap(bitmap);
+        }
     }
 }
 
@@ -136,6 +158,10 @@ void DecodeETC(const Input& input, unsigned width, unsigned height)
             const uint64_t written = ETCDecompress(words.data(), pixels.data(), width, height, format, isSigned != 0);
             if (written != pixels.size())
                 Fail("ETCDecompress result", width, height, format);
+            std::vector<uint8_t> plain(pixels.size());
+            ETCDecompressPlain(words.data(), plain.data(), width, height, format, isSigned != 0);
+            if (plain != pixels)
+                Fail("ETCDecompress differs from the plain decoder", width, height, format);
         }
     }
 
@@ -145,6 +171,10 @@ void DecodeETC(const Input& input, unsigned width, unsigned height)
     const unsigned workWidth = width > 4 ? width : 4, workHeight = height > 4 ? height : 4;
     if (unsigned(result) != workWidth * workHeight / 2)
         Fail("ORBTDecompressETC result", width, height, unsigned(result));
+    std::vector<uint8_t> plain(rgba.size());
+    ORBTDecompressETCPlain(words.data(), width, height, plain.data(), 0);
+    if (plain != rgba)
+        Fail("ORBTDecompressETC differs from the plain decoder", width, height, 0);
 }
 
 CORBTexture MakeTexture(const Input& input, uint64_t format, unsigned width, unsigned height, unsigned levels,
@@ -152,6 +182,47 @@ CORBTexture MakeTexture(const Input& input, uint64_t format, unsigned width, uns
 {
     const CORBTextureHeader header(format, height, width, 1, levels, 1, 1, colourSpace, channelType);
     return CORBTexture(header, input.fill(header.getDataSize()).data());
+}
+
+// The pixel kernels of a layout against the pixel loop on 64 pixels, both
+// ways with rgba8 and to the other colour space, on every SIMD path.
+void CheckKernels(const Input& input, PixelType layout, EORBTVariableType channelType, EORBTColourSpace space)
+{
+    const PixelType rgba8(ORBStandard8PixelType);
+    const EORBTColourSpace other = space == eColourSpaceSRGB ? eColourSpaceLinear : eColourSpaceSRGB;
+    const struct
+    {
+        PixelType from;
+        EORBTVariableType fromType;
+        PixelType to;
+        EORBTVariableType toType;
+        EORBTColourSpace toSpace;
+    } pairs[] = {{layout, channelType, rgba8, eVarUnsignedByteNorm, space},
+                 {rgba8, eVarUnsignedByteNorm, layout, channelType, space},
+                 {layout, channelType, rgba8, eVarUnsignedByteNorm, other}};
+    for (const auto& pair : pairs)
+    {
+        const auto kernel = FindPixelKernel(pair.from, pair.fromType, space, pair.to, pair.toType, pair.toSpace);
+        if (!kernel)
+            continue;
+        CORBTexture source = MakeTexture(input, pair.from.PixelTypeID, 16, 4, 1, pair.fromType, space);
+        CORBTextureHeader header(source.getHeader());
+        header.setPixelFormat(pair.to);
+        header.setChannelType(pair.toType);
+        CORBTexture loop(header);
+        CPixelEncoder from(pair.from, pair.fromType), to(pair.to, pair.toType);
+        TranscodeTrivial(source, loop, from, to, pair.toSpace, space);
+        for (int path = eSimdPortable; path <= eSimdAVX2; ++path)
+        {
+            SetSimdPath(ESimdPath(path));
+            std::vector<uint8_t> fast(loop.getDataSize());
+            kernel->Convert(source.getDataPtr(), fast.data(), 64);
+            if (std::memcmp(fast.data(), loop.getDataPtr(), fast.size()) != 0)
+                Fail("a pixel kernel differs from the pixel loop", unsigned(layout.PixelTypeID),
+                     unsigned(channelType), unsigned(path));
+        }
+        SetSimdPath(eSimdAVX2);
+    }
 }
 
 // A successful Transcode leaves a texture of the target's type and size. A
@@ -259,6 +330,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // Decoders at the input's size.
     DecodeORBTC(input, width, height, generation1);
     DecodeETC(input, width, height);
+    if (!named && !HasWideChannel(format))
+        CheckKernels(input, format, channelType, colourSpace);
 
     const unsigned w = width, h = height;
 
