@@ -9,7 +9,12 @@
 #include "Pixels/ORBTPixelKernels.h"
 #include "Tools/ORBTCallContext.h"
 #include "Tools/ORBTParallel.h"
+#include "Tools/ORBTSimd.h"
 #include "ORBTextureUtilities.h"
+
+#if ORBT_X86_SIMD
+#include <immintrin.h>
+#endif
 
 namespace orbtexture
 {
@@ -73,9 +78,7 @@ bool IsRGBA8(PixelType type, EORBTVariableType channelType)
     return type == PixelType(ORBStandard8PixelType) && channelType == eVarUnsignedByteNorm;
 }
 
-} // namespace
-
-void EncodeSharedExponent(const uint8_t* rgba, uint8_t* words, size_t pixels)
+void EncodePortable(const uint8_t* rgba, uint8_t* words, size_t pixels)
 {
     const EncodeTables& tables = Encoding();
     for (size_t i = 0; i < pixels; ++i, rgba += 4, words += 4)
@@ -88,7 +91,7 @@ void EncodeSharedExponent(const uint8_t* rgba, uint8_t* words, size_t pixels)
     }
 }
 
-void DecodeSharedExponent(const uint8_t* words, uint8_t* rgba, size_t pixels)
+void DecodePortable(const uint8_t* words, uint8_t* rgba, size_t pixels)
 {
     const uint8_t* table = Decoding().byte;
     for (size_t i = 0; i < pixels; ++i, words += 4, rgba += 4)
@@ -100,6 +103,109 @@ void DecodeSharedExponent(const uint8_t* words, uint8_t* rgba, size_t pixels)
                                uint32_t(row[(word >> 18) & 0x1FF]) << 16 | 0xFF000000u;
         std::memcpy(rgba, &pixel, 4);
     }
+}
+
+#if ORBT_X86_SIMD
+
+// floor(x * 2^k + 0.5) for the floats x in 32-bit lanes, k such that the
+// shift below stays at 0 or above: ((m >> (22 - e - k)) + 1) >> 1 for the
+// 24-bit mantissa m and exponent e; a shift above 31 (x = 0) gives 0.
+ORBT_TARGET_AVX2 inline __m256i RoundScaled(__m256 x, __m256i k)
+{
+    const __m256i bits = _mm256_castps_si256(x);
+    const __m256i exponent = _mm256_sub_epi32(_mm256_srli_epi32(bits, 23), _mm256_set1_epi32(127));
+    const __m256i mantissa =
+        _mm256_or_si256(_mm256_and_si256(bits, _mm256_set1_epi32(0x7FFFFF)), _mm256_set1_epi32(0x800000));
+    const __m256i shift = _mm256_sub_epi32(_mm256_sub_epi32(_mm256_set1_epi32(22), exponent), k);
+    return _mm256_srli_epi32(_mm256_add_epi32(_mm256_srlv_epi32(mantissa, shift), _mm256_set1_epi32(1)), 1);
+}
+
+// A channel's 9-bit mantissa at scale 2^k.
+ORBT_TARGET_AVX2 inline __m256i Mantissa(__m256i v, __m256i k)
+{
+    return _mm256_and_si256(RoundScaled(_mm256_div_ps(_mm256_cvtepi32_ps(v), _mm256_set1_ps(255.0f)), k),
+                            _mm256_set1_epi32(0x1FF));
+}
+
+// The encoder's steps in lanes: the largest channel gives the shared field s,
+// its exponent plus 16, and the scale 2^(24 - s) of every mantissa. (The
+// encoder adds 1 to s when the largest mantissa rounds to 512, which no byte
+// reaches: the largest rounds to at most 510; the tests check every byte.)
+ORBT_TARGET_AVX2 void EncodeAVX2(const uint8_t* rgba, uint8_t* words, size_t pixels)
+{
+    const __m256i byte = _mm256_set1_epi32(0xFF);
+    const __m256 scale = _mm256_set1_ps(255.0f);
+    size_t i = 0;
+    for (; i + 8 <= pixels; i += 8)
+    {
+        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rgba + 4 * i));
+        const __m256i r = _mm256_and_si256(x, byte), g = _mm256_and_si256(_mm256_srli_epi32(x, 8), byte);
+        const __m256i b = _mm256_and_si256(_mm256_srli_epi32(x, 16), byte);
+        const __m256i largest = _mm256_max_epu32(r, _mm256_max_epu32(g, b));
+        const __m256i topBits = _mm256_castps_si256(_mm256_div_ps(_mm256_cvtepi32_ps(largest), scale));
+        const __m256i exponent = _mm256_sub_epi32(_mm256_srli_epi32(topBits, 23), _mm256_set1_epi32(127));
+        const __m256i shared = _mm256_andnot_si256(_mm256_cmpeq_epi32(largest, _mm256_setzero_si256()),
+                                                   _mm256_add_epi32(exponent, _mm256_set1_epi32(16)));
+        const __m256i k = _mm256_sub_epi32(_mm256_set1_epi32(24), shared);
+        const __m256i word = _mm256_or_si256(
+            _mm256_or_si256(Mantissa(r, k), _mm256_slli_epi32(Mantissa(g, k), 9)),
+            _mm256_or_si256(_mm256_slli_epi32(Mantissa(b, k), 18), _mm256_slli_epi32(shared, 27)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(words + 4 * i), word);
+    }
+    EncodePortable(rgba + 4 * i, words + 4 * i, pixels - i);
+}
+
+// A channel's byte: the low byte of m * 2^(e - 24) * 255 rounded, that is
+// ((t >> (23 - e)) + 1) >> 1 below e = 24 and t << (e - 24) from it, t = m *
+// 255; each shift gives 0 where the other applies.
+ORBT_TARGET_AVX2 inline __m256i ChannelBytes(__m256i mantissa, __m256i exponent)
+{
+    const __m256i t = _mm256_sub_epi32(_mm256_slli_epi32(mantissa, 8), mantissa);
+    const __m256i down = _mm256_srli_epi32(
+        _mm256_add_epi32(_mm256_srlv_epi32(t, _mm256_sub_epi32(_mm256_set1_epi32(23), exponent)), _mm256_set1_epi32(1)),
+        1);
+    const __m256i up = _mm256_sllv_epi32(t, _mm256_sub_epi32(exponent, _mm256_set1_epi32(24)));
+    return _mm256_and_si256(_mm256_or_si256(down, up), _mm256_set1_epi32(0xFF));
+}
+
+ORBT_TARGET_AVX2 void DecodeAVX2(const uint8_t* words, uint8_t* rgba, size_t pixels)
+{
+    const __m256i nine = _mm256_set1_epi32(0x1FF);
+    size_t i = 0;
+    for (; i + 8 <= pixels; i += 8)
+    {
+        const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words + 4 * i));
+        const __m256i exponent = _mm256_srli_epi32(w, 27);
+        const __m256i r = ChannelBytes(_mm256_and_si256(w, nine), exponent);
+        const __m256i g = ChannelBytes(_mm256_and_si256(_mm256_srli_epi32(w, 9), nine), exponent);
+        const __m256i b = ChannelBytes(_mm256_and_si256(_mm256_srli_epi32(w, 18), nine), exponent);
+        const __m256i pixel = _mm256_or_si256(_mm256_or_si256(r, _mm256_slli_epi32(g, 8)),
+                                              _mm256_or_si256(_mm256_slli_epi32(b, 16), _mm256_set1_epi32(int(0xFF000000u))));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(rgba + 4 * i), pixel);
+    }
+    DecodePortable(words + 4 * i, rgba + 4 * i, pixels - i);
+}
+
+#endif
+
+} // namespace
+
+void EncodeSharedExponent(const uint8_t* rgba, uint8_t* words, size_t pixels)
+{
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() == eSimdAVX2)
+        return EncodeAVX2(rgba, words, pixels);
+#endif
+    EncodePortable(rgba, words, pixels);
+}
+
+void DecodeSharedExponent(const uint8_t* words, uint8_t* rgba, size_t pixels)
+{
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() == eSimdAVX2)
+        return DecodeAVX2(words, rgba, pixels);
+#endif
+    DecodePortable(words, rgba, pixels);
 }
 
 bool TranscodeSharedExponentDirectly(CORBTexture& texture, PixelType pixelType, EORBTVariableType channelType,

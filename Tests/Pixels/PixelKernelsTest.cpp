@@ -199,18 +199,23 @@ TEST(PixelKernels, SharedExponentInOneStepIsTheTwoSteps)
     };
     const auto bytesOf = [](const CORBTexture& t) { return Bytes(t.getDataPtr(), t.getDataPtr() + t.getDataSize()); };
 
-    CORBTexture direct = texture(kRGBA8.type, kRGBA8.channels, pixels), twoSteps = direct;
-    ASSERT_TRUE(Transcode(direct, rgb9e5, eVarUnsignedFloat, eColourSpaceSRGB));
-    ASSERT_TRUE(Transcode(twoSteps, RGB32F().type, RGB32F().channels, eColourSpaceSRGB));
-    CompressNonTrivial(twoSteps, rgb9e5, ECompressorQuality(0));
-    EXPECT_TRUE(bytesOf(direct) == bytesOf(twoSteps));
-    EXPECT_EQ(direct.getChannelType(), twoSteps.getChannelType());
+    for (int path = eSimdPortable; path <= eSimdAVX2; path += SimdPathAvailable(eSimdSSE2) ? 1 : 2)
+    {
+        SetSimdPath(ESimdPath(path));
+        CORBTexture direct = texture(kRGBA8.type, kRGBA8.channels, pixels), twoSteps = direct;
+        ASSERT_TRUE(Transcode(direct, rgb9e5, eVarUnsignedFloat, eColourSpaceSRGB));
+        ASSERT_TRUE(Transcode(twoSteps, RGB32F().type, RGB32F().channels, eColourSpaceSRGB));
+        CompressNonTrivial(twoSteps, rgb9e5, ECompressorQuality(0));
+        EXPECT_TRUE(bytesOf(direct) == bytesOf(twoSteps)) << SimdPathName(ESimdPath(path));
+        EXPECT_EQ(direct.getChannelType(), twoSteps.getChannelType());
 
-    direct = texture(rgb9e5, eVarUnsignedFloat, words), twoSteps = direct;
-    ASSERT_TRUE(Transcode(direct, kRGBA8.type, kRGBA8.channels, eColourSpaceSRGB));
-    DecompressNonTrivial(twoSteps);
-    ASSERT_TRUE(Transcode(twoSteps, kRGBA8.type, kRGBA8.channels, eColourSpaceSRGB));
-    EXPECT_TRUE(bytesOf(direct) == bytesOf(twoSteps));
+        direct = texture(rgb9e5, eVarUnsignedFloat, words), twoSteps = direct;
+        ASSERT_TRUE(Transcode(direct, kRGBA8.type, kRGBA8.channels, eColourSpaceSRGB));
+        DecompressNonTrivial(twoSteps);
+        ASSERT_TRUE(Transcode(twoSteps, kRGBA8.type, kRGBA8.channels, eColourSpaceSRGB));
+        EXPECT_TRUE(bytesOf(direct) == bytesOf(twoSteps)) << SimdPathName(ESimdPath(path));
+    }
+    SetSimdPath(eSimdAVX2);
 }
 
 TEST(PixelKernels, LayoutsWithoutAKernelAreLeftToThePixelLoop)
