@@ -74,6 +74,14 @@ void InterpolatedAlphas(const uint8_t* block, uint32_t words[8])
         words[k] = alphas[k] << 24;
 }
 
+// Each pixel's alpha word by its 3-bit index, after the block's two end points.
+inline void IndexAlphas(const uint32_t words[8], const uint8_t* block, uint32_t alpha[16])
+{
+    const uint64_t bits = Load64(block) >> 16;
+    for (int i = 0; i < 16; ++i)
+        alpha[i] = words[(bits >> (3 * i)) & 7];
+}
+
 // The alpha word of each pixel, 0 for DXT1.
 inline void AlphaWords(const uint8_t* block, unsigned format, uint32_t alpha[16])
 {
@@ -91,9 +99,20 @@ inline void AlphaWords(const uint8_t* block, unsigned format, uint32_t alpha[16]
     {
         uint32_t words[8];
         InterpolatedAlphas(block, words);
-        const uint64_t bits = Load64(block) >> 16;
-        for (int i = 0; i < 16; ++i)
-            alpha[i] = words[(bits >> (3 * i)) & 7];
+        IndexAlphas(words, block, alpha);
+    }
+}
+
+// The block's 4 rows: each pixel's colour by its 2-bit code, ORed with its alpha.
+inline void WriteRows(const uint32_t words[4], const uint32_t alpha[16], uint32_t codes, uint8_t* pixels,
+                      size_t rowBytes)
+{
+    for (int y = 0; y < 4; ++y)
+    {
+        uint32_t row[4];
+        for (int x = 0; x < 4; ++x)
+            row[x] = words[(codes >> (8 * y + 2 * x)) & 3] | alpha[4 * y + x];
+        std::memcpy(pixels + y * rowBytes, row, sizeof row);
     }
 }
 
@@ -105,14 +124,7 @@ void BlockPortable(const uint8_t* block, unsigned format, uint8_t* pixels, size_
     uint32_t words[4], alpha[16];
     PalettePortable(colour, format == 1, format >= 2 && format <= 3, words);
     AlphaWords(block, format, alpha);
-    const uint32_t codes = Load32(colour + 4);
-    for (int y = 0; y < 4; ++y)
-    {
-        uint32_t row[4];
-        for (int x = 0; x < 4; ++x)
-            row[x] = words[(codes >> (8 * y + 2 * x)) & 3] | alpha[4 * y + x];
-        std::memcpy(pixels + y * rowBytes, row, sizeof row);
-    }
+    WriteRows(words, alpha, Load32(colour + 4), pixels, rowBytes);
 }
 
 #if ORBT_X86_SIMD
@@ -174,22 +186,13 @@ void BlockSSE2(const uint8_t* block, unsigned format, uint8_t* pixels, size_t ro
         const __m128i palette = AlphaPaletteSSE2(block), zero = _mm_setzero_si128();
         _mm_store_si128(reinterpret_cast<__m128i*>(alphas), _mm_slli_epi32(_mm_unpacklo_epi16(palette, zero), 24));
         _mm_store_si128(reinterpret_cast<__m128i*>(alphas + 4), _mm_slli_epi32(_mm_unpackhi_epi16(palette, zero), 24));
-        const uint64_t bits = Load64(block) >> 16;
-        for (int i = 0; i < 16; ++i)
-            alpha[i] = alphas[(bits >> (3 * i)) & 7];
+        IndexAlphas(alphas, block, alpha);
     }
     else
     {
         AlphaWords(block, format, alpha);
     }
-    const uint32_t codes = Load32(colour + 4);
-    for (int y = 0; y < 4; ++y)
-    {
-        uint32_t row[4];
-        for (int x = 0; x < 4; ++x)
-            row[x] = words[(codes >> (8 * y + 2 * x)) & 3] | alpha[4 * y + x];
-        std::memcpy(pixels + y * rowBytes, row, sizeof row);
-    }
+    WriteRows(words, alpha, Load32(colour + 4), pixels, rowBytes);
 }
 
 ORBT_TARGET_AVX2 void BlockAVX2(const uint8_t* block, unsigned format, uint8_t* pixels, size_t rowBytes)
