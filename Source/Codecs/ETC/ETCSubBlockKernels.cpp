@@ -1,0 +1,221 @@
+// Kernels of the fast sub-block searches: the eight tables of a colour in
+// lanes. Every error is below 2^31, so signed compares serve for unsigned
+// values; all paths give the same sums.
+
+#include "Codecs/ETC/ETCSubBlockKernels.h"
+
+#include <algorithm>
+
+#include "Tools/ORBTSimd.h"
+
+#if ORBT_X86_SIMD
+#include <immintrin.h>
+#endif
+
+namespace orbtexture
+{
+
+namespace
+{
+
+// ---- Portable ----
+
+void LeastPortable(const unsigned int* a, const unsigned int* b, unsigned int* sum, unsigned int* least)
+{
+    unsigned int total[8] = {};
+    for (int i = 0; i < 8; ++i)
+    {
+        unsigned int m[8] = {~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u};
+        for (int k = 0; k < 4; ++k)
+            for (int t = 0; t < 8; ++t)
+            {
+                const size_t at = size_t(i) * 32 + size_t(k) * 8 + size_t(t);
+                const unsigned int v = b ? a[at] + b[at] : a[at];
+                if (sum)
+                    sum[at] = v;
+                m[t] = std::min(m[t], v);
+            }
+        for (int t = 0; t < 8; ++t)
+            total[t] += m[t];
+    }
+    std::copy(total, total + 8, least);
+}
+
+unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
+                             const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
+                             unsigned int* out)
+{
+    for (int b = 0; b < levels; ++b)
+    {
+        out[b] = ~0u;
+        unsigned int low = lrg[0] + lb[b][0];
+        for (int t = 1; t < 8; ++t)
+            low = std::min(low, lrg[t] + lb[b][t]);
+        if (low >= bound)
+            continue;
+        unsigned int total[8];
+        LeastPortable(rg, blue[b], nullptr, total);
+        const unsigned int error = *std::min_element(total, total + 8);
+        if (error < bound)
+        {
+            out[b] = error;
+            if (shrink)
+                bound = error;
+        }
+    }
+    return bound;
+}
+
+#if ORBT_X86_SIMD
+
+// ---- SSE2: the eight tables in two halves ----
+
+inline __m128i Min32(__m128i a, __m128i b)
+{
+    const __m128i greater = _mm_cmpgt_epi32(a, b);
+    return _mm_or_si128(_mm_and_si128(greater, b), _mm_andnot_si128(greater, a));
+}
+
+inline unsigned int HorizontalMin(__m128i v)
+{
+    v = Min32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2)));
+    v = Min32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(2, 3, 0, 1)));
+    return unsigned(_mm_cvtsi128_si32(v));
+}
+
+inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+
+// Sums over the pixels of the least over the modifiers of a (+ b), tables
+// h * 4 to h * 4 + 3; 'sum' receives a + b when given.
+inline __m128i LeastHalf(const unsigned int* a, const unsigned int* b, unsigned int* sum, int h)
+{
+    __m128i total = _mm_setzero_si128();
+    for (int i = 0; i < 8; ++i)
+    {
+        __m128i m = _mm_setzero_si128();
+        for (int k = 0; k < 4; ++k)
+        {
+            const size_t at = size_t(i) * 32 + size_t(k) * 8 + size_t(h) * 4;
+            __m128i v = Load(a + at);
+            if (b)
+                v = _mm_add_epi32(v, Load(b + at));
+            if (sum)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(sum + at), v);
+            m = k == 0 ? v : Min32(m, v);
+        }
+        total = _mm_add_epi32(total, m);
+    }
+    return total;
+}
+
+void LeastSSE2(const unsigned int* a, const unsigned int* b, unsigned int* sum, unsigned int* least)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(least), LeastHalf(a, b, sum, 0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(least + 4), LeastHalf(a, b, sum, 1));
+}
+
+unsigned int BlueRowSSE2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
+                         const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
+                         unsigned int* out)
+{
+    const __m128i low0 = Load(lrg), low1 = Load(lrg + 4);
+    for (int b = 0; b < levels; ++b)
+    {
+        out[b] = ~0u;
+        const __m128i bounds = _mm_set1_epi32(int(bound));
+        const __m128i below = _mm_or_si128(_mm_cmpgt_epi32(bounds, _mm_add_epi32(low0, Load(lb[b]))),
+                                           _mm_cmpgt_epi32(bounds, _mm_add_epi32(low1, Load(lb[b] + 4))));
+        if (!_mm_movemask_epi8(below))
+            continue;
+        const unsigned int error =
+            HorizontalMin(Min32(LeastHalf(rg, blue[b], nullptr, 0), LeastHalf(rg, blue[b], nullptr, 1)));
+        if (error < bound)
+        {
+            out[b] = error;
+            if (shrink)
+                bound = error;
+        }
+    }
+    return bound;
+}
+
+// ---- AVX2: the eight tables in one register ----
+
+ORBT_TARGET_AVX2 inline __m256i Load8(const unsigned int* p)
+{
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
+
+ORBT_TARGET_AVX2 inline __m256i Least8(const unsigned int* a, const unsigned int* b, unsigned int* sum)
+{
+    __m256i total = _mm256_setzero_si256();
+    for (int i = 0; i < 8; ++i)
+    {
+        const unsigned int* pa = a + i * 32;
+        __m256i v[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            v[k] = Load8(pa + k * 8);
+            if (b)
+                v[k] = _mm256_add_epi32(v[k], Load8(b + i * 32 + k * 8));
+            if (sum)
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(sum + i * 32 + k * 8), v[k]);
+        }
+        total = _mm256_add_epi32(total, _mm256_min_epu32(_mm256_min_epu32(v[0], v[1]), _mm256_min_epu32(v[2], v[3])));
+    }
+    return total;
+}
+
+ORBT_TARGET_AVX2 void LeastAVX2(const unsigned int* a, const unsigned int* b, unsigned int* sum, unsigned int* least)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(least), Least8(a, b, sum));
+}
+
+ORBT_TARGET_AVX2 inline unsigned int HorizontalMin8(__m256i v)
+{
+    __m128i m = _mm_min_epu32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_min_epu32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
+    m = _mm_min_epu32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
+    return unsigned(_mm_cvtsi128_si32(m));
+}
+
+ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
+                                          const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
+                                          unsigned int* out)
+{
+    const __m256i low = Load8(lrg);
+    for (int b = 0; b < levels; ++b)
+    {
+        out[b] = ~0u;
+        if (!_mm256_movemask_epi8(
+                _mm256_cmpgt_epi32(_mm256_set1_epi32(int(bound)), _mm256_add_epi32(low, Load8(lb[b])))))
+            continue;
+        const unsigned int error = HorizontalMin8(Least8(rg, blue[b], nullptr));
+        if (error < bound)
+        {
+            out[b] = error;
+            if (shrink)
+                bound = error;
+        }
+    }
+    return bound;
+}
+
+#endif
+
+} // namespace
+
+SubBlockKernels SubBlockKernelsFor(ESimdPath path)
+{
+#if ORBT_X86_SIMD
+    if (path == eSimdAVX2)
+        return {LeastAVX2, BlueRowAVX2};
+    if (path == eSimdSSE2)
+        return {LeastSSE2, BlueRowSSE2};
+#else
+    (void)path;
+#endif
+    return {LeastPortable, BlueRowPortable};
+}
+
+} // namespace orbtexture
