@@ -66,6 +66,22 @@ unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, co
     return bound;
 }
 
+void PixelErrorsPortable(int value, unsigned int weight, const int* decoded, int levels, const size_t* slots,
+                         unsigned int* a, unsigned int* b)
+{
+    for (int code = 0; code < levels; ++code)
+    {
+        const int* d = decoded + code * 32;
+        unsigned int* outA = a + slots[code];
+        unsigned int* outB = b + slots[code];
+        for (int i = 0; i < 32; ++i)
+        {
+            const int diff = value - d[i];
+            outA[i] = outB[i] = unsigned(diff * diff) * weight;
+        }
+    }
+}
+
 #if ORBT_X86_SIMD
 
 // ---- SSE2: the eight tables in two halves ----
@@ -201,6 +217,25 @@ ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned
     return bound;
 }
 
+ORBT_TARGET_AVX2 void PixelErrorsAVX2(int value, unsigned int weight, const int* decoded, int levels,
+                                     const size_t* slots, unsigned int* a, unsigned int* b)
+{
+    const __m256i v = _mm256_set1_epi32(value), w = _mm256_set1_epi32(int(weight));
+    for (int code = 0; code < levels; ++code)
+    {
+        const int* d = decoded + code * 32;
+        __m256i* outA = reinterpret_cast<__m256i*>(a + slots[code]);
+        __m256i* outB = reinterpret_cast<__m256i*>(b + slots[code]);
+        for (int i = 0; i < 4; ++i)
+        {
+            const __m256i diff = _mm256_sub_epi32(v, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(d + 8 * i)));
+            const __m256i e = _mm256_mullo_epi32(_mm256_mullo_epi32(diff, diff), w);
+            _mm256_storeu_si256(outA + i, e);
+            _mm256_storeu_si256(outB + i, e);
+        }
+    }
+}
+
 #endif
 
 } // namespace
@@ -209,13 +244,13 @@ SubBlockKernels SubBlockKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {LeastAVX2, BlueRowAVX2};
+        return {LeastAVX2, BlueRowAVX2, PixelErrorsAVX2};
     if (path == eSimdSSE2)
-        return {LeastSSE2, BlueRowSSE2};
+        return {LeastSSE2, BlueRowSSE2, PixelErrorsPortable};
 #else
     (void)path;
 #endif
-    return {LeastPortable, BlueRowPortable};
+    return {LeastPortable, BlueRowPortable, PixelErrorsPortable};
 }
 
 } // namespace orbtexture

@@ -2,6 +2,8 @@
 #define ETCSUBBLOCKKERNELS_H
 // Kernels of the fast sub-block searches, over the tables of
 // ETCSubBlockTables.h: a value's errors are [pixel 8][modifier 4][table 8].
+#include <cstddef>
+
 #include "Tools/ORBTSimd.h"
 
 namespace orbtexture
@@ -20,6 +22,11 @@ struct SubBlockKernels
     unsigned int (*blueRow)(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                             const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
                             unsigned int* out);
+    // The 32 errors (modifier, table) of each of 'levels' codes against one
+    // pixel's channel value: weight * (value - decoded)^2, decoded[code * 32 +
+    // i] the decoded values; code c's go to a + slots[c] and b + slots[c].
+    void (*pixelErrors)(int value, unsigned int weight, const int* decoded, int levels, const size_t* slots,
+                        unsigned int* a, unsigned int* b);
 };
 
 SubBlockKernels SubBlockKernelsFor(ESimdPath path);

@@ -183,12 +183,19 @@ void PrecalculateSubBlocks(const unsigned char* img, int width, int x, int y, in
 {
     // The decoded values of every code, modifier and table, then each
     // channel's errors at each of the 16 pixels, stored in the tables of the
-    // two sub-blocks holding the pixel.
+    // two sub-blocks holding the pixel. The squares are weight * d^2.
+    const SubBlockKernels kernels = SubBlockKernelsFor(ActiveSimdPath());
     int decoded[32][4][8];
+    size_t slots[3][32];
     for (int code = 0; code < levels; ++code)
+    {
         for (int k = 0; k < 4; ++k)
             for (int table = 0; table < 8; ++table)
-                decoded[code][k][table] = clamp_table_plus_255[expand(code) + compressParams[2 * table][k] + 255] - 255;
+                decoded[code][k][table] =
+                    clamp_table_plus_255[expand(code) + compressParams[2 * table][k] + 255] - 255;
+        for (int channel = 0; channel < 3; ++channel)
+            slots[channel][code] = SubBlockOffset(channel, expand(code));
+    }
     for (int py = 0; py < 4; ++py)
         for (int px = 0; px < 4; ++px)
         {
@@ -197,15 +204,8 @@ void PrecalculateSubBlocks(const unsigned char* img, int width, int x, int y, in
             unsigned int* vertical = work.precalc[px / 2].data() + ((px % 2) * 4 + py) * kSubBlockPerPixel;
             unsigned int* horizontal = work.precalc[2 + py / 2].data() + ((py % 2) * 4 + px) * kSubBlockPerPixel;
             for (int channel = 0; channel < 3; ++channel)
-                for (int code = 0; code < levels; ++code)
-                {
-                    const size_t slot = size_t(SubBlockValue(work.precalc[0].data(), channel, expand(code)) -
-                                               work.precalc[0].data());
-                    const unsigned int* square = squares[channel] + p[channel] + 255;
-                    const int* values = &decoded[code][0][0];
-                    for (int i = 0; i < 32; ++i)
-                        vertical[slot + i] = horizontal[slot + i] = square[-values[i]];
-                }
+                kernels.pixelErrors(p[channel], squares[channel][256], &decoded[0][0][0], levels, slots[channel],
+                                    vertical, horizontal);
         }
 }
 

@@ -18,10 +18,15 @@ constexpr size_t kSubBlockPerValue = 8 * kSubBlockPerPixel;
 constexpr size_t kSubBlockPerChannel = 32 * kSubBlockPerValue;
 constexpr size_t kSubBlockTableSize = 3 * kSubBlockPerChannel;
 
-// The errors of the channel's value for pixel 0, modifier 0, table 0.
+// Where the errors of the channel's value start (pixel 0, modifier 0, table 0).
+inline size_t SubBlockOffset(int channel, int value)
+{
+    return size_t(channel) * kSubBlockPerChannel + size_t(value >> 3) * kSubBlockPerValue;
+}
+
 inline const unsigned int* SubBlockValue(const unsigned int* table, int channel, int value)
 {
-    return table + size_t(channel) * kSubBlockPerChannel + size_t(value >> 3) * kSubBlockPerValue;
+    return table + SubBlockOffset(channel, value);
 }
 
 // Per-thread work space: the four sub-blocks' tables and the best error of
