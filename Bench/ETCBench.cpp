@@ -13,6 +13,7 @@
 // 3) also run once with the plain searches (every colour below a fixed bound)
 // on the same input and threads: "plain_MPix/s", "ratio" (plain time over the
 // fast time) and "differing" (1 when any byte differs, which should never be).
+// ORBTEX_BENCH_NO_PLAIN skips the plain runs (for profiling the fast path).
 
 #include <benchmark/benchmark.h>
 
@@ -130,7 +131,7 @@ void BM_Compress(benchmark::State& state, unsigned format, int quality, unsigned
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / double(state.iterations());
     state.counters["MPix/s"] =
         benchmark::Counter(double(state.iterations()) * size * size / 1e6, benchmark::Counter::kIsRate);
-    if (quality >= 2)
+    if (quality >= 2 && !std::getenv("ORBTEX_BENCH_NO_PLAIN"))
     {
         // The plain searches on the same input, timed the same way: their
         // speed, the ratio, and the bytes that differ (none expected).

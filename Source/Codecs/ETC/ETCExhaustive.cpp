@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Codecs/ETC/ETCAverageSearch.h"
-#include "Codecs/ETC/ETCSubBlockTables.h"
+#include "Codecs/ETC/ETCSubBlockSearch.h"
 
 namespace orbtexture
 {
@@ -20,13 +20,80 @@ constexpr unsigned int kCapPerceptual = 1040400000u;
 
 std::atomic<bool> gPlain{false};
 
-// The errors of one table of a channel's value; pixel i, modifier k at [(4 i + k) * 8].
-inline const unsigned int* At(const unsigned int* precalc, int channel, int value, int table)
+// Layout of a sub-block's precalculated errors: channel, value, table, pixel
+// (8), modifier (4). A value has the slot of its top five bits, which differ
+// for every expanded 4-bit and 5-bit code, so the 96 KiB of a sub-block stay
+// in cache.
+constexpr size_t kPerTable = 8 * 4;
+constexpr size_t kPerValue = 8 * kPerTable;
+constexpr size_t kPerChannel = 32 * kPerValue;
+constexpr size_t kPrecalcSize = 3 * kPerChannel;
+
+inline size_t Slot(int channel, int value, int table)
 {
-    return SubBlockValue(precalc, channel, value) + table;
+    return channel * kPerChannel + size_t(value >> 3) * kPerValue + size_t(table) * kPerTable;
 }
 
-inline unsigned int Entry(const unsigned int* errors, int i, int k) { return errors[(4 * i + k) * 8]; }
+inline const unsigned int* At(const unsigned int* precalc, int channel, int value, int table)
+{
+    return precalc + Slot(channel, value, table);
+}
+
+// Per-thread work space: the four sub-blocks' precalculated errors and the
+// best error of every colour for each sub-block. Allocated once a thread.
+struct Workspace
+{
+    std::vector<unsigned int> precalc[4];
+    std::vector<unsigned int> errors[4];
+    Workspace()
+    {
+        for (auto& table : precalc)
+            table.resize(kPrecalcSize);
+        for (auto& table : errors)
+            table.resize(32768);
+    }
+};
+
+Workspace& ThreadWorkspace()
+{
+    thread_local Workspace workspace;
+    return workspace;
+}
+
+// Fills the precalculated errors of the 'levels' base values (expanded by
+// 'expand') for the four sub-blocks of the block at (x, y).
+void Precalculate(const unsigned char* img, int width, int x, int y, int levels, int (*expand)(int),
+                  const unsigned int* const* squares, Workspace& work)
+{
+    // The decoded values of every code, table and modifier, then each
+    // channel's errors at each of the 16 pixels, copied into the layouts of
+    // the two sub-blocks holding the pixel.
+    int decoded[32][8][4];
+    for (int code = 0; code < levels; ++code)
+        for (int table = 0; table < 8; ++table)
+            for (int k = 0; k < 4; ++k)
+                decoded[code][table][k] = clamp_table_plus_255[expand(code) + compressParams[2 * table][k] + 255] - 255;
+    for (int py = 0; py < 4; ++py)
+        for (int px = 0; px < 4; ++px)
+        {
+            const unsigned char* p = img + 3 * (size_t(y + py) * size_t(width) + size_t(x + px));
+            // Left or right (2 x 4, pixel index column-major), top or bottom (4 x 2, row-major).
+            unsigned int* vertical = work.precalc[px / 2].data() + ((px % 2) * 4 + py) * 4;
+            unsigned int* horizontal = work.precalc[2 + py / 2].data() + ((py % 2) * 4 + px) * 4;
+            for (int channel = 0; channel < 3; ++channel)
+                for (int code = 0; code < levels; ++code)
+                {
+                    const int value = expand(code);
+                    for (int table = 0; table < 8; ++table)
+                    {
+                        const size_t slot = Slot(channel, value, table);
+                        for (int k = 0; k < 4; ++k)
+                            vertical[slot + k] = horizontal[slot + k] =
+                                squares[channel][p[channel] - decoded[code][table][k] + 255];
+                    }
+                }
+        }
+}
 
 // Least, over the tables, of the summed per-pixel least error of the channels
 // given (1: red, 2: red and green): a lower bound of every colour sharing them.
@@ -40,9 +107,9 @@ unsigned int PartialBound(const unsigned int* precalc, int channels, const unsig
         unsigned int sum = 0;
         for (int i = 0; i < 8 && sum < best; ++i)
         {
-            unsigned int least = Entry(r, i, 0) + (channels > 1 ? Entry(g, i, 0) : 0);
+            unsigned int least = r[i * 4] + (channels > 1 ? g[i * 4] : 0);
             for (int k = 1; k < 4; ++k)
-                least = std::min(least, Entry(r, i, k) + (channels > 1 ? Entry(g, i, k) : 0));
+                least = std::min(least, r[i * 4 + k] + (channels > 1 ? g[i * 4 + k] : 0));
             sum += least;
         }
         best = std::min(best, sum);
@@ -62,12 +129,12 @@ void BluesOfSubBlock(const unsigned int* rg, const unsigned int* precalc, int le
         unsigned int bound = std::min(limit, out);
         for (int table = 0; table < 8; ++table)
         {
-            const unsigned int* both = rg + table;
+            const unsigned int* both = rg + table * kPerTable;
             const unsigned int* blue = At(precalc, 2, expand(b), table);
             unsigned int sum = 0;
-            for (int i = 0; i < 8 && sum < bound; ++i)
-                sum += std::min(std::min(Entry(both, i, 0) + Entry(blue, i, 0), Entry(both, i, 1) + Entry(blue, i, 1)),
-                                std::min(Entry(both, i, 2) + Entry(blue, i, 2), Entry(both, i, 3) + Entry(blue, i, 3)));
+            for (int i = 0; i < 32 && sum < bound; i += 4)
+                sum += std::min(std::min(both[i] + blue[i], both[i + 1] + blue[i + 1]),
+                                std::min(both[i + 2] + blue[i + 2], both[i + 3] + blue[i + 3]));
             if (sum < bound)
                 bound = out = sum;
         }
@@ -80,12 +147,12 @@ void BluesOfSubBlock(const unsigned int* rg, const unsigned int* precalc, int le
 // 'limit' matters. Errors that reach a sub-block's bound stand as 'limit'.
 // Whole runs of red, and of red and green, are skipped when their lower bound
 // reaches the bound; the others sum their red and green once for all blues.
-void SubBlockErrors(int levels, int (*expand)(int), unsigned int limit, SubBlockWork& work)
+void SubBlockErrors(unsigned char* /*img*/, int levels, int (*expand)(int), unsigned int limit, Workspace& work)
 {
     const size_t colours = size_t(levels) * levels * levels;
     for (auto& errors : work.errors)
         std::fill_n(errors.begin(), colours, limit);
-    unsigned int rg[kSubBlockPerValue];
+    unsigned int rg[8 * kPerTable];
     for (int s : {0, 2, 1, 3})
     {
         const unsigned int* precalc = work.precalc[s].data();
@@ -107,16 +174,15 @@ void SubBlockErrors(int levels, int (*expand)(int), unsigned int limit, SubBlock
                 colour[1] = static_cast<unsigned char>(expand(g));
                 const unsigned int* red = At(precalc, 0, colour[0], 0);
                 const unsigned int* green = At(precalc, 1, colour[1], 0);
-                for (size_t i = 0; i < kSubBlockPerValue; ++i)
+                for (size_t i = 0; i < 8 * kPerTable; ++i)
                     rg[i] = red[i] + green[i];
                 unsigned int least = bound;
                 for (int table = 0; table < 8; ++table)
                 {
-                    const unsigned int* both = rg + table;
+                    const unsigned int* both = rg + table * kPerTable;
                     unsigned int sum = 0;
-                    for (int i = 0; i < 8 && sum < least; ++i)
-                        sum += std::min(std::min(Entry(both, i, 0), Entry(both, i, 1)),
-                                        std::min(Entry(both, i, 2), Entry(both, i, 3)));
+                    for (size_t i = 0; i < kPerTable && sum < least; i += 4)
+                        sum += std::min(std::min(both[i], both[i + 1]), std::min(both[i + 2], both[i + 3]));
                     least = std::min(least, sum);
                 }
                 if (least >= bound)
@@ -185,30 +251,32 @@ const Measure kPerceptual = {kPerceptualSquares, kCapPerceptual, tryalltables_3b
 unsigned int IndividualSearch(const Measure& measure, unsigned char* img, int width, int x, int y,
                               unsigned int& word1, unsigned int& word2, unsigned int limit)
 {
-    SubBlockWork& work = ThreadSubBlockWork();
-    PrecalculateSubBlocks(img, width, x, y, 16, Expand4, measure.squares, work);
     // Any two colours combine in this mode: each sub-block's best stands alone.
-    SubBlockBest best;
+    size_t best[4];
+    unsigned int errors[4];
     if (gPlain)
     {
-        SubBlockErrors(16, Expand4, limit, work);
+        Workspace& work = ThreadWorkspace();
+        Precalculate(img, width, x, y, 16, Expand4, measure.squares, work);
+        SubBlockErrors(img, 16, Expand4, limit, work);
         for (int s = 0; s < 4; ++s)
         {
             const auto least = std::min_element(work.errors[s].begin(), work.errors[s].begin() + 4096);
-            best.colour[s] = size_t(least - work.errors[s].begin());
-            best.error[s] = *least;
+            best[s] = size_t(least - work.errors[s].begin());
+            errors[s] = *least;
         }
     }
     else
-        IndividualSubBlocks(16, Expand4, limit, work, best);
-    const uint64_t plain = uint64_t(best.error[0]) + best.error[1], flipped = uint64_t(best.error[2]) + best.error[3];
+        FastIndividualSearch(img, width, x, y, measure.squares, limit, best, errors);
+    const auto error = [&](int s) { return uint64_t(errors[s]); };
+    const uint64_t plain = error(0) + error(1), flipped = error(2) + error(3);
     const bool flip = flipped < plain;
     const uint64_t found = flip ? flipped : plain;
     if (found >= limit)
         return measure.cap;
     int code1[3], code2[3];
-    Codes(best.colour[flip ? 2 : 0], 16, code1);
-    Codes(best.colour[flip ? 3 : 1], 16, code2);
+    Codes(best[flip ? 2 : 0], 16, code1);
+    Codes(best[flip ? 3 : 1], 16, code2);
     PackFound(img, width, x, y, flip, false, code1, code2, measure.tables2x4, measure.tables4x2, word1, word2);
     return unsigned(found);
 }
@@ -216,19 +284,20 @@ unsigned int IndividualSearch(const Measure& measure, unsigned char* img, int wi
 unsigned int DifferentialSearch(const Measure& measure, unsigned char* img, int width, int x, int y,
                                 unsigned int& word1, unsigned int& word2, unsigned int limit)
 {
-    SubBlockWork& work = ThreadSubBlockWork();
-    PrecalculateSubBlocks(img, width, x, y, 32, Expand5, measure.squares, work);
     unsigned int bestSum = limit;
     size_t bestFirst = 0, bestSecond = 0;
     bool found = false, flip = false;
     if (!gPlain)
-        found = DifferentialPair(limit, work, bestSum, flip, bestFirst, bestSecond);
-    else
-        SubBlockErrors(32, Expand5, limit, work);
-
-    // The second colour lies within -4..3 of the first in every channel.
+        found = FastDifferentialSearch(img, width, x, y, measure.squares, limit, bestSum, flip, bestFirst, bestSecond);
     for (int orientation = 0; orientation < 2 && gPlain; ++orientation)
     {
+        Workspace& work = ThreadWorkspace();
+        if (orientation == 0)
+        {
+            Precalculate(img, width, x, y, 32, Expand5, measure.squares, work);
+            SubBlockErrors(img, 32, Expand5, limit, work);
+        }
+        // The second colour lies within -4..3 of the first in every channel.
         const std::vector<unsigned int>& first = work.errors[2 * orientation];
         const std::vector<unsigned int>& second = work.errors[2 * orientation + 1];
         for (size_t c1 = 0; c1 < 32768; ++c1)
@@ -322,11 +391,11 @@ void tryalltables_3bittable_all_subblocks_using_precalc(unsigned char* /*img*/, 
             const unsigned int* g = At(precalc[s], 1, colour[1], table);
             const unsigned int* b = At(precalc[s], 2, colour[2], table);
             unsigned int sum = 0;
-            for (int i = 0; i < 8 && sum < bound; ++i)
+            for (int i = 0; i < 32 && sum < bound; i += 4)
             {
-                unsigned int least = Entry(r, i, 0) + Entry(g, i, 0) + Entry(b, i, 0);
+                unsigned int least = r[i] + g[i] + b[i];
                 for (int k = 1; k < 4; ++k)
-                    least = std::min(least, Entry(r, i, k) + Entry(g, i, k) + Entry(b, i, k));
+                    least = std::min(least, r[i + k] + g[i + k] + b[i + k]);
                 sum += least;
             }
             if (sum < bound)

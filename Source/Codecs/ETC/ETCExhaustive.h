@@ -33,9 +33,9 @@ unsigned int compressBlockDifferentialExhaustivePerceptual(unsigned char* img, i
 void ETCExhaustiveSetPlain(bool plain);
 bool ETCExhaustivePlain();
 // The best errors of the four sub-blocks (left, right, top, bottom) for one
-// 8-bit base colour, over the eight tables. 'precalc*' are laid out as in
-// ETCSubBlockTables.h: per channel, per value (by its top five bits), per
-// pixel of the sub-block, modifier and table, the weighted squared errors; a sub-block stops as soon as its
+// 8-bit base colour, over the eight tables. 'precalc*' hold, per channel, per
+// value (by its top five bits), per table and pixel of the sub-block, the four
+// modifiers' weighted squared errors (see the search); a sub-block stops as soon as its
 // error reaches 'limit', and its best stays as it was unless strictly beaten.
 void tryalltables_3bittable_all_subblocks_using_precalc(unsigned char* img, unsigned char* colour,
                                                         unsigned int* precalcLeft, unsigned int* precalcRight,

@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 #include "Codecs/ETC/ETCModes.h"
+#include "Codecs/ETC/ETCPlanarKernels.h"
+#include "Tools/ORBTSimd.h"
 
 namespace orbtexture
 {
@@ -129,6 +132,80 @@ bool SearchChannel(const unsigned char* img, int width, int x, int y, int channe
     return found;
 }
 
+// ---- The fast channel search: the same codes ----
+
+// The vertical code whose decoded pixel (i, 3) comes nearest 'target', ties
+// to the lower code, by bisection: the decoded pixel never falls as the code
+// rises, so the nearest codes form one run.
+int NearestCornerCode(int target, int o, int h, int i, int bits)
+{
+    const auto decoded = [&](int v) { return DecodePlanar(o, h, ExpandPlanar(v, bits), i, 3); };
+    const auto firstAtLeast = [&](int value) {
+        int low = 0, high = 1 << bits;
+        while (low < high)
+        {
+            const int mid = (low + high) / 2;
+            if (decoded(mid) >= value)
+                high = mid;
+            else
+                low = mid + 1;
+        }
+        return low;
+    };
+    const int above = firstAtLeast(target);
+    if (above > 0 && (above == 1 << bits || target - decoded(above - 1) <= decoded(above) - target))
+        return firstAtLeast(decoded(above - 1));
+    return above;
+}
+
+bool SearchChannelFast(const unsigned char* img, int width, int x, int y, int channel, unsigned int weight,
+                       unsigned int& limit, int (&codes)[3])
+{
+    const PlanarSquares squares = PlanarSquaresFor(ActiveSimdPath());
+    const int bits = PlanarBits(channel), top = (1 << bits) - 1;
+    const int start[3] = {codes[0], codes[1], codes[2]};
+    PlanarTerms terms;
+    for (int p = 0; p < 16; ++p)
+    {
+        terms.pixels[p] = PixelAt(img, width, x + (p & 3), y + (p >> 2))[channel];
+        terms.rows[p] = int16_t(p >> 2);
+    }
+    bool found = false;
+    for (int o = std::max(0, start[0] - kPlanarReach); o <= std::min(top, start[0] + kPlanarReach); ++o)
+        for (int h = std::max(0, start[1] - kPlanarReach); h <= std::min(top, start[1] + kPlanarReach); ++h)
+        {
+            const int eo = ExpandPlanar(o, bits), eh = ExpandPlanar(h, bits);
+            // The top row depends on the origin and the horizontal corner alone.
+            unsigned int topRow = 0;
+            for (int i = 0; i < 4; ++i)
+            {
+                const int d = terms.pixels[i] - DecodePlanar(eo, eh, 0, i, 0);
+                topRow += unsigned(d * d);
+            }
+            if (uint64_t(topRow) * weight >= limit)
+                continue;
+            for (int p = 0; p < 16; ++p)
+                terms.base[p] = int16_t(4 * eo + (p & 3) * (eh - eo) - (p >> 2) * eo + 2);
+            const int left = NearestCornerCode(terms.pixels[12], eo, eh, 0, bits);
+            const int right = NearestCornerCode(terms.pixels[15], eo, eh, 3, bits);
+            const int first = std::max(0, std::min({start[2] - kPlanarReach, left, right}));
+            const int last = std::min(top, std::max({start[2] + kPlanarReach, left, right}));
+            for (int v = first; v <= last; ++v)
+            {
+                const uint64_t error = uint64_t(squares(terms, ExpandPlanar(v, bits))) * weight;
+                if (error < limit)
+                {
+                    limit = unsigned(error);
+                    codes[0] = o;
+                    codes[1] = h;
+                    codes[2] = v;
+                    found = true;
+                }
+            }
+        }
+    return found;
+}
+
 unsigned int PlanarSearch(const unsigned int* const* squares, unsigned int cap, unsigned char* img, int width, int x,
                           int y, unsigned int& packed1, unsigned int& packed2, unsigned int limit,
                           const unsigned int (&channelErrors)[3])
@@ -141,7 +218,10 @@ unsigned int PlanarSearch(const unsigned int* const* squares, unsigned int cap, 
         // Each channel of a planar block is independent: its own start and bound.
         int channel[3] = {codes[0][c], codes[1][c], codes[2][c]};
         unsigned int bound = channelErrors[c];
-        SearchChannel(img, width, x, y, c, squares[c], bound, channel);
+        if (ETCExhaustivePlain())
+            SearchChannel(img, width, x, y, c, squares[c], bound, channel);
+        else
+            SearchChannelFast(img, width, x, y, c, squares[c][256], bound, channel); // squares: weight * d^2
         for (int k = 0; k < 3; ++k)
             codes[k][c] = channel[k];
         total += bound;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <vector>
 
 #include "Codecs/ETC/ETCModes.h"
@@ -36,6 +37,11 @@ struct TablesTH
     std::vector<unsigned int> pairR, pairRG, pairRGB; // [colours][8][16]
     std::vector<unsigned int> singleR, singleRG, singleRGB; // [colours][16]
     ChannelPaintErrors errors;
+    // The block and measure 'errors' were made for.
+    bool errorsValid = false;
+    unsigned char errorsPixels[48];
+    const void* errorsSquares = nullptr;
+    int errorsDistances[8] = {};
     TablesTH()
         : pairR(16 * 128), pairRG(256 * 128), pairRGB(4096 * 128), singleR(16 * 16), singleRG(256 * 16),
           singleRGB(4096 * 16)
@@ -108,18 +114,30 @@ void FillRows(const ChannelPaintErrors& errors, bool threePaints, int firstRow, 
 void ChannelErrorsOf(const unsigned char* img, int width, int x, int y, const Squares& squares, const int* distances,
                      int channels, ChannelPaintErrors& errors)
 {
+    // The paints of every code: the colour, plus and less each distance.
+    int values[16][17];
+    for (int code = 0; code < 16; ++code)
+        for (int paint = 0; paint < 17; ++paint)
+        {
+            const int offset = paint == 0 ? 0 : paint <= 8 ? distances[paint - 1] : -distances[paint - 9];
+            values[code][paint] = std::clamp(code * 17 + offset, 0, 255);
+        }
     for (int ch = 0; ch < channels; ++ch)
+    {
+        // The squares are the weight times the squared difference.
+        int pixels[16];
+        for (int p = 0; p < 16; ++p)
+            pixels[p] = img[3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)) + ch];
+        const unsigned int weight = squares.channel[ch][256];
         for (int code = 0; code < 16; ++code)
             for (int paint = 0; paint < 17; ++paint)
             {
-                const int offset = paint == 0 ? 0 : paint <= 8 ? distances[paint - 1] : -distances[paint - 9];
-                const int value = std::clamp(code * 17 + offset, 0, 255);
+                unsigned int* out = errors.e[ch][code][paint];
+                const int value = values[code][paint];
                 for (int p = 0; p < 16; ++p)
-                {
-                    const unsigned char* pixel = img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4));
-                    errors.e[ch][code][paint][p] = squares.channel[ch][pixel[ch] - value + 255];
-                }
+                    out[p] = unsigned((pixels[p] - value) * (pixels[p] - value)) * weight;
             }
+    }
 }
 
 // Fills the tables of 'channels' channels (1: red, 2: red and green, 3: all)
@@ -138,12 +156,13 @@ void FillTables(const unsigned char* img, int width, int x, int y, const Squares
         FillRows<3>(errors, threePaints, 0, rows, pair, single);
 }
 
-// The whole-colour tables of a search, filled a row of 16 colours (one red
-// and green) at a time when the search first reaches it: most rows are cut
-// off by the red and green bounds before any blue is looked at.
-struct LazyRGB
+// Tables of a search filled a row of 16 colours at a time when the search
+// first reaches it: 'Channels' 2, a row per red; 3, a row per red and green.
+// Most rows are cut off by the bounds of fewer channels before they are read.
+template <int Channels>
+struct LazyRows
 {
-    ChannelPaintErrors& errors;
+    const ChannelPaintErrors& errors;
     bool threePaints;
     unsigned int* pair;
     unsigned int* single;
@@ -153,16 +172,46 @@ struct LazyRGB
     const unsigned int* pairRow(int row)
     {
         if (!pairDone[row])
-            FillRows<3>(errors, threePaints, row, row + 1, pair, nullptr), pairDone[row] = true;
+            FillRows<Channels>(errors, threePaints, row, row + 1, pair, nullptr), pairDone[row] = true;
         return pair;
     }
     const unsigned int* singleRow(int row)
     {
         if (!singleDone[row])
-            FillRows<3>(errors, threePaints, row, row + 1, nullptr, single), singleDone[row] = true;
+            FillRows<Channels>(errors, threePaints, row, row + 1, nullptr, single), singleDone[row] = true;
         return single;
     }
+    // Every row now, as the plain searches have them.
+    void All()
+    {
+        for (int row = 0; row < (Channels == 2 ? 16 : 256); ++row)
+        {
+            pairRow(row);
+            if (single)
+                singleRow(row);
+        }
+    }
 };
+
+// The paint errors of the block, kept while the block is the same: T and H
+// share them (their distances are the same).
+const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, int x, int y, const Squares& squares,
+                                           const int* distances, TablesTH& t)
+{
+    unsigned char pixels[48];
+    for (int p = 0; p < 16; ++p)
+        std::memcpy(pixels + 3 * p, img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)), 3);
+    if (!t.errorsValid || t.errorsSquares != &squares || std::memcmp(t.errorsDistances, distances, sizeof(int) * 8) != 0 ||
+        std::memcmp(pixels, t.errorsPixels, 48) != 0)
+    {
+        ChannelErrorsOf(pixels, 4, 0, 0, squares, distances, 3, t.errors);
+        std::memcpy(t.errorsPixels, pixels, 48);
+        std::memcpy(t.errorsDistances, distances, sizeof(int) * 8);
+        t.errorsSquares = &squares;
+        t.errorsValid = true;
+    }
+    return t.errors;
+}
 
 // Least over the distances in 'live' (a bit a distance) of the summed
 // per-pixel least of two rows of errors. A distance stops once its sum reaches
@@ -236,10 +285,12 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
     unsigned int start1, start2;
     unsigned int best = std::min(search.fastestT(img, width, x, y, start1, start2), limit);
     TablesTH& t = ThreadTables();
-    FillTables(img, width, x, y, search.squares, true, table59T, 1, t.pairR.data(), t.singleR.data());
-    FillTables(img, width, x, y, search.squares, true, table59T, 2, t.pairRG.data(), t.singleRG.data());
-    ChannelErrorsOf(img, width, x, y, search.squares, table59T, 3, t.errors);
-    LazyRGB rgb{t.errors, true, t.pairRGB.data(), t.singleRGB.data()};
+    const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table59T, t);
+    FillRows<1>(errors, true, 0, 1, t.pairR.data(), t.singleR.data());
+    LazyRows<2> rg{errors, true, t.pairRG.data(), t.singleRG.data()};
+    LazyRows<3> rgb{errors, true, t.pairRGB.data(), t.singleRGB.data()};
+    if (ETCExhaustivePlain())
+        rg.All();
 
     int found0 = -1, found1 = -1;
     for (int r0 = 0; r0 < 16; ++r0)
@@ -248,6 +299,8 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
             unsigned int liveR;
             if (BoundT(t.pairR.data(), t.singleR.data(), r0, r1, best, 0xFF, &liveR) >= best)
                 continue;
+            rg.pairRow(r0);
+            rg.singleRow(r1);
             for (int g0 = 0; g0 < 16; ++g0)
             {
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
@@ -309,10 +362,12 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     unsigned int start1, start2;
     unsigned int best = std::min(search.fastestH(img, width, x, y, start1, start2), limit);
     TablesTH& t = ThreadTables();
-    precalcErrorR_58H(img, width, x, y, t.pairR.data(), search.perceptual);
-    precalcErrorRG_58H(img, width, x, y, t.pairRG.data(), search.perceptual);
-    ChannelErrorsOf(img, width, x, y, search.squares, table58H, 3, t.errors);
-    LazyRGB rgb{t.errors, false, t.pairRGB.data(), nullptr};
+    const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table58H, t);
+    FillRows<1>(errors, false, 0, 1, t.pairR.data(), nullptr);
+    LazyRows<2> rg{errors, false, t.pairRG.data(), nullptr};
+    LazyRows<3> rgb{errors, false, t.pairRGB.data(), nullptr};
+    if (ETCExhaustivePlain())
+        rg.All();
 
     int found0 = -1, found1 = -1;
     for (int r0 = 0; r0 < 16; ++r0)
@@ -321,6 +376,8 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
             unsigned int liveR;
             if (BoundH(t.pairR.data(), r0, r1, best, 0xFF, &liveR) >= best)
                 continue;
+            rg.pairRow(r0);
+            rg.pairRow(r1);
             for (int g0 = 0; g0 < 16; ++g0)
             {
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.

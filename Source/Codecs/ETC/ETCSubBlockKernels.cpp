@@ -20,7 +20,8 @@ namespace
 
 // ---- Portable ----
 
-void LeastPortable(const unsigned int* a, const unsigned int* b, unsigned int* sum, unsigned int* least)
+void LeastPortable(const unsigned int* a, const unsigned int* b, const int* pixels, unsigned int* sum,
+                   unsigned int* least)
 {
     unsigned int total[8] = {};
     for (int i = 0; i < 8; ++i)
@@ -29,10 +30,10 @@ void LeastPortable(const unsigned int* a, const unsigned int* b, unsigned int* s
         for (int k = 0; k < 4; ++k)
             for (int t = 0; t < 8; ++t)
             {
-                const size_t at = size_t(i) * 32 + size_t(k) * 8 + size_t(t);
+                const size_t at = size_t(pixels[i]) + size_t(k) * 8 + size_t(t);
                 const unsigned int v = b ? a[at] + b[at] : a[at];
                 if (sum)
-                    sum[at] = v;
+                    sum[i * 32 + k * 8 + t] = v;
                 m[t] = std::min(m[t], v);
             }
         for (int t = 0; t < 8; ++t)
@@ -42,8 +43,8 @@ void LeastPortable(const unsigned int* a, const unsigned int* b, unsigned int* s
 }
 
 unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
-                             const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
-                             unsigned int* out)
+                             const unsigned int* const* blue, const int* pixels, int levels, unsigned int bound,
+                             bool shrink, unsigned int* out)
 {
     for (int b = 0; b < levels; ++b)
     {
@@ -53,8 +54,16 @@ unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, co
             low = std::min(low, lrg[t] + lb[b][t]);
         if (low >= bound)
             continue;
-        unsigned int total[8];
-        LeastPortable(rg, blue[b], nullptr, total);
+        unsigned int total[8] = {};
+        for (int i = 0; i < 8; ++i)
+        {
+            unsigned int m[8] = {~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u};
+            for (int k = 0; k < 4; ++k)
+                for (int t = 0; t < 8; ++t)
+                    m[t] = std::min(m[t], rg[i * 32 + k * 8 + t] + blue[b][pixels[i] + k * 8 + t]);
+            for (int t = 0; t < 8; ++t)
+                total[t] += m[t];
+        }
         const unsigned int error = *std::min_element(total, total + 8);
         if (error < bound)
         {
@@ -67,17 +76,16 @@ unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, co
 }
 
 void PixelErrorsPortable(int value, unsigned int weight, const int* decoded, int levels, const size_t* slots,
-                         unsigned int* a, unsigned int* b)
+                         unsigned int* out)
 {
     for (int code = 0; code < levels; ++code)
     {
         const int* d = decoded + code * 32;
-        unsigned int* outA = a + slots[code];
-        unsigned int* outB = b + slots[code];
+        unsigned int* o = out + slots[code];
         for (int i = 0; i < 32; ++i)
         {
             const int diff = value - d[i];
-            outA[i] = outB[i] = unsigned(diff * diff) * weight;
+            o[i] = unsigned(diff * diff) * weight;
         }
     }
 }
@@ -103,7 +111,9 @@ inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_
 
 // Sums over the pixels of the least over the modifiers of a (+ b), tables
 // h * 4 to h * 4 + 3; 'sum' receives a + b when given.
-inline __m128i LeastHalf(const unsigned int* a, const unsigned int* b, unsigned int* sum, int h)
+// a is read at aPixels[i], b at bPixels[i]; 'sum' is written at i * 32.
+inline __m128i LeastHalf(const unsigned int* a, const int* aPixels, const unsigned int* b, const int* bPixels,
+                         unsigned int* sum, int h)
 {
     __m128i total = _mm_setzero_si128();
     for (int i = 0; i < 8; ++i)
@@ -111,12 +121,12 @@ inline __m128i LeastHalf(const unsigned int* a, const unsigned int* b, unsigned 
         __m128i m = _mm_setzero_si128();
         for (int k = 0; k < 4; ++k)
         {
-            const size_t at = size_t(i) * 32 + size_t(k) * 8 + size_t(h) * 4;
-            __m128i v = Load(a + at);
+            const size_t at = size_t(k) * 8 + size_t(h) * 4;
+            __m128i v = Load(a + aPixels[i] + at);
             if (b)
-                v = _mm_add_epi32(v, Load(b + at));
+                v = _mm_add_epi32(v, Load(b + bPixels[i] + at));
             if (sum)
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(sum + at), v);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(sum + i * 32 + at), v);
             m = k == 0 ? v : Min32(m, v);
         }
         total = _mm_add_epi32(total, m);
@@ -124,15 +134,17 @@ inline __m128i LeastHalf(const unsigned int* a, const unsigned int* b, unsigned 
     return total;
 }
 
-void LeastSSE2(const unsigned int* a, const unsigned int* b, unsigned int* sum, unsigned int* least)
+constexpr int kCompact[8] = {0, 32, 64, 96, 128, 160, 192, 224};
+
+void LeastSSE2(const unsigned int* a, const unsigned int* b, const int* pixels, unsigned int* sum, unsigned int* least)
 {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(least), LeastHalf(a, b, sum, 0));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(least + 4), LeastHalf(a, b, sum, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(least), LeastHalf(a, pixels, b, pixels, sum, 0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(least + 4), LeastHalf(a, pixels, b, pixels, sum, 1));
 }
 
 unsigned int BlueRowSSE2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
-                         const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
-                         unsigned int* out)
+                         const unsigned int* const* blue, const int* pixels, int levels, unsigned int bound,
+                         bool shrink, unsigned int* out)
 {
     const __m128i low0 = Load(lrg), low1 = Load(lrg + 4);
     for (int b = 0; b < levels; ++b)
@@ -143,8 +155,8 @@ unsigned int BlueRowSSE2(const unsigned int* rg, const unsigned int* lrg, const 
                                            _mm_cmpgt_epi32(bounds, _mm_add_epi32(low1, Load(lb[b] + 4))));
         if (!_mm_movemask_epi8(below))
             continue;
-        const unsigned int error =
-            HorizontalMin(Min32(LeastHalf(rg, blue[b], nullptr, 0), LeastHalf(rg, blue[b], nullptr, 1)));
+        const unsigned int error = HorizontalMin(Min32(LeastHalf(rg, kCompact, blue[b], pixels, nullptr, 0),
+                                                       LeastHalf(rg, kCompact, blue[b], pixels, nullptr, 1)));
         if (error < bound)
         {
             out[b] = error;
@@ -162,18 +174,20 @@ ORBT_TARGET_AVX2 inline __m256i Load8(const unsigned int* p)
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
 }
 
-ORBT_TARGET_AVX2 inline __m256i Least8(const unsigned int* a, const unsigned int* b, unsigned int* sum)
+// a is read at aPixels[i], b at bPixels[i]; 'sum' is written at i * 32.
+ORBT_TARGET_AVX2 inline __m256i Least8(const unsigned int* a, const int* aPixels, const unsigned int* b,
+                                       const int* bPixels, unsigned int* sum)
 {
     __m256i total = _mm256_setzero_si256();
     for (int i = 0; i < 8; ++i)
     {
-        const unsigned int* pa = a + i * 32;
+        const unsigned int* pa = a + aPixels[i];
         __m256i v[4];
         for (int k = 0; k < 4; ++k)
         {
             v[k] = Load8(pa + k * 8);
             if (b)
-                v[k] = _mm256_add_epi32(v[k], Load8(b + i * 32 + k * 8));
+                v[k] = _mm256_add_epi32(v[k], Load8(b + bPixels[i] + k * 8));
             if (sum)
                 _mm256_storeu_si256(reinterpret_cast<__m256i*>(sum + i * 32 + k * 8), v[k]);
         }
@@ -182,9 +196,10 @@ ORBT_TARGET_AVX2 inline __m256i Least8(const unsigned int* a, const unsigned int
     return total;
 }
 
-ORBT_TARGET_AVX2 void LeastAVX2(const unsigned int* a, const unsigned int* b, unsigned int* sum, unsigned int* least)
+ORBT_TARGET_AVX2 void LeastAVX2(const unsigned int* a, const unsigned int* b, const int* pixels, unsigned int* sum,
+                                unsigned int* least)
 {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(least), Least8(a, b, sum));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(least), Least8(a, pixels, b, pixels, sum));
 }
 
 ORBT_TARGET_AVX2 inline unsigned int HorizontalMin8(__m256i v)
@@ -196,8 +211,8 @@ ORBT_TARGET_AVX2 inline unsigned int HorizontalMin8(__m256i v)
 }
 
 ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
-                                          const unsigned int* const* blue, int levels, unsigned int bound, bool shrink,
-                                          unsigned int* out)
+                                          const unsigned int* const* blue, const int* pixels, int levels,
+                                          unsigned int bound, bool shrink, unsigned int* out)
 {
     const __m256i low = Load8(lrg);
     for (int b = 0; b < levels; ++b)
@@ -206,7 +221,7 @@ ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned
         if (!_mm256_movemask_epi8(
                 _mm256_cmpgt_epi32(_mm256_set1_epi32(int(bound)), _mm256_add_epi32(low, Load8(lb[b])))))
             continue;
-        const unsigned int error = HorizontalMin8(Least8(rg, blue[b], nullptr));
+        const unsigned int error = HorizontalMin8(Least8(rg, kCompact, blue[b], pixels, nullptr));
         if (error < bound)
         {
             out[b] = error;
@@ -218,20 +233,18 @@ ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned
 }
 
 ORBT_TARGET_AVX2 void PixelErrorsAVX2(int value, unsigned int weight, const int* decoded, int levels,
-                                     const size_t* slots, unsigned int* a, unsigned int* b)
+                                     const size_t* slots, unsigned int* out)
 {
     const __m256i v = _mm256_set1_epi32(value), w = _mm256_set1_epi32(int(weight));
     for (int code = 0; code < levels; ++code)
     {
         const int* d = decoded + code * 32;
-        __m256i* outA = reinterpret_cast<__m256i*>(a + slots[code]);
-        __m256i* outB = reinterpret_cast<__m256i*>(b + slots[code]);
+        __m256i* o = reinterpret_cast<__m256i*>(out + slots[code]);
         for (int i = 0; i < 4; ++i)
         {
             const __m256i diff = _mm256_sub_epi32(v, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(d + 8 * i)));
-            const __m256i e = _mm256_mullo_epi32(_mm256_mullo_epi32(diff, diff), w);
-            _mm256_storeu_si256(outA + i, e);
-            _mm256_storeu_si256(outB + i, e);
+            const __m256i square = _mm256_mullo_epi32(diff, diff);
+            _mm256_storeu_si256(o + i, weight == 1 ? square : _mm256_mullo_epi32(square, w));
         }
     }
 }

@@ -13,10 +13,11 @@
 // Every bound is strict where the plain search keeps the earlier of equal
 // errors, so the first least colour or pair in the plain order is returned.
 
-#include "Codecs/ETC/ETCSubBlockTables.h"
+#include "Codecs/ETC/ETCSubBlockSearch.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <vector>
 
 #include "Codecs/ETC/ETCBlockCodec.h"
 #include "Codecs/ETC/ETCSubBlockKernels.h"
@@ -26,6 +27,27 @@ namespace orbtexture
 
 namespace
 {
+
+// The block's table: channel, value, pixel (16), modifier (4), table (8). A
+// value has the slot of its top five bits, which differ for every expanded
+// 4-bit and 5-bit code; the eight tables of one pixel and modifier lie side
+// by side, so one vector holds them.
+constexpr size_t kPerValue = 16 * 32;
+constexpr size_t kPerChannel = 32 * kPerValue;
+
+inline size_t ValueOffset(int channel, int value) { return size_t(channel) * kPerChannel + size_t(value >> 3) * kPerValue; }
+
+// The pixels of the sub-blocks (left, right, top, bottom), as table offsets.
+constexpr int kPixels[4][8] = {{0, 32, 128, 160, 256, 288, 384, 416},
+                               {64, 96, 192, 224, 320, 352, 448, 480},
+                               {0, 32, 64, 96, 128, 160, 192, 224},
+                               {256, 288, 320, 352, 384, 416, 448, 480}};
+
+std::vector<unsigned int>& ThreadTable()
+{
+    thread_local std::vector<unsigned int> table(3 * kPerChannel);
+    return table;
+}
 
 constexpr unsigned int kNone = ~0u;
 // Kernels compare as signed 32-bit numbers.
@@ -66,19 +88,21 @@ Recorded& ThreadRecorded()
 // least of green and of blue over the codes.
 struct Bounds
 {
+    const int* pixels;
     unsigned int channel[3][32][8];
     unsigned int leastGreen[8], leastBlue[8];
     const unsigned int* values[3][32];
 };
 
-void MakeBounds(const SubBlockKernels& kernels, const unsigned int* precalc, int levels, int (*expand)(int),
-                Bounds& bounds)
+void MakeBounds(const SubBlockKernels& kernels, const unsigned int* table, int subBlock, int levels,
+                int (*expand)(int), Bounds& bounds)
 {
+    bounds.pixels = kPixels[subBlock];
     for (int ch = 0; ch < 3; ++ch)
         for (int code = 0; code < levels; ++code)
         {
-            bounds.values[ch][code] = SubBlockValue(precalc, ch, expand(code));
-            kernels.least(bounds.values[ch][code], nullptr, nullptr, bounds.channel[ch][code]);
+            bounds.values[ch][code] = table + ValueOffset(ch, expand(code));
+            kernels.least(bounds.values[ch][code], nullptr, bounds.pixels, nullptr, bounds.channel[ch][code]);
         }
     for (int t = 0; t < 8; ++t)
     {
@@ -118,14 +142,14 @@ unsigned int Visit(const SubBlockKernels& kernels, const Bounds& bounds, int lev
         {
             if (LeastOfSums(bounds.channel[0][r], bounds.channel[1][g], bounds.leastBlue) >= bound)
                 continue;
-            kernels.least(bounds.values[0][r], bounds.values[1][g], rg, lrg);
+            kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
             unsigned int low = lrg[0] + bounds.leastBlue[0];
             for (int t = 1; t < 8; ++t)
                 low = std::min(low, lrg[t] + bounds.leastBlue[t]);
             if (low >= bound)
                 continue;
-            const unsigned int next =
-                kernels.blueRow(rg, lrg, bounds.channel[2], bounds.values[2], levels, bound, shrink, out);
+            const unsigned int next = kernels.blueRow(rg, lrg, bounds.channel[2], bounds.values[2], bounds.pixels,
+                                                      levels, bound, shrink, out);
             const size_t base = (size_t(r) * levels + g) * levels;
             for (int b = 0; b < levels; ++b)
                 if (out[b] != kNone)
@@ -155,94 +179,77 @@ unsigned int ColourError(const SubBlockKernels& kernels, const Bounds& bounds, i
 {
     const int r = int(colour / levels / levels), g = int(colour / levels % levels), b = int(colour % levels);
     unsigned int rg[256], lrg[8], out;
-    kernels.least(bounds.values[0][r], bounds.values[1][g], rg, lrg);
-    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.values[2] + b, 1, kMaxBound, false, &out);
+    kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
+    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.values[2] + b, bounds.pixels, 1, kMaxBound, false, &out);
     return out;
 }
 
+int Expand4(int v) { return (v << 4) | v; }
 int Expand5(int v) { return (v << 3) | (v >> 2); }
 
-} // namespace
-
-SubBlockWork::SubBlockWork()
+// Fills the block's table for the 'levels' codes expanded by 'expand'.
+void Precalculate(const SubBlockKernels& kernels, const unsigned char* img, int width, int x, int y, int levels,
+                  int (*expand)(int), const unsigned int* const* squares, unsigned int* table)
 {
-    for (auto& table : precalc)
-        table.resize(kSubBlockTableSize);
-    for (auto& table : errors)
-        table.resize(32768);
-}
-
-SubBlockWork& ThreadSubBlockWork()
-{
-    thread_local SubBlockWork work;
-    return work;
-}
-
-void PrecalculateSubBlocks(const unsigned char* img, int width, int x, int y, int levels, int (*expand)(int),
-                           const unsigned int* const* squares, SubBlockWork& work)
-{
-    // The decoded values of every code, modifier and table, then each
-    // channel's errors at each of the 16 pixels, stored in the tables of the
-    // two sub-blocks holding the pixel. The squares are weight * d^2.
-    const SubBlockKernels kernels = SubBlockKernelsFor(ActiveSimdPath());
     int decoded[32][4][8];
     size_t slots[3][32];
     for (int code = 0; code < levels; ++code)
     {
         for (int k = 0; k < 4; ++k)
-            for (int table = 0; table < 8; ++table)
-                decoded[code][k][table] =
-                    clamp_table_plus_255[expand(code) + compressParams[2 * table][k] + 255] - 255;
+            for (int t = 0; t < 8; ++t)
+                decoded[code][k][t] = clamp_table_plus_255[expand(code) + compressParams[2 * t][k] + 255] - 255;
         for (int channel = 0; channel < 3; ++channel)
-            slots[channel][code] = SubBlockOffset(channel, expand(code));
+            slots[channel][code] = ValueOffset(channel, expand(code));
     }
-    for (int py = 0; py < 4; ++py)
-        for (int px = 0; px < 4; ++px)
-        {
-            const unsigned char* p = img + 3 * (size_t(y + py) * size_t(width) + size_t(x + px));
-            // Left or right (2 x 4, pixel index column-major), top or bottom (4 x 2, row-major).
-            unsigned int* vertical = work.precalc[px / 2].data() + ((px % 2) * 4 + py) * kSubBlockPerPixel;
-            unsigned int* horizontal = work.precalc[2 + py / 2].data() + ((py % 2) * 4 + px) * kSubBlockPerPixel;
-            for (int channel = 0; channel < 3; ++channel)
-                kernels.pixelErrors(p[channel], squares[channel][256], &decoded[0][0][0], levels, slots[channel],
-                                    vertical, horizontal);
-        }
+    for (int p = 0; p < 16; ++p)
+    {
+        const unsigned char* pixel = img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4));
+        for (int channel = 0; channel < 3; ++channel)
+            kernels.pixelErrors(pixel[channel], squares[channel][256], &decoded[0][0][0], levels, slots[channel],
+                                table + p * 32);
+    }
 }
 
-void IndividualSubBlocks(int levels, int (*expand)(int), unsigned int limit, SubBlockWork& work, SubBlockBest& best)
+} // namespace
+
+void FastIndividualSearch(const unsigned char* img, int width, int x, int y, const unsigned int* const* squares,
+                          unsigned int limit, size_t* colour, unsigned int* error)
 {
     const SubBlockKernels kernels = SubBlockKernelsFor(ActiveSimdPath());
+    unsigned int* table = ThreadTable().data();
+    Precalculate(kernels, img, width, x, y, 16, Expand4, squares, table);
     Bounds bounds;
     for (int s : {0, 2, 1, 3})
     {
         unsigned int bound = limit;
         if (s % 2 == 1)
-            bound = best.error[s - 1] >= limit ? 0 : limit - best.error[s - 1];
-        best.colour[s] = 0;
-        best.error[s] = limit;
+            bound = error[s - 1] >= limit ? 0 : limit - error[s - 1];
+        colour[s] = 0;
+        error[s] = limit;
         if (bound == 0)
             continue;
-        MakeBounds(kernels, work.precalc[s].data(), levels, expand, bounds);
-        LeastColour(kernels, bounds, levels, bound, best.colour[s], best.error[s]);
+        MakeBounds(kernels, table, s, 16, Expand4, bounds);
+        LeastColour(kernels, bounds, 16, bound, colour[s], error[s]);
     }
 }
 
-bool DifferentialPair(unsigned int limit, SubBlockWork& work, unsigned int& sum, bool& flipped, size_t& first,
-                      size_t& second)
+bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, const unsigned int* const* squares,
+                            unsigned int limit, unsigned int& sum, bool& flipped, size_t& first, size_t& second)
 {
     const SubBlockKernels kernels = SubBlockKernelsFor(ActiveSimdPath());
+    unsigned int* table = ThreadTable().data();
+    Precalculate(kernels, img, width, x, y, 32, Expand5, squares, table);
     thread_local Bounds bounds[4];
     size_t colour[4];
     unsigned int least[4];
     bool any[4];
     for (int s = 0; s < 4; ++s)
     {
-        MakeBounds(kernels, work.precalc[s].data(), 32, Expand5, bounds[s]);
+        MakeBounds(kernels, table, s, 32, Expand5, bounds[s]);
         any[s] = LeastColour(kernels, bounds[s], 32, limit, colour[s], least[s]);
         if (!any[s])
             least[s] = limit;
     }
-
     // A pair to beat: each sub-block's least colour with its partner of the
     // same colour (a difference of zero).
     uint64_t seed = ~uint64_t(0);
