@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Codecs/ETC/ETCModes.h"
+#include "Codecs/ETC/ETCTHKernels.h"
 
 namespace orbtexture
 {
@@ -55,6 +56,14 @@ TablesTH& ThreadTables()
     return tables;
 }
 
+// The kernels this thread's searches run: the best path, or the portable
+// one for the plain searches; set when a search starts.
+THKernels& Kernels()
+{
+    thread_local THKernels kernels = THKernelsFor(ActiveSimdPath());
+    return kernels;
+}
+
 // The weighted squared error of one channel.
 struct Squares
 {
@@ -86,28 +95,10 @@ void FillRows(const ChannelPaintErrors& errors, bool threePaints, int firstRow, 
                     total += errors.e[ch][(row >> (4 * (Channels - 2 - ch))) & 15][paint][p];
                 upper[paint][p] = total;
             }
+        const THKernels& kernels = Kernels();
         for (int c = row * 16; c < row * 16 + 16; ++c)
-        {
-            const unsigned int(*last)[16] = errors.e[Channels - 1][c & 15];
-            unsigned int sums[17][16];
-            for (int paint = 0; paint < 17; ++paint)
-                for (int p = 0; p < 16; ++p)
-                    sums[paint][p] = upper[paint][p] + last[paint][p];
-            if (single)
-                std::copy(sums[0], sums[0] + 16, single + size_t(c) * 16);
-            if (!pair)
-                continue;
-            for (int d = 0; d < 8; ++d)
-            {
-                unsigned int* out = pair + (size_t(c) * 8 + d) * 16;
-                if (threePaints)
-                    for (int p = 0; p < 16; ++p)
-                        out[p] = std::min(std::min(sums[1 + d][p], sums[9 + d][p]), sums[0][p]);
-                else
-                    for (int p = 0; p < 16; ++p)
-                        out[p] = std::min(sums[1 + d][p], sums[9 + d][p]);
-            }
-        }
+            kernels.paintRow(&upper[0][0], &errors.e[Channels - 1][c & 15][0][0], threePaints,
+                             pair ? pair + size_t(c) * 128 : nullptr, single ? single + size_t(c) * 16 : nullptr);
     }
 }
 
@@ -217,41 +208,24 @@ const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, 
 // per-pixel least of two rows of errors. A distance stops once its sum reaches
 // 'best'; those below it are set in 'alive', since a pair sharing these
 // channels can beat 'best' only at such a distance.
-template <typename Second>
-unsigned int LeastOverDistances(const unsigned int* first, Second second, unsigned int best, unsigned int live,
-                                unsigned int* alive)
+unsigned int LeastOverDistances(const unsigned int* first, const unsigned int* second, int secondStride,
+                                unsigned int best, unsigned int live, unsigned int* alive)
 {
-    unsigned int least = best, survivors = 0;
-    for (int d = 0; d < 8; ++d)
-    {
-        if (!(live >> d & 1u))
-            continue;
-        const unsigned int* a = first + d * 16;
-        const unsigned int* b = second(d);
-        unsigned int sum = 0;
-        for (int p = 0; p < 16 && sum < best; ++p)
-            sum += std::min(a[p], b[p]);
-        if (sum < best)
-            survivors |= 1u << d;
-        least = std::min(least, sum);
-    }
-    if (alive)
-        *alive = survivors;
-    return least;
+    return Kernels().leastOverDistances(first, second, secondStride, best, live, alive);
 }
 
 unsigned int BoundT(const unsigned int* pair, const unsigned int* single, int colour0, int colour1, unsigned int best,
                     unsigned int live = 0xFF, unsigned int* alive = nullptr)
 {
     const unsigned int* s = single + size_t(colour1) * 16;
-    return LeastOverDistances(pair + size_t(colour0) * 128, [s](int) { return s; }, best, live, alive);
+    return LeastOverDistances(pair + size_t(colour0) * 128, s, 0, best, live, alive);
 }
 
 unsigned int BoundH(const unsigned int* pair, int colour0, int colour1, unsigned int best, unsigned int live = 0xFF,
                     unsigned int* alive = nullptr)
 {
     const unsigned int* b = pair + size_t(colour1) * 128;
-    return LeastOverDistances(pair + size_t(colour0) * 128, [b](int d) { return b + d * 16; }, best, live, alive);
+    return LeastOverDistances(pair + size_t(colour0) * 128, b, 16, best, live, alive);
 }
 
 struct THSearch
@@ -284,6 +258,7 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
 {
     unsigned int start1, start2;
     unsigned int best = std::min(search.fastestT(img, width, x, y, start1, start2), limit);
+    Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table59T, t);
     FillRows<1>(errors, true, 0, 1, t.pairR.data(), t.singleR.data());
@@ -306,7 +281,7 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
                 const unsigned int* singleR = t.singleR.data() + size_t(r1) * 16;
                 unsigned int liveG;
-                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, [singleR](int) { return singleR; },
+                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, singleR, 0,
                                        best, liveR, &liveG) >= best)
                     continue;
                 for (int g1 = 0; g1 < 16; ++g1)
@@ -316,16 +291,16 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                     if (BoundT(t.pairRG.data(), t.singleRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
                         continue;
                     const unsigned int* pairRGB = rgb.pairRow(rg0);
-                    const unsigned int* singleRGB = rgb.singleRow(rg1);
                     for (int b0 = 0; b0 < 16; ++b0)
                     {
                         // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
                         const int c0 = rg0 * 16 + b0;
                         const unsigned int* singleRG = t.singleRG.data() + size_t(rg1) * 16;
                         unsigned int liveB;
-                        if (LeastOverDistances(pairRGB + size_t(c0) * 128, [singleRG](int) { return singleRG; },
+                        if (LeastOverDistances(pairRGB + size_t(c0) * 128, singleRG, 0,
                                                best, liveRG, &liveB) >= best)
                             continue;
+                        const unsigned int* singleRGB = rgb.singleRow(rg1);
                         for (int b1 = 0; b1 < 16; ++b1)
                         {
                             const int c1 = rg1 * 16 + b1;
@@ -361,6 +336,7 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
 {
     unsigned int start1, start2;
     unsigned int best = std::min(search.fastestH(img, width, x, y, start1, start2), limit);
+    Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table58H, t);
     FillRows<1>(errors, false, 0, 1, t.pairR.data(), nullptr);
@@ -383,8 +359,8 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
                 const unsigned int* pairR = t.pairR.data() + size_t(r1) * 128;
                 unsigned int liveG;
-                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128,
-                                       [pairR](int d) { return pairR + d * 16; }, best, liveR, &liveG) >= best)
+                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, pairR, 16, best, liveR, &liveG) >=
+                    best)
                     continue;
                 for (int g1 = r0 == r1 ? g0 : 0; g1 < 16; ++g1)
                 {
@@ -392,7 +368,6 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                     unsigned int liveRG;
                     if (BoundH(t.pairRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
                         continue;
-                    rgb.pairRow(rg1);
                     const unsigned int* pairRGB = rgb.pairRow(rg0);
                     for (int b0 = 0; b0 < 16; ++b0)
                     {
@@ -400,10 +375,9 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                         const int c0 = rg0 * 16 + b0;
                         const unsigned int* pairRG = t.pairRG.data() + size_t(rg1) * 128;
                         unsigned int liveB;
-                        if (LeastOverDistances(pairRGB + size_t(c0) * 128,
-                                               [pairRG](int d) { return pairRG + d * 16; }, best, liveRG,
-                                               &liveB) >= best)
+                        if (LeastOverDistances(pairRGB + size_t(c0) * 128, pairRG, 16, best, liveRG, &liveB) >= best)
                             continue;
+                        rgb.pairRow(rg1);
                         for (int b1 = rg0 == rg1 ? b0 + 1 : 0; b1 < 16; ++b1)
                         {
                             const int c1 = rg1 * 16 + b1;

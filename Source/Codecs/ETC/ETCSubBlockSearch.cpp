@@ -161,10 +161,17 @@ unsigned int Visit(const SubBlockKernels& kernels, const Bounds& bounds, int lev
     return bound;
 }
 
-// The first least colour of a sub-block below 'bound': false when none.
-bool LeastColour(const SubBlockKernels& kernels, const Bounds& bounds, int levels, unsigned int bound, size_t& colour,
-                 unsigned int& error)
+unsigned int ColourError(const SubBlockKernels& kernels, const Bounds& bounds, int levels, size_t colour);
+
+// The first least colour of a sub-block below 'bound': false when none. The
+// search starts bounded by 'seed', a colour likely near the least: the least
+// is at most its error, so that error plus one bounds it without moving it.
+bool LeastColour(const SubBlockKernels& kernels, const Bounds& bounds, int levels, unsigned int bound, size_t seed,
+                 size_t& colour, unsigned int& error)
 {
+    const unsigned int seeded = ColourError(kernels, bounds, levels, seed);
+    if (seeded < bound)
+        bound = seeded + 1;
     bool any = false;
     Visit(kernels, bounds, levels, bound, true, [&](size_t c, unsigned int e) {
         colour = c;
@@ -172,6 +179,22 @@ bool LeastColour(const SubBlockKernels& kernels, const Bounds& bounds, int level
         any = true;
     });
     return any;
+}
+
+// The colour of 'levels' codes a channel nearest the mean of sub-block s.
+size_t MeanColour(const unsigned char* img, int width, int x, int y, int s, int levels)
+{
+    int sum[3] = {0, 0, 0};
+    for (int i = 0; i < 8; ++i)
+    {
+        const int p = kPixels[s][i] / 32;
+        for (int c = 0; c < 3; ++c)
+            sum[c] += img[3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)) + c];
+    }
+    size_t colour = 0;
+    for (int c = 0; c < 3; ++c)
+        colour = colour * levels + size_t((sum[c] * (levels - 1) + 8 * 255 / 2) / (8 * 255));
+    return colour;
 }
 
 // The error of one colour of a sub-block.
@@ -229,7 +252,7 @@ void FastIndividualSearch(const unsigned char* img, int width, int x, int y, con
         if (bound == 0)
             continue;
         MakeBounds(kernels, table, s, 16, Expand4, bounds);
-        LeastColour(kernels, bounds, 16, bound, colour[s], error[s]);
+        LeastColour(kernels, bounds, 16, bound, MeanColour(img, width, x, y, s, 16), colour[s], error[s]);
     }
 }
 
@@ -246,7 +269,7 @@ bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, c
     for (int s = 0; s < 4; ++s)
     {
         MakeBounds(kernels, table, s, 32, Expand5, bounds[s]);
-        any[s] = LeastColour(kernels, bounds[s], 32, limit, colour[s], least[s]);
+        any[s] = LeastColour(kernels, bounds[s], 32, limit, MeanColour(img, width, x, y, s, 32), colour[s], least[s]);
         if (!any[s])
             least[s] = limit;
     }
@@ -272,18 +295,40 @@ bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, c
         });
     }
 
-    // The second colour lies within -4..3 of the first in every channel.
+    // The second colour lies within -4..3 of the first in every channel. The
+    // recorded colours are in the plain order, in which the second colours
+    // of one first colour come in the order of their differences: when the
+    // second sub-block has few, they are walked instead of the neighbours.
     unsigned int bestSum = cut;
     bool found = false;
     for (int orientation = 0; orientation < 2; ++orientation)
     {
         const unsigned int* secondErrors = recorded.errors[2 * orientation + 1].data();
+        const std::vector<unsigned int>& seconds = recorded.colours[2 * orientation + 1];
         const unsigned int leastSecond = least[2 * orientation + 1];
         for (unsigned int c1 : recorded.colours[2 * orientation])
         {
             const unsigned int e1 = recorded.errors[2 * orientation][c1];
             if (uint64_t(e1) + leastSecond >= bestSum)
                 continue;
+            if (seconds.size() < 128)
+            {
+                for (unsigned int c2 : seconds)
+                {
+                    const unsigned int e2 = secondErrors[c2];
+                    const unsigned int dr = (c2 >> 10) - (c1 >> 10) + 4, dg = (c2 >> 5 & 31) - (c1 >> 5 & 31) + 4,
+                                       db = (c2 & 31) - (c1 & 31) + 4;
+                    if (dr < 8 && dg < 8 && db < 8 && uint64_t(e1) + e2 < bestSum)
+                    {
+                        bestSum = e1 + e2;
+                        first = c1;
+                        second = c2;
+                        flipped = orientation == 1;
+                        found = true;
+                    }
+                }
+                continue;
+            }
             const int code[3] = {int(c1 >> 10), int(c1 >> 5 & 31), int(c1 & 31)};
             const int b0 = std::max(-4, -code[2]), b1 = std::min(3, 31 - code[2]);
             for (int dr = std::max(-4, -code[0]); dr <= std::min(3, 31 - code[0]); ++dr)

@@ -1,0 +1,186 @@
+// T and H kernels: a row of 16 errors in two AVX2 or four SSE2 registers.
+// Sums of errors stay below 2^31, so signed compares order them.
+
+#include "Codecs/ETC/ETCTHKernels.h"
+
+#include <algorithm>
+
+#if ORBT_X86_SIMD
+#include <immintrin.h>
+#endif
+
+namespace orbtexture
+{
+
+namespace
+{
+
+void PaintRowPortable(const unsigned int* upper, const unsigned int* last, bool threePaints, unsigned int* pair,
+                      unsigned int* single)
+{
+    unsigned int sums[17][16];
+    for (int paint = 0; paint < 17; ++paint)
+        for (int p = 0; p < 16; ++p)
+            sums[paint][p] = upper[paint * 16 + p] + last[paint * 16 + p];
+    if (single)
+        std::copy(sums[0], sums[0] + 16, single);
+    if (!pair)
+        return;
+    for (int d = 0; d < 8; ++d)
+        for (int p = 0; p < 16; ++p)
+        {
+            const unsigned int both = std::min(sums[1 + d][p], sums[9 + d][p]);
+            pair[d * 16 + p] = threePaints ? std::min(both, sums[0][p]) : both;
+        }
+}
+
+unsigned int LeastPortable(const unsigned int* first, const unsigned int* second, int secondStride, unsigned int best,
+                           unsigned int live, unsigned int* alive)
+{
+    unsigned int least = best, survivors = 0;
+    for (int d = 0; d < 8; ++d)
+    {
+        if (!(live >> d & 1u))
+            continue;
+        const unsigned int* a = first + d * 16;
+        const unsigned int* b = second + d * secondStride;
+        unsigned int sum = 0;
+        for (int p = 0; p < 16 && sum < best; ++p)
+            sum += std::min(a[p], b[p]);
+        if (sum < best)
+            survivors |= 1u << d;
+        least = std::min(least, sum);
+    }
+    if (alive)
+        *alive = survivors;
+    return least;
+}
+
+#if ORBT_X86_SIMD
+
+inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline void Store(unsigned int* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+
+inline __m128i Min32(__m128i a, __m128i b)
+{
+    const __m128i greater = _mm_cmpgt_epi32(a, b);
+    return _mm_or_si128(_mm_and_si128(greater, b), _mm_andnot_si128(greater, a));
+}
+
+void PaintRowSSE2(const unsigned int* upper, const unsigned int* last, bool threePaints, unsigned int* pair,
+                  unsigned int* single)
+{
+    for (int q = 0; q < 16; q += 4)
+    {
+        __m128i sums[17];
+        for (int paint = 0; paint < 17; ++paint)
+            sums[paint] = _mm_add_epi32(Load(upper + paint * 16 + q), Load(last + paint * 16 + q));
+        if (single)
+            Store(single + q, sums[0]);
+        if (!pair)
+            continue;
+        for (int d = 0; d < 8; ++d)
+        {
+            const __m128i both = Min32(sums[1 + d], sums[9 + d]);
+            Store(pair + d * 16 + q, threePaints ? Min32(both, sums[0]) : both);
+        }
+    }
+}
+
+unsigned int LeastSSE2(const unsigned int* first, const unsigned int* second, int secondStride, unsigned int best,
+                       unsigned int live, unsigned int* alive)
+{
+    unsigned int least = best, survivors = 0;
+    for (int d = 0; d < 8; ++d)
+    {
+        if (!(live >> d & 1u))
+            continue;
+        const unsigned int* a = first + d * 16;
+        const unsigned int* b = second + d * secondStride;
+        __m128i sum = _mm_add_epi32(_mm_add_epi32(Min32(Load(a), Load(b)), Min32(Load(a + 4), Load(b + 4))),
+                                    _mm_add_epi32(Min32(Load(a + 8), Load(b + 8)), Min32(Load(a + 12), Load(b + 12))));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
+        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum));
+        if (total < best)
+            survivors |= 1u << d;
+        least = std::min(least, total);
+    }
+    if (alive)
+        *alive = survivors;
+    return least;
+}
+
+ORBT_TARGET_AVX2 inline __m256i Load8(const unsigned int* p)
+{
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
+
+ORBT_TARGET_AVX2 inline void Store8(unsigned int* p, __m256i v)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
+}
+
+ORBT_TARGET_AVX2 void PaintRowAVX2(const unsigned int* upper, const unsigned int* last, bool threePaints,
+                                   unsigned int* pair, unsigned int* single)
+{
+    for (int q = 0; q < 16; q += 8)
+    {
+        __m256i sums[17];
+        for (int paint = 0; paint < 17; ++paint)
+            sums[paint] = _mm256_add_epi32(Load8(upper + paint * 16 + q), Load8(last + paint * 16 + q));
+        if (single)
+            Store8(single + q, sums[0]);
+        if (!pair)
+            continue;
+        for (int d = 0; d < 8; ++d)
+        {
+            const __m256i both = _mm256_min_epu32(sums[1 + d], sums[9 + d]);
+            Store8(pair + d * 16 + q, threePaints ? _mm256_min_epu32(both, sums[0]) : both);
+        }
+    }
+}
+
+ORBT_TARGET_AVX2 unsigned int LeastAVX2(const unsigned int* first, const unsigned int* second, int secondStride,
+                                        unsigned int best, unsigned int live, unsigned int* alive)
+{
+    unsigned int least = best, survivors = 0;
+    for (int d = 0; d < 8; ++d)
+    {
+        if (!(live >> d & 1u))
+            continue;
+        const unsigned int* a = first + d * 16;
+        const unsigned int* b = second + d * secondStride;
+        const __m256i both = _mm256_add_epi32(_mm256_min_epu32(Load8(a), Load8(b)),
+                                              _mm256_min_epu32(Load8(a + 8), Load8(b + 8)));
+        __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(both), _mm256_extracti128_si256(both, 1));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
+        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum));
+        if (total < best)
+            survivors |= 1u << d;
+        least = std::min(least, total);
+    }
+    if (alive)
+        *alive = survivors;
+    return least;
+}
+
+#endif
+
+} // namespace
+
+THKernels THKernelsFor(ESimdPath path)
+{
+#if ORBT_X86_SIMD
+    if (path == eSimdAVX2)
+        return {PaintRowAVX2, LeastAVX2};
+    if (path == eSimdSSE2)
+        return {PaintRowSSE2, LeastSSE2};
+#else
+    (void)path;
+#endif
+    return {PaintRowPortable, LeastPortable};
+}
+
+} // namespace orbtexture
