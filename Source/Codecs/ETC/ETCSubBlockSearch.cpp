@@ -207,6 +207,55 @@ unsigned int ColourError(const SubBlockKernels& kernels, const Bounds& bounds, i
     return out;
 }
 
+// Visits, in the plain order, the first sub-block's colours that can pair
+// with one of the second sub-block's 'seconds' (errors 'secondErrors') below
+// 'cut': those within reach of such a colour (-3..4 in every channel) whose
+// error is below the cut less the least error of the second colours
+// reaching their red and green. Bounds and the blues looked at are per red
+// and green, so some colours beyond reach may be visited too.
+template <typename Found>
+void VisitNear(const SubBlockKernels& kernels, const Bounds& bounds, const std::vector<unsigned int>& seconds,
+               const std::vector<unsigned int>& secondErrors, unsigned int cut, Found&& found)
+{
+    struct Row
+    {
+        unsigned int least;
+        int low, high;
+    };
+    thread_local Row rows[1024];
+    for (Row& row : rows)
+        row = {kNone, 32, -1};
+    for (unsigned int c2 : seconds)
+    {
+        const int r2 = int(c2 >> 10), g2 = int(c2 >> 5 & 31), b2 = int(c2 & 31);
+        for (int r = std::max(0, r2 - 3); r <= std::min(31, r2 + 4); ++r)
+            for (int g = std::max(0, g2 - 3); g <= std::min(31, g2 + 4); ++g)
+            {
+                Row& row = rows[r * 32 + g];
+                row.least = std::min(row.least, secondErrors[c2]);
+                row.low = std::min(row.low, std::max(0, b2 - 3));
+                row.high = std::max(row.high, std::min(31, b2 + 4));
+            }
+    }
+    unsigned int rg[256], lrg[8], out[32];
+    for (int rgIndex = 0; rgIndex < 1024; ++rgIndex)
+    {
+        const Row& row = rows[rgIndex];
+        if (row.least >= cut)
+            continue;
+        const unsigned int bound = std::min(cut - row.least, kMaxBound);
+        const int r = rgIndex >> 5, g = rgIndex & 31;
+        if (LeastOfSums(bounds.channel[0][r], bounds.channel[1][g], bounds.leastBlue) >= bound)
+            continue;
+        kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
+        kernels.blueRow(rg, lrg, bounds.channel[2] + row.low, bounds.values[2] + row.low, bounds.pixels,
+                        row.high - row.low + 1, bound, false, out);
+        for (int b = row.low; b <= row.high; ++b)
+            if (out[b - row.low] != kNone)
+                found(size_t(rgIndex) * 32 + size_t(b), out[b - row.low]);
+    }
+}
+
 int Expand4(int v) { return (v << 4) | v; }
 int Expand5(int v) { return (v << 3) | (v >> 2); }
 
@@ -273,26 +322,49 @@ bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, c
         if (!any[s])
             least[s] = limit;
     }
-    // A pair to beat: each sub-block's least colour with its partner of the
-    // same colour (a difference of zero).
+    // A pair to beat: each sub-block's least colour with the partner's least
+    // colour brought within reach of it (the same colour when the partner has
+    // none). When the partner's least is within reach, the pair's sum is the
+    // least any pair can have.
     uint64_t seed = ~uint64_t(0);
     for (int s = 0; s < 4; ++s)
         if (any[s])
-            seed = std::min(seed, uint64_t(least[s]) + ColourError(kernels, bounds[s ^ 1], 32, colour[s]));
+        {
+            size_t partner = colour[s];
+            if (any[s ^ 1])
+            {
+                // The second colour lies within -4..3 of the first.
+                const int low = s % 2 == 0 ? -4 : -3, high = s % 2 == 0 ? 3 : 4;
+                partner = 0;
+                for (int shift : {10, 5, 0})
+                {
+                    const int own = int(colour[s] >> shift & 31), other = int(colour[s ^ 1] >> shift & 31);
+                    partner = partner * 32 + size_t(std::clamp(other, std::max(0, own + low), std::min(31, own + high)));
+                }
+            }
+            seed = std::min(seed, uint64_t(least[s]) + ColourError(kernels, bounds[s ^ 1], 32, partner));
+        }
     const unsigned int cut = seed < limit ? unsigned(seed) + 1 : limit;
 
+    // Each colour that can be part of a pair below the cut: the second
+    // sub-block's first, then the first sub-block's, only near those when
+    // they are few.
     Recorded& recorded = ThreadRecorded();
-    for (int s = 0; s < 4; ++s)
+    for (int s : {1, 0, 3, 2})
     {
         const unsigned int partner = least[s ^ 1];
         if (partner >= cut)
             continue;
         std::vector<unsigned int>& errors = recorded.errors[s];
         std::vector<unsigned int>& colours = recorded.colours[s];
-        Visit(kernels, bounds[s], 32, cut - partner, false, [&](size_t c, unsigned int e) {
+        const auto record = [&](size_t c, unsigned int e) {
             errors[c] = e;
             colours.push_back(unsigned(c));
-        });
+        };
+        if (s % 2 == 0 && recorded.colours[s + 1].size() <= 64)
+            VisitNear(kernels, bounds[s], recorded.colours[s + 1], recorded.errors[s + 1], cut, record);
+        else
+            Visit(kernels, bounds[s], 32, cut - partner, false, record);
     }
 
     // The second colour lies within -4..3 of the first in every channel. The
