@@ -69,6 +69,12 @@ unsigned int compressBlockTHUMB58HExhaustivePerceptual(unsigned char* img, int w
                                                        unsigned int& packed1, unsigned int& packed2,
                                                        unsigned int limit);
 
+// The result of 'fastest' (compressBlockTHUMB59TFastest, 58H and their
+// perceptual forms) for the block at (x, y), run once for a block: the ETC2
+// selector and the T or H search of the same block share it.
+unsigned int FastestOnce(unsigned int (*fastest)(unsigned char*, int, int, int, unsigned int&, unsigned int&),
+                         unsigned char* img, int width, int x, int y, unsigned int& packed1, unsigned int& packed2);
+
 // Per-pixel error tables of the block at (x, y), plain or weighted. col0 (T)
 // and the H tables hold [colour][distance 0..7][pixel 0..15]: the least error
 // against c + d and c - d (limited to 0..255), for T also against c; col1 (T)

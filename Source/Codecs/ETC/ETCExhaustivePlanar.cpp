@@ -280,7 +280,8 @@ unsigned int ETC2Exhaustive(const ETC2Search& s, unsigned char* img, unsigned ch
     stuff57bits(planar1, planar2, planar.word1, planar.word2);
 
     unsigned int t1, t2, h1, h2;
-    Candidate t{s.fastestT(img, width, x, y, t1, t2), 0, 0}, h{s.fastestH(img, width, x, y, h1, h2), 0, 0};
+    Candidate t{FastestOnce(s.fastestT, img, width, x, y, t1, t2), 0, 0},
+        h{FastestOnce(s.fastestH, img, width, x, y, h1, h2), 0, 0};
     stuff59bits(t1, t2, t.word1, t.word2);
     stuff58bits(h1, h2, h.word1, h.word2);
     const auto least = [&] { return std::min({fast.error, planar.error, t.error, h.error}); };

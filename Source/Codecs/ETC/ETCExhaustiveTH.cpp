@@ -28,6 +28,18 @@ struct ChannelPaintErrors
     unsigned int e[3][16][17][16];
 };
 
+// A block's pixels, for keeping results by block.
+struct BlockPixels
+{
+    unsigned char bytes[48];
+    void Read(const unsigned char* img, int width, int x, int y)
+    {
+        for (int p = 0; p < 16; ++p)
+            std::memcpy(bytes + 3 * p, img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)), 3);
+    }
+    bool operator==(const BlockPixels& o) const { return std::memcmp(bytes, o.bytes, 48) == 0; }
+};
+
 // Per-pixel errors of the block: [colour][distance][pixel] for a colour with
 // paints (the T pair of c + d, c, c - d, or the H pair of c + d, c - d), and
 // [colour][pixel] for the single T colour. Colours are 12-bit (red in the high
@@ -40,7 +52,7 @@ struct TablesTH
     ChannelPaintErrors errors;
     // The block and measure 'errors' were made for.
     bool errorsValid = false;
-    unsigned char errorsPixels[48];
+    BlockPixels errorsPixels;
     const void* errorsSquares = nullptr;
     int errorsDistances[8] = {};
     TablesTH()
@@ -189,14 +201,13 @@ struct LazyRows
 const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, int x, int y, const Squares& squares,
                                            const int* distances, TablesTH& t)
 {
-    unsigned char pixels[48];
-    for (int p = 0; p < 16; ++p)
-        std::memcpy(pixels + 3 * p, img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)), 3);
+    BlockPixels pixels;
+    pixels.Read(img, width, x, y);
     if (!t.errorsValid || t.errorsSquares != &squares || std::memcmp(t.errorsDistances, distances, sizeof(int) * 8) != 0 ||
-        std::memcmp(pixels, t.errorsPixels, 48) != 0)
+        !(pixels == t.errorsPixels))
     {
-        ChannelErrorsOf(pixels, 4, 0, 0, squares, distances, 3, t.errors);
-        std::memcpy(t.errorsPixels, pixels, 48);
+        ChannelErrorsOf(pixels.bytes, 4, 0, 0, squares, distances, 3, t.errors);
+        t.errorsPixels = pixels;
         std::memcpy(t.errorsDistances, distances, sizeof(int) * 8);
         t.errorsSquares = &squares;
         t.errorsValid = true;
@@ -257,7 +268,7 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                      unsigned int& packed2, unsigned int limit)
 {
     unsigned int start1, start2;
-    unsigned int best = std::min(search.fastestT(img, width, x, y, start1, start2), limit);
+    unsigned int best = std::min(FastestOnce(search.fastestT, img, width, x, y, start1, start2), limit);
     Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table59T, t);
@@ -335,7 +346,7 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                      unsigned int& packed2, unsigned int limit)
 {
     unsigned int start1, start2;
-    unsigned int best = std::min(search.fastestH(img, width, x, y, start1, start2), limit);
+    unsigned int best = std::min(FastestOnce(search.fastestH, img, width, x, y, start1, start2), limit);
     Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table58H, t);
@@ -403,6 +414,32 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
 }
 
 } // namespace
+
+unsigned int FastestOnce(unsigned int (*fastest)(unsigned char*, int, int, int, unsigned int&, unsigned int&),
+                         unsigned char* img, int width, int x, int y, unsigned int& packed1, unsigned int& packed2)
+{
+    struct Kept
+    {
+        decltype(fastest) function = nullptr;
+        BlockPixels pixels;
+        unsigned int error, packed1, packed2;
+    };
+    thread_local Kept kept[2];
+    BlockPixels pixels;
+    pixels.Read(img, width, x, y);
+    for (Kept& k : kept)
+        if (k.function == fastest && k.pixels == pixels)
+        {
+            packed1 = k.packed1;
+            packed2 = k.packed2;
+            return k.error;
+        }
+    Kept& k = kept[kept[0].function == fastest ? 0 : kept[1].function == fastest ? 1 : kept[0].function ? 1 : 0];
+    k = {fastest, pixels, fastest(img, width, x, y, packed1, packed2), 0, 0};
+    k.packed1 = packed1;
+    k.packed2 = packed2;
+    return k.error;
+}
 
 void precalcError59T_col0_R(unsigned char* img, int width, int x, int y, unsigned int* table, bool perceptual)
 {
