@@ -49,6 +49,8 @@ struct TablesTH
 {
     std::vector<unsigned int> pairR, pairRG, pairRGB; // [colours][8][16]
     std::vector<unsigned int> singleR, singleRG, singleRGB; // [colours][16]
+    std::vector<unsigned int> pairLeastRG, pairLeastRGB; // [rows][8][16]
+    std::vector<unsigned int> singleLeastRG, singleLeastRGB; // [rows][16]
     ChannelPaintErrors errors;
     // The block and measure 'errors' were made for.
     bool errorsValid = false;
@@ -57,7 +59,8 @@ struct TablesTH
     int errorsDistances[8] = {};
     TablesTH()
         : pairR(16 * 128), pairRG(256 * 128), pairRGB(4096 * 128), singleR(16 * 16), singleRG(256 * 16),
-          singleRGB(4096 * 16)
+          singleRGB(4096 * 16), pairLeastRG(16 * 128), pairLeastRGB(256 * 128), singleLeastRG(16 * 16),
+          singleLeastRGB(256 * 16)
     {
     }
 };
@@ -169,8 +172,29 @@ struct LazyRows
     bool threePaints;
     unsigned int* pair;
     unsigned int* single;
+    // Per row, the least over its 16 colours of each entry: a bound of every
+    // colour of the row, pixel by pixel.
+    unsigned int* pairLeast;
+    unsigned int* singleLeast;
     bool pairDone[256] = {};
     bool singleDone[256] = {};
+    bool pairLeastDone[256] = {};
+    bool singleLeastDone[256] = {};
+
+    const unsigned int* pairLeastRow(int row)
+    {
+        if (!pairLeastDone[row])
+            Kernels().leastOfRows(pairRow(row) + size_t(row) * 16 * 128, 128, pairLeast + size_t(row) * 128),
+                pairLeastDone[row] = true;
+        return pairLeast + size_t(row) * 128;
+    }
+    const unsigned int* singleLeastRow(int row)
+    {
+        if (!singleLeastDone[row])
+            Kernels().leastOfRows(singleRow(row) + size_t(row) * 16 * 16, 16, singleLeast + size_t(row) * 16),
+                singleLeastDone[row] = true;
+        return singleLeast + size_t(row) * 16;
+    }
 
     const unsigned int* pairRow(int row)
     {
@@ -273,9 +297,12 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table59T, t);
     FillRows<1>(errors, true, 0, 1, t.pairR.data(), t.singleR.data());
-    LazyRows<2> rg{errors, true, t.pairRG.data(), t.singleRG.data()};
-    LazyRows<3> rgb{errors, true, t.pairRGB.data(), t.singleRGB.data()};
-    if (ETCExhaustivePlain())
+    LazyRows<2> rg{errors, true, t.pairRG.data(), t.singleRG.data(), t.pairLeastRG.data(), t.singleLeastRG.data()};
+    LazyRows<3> rgb{errors, true, t.pairRGB.data(), t.singleRGB.data(), t.pairLeastRGB.data(), t.singleLeastRGB.data()};
+    // The plain search bounds a colour 1 by its channels known so far; this
+    // one by the least, pixel by pixel, over the colours sharing them.
+    const bool plain = ETCExhaustivePlain();
+    if (plain)
         rg.All();
 
     int found0 = -1, found1 = -1;
@@ -290,7 +317,7 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
             for (int g0 = 0; g0 < 16; ++g0)
             {
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
-                const unsigned int* singleR = t.singleR.data() + size_t(r1) * 16;
+                const unsigned int* singleR = plain ? t.singleR.data() + size_t(r1) * 16 : rg.singleLeastRow(r1);
                 unsigned int liveG;
                 if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, singleR, 0,
                                        best, liveR, &liveG) >= best)
@@ -306,7 +333,8 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                     {
                         // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
                         const int c0 = rg0 * 16 + b0;
-                        const unsigned int* singleRG = t.singleRG.data() + size_t(rg1) * 16;
+                        const unsigned int* singleRG =
+                            plain ? t.singleRG.data() + size_t(rg1) * 16 : rgb.singleLeastRow(rg1);
                         unsigned int liveB;
                         if (LeastOverDistances(pairRGB + size_t(c0) * 128, singleRG, 0,
                                                best, liveRG, &liveB) >= best)
@@ -351,9 +379,12 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table58H, t);
     FillRows<1>(errors, false, 0, 1, t.pairR.data(), nullptr);
-    LazyRows<2> rg{errors, false, t.pairRG.data(), nullptr};
-    LazyRows<3> rgb{errors, false, t.pairRGB.data(), nullptr};
-    if (ETCExhaustivePlain())
+    LazyRows<2> rg{errors, false, t.pairRG.data(), nullptr, t.pairLeastRG.data(), nullptr};
+    LazyRows<3> rgb{errors, false, t.pairRGB.data(), nullptr, t.pairLeastRGB.data(), nullptr};
+    // The plain search bounds a colour 1 by its channels known so far; this
+    // one by the least, pixel by pixel, over the colours sharing them.
+    const bool plain = ETCExhaustivePlain();
+    if (plain)
         rg.All();
 
     int found0 = -1, found1 = -1;
@@ -368,7 +399,7 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
             for (int g0 = 0; g0 < 16; ++g0)
             {
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
-                const unsigned int* pairR = t.pairR.data() + size_t(r1) * 128;
+                const unsigned int* pairR = plain ? t.pairR.data() + size_t(r1) * 128 : rg.pairLeastRow(r1);
                 unsigned int liveG;
                 if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, pairR, 16, best, liveR, &liveG) >=
                     best)
@@ -384,7 +415,8 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                     {
                         // Colour 0 whole against colour 1's red and green bounds every blue of colour 1.
                         const int c0 = rg0 * 16 + b0;
-                        const unsigned int* pairRG = t.pairRG.data() + size_t(rg1) * 128;
+                        const unsigned int* pairRG =
+                            plain ? t.pairRG.data() + size_t(rg1) * 128 : rgb.pairLeastRow(rg1);
                         unsigned int liveB;
                         if (LeastOverDistances(pairRGB + size_t(c0) * 128, pairRG, 16, best, liveRG, &liveB) >= best)
                             continue;

@@ -56,6 +56,17 @@ unsigned int LeastPortable(const unsigned int* first, const unsigned int* second
     return least;
 }
 
+void LeastOfRowsPortable(const unsigned int* rows, int length, unsigned int* out)
+{
+    for (int i = 0; i < length; ++i)
+    {
+        unsigned int least = rows[i];
+        for (int c = 1; c < 16; ++c)
+            least = std::min(least, rows[c * length + i]);
+        out[i] = least;
+    }
+}
+
 #if ORBT_X86_SIMD
 
 inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
@@ -109,6 +120,17 @@ unsigned int LeastSSE2(const unsigned int* first, const unsigned int* second, in
     if (alive)
         *alive = survivors;
     return least;
+}
+
+void LeastOfRowsSSE2(const unsigned int* rows, int length, unsigned int* out)
+{
+    for (int i = 0; i < length; i += 4)
+    {
+        __m128i least = Load(rows + i);
+        for (int c = 1; c < 16; ++c)
+            least = Min32(least, Load(rows + c * length + i));
+        Store(out + i, least);
+    }
 }
 
 ORBT_TARGET_AVX2 inline __m256i Load8(const unsigned int* p)
@@ -166,6 +188,17 @@ ORBT_TARGET_AVX2 unsigned int LeastAVX2(const unsigned int* first, const unsigne
     return least;
 }
 
+ORBT_TARGET_AVX2 void LeastOfRowsAVX2(const unsigned int* rows, int length, unsigned int* out)
+{
+    for (int i = 0; i < length; i += 8)
+    {
+        __m256i least = Load8(rows + i);
+        for (int c = 1; c < 16; ++c)
+            least = _mm256_min_epu32(least, Load8(rows + c * length + i));
+        Store8(out + i, least);
+    }
+}
+
 #endif
 
 } // namespace
@@ -174,13 +207,13 @@ THKernels THKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {PaintRowAVX2, LeastAVX2};
+        return {PaintRowAVX2, LeastAVX2, LeastOfRowsAVX2};
     if (path == eSimdSSE2)
-        return {PaintRowSSE2, LeastSSE2};
+        return {PaintRowSSE2, LeastSSE2, LeastOfRowsSSE2};
 #else
     (void)path;
 #endif
-    return {PaintRowPortable, LeastPortable};
+    return {PaintRowPortable, LeastPortable, LeastOfRowsPortable};
 }
 
 } // namespace orbtexture

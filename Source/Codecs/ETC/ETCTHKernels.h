@@ -22,6 +22,9 @@ struct THKernels
     // receives the distances whose sum is below 'best'.
     unsigned int (*leastOverDistances)(const unsigned int* first, const unsigned int* second, int secondStride,
                                        unsigned int best, unsigned int live, unsigned int* alive);
+    // out[i], for i below 'length', the least of rows[c * length + i] over
+    // the 16 rows c; 'length' a multiple of 16.
+    void (*leastOfRows)(const unsigned int* rows, int length, unsigned int* out);
 };
 
 THKernels THKernelsFor(ESimdPath path);
