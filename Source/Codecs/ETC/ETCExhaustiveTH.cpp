@@ -28,6 +28,16 @@ struct ChannelPaintErrors
     unsigned int e[3][16][17][16];
 };
 
+// Bounding errors for colours whose later channels are not chosen yet: red
+// with, for each paint, the least green and the least blue error over every
+// code ('red'); and green with the least blue ('redGreen', red as it is). The
+// channels of one paint add up, so a colour's error is at least the least
+// over its paints of these sums.
+struct BoundingErrors
+{
+    ChannelPaintErrors red, redGreen;
+};
+
 // A block's pixels, for keeping results by block.
 struct BlockPixels
 {
@@ -52,6 +62,7 @@ struct TablesTH
     std::vector<unsigned int> pairLeastRG, pairLeastRGB; // [rows][8][16]
     std::vector<unsigned int> singleLeastRG, singleLeastRGB; // [rows][16]
     ChannelPaintErrors errors;
+    BoundingErrors bounding;
     // The block and measure 'errors' were made for.
     bool errorsValid = false;
     BlockPixels errorsPixels;
@@ -220,6 +231,26 @@ struct LazyRows
     }
 };
 
+void MakeBoundingErrors(const ChannelPaintErrors& errors, BoundingErrors& bounding)
+{
+    for (int paint = 0; paint < 17; ++paint)
+        for (int p = 0; p < 16; ++p)
+        {
+            unsigned int green = ~0u, blue = ~0u;
+            for (int code = 0; code < 16; ++code)
+            {
+                green = std::min(green, errors.e[1][code][paint][p]);
+                blue = std::min(blue, errors.e[2][code][paint][p]);
+            }
+            for (int code = 0; code < 16; ++code)
+            {
+                bounding.red.e[0][code][paint][p] = errors.e[0][code][paint][p] + green + blue;
+                bounding.redGreen.e[0][code][paint][p] = errors.e[0][code][paint][p];
+                bounding.redGreen.e[1][code][paint][p] = errors.e[1][code][paint][p] + blue;
+            }
+        }
+}
+
 // The paint errors of the block, kept while the block is the same: T and H
 // share them (their distances are the same).
 const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, int x, int y, const Squares& squares,
@@ -231,6 +262,7 @@ const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, 
         !(pixels == t.errorsPixels))
     {
         ChannelErrorsOf(pixels.bytes, 4, 0, 0, squares, distances, 3, t.errors);
+        MakeBoundingErrors(t.errors, t.bounding);
         t.errorsPixels = pixels;
         std::memcpy(t.errorsDistances, distances, sizeof(int) * 8);
         t.errorsSquares = &squares;
@@ -244,9 +276,10 @@ const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, 
 // 'best'; those below it are set in 'alive', since a pair sharing these
 // channels can beat 'best' only at such a distance.
 unsigned int LeastOverDistances(const unsigned int* first, const unsigned int* second, int secondStride,
-                                unsigned int best, unsigned int live, unsigned int* alive)
+                                unsigned int best, unsigned int live, unsigned int* alive,
+                                const unsigned int* offsets = nullptr)
 {
-    return Kernels().leastOverDistances(first, second, secondStride, best, live, alive);
+    return Kernels().leastOverDistances(first, second, secondStride, offsets, best, live, alive);
 }
 
 unsigned int BoundT(const unsigned int* pair, const unsigned int* single, int colour0, int colour1, unsigned int best,
@@ -296,12 +329,14 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
     Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table59T, t);
-    FillRows<1>(errors, true, 0, 1, t.pairR.data(), t.singleR.data());
-    LazyRows<2> rg{errors, true, t.pairRG.data(), t.singleRG.data(), t.pairLeastRG.data(), t.singleLeastRG.data()};
-    LazyRows<3> rgb{errors, true, t.pairRGB.data(), t.singleRGB.data(), t.pairLeastRGB.data(), t.singleLeastRGB.data()};
-    // The plain search bounds a colour 1 by its channels known so far; this
-    // one by the least, pixel by pixel, over the colours sharing them.
+    // The plain search bounds colours by their channels chosen so far. This
+    // one adds the least the others can add, and bounds a colour 1 by the
+    // least, pixel by pixel, over the colours sharing its chosen channels.
     const bool plain = ETCExhaustivePlain();
+    FillRows<1>(plain ? errors : t.bounding.red, true, 0, 1, t.pairR.data(), t.singleR.data());
+    LazyRows<2> rg{plain ? errors : t.bounding.redGreen, true, t.pairRG.data(), t.singleRG.data(),
+                   t.pairLeastRG.data(), t.singleLeastRG.data()};
+    LazyRows<3> rgb{errors, true, t.pairRGB.data(), t.singleRGB.data(), t.pairLeastRGB.data(), t.singleLeastRGB.data()};
     if (plain)
         rg.All();
 
@@ -310,7 +345,8 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
         for (int r1 = 0; r1 < 16; ++r1)
         {
             unsigned int liveR;
-            if (BoundT(t.pairR.data(), t.singleR.data(), r0, r1, best, 0xFF, &liveR) >= best)
+            if (LeastOverDistances(t.pairR.data() + size_t(r0) * 128, t.singleR.data() + size_t(r1) * 16, 0, best, 0xFF,
+                                   &liveR) >= best)
                 continue;
             rg.pairRow(r0);
             rg.singleRow(r1);
@@ -319,14 +355,15 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
                 const unsigned int* singleR = plain ? t.singleR.data() + size_t(r1) * 16 : rg.singleLeastRow(r1);
                 unsigned int liveG;
-                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, singleR, 0,
-                                       best, liveR, &liveG) >= best)
+                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, singleR, 0, best, liveR,
+                                       &liveG) >= best)
                     continue;
                 for (int g1 = 0; g1 < 16; ++g1)
                 {
                     const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
                     unsigned int liveRG;
-                    if (BoundT(t.pairRG.data(), t.singleRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
+                    if (LeastOverDistances(t.pairRG.data() + size_t(rg0) * 128, t.singleRG.data() + size_t(rg1) * 16, 0,
+                                           best, liveG, &liveRG) >= best)
                         continue;
                     const unsigned int* pairRGB = rgb.pairRow(rg0);
                     for (int b0 = 0; b0 < 16; ++b0)
@@ -378,12 +415,11 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table58H, t);
-    FillRows<1>(errors, false, 0, 1, t.pairR.data(), nullptr);
-    LazyRows<2> rg{errors, false, t.pairRG.data(), nullptr, t.pairLeastRG.data(), nullptr};
-    LazyRows<3> rgb{errors, false, t.pairRGB.data(), nullptr, t.pairLeastRGB.data(), nullptr};
-    // The plain search bounds a colour 1 by its channels known so far; this
-    // one by the least, pixel by pixel, over the colours sharing them.
+    // As in the T search.
     const bool plain = ETCExhaustivePlain();
+    FillRows<1>(plain ? errors : t.bounding.red, false, 0, 1, t.pairR.data(), nullptr);
+    LazyRows<2> rg{plain ? errors : t.bounding.redGreen, false, t.pairRG.data(), nullptr, t.pairLeastRG.data(), nullptr};
+    LazyRows<3> rgb{errors, false, t.pairRGB.data(), nullptr, t.pairLeastRGB.data(), nullptr};
     if (plain)
         rg.All();
 
@@ -392,7 +428,8 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
         for (int r1 = r0; r1 < 16; ++r1)
         {
             unsigned int liveR;
-            if (BoundH(t.pairR.data(), r0, r1, best, 0xFF, &liveR) >= best)
+            if (LeastOverDistances(t.pairR.data() + size_t(r0) * 128, t.pairR.data() + size_t(r1) * 128, 16, best,
+                                   0xFF, &liveR) >= best)
                 continue;
             rg.pairRow(r0);
             rg.pairRow(r1);
@@ -401,14 +438,15 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
                 const unsigned int* pairR = plain ? t.pairR.data() + size_t(r1) * 128 : rg.pairLeastRow(r1);
                 unsigned int liveG;
-                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, pairR, 16, best, liveR, &liveG) >=
-                    best)
+                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, pairR, 16, best, liveR,
+                                       &liveG) >= best)
                     continue;
                 for (int g1 = r0 == r1 ? g0 : 0; g1 < 16; ++g1)
                 {
                     const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
                     unsigned int liveRG;
-                    if (BoundH(t.pairRG.data(), rg0, rg1, best, liveG, &liveRG) >= best)
+                    if (LeastOverDistances(t.pairRG.data() + size_t(rg0) * 128, t.pairRG.data() + size_t(rg1) * 128, 16,
+                                           best, liveG, &liveRG) >= best)
                         continue;
                     const unsigned int* pairRGB = rgb.pairRow(rg0);
                     for (int b0 = 0; b0 < 16; ++b0)

@@ -34,7 +34,7 @@ void PaintRowPortable(const unsigned int* upper, const unsigned int* last, bool 
         }
 }
 
-unsigned int LeastPortable(const unsigned int* first, const unsigned int* second, int secondStride, unsigned int best,
+unsigned int LeastPortable(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
                            unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
@@ -44,7 +44,7 @@ unsigned int LeastPortable(const unsigned int* first, const unsigned int* second
             continue;
         const unsigned int* a = first + d * 16;
         const unsigned int* b = second + d * secondStride;
-        unsigned int sum = 0;
+        unsigned int sum = offsets ? offsets[d] : 0;
         for (int p = 0; p < 16 && sum < best; ++p)
             sum += std::min(a[p], b[p]);
         if (sum < best)
@@ -98,7 +98,7 @@ void PaintRowSSE2(const unsigned int* upper, const unsigned int* last, bool thre
     }
 }
 
-unsigned int LeastSSE2(const unsigned int* first, const unsigned int* second, int secondStride, unsigned int best,
+unsigned int LeastSSE2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
                        unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
@@ -112,7 +112,7 @@ unsigned int LeastSSE2(const unsigned int* first, const unsigned int* second, in
                                     _mm_add_epi32(Min32(Load(a + 8), Load(b + 8)), Min32(Load(a + 12), Load(b + 12))));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum));
+        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum)) + (offsets ? offsets[d] : 0);
         if (total < best)
             survivors |= 1u << d;
         least = std::min(least, total);
@@ -163,7 +163,7 @@ ORBT_TARGET_AVX2 void PaintRowAVX2(const unsigned int* upper, const unsigned int
     }
 }
 
-ORBT_TARGET_AVX2 unsigned int LeastAVX2(const unsigned int* first, const unsigned int* second, int secondStride,
+ORBT_TARGET_AVX2 unsigned int LeastAVX2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets,
                                         unsigned int best, unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
@@ -178,7 +178,7 @@ ORBT_TARGET_AVX2 unsigned int LeastAVX2(const unsigned int* first, const unsigne
         __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(both), _mm256_extracti128_si256(both, 1));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum));
+        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum)) + (offsets ? offsets[d] : 0);
         if (total < best)
             survivors |= 1u << d;
         least = std::min(least, total);

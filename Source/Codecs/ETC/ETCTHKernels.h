@@ -16,12 +16,14 @@ struct THKernels
     // with 'threePaints' of the colour too.
     void (*paintRow)(const unsigned int* upper, const unsigned int* last, bool threePaints, unsigned int* pair,
                      unsigned int* single);
-    // The least, over the distances d set in 'live', of the sum over the 16
-    // pixels of min(first[d][p], second[d][p]), 'second' the same row for
-    // every distance when 'secondStride' is 0; at most 'best'. 'alive'
-    // receives the distances whose sum is below 'best'.
+    // The least, over the distances d set in 'live', of offsets[d] (0 when
+    // null) plus the sum over the 16 pixels of min(first[d][p],
+    // second[d][p]), 'second' the same row for every distance when
+    // 'secondStride' is 0; at most 'best'. 'alive' receives the distances
+    // whose sum is below 'best'.
     unsigned int (*leastOverDistances)(const unsigned int* first, const unsigned int* second, int secondStride,
-                                       unsigned int best, unsigned int live, unsigned int* alive);
+                                       const unsigned int* offsets, unsigned int best, unsigned int live,
+                                       unsigned int* alive);
     // out[i], for i below 'length', the least of rows[c * length + i] over
     // the 16 rows c; 'length' a multiple of 16.
     void (*leastOfRows)(const unsigned int* rows, int length, unsigned int* out);
