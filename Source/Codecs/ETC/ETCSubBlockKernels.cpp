@@ -90,6 +90,18 @@ void PixelErrorsPortable(int value, unsigned int weight, const int* decoded, int
     }
 }
 
+void LeastOfSumsPortable(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,
+                         unsigned int* out)
+{
+    for (int g = 0; g < levels; ++g)
+    {
+        unsigned int least = ~0u;
+        for (int t = 0; t < 8; ++t)
+            least = std::min(least, a[t] + rows[g][t] + c[t]);
+        out[g] = least;
+    }
+}
+
 #if ORBT_X86_SIMD
 
 // ---- SSE2: the eight tables in two halves ----
@@ -140,6 +152,14 @@ void LeastSSE2(const unsigned int* a, const unsigned int* b, const int* pixels, 
 {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(least), LeastHalf(a, pixels, b, pixels, sum, 0));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(least + 4), LeastHalf(a, pixels, b, pixels, sum, 1));
+}
+
+void LeastOfSumsSSE2(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,
+                     unsigned int* out)
+{
+    const __m128i low = _mm_add_epi32(Load(a), Load(c)), high = _mm_add_epi32(Load(a + 4), Load(c + 4));
+    for (int g = 0; g < levels; ++g)
+        out[g] = HorizontalMin(Min32(_mm_add_epi32(low, Load(rows[g])), _mm_add_epi32(high, Load(rows[g] + 4))));
 }
 
 unsigned int BlueRowSSE2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
@@ -210,6 +230,14 @@ ORBT_TARGET_AVX2 inline unsigned int HorizontalMin8(__m256i v)
     return unsigned(_mm_cvtsi128_si32(m));
 }
 
+ORBT_TARGET_AVX2 void LeastOfSumsAVX2(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c,
+                                     int levels, unsigned int* out)
+{
+    const __m256i base = _mm256_add_epi32(Load8(a), Load8(c));
+    for (int g = 0; g < levels; ++g)
+        out[g] = HorizontalMin8(_mm256_add_epi32(base, Load8(rows[g])));
+}
+
 ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                                           const unsigned int* const* blue, const int* pixels, int levels,
                                           unsigned int bound, bool shrink, unsigned int* out)
@@ -257,13 +285,13 @@ SubBlockKernels SubBlockKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {LeastAVX2, BlueRowAVX2, PixelErrorsAVX2};
+        return {LeastAVX2, BlueRowAVX2, PixelErrorsAVX2, LeastOfSumsAVX2};
     if (path == eSimdSSE2)
-        return {LeastSSE2, BlueRowSSE2, PixelErrorsPortable};
+        return {LeastSSE2, BlueRowSSE2, PixelErrorsPortable, LeastOfSumsSSE2};
 #else
     (void)path;
 #endif
-    return {LeastPortable, BlueRowPortable, PixelErrorsPortable};
+    return {LeastPortable, BlueRowPortable, PixelErrorsPortable, LeastOfSumsPortable};
 }
 
 } // namespace orbtexture

@@ -30,6 +30,10 @@ struct SubBlockKernels
     // i] the decoded values; code c's go to out + slots[c].
     void (*pixelErrors)(int value, unsigned int weight, const int* decoded, int levels, const size_t* slots,
                         unsigned int* out);
+    // out[g], for g below 'levels', the least over the tables t of a[t] +
+    // rows[g][t] + c[t].
+    void (*leastOfSums)(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,
+                        unsigned int* out);
 };
 
 SubBlockKernels SubBlockKernelsFor(ESimdPath path);

@@ -138,9 +138,11 @@ unsigned int Visit(const SubBlockKernels& kernels, const Bounds& bounds, int lev
     {
         if (LeastOfSums(bounds.channel[0][r], bounds.leastGreen, bounds.leastBlue) >= bound)
             continue;
+        unsigned int greens[32];
+        kernels.leastOfSums(bounds.channel[0][r], bounds.channel[1], bounds.leastBlue, levels, greens);
         for (int g = 0; g < levels; ++g)
         {
-            if (LeastOfSums(bounds.channel[0][r], bounds.channel[1][g], bounds.leastBlue) >= bound)
+            if (greens[g] >= bound)
                 continue;
             kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
             unsigned int low = lrg[0] + bounds.leastBlue[0];
