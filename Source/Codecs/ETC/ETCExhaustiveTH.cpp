@@ -145,15 +145,7 @@ void ChannelErrorsOf(const unsigned char* img, int width, int x, int y, const Sq
         int pixels[16];
         for (int p = 0; p < 16; ++p)
             pixels[p] = img[3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)) + ch];
-        const unsigned int weight = squares.channel[ch][256];
-        for (int code = 0; code < 16; ++code)
-            for (int paint = 0; paint < 17; ++paint)
-            {
-                unsigned int* out = errors.e[ch][code][paint];
-                const int value = values[code][paint];
-                for (int p = 0; p < 16; ++p)
-                    out[p] = unsigned((pixels[p] - value) * (pixels[p] - value)) * weight;
-            }
+        Kernels().paintErrors(pixels, &values[0][0], squares.channel[ch][256], &errors.e[ch][0][0][0]);
     }
 }
 
@@ -233,22 +225,9 @@ struct LazyRows
 
 void MakeBoundingErrors(const ChannelPaintErrors& errors, BoundingErrors& bounding)
 {
-    for (int paint = 0; paint < 17; ++paint)
-        for (int p = 0; p < 16; ++p)
-        {
-            unsigned int green = ~0u, blue = ~0u;
-            for (int code = 0; code < 16; ++code)
-            {
-                green = std::min(green, errors.e[1][code][paint][p]);
-                blue = std::min(blue, errors.e[2][code][paint][p]);
-            }
-            for (int code = 0; code < 16; ++code)
-            {
-                bounding.red.e[0][code][paint][p] = errors.e[0][code][paint][p] + green + blue;
-                bounding.redGreen.e[0][code][paint][p] = errors.e[0][code][paint][p];
-                bounding.redGreen.e[1][code][paint][p] = errors.e[1][code][paint][p] + blue;
-            }
-        }
+    std::copy(&errors.e[0][0][0][0], &errors.e[0][0][0][0] + 16 * 17 * 16, &bounding.redGreen.e[0][0][0][0]);
+    Kernels().boundingErrors(&errors.e[0][0][0][0], &errors.e[1][0][0][0], &errors.e[2][0][0][0],
+                             &bounding.red.e[0][0][0][0], &bounding.redGreen.e[1][0][0][0]);
 }
 
 // The paint errors of the block, kept while the block is the same: T and H

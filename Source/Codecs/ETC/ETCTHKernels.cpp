@@ -67,6 +67,32 @@ void LeastOfRowsPortable(const unsigned int* rows, int length, unsigned int* out
     }
 }
 
+void PaintErrorsPortable(const int* pixels, const int* values, unsigned int weight, unsigned int* out)
+{
+    for (int row = 0; row < 16 * 17; ++row)
+        for (int p = 0; p < 16; ++p)
+            out[row * 16 + p] = unsigned((pixels[p] - values[row]) * (pixels[p] - values[row])) * weight;
+}
+
+void BoundingErrorsPortable(const unsigned int* red, const unsigned int* green, const unsigned int* blue,
+                            unsigned int* redOut, unsigned int* greenOut)
+{
+    for (int i = 0; i < 17 * 16; ++i)
+    {
+        unsigned int leastGreen = ~0u, leastBlue = ~0u;
+        for (int code = 0; code < 16; ++code)
+        {
+            leastGreen = std::min(leastGreen, green[code * 272 + i]);
+            leastBlue = std::min(leastBlue, blue[code * 272 + i]);
+        }
+        for (int code = 0; code < 16; ++code)
+        {
+            redOut[code * 272 + i] = red[code * 272 + i] + leastGreen + leastBlue;
+            greenOut[code * 272 + i] = green[code * 272 + i] + leastBlue;
+        }
+    }
+}
+
 #if ORBT_X86_SIMD
 
 inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
@@ -199,6 +225,43 @@ ORBT_TARGET_AVX2 void LeastOfRowsAVX2(const unsigned int* rows, int length, unsi
     }
 }
 
+ORBT_TARGET_AVX2 void PaintErrorsAVX2(const int* pixels, const int* values, unsigned int weight, unsigned int* out)
+{
+    const __m256i p0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pixels));
+    const __m256i p1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pixels + 8));
+    const __m256i w = _mm256_set1_epi32(int(weight));
+    for (int row = 0; row < 16 * 17; ++row)
+    {
+        const __m256i v = _mm256_set1_epi32(values[row]);
+        const __m256i d0 = _mm256_sub_epi32(p0, v), d1 = _mm256_sub_epi32(p1, v);
+        __m256i e0 = _mm256_mullo_epi32(d0, d0), e1 = _mm256_mullo_epi32(d1, d1);
+        if (weight != 1)
+            e0 = _mm256_mullo_epi32(e0, w), e1 = _mm256_mullo_epi32(e1, w);
+        Store8(out + row * 16, e0);
+        Store8(out + row * 16 + 8, e1);
+    }
+}
+
+ORBT_TARGET_AVX2 void BoundingErrorsAVX2(const unsigned int* red, const unsigned int* green, const unsigned int* blue,
+                                         unsigned int* redOut, unsigned int* greenOut)
+{
+    for (int i = 0; i < 17 * 16; i += 8)
+    {
+        __m256i leastGreen = Load8(green + i), leastBlue = Load8(blue + i);
+        for (int code = 1; code < 16; ++code)
+        {
+            leastGreen = _mm256_min_epu32(leastGreen, Load8(green + code * 272 + i));
+            leastBlue = _mm256_min_epu32(leastBlue, Load8(blue + code * 272 + i));
+        }
+        const __m256i rest = _mm256_add_epi32(leastGreen, leastBlue);
+        for (int code = 0; code < 16; ++code)
+        {
+            Store8(redOut + code * 272 + i, _mm256_add_epi32(Load8(red + code * 272 + i), rest));
+            Store8(greenOut + code * 272 + i, _mm256_add_epi32(Load8(green + code * 272 + i), leastBlue));
+        }
+    }
+}
+
 #endif
 
 } // namespace
@@ -207,13 +270,13 @@ THKernels THKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {PaintRowAVX2, LeastAVX2, LeastOfRowsAVX2};
+        return {PaintRowAVX2, LeastAVX2, LeastOfRowsAVX2, PaintErrorsAVX2, BoundingErrorsAVX2};
     if (path == eSimdSSE2)
-        return {PaintRowSSE2, LeastSSE2, LeastOfRowsSSE2};
+        return {PaintRowSSE2, LeastSSE2, LeastOfRowsSSE2, PaintErrorsPortable, BoundingErrorsPortable};
 #else
     (void)path;
 #endif
-    return {PaintRowPortable, LeastPortable, LeastOfRowsPortable};
+    return {PaintRowPortable, LeastPortable, LeastOfRowsPortable, PaintErrorsPortable, BoundingErrorsPortable};
 }
 
 } // namespace orbtexture

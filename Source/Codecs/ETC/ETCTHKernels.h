@@ -27,6 +27,15 @@ struct THKernels
     // out[i], for i below 'length', the least of rows[c * length + i] over
     // the 16 rows c; 'length' a multiple of 16.
     void (*leastOfRows)(const unsigned int* rows, int length, unsigned int* out);
+    // One channel's errors at the 16 pixels for the 16 codes' 17 paints:
+    // out[(code * 17 + paint) * 16 + p] = weight * (pixels[p] - values[code *
+    // 17 + paint])^2.
+    void (*paintErrors)(const int* pixels, const int* values, unsigned int weight, unsigned int* out);
+    // With each channel's errors laid out as paintErrors gives them: red plus
+    // the least green and least blue over the codes of the same paint and
+    // pixel ('redOut'), and green plus that least blue ('greenOut').
+    void (*boundingErrors)(const unsigned int* red, const unsigned int* green, const unsigned int* blue,
+                           unsigned int* redOut, unsigned int* greenOut);
 };
 
 THKernels THKernelsFor(ESimdPath path);
