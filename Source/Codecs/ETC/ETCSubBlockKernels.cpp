@@ -75,18 +75,36 @@ unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, co
     return bound;
 }
 
-void PixelErrorsPortable(int value, unsigned int weight, const int* decoded, int levels, const size_t* slots,
-                         unsigned int* out)
+void ValueErrorsPortable(const int* pixels, unsigned int weight, const int* decoded, unsigned int* out)
 {
+    for (int p = 0; p < 16; ++p)
+        for (int i = 0; i < 32; ++i)
+            out[p * 32 + i] = unsigned((pixels[p] - decoded[i]) * (pixels[p] - decoded[i])) * weight;
+}
+
+void LeastErrorsPortable(const int* pixels, unsigned int weight, const int* decoded, int levels, unsigned int* least)
+{
+    unsigned int errors[512];
     for (int code = 0; code < levels; ++code)
     {
-        const int* d = decoded + code * 32;
-        unsigned int* o = out + slots[code];
-        for (int i = 0; i < 32; ++i)
-        {
-            const int diff = value - d[i];
-            o[i] = unsigned(diff * diff) * weight;
-        }
+        ValueErrorsPortable(pixels, weight, decoded + code * 32, errors);
+        for (int p = 0; p < 16; ++p)
+            for (int t = 0; t < 8; ++t)
+            {
+                const unsigned int* e = errors + p * 32 + t;
+                least[code * 128 + p * 8 + t] = std::min(std::min(e[0], e[8]), std::min(e[16], e[24]));
+            }
+    }
+}
+
+void SumLeastPortable(const unsigned int* least, const int* pixels, unsigned int* out)
+{
+    for (int t = 0; t < 8; ++t)
+    {
+        unsigned int sum = 0;
+        for (int i = 0; i < 8; ++i)
+            sum += least[pixels[i] * 8 + t];
+        out[t] = sum;
     }
 }
 
@@ -260,21 +278,48 @@ ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned
     return bound;
 }
 
-ORBT_TARGET_AVX2 void PixelErrorsAVX2(int value, unsigned int weight, const int* decoded, int levels,
-                                     const size_t* slots, unsigned int* out)
+// weight * (pixel - decoded)^2 for eight decoded values.
+ORBT_TARGET_AVX2 inline __m256i Errors8(__m256i pixel, __m256i weight, bool weighted, const int* decoded)
 {
-    const __m256i v = _mm256_set1_epi32(value), w = _mm256_set1_epi32(int(weight));
-    for (int code = 0; code < levels; ++code)
+    const __m256i d = _mm256_sub_epi32(pixel, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(decoded)));
+    const __m256i square = _mm256_mullo_epi32(d, d);
+    return weighted ? _mm256_mullo_epi32(square, weight) : square;
+}
+
+ORBT_TARGET_AVX2 void ValueErrorsAVX2(const int* pixels, unsigned int weight, const int* decoded, unsigned int* out)
+{
+    const __m256i w = _mm256_set1_epi32(int(weight));
+    for (int p = 0; p < 16; ++p)
     {
-        const int* d = decoded + code * 32;
-        __m256i* o = reinterpret_cast<__m256i*>(out + slots[code]);
+        const __m256i v = _mm256_set1_epi32(pixels[p]);
         for (int i = 0; i < 4; ++i)
-        {
-            const __m256i diff = _mm256_sub_epi32(v, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(d + 8 * i)));
-            const __m256i square = _mm256_mullo_epi32(diff, diff);
-            _mm256_storeu_si256(o + i, weight == 1 ? square : _mm256_mullo_epi32(square, w));
-        }
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + p * 32 + i * 8),
+                                Errors8(v, w, weight != 1, decoded + i * 8));
     }
+}
+
+ORBT_TARGET_AVX2 void LeastErrorsAVX2(const int* pixels, unsigned int weight, const int* decoded, int levels,
+                                      unsigned int* least)
+{
+    const __m256i w = _mm256_set1_epi32(int(weight));
+    for (int code = 0; code < levels; ++code)
+        for (int p = 0; p < 16; ++p)
+        {
+            const __m256i v = _mm256_set1_epi32(pixels[p]);
+            const int* d = decoded + code * 32;
+            const bool weighted = weight != 1;
+            const __m256i m = _mm256_min_epu32(_mm256_min_epu32(Errors8(v, w, weighted, d), Errors8(v, w, weighted, d + 8)),
+                                               _mm256_min_epu32(Errors8(v, w, weighted, d + 16), Errors8(v, w, weighted, d + 24)));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(least + code * 128 + p * 8), m);
+        }
+}
+
+ORBT_TARGET_AVX2 void SumLeastAVX2(const unsigned int* least, const int* pixels, unsigned int* out)
+{
+    __m256i sum = _mm256_setzero_si256();
+    for (int i = 0; i < 8; ++i)
+        sum = _mm256_add_epi32(sum, Load8(least + pixels[i] * 8));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), sum);
 }
 
 #endif
@@ -285,13 +330,13 @@ SubBlockKernels SubBlockKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {LeastAVX2, BlueRowAVX2, PixelErrorsAVX2, LeastOfSumsAVX2};
+        return {LeastAVX2, BlueRowAVX2, ValueErrorsAVX2, LeastErrorsAVX2, SumLeastAVX2, LeastOfSumsAVX2};
     if (path == eSimdSSE2)
-        return {LeastSSE2, BlueRowSSE2, PixelErrorsPortable, LeastOfSumsSSE2};
+        return {LeastSSE2, BlueRowSSE2, ValueErrorsPortable, LeastErrorsPortable, SumLeastPortable, LeastOfSumsSSE2};
 #else
     (void)path;
 #endif
-    return {LeastPortable, BlueRowPortable, PixelErrorsPortable, LeastOfSumsPortable};
+    return {LeastPortable, BlueRowPortable, ValueErrorsPortable, LeastErrorsPortable, SumLeastPortable, LeastOfSumsPortable};
 }
 
 } // namespace orbtexture

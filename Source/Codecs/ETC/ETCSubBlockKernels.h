@@ -25,11 +25,15 @@ struct SubBlockKernels
     unsigned int (*blueRow)(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                             const unsigned int* const* blue, const int* pixels, int levels, unsigned int bound,
                             bool shrink, unsigned int* out);
-    // The 32 errors (modifier, table) of each of 'levels' codes against one
-    // pixel's channel value: weight * (value - decoded)^2, decoded[code * 32 +
-    // i] the decoded values; code c's go to out + slots[c].
-    void (*pixelErrors)(int value, unsigned int weight, const int* decoded, int levels, const size_t* slots,
-                        unsigned int* out);
+    // One value's errors at the 16 pixels of a channel, 'pixels': out[p * 32
+    // + i] = weight * (pixels[p] - decoded[i])^2, i = modifier * 8 + table.
+    void (*valueErrors)(const int* pixels, unsigned int weight, const int* decoded, unsigned int* out);
+    // Per code below 'levels' (decoded values at decoded + code * 32), pixel
+    // p and table t, the least over the modifiers of those errors, at
+    // least[code * 128 + p * 8 + t].
+    void (*leastErrors)(const int* pixels, unsigned int weight, const int* decoded, int levels, unsigned int* least);
+    // out[t] = the sum over the eight pixels p listed of least[p * 8 + t].
+    void (*sumLeast)(const unsigned int* least, const int* pixels, unsigned int* out);
     // out[g], for g below 'levels', the least over the tables t of a[t] +
     // rows[g][t] + c[t].
     void (*leastOfSums)(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,

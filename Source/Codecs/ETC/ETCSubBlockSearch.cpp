@@ -43,9 +43,37 @@ constexpr int kPixels[4][8] = {{0, 32, 128, 160, 256, 288, 384, 416},
                                {0, 32, 64, 96, 128, 160, 192, 224},
                                {256, 288, 320, 352, 384, 416, 448, 480}};
 
-std::vector<unsigned int>& ThreadTable()
+// The block's errors for the codes of one search: every value's least over
+// the modifiers first, and a value's whole errors when a search first reads
+// them (the bounds cut most reds and greens before).
+struct BlockTable
 {
-    thread_local std::vector<unsigned int> table(3 * kPerChannel);
+    const SubBlockKernels* kernels = nullptr;
+    int levels = 0;
+    int (*expand)(int) = nullptr;
+    int decoded[32][32]; // [code][modifier * 8 + table]
+    int pixels[3][16];
+    unsigned int weight[3];
+    bool filled[3][32];
+    std::vector<unsigned int> values = std::vector<unsigned int>(3 * kPerChannel);
+    std::vector<unsigned int> least = std::vector<unsigned int>(3 * 32 * 128); // [channel][code][pixel][table]
+
+    const unsigned int* Value(int channel, int code)
+    {
+        unsigned int* out = values.data() + ValueOffset(channel, expand(code));
+        if (!filled[channel][code])
+        {
+            kernels->valueErrors(pixels[channel], weight[channel], decoded[code], out);
+            filled[channel][code] = true;
+        }
+        return out;
+    }
+    const unsigned int* Least(int channel, int code) const { return least.data() + (channel * 32 + code) * 128; }
+};
+
+BlockTable& ThreadTable()
+{
+    thread_local BlockTable table;
     return table;
 }
 
@@ -88,22 +116,25 @@ Recorded& ThreadRecorded()
 // least of green and of blue over the codes.
 struct Bounds
 {
+    BlockTable* table;
     const int* pixels;
     unsigned int channel[3][32][8];
     unsigned int leastGreen[8], leastBlue[8];
-    const unsigned int* values[3][32];
+    const unsigned int* blues[32];
 };
 
-void MakeBounds(const SubBlockKernels& kernels, const unsigned int* table, int subBlock, int levels,
-                int (*expand)(int), Bounds& bounds)
+void MakeBounds(const SubBlockKernels& kernels, BlockTable& table, int subBlock, int levels, Bounds& bounds)
 {
+    bounds.table = &table;
     bounds.pixels = kPixels[subBlock];
+    int pixels[8];
+    for (int i = 0; i < 8; ++i)
+        pixels[i] = kPixels[subBlock][i] / 32;
     for (int ch = 0; ch < 3; ++ch)
         for (int code = 0; code < levels; ++code)
-        {
-            bounds.values[ch][code] = table + ValueOffset(ch, expand(code));
-            kernels.least(bounds.values[ch][code], nullptr, bounds.pixels, nullptr, bounds.channel[ch][code]);
-        }
+            kernels.sumLeast(table.Least(ch, code), pixels, bounds.channel[ch][code]);
+    for (int code = 0; code < levels; ++code)
+        bounds.blues[code] = table.Value(2, code);
     for (int t = 0; t < 8; ++t)
     {
         bounds.leastGreen[t] = bounds.leastBlue[t] = kNone;
@@ -144,13 +175,13 @@ unsigned int Visit(const SubBlockKernels& kernels, const Bounds& bounds, int lev
         {
             if (greens[g] >= bound)
                 continue;
-            kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
+            kernels.least(bounds.table->Value(0, r), bounds.table->Value(1, g), bounds.pixels, rg, lrg);
             unsigned int low = lrg[0] + bounds.leastBlue[0];
             for (int t = 1; t < 8; ++t)
                 low = std::min(low, lrg[t] + bounds.leastBlue[t]);
             if (low >= bound)
                 continue;
-            const unsigned int next = kernels.blueRow(rg, lrg, bounds.channel[2], bounds.values[2], bounds.pixels,
+            const unsigned int next = kernels.blueRow(rg, lrg, bounds.channel[2], bounds.blues, bounds.pixels,
                                                       levels, bound, shrink, out);
             const size_t base = (size_t(r) * levels + g) * levels;
             for (int b = 0; b < levels; ++b)
@@ -204,8 +235,8 @@ unsigned int ColourError(const SubBlockKernels& kernels, const Bounds& bounds, i
 {
     const int r = int(colour / levels / levels), g = int(colour / levels % levels), b = int(colour % levels);
     unsigned int rg[256], lrg[8], out;
-    kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
-    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.values[2] + b, bounds.pixels, 1, kMaxBound, false, &out);
+    kernels.least(bounds.table->Value(0, r), bounds.table->Value(1, g), bounds.pixels, rg, lrg);
+    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.blues + b, bounds.pixels, 1, kMaxBound, false, &out);
     return out;
 }
 
@@ -249,8 +280,8 @@ void VisitNear(const SubBlockKernels& kernels, const Bounds& bounds, const std::
         const int r = rgIndex >> 5, g = rgIndex & 31;
         if (LeastOfSums(bounds.channel[0][r], bounds.channel[1][g], bounds.leastBlue) >= bound)
             continue;
-        kernels.least(bounds.values[0][r], bounds.values[1][g], bounds.pixels, rg, lrg);
-        kernels.blueRow(rg, lrg, bounds.channel[2] + row.low, bounds.values[2] + row.low, bounds.pixels,
+        kernels.least(bounds.table->Value(0, r), bounds.table->Value(1, g), bounds.pixels, rg, lrg);
+        kernels.blueRow(rg, lrg, bounds.channel[2] + row.low, bounds.blues + row.low, bounds.pixels,
                         row.high - row.low + 1, bound, false, out);
         for (int b = row.low; b <= row.high; ++b)
             if (out[b - row.low] != kNone)
@@ -261,26 +292,27 @@ void VisitNear(const SubBlockKernels& kernels, const Bounds& bounds, const std::
 int Expand4(int v) { return (v << 4) | v; }
 int Expand5(int v) { return (v << 3) | (v >> 2); }
 
-// Fills the block's table for the 'levels' codes expanded by 'expand'.
+// Prepares the block's table for the 'levels' codes expanded by 'expand':
+// every value's least errors now, the whole errors when first read.
 void Precalculate(const SubBlockKernels& kernels, const unsigned char* img, int width, int x, int y, int levels,
-                  int (*expand)(int), const unsigned int* const* squares, unsigned int* table)
+                  int (*expand)(int), const unsigned int* const* squares, BlockTable& table)
 {
-    int decoded[32][4][8];
-    size_t slots[3][32];
+    table.kernels = &kernels;
+    table.levels = levels;
+    table.expand = expand;
     for (int code = 0; code < levels; ++code)
-    {
         for (int k = 0; k < 4; ++k)
             for (int t = 0; t < 8; ++t)
-                decoded[code][k][t] = clamp_table_plus_255[expand(code) + compressParams[2 * t][k] + 255] - 255;
-        for (int channel = 0; channel < 3; ++channel)
-            slots[channel][code] = ValueOffset(channel, expand(code));
-    }
-    for (int p = 0; p < 16; ++p)
+                table.decoded[code][k * 8 + t] =
+                    clamp_table_plus_255[expand(code) + compressParams[2 * t][k] + 255] - 255;
+    for (int channel = 0; channel < 3; ++channel)
     {
-        const unsigned char* pixel = img + 3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4));
-        for (int channel = 0; channel < 3; ++channel)
-            kernels.pixelErrors(pixel[channel], squares[channel][256], &decoded[0][0][0], levels, slots[channel],
-                                table + p * 32);
+        for (int p = 0; p < 16; ++p)
+            table.pixels[channel][p] = img[3 * (size_t(y + p / 4) * size_t(width) + size_t(x + p % 4)) + channel];
+        table.weight[channel] = squares[channel][256]; // the squares are weight * d^2
+        std::fill_n(table.filled[channel], 32, false);
+        kernels.leastErrors(table.pixels[channel], table.weight[channel], &table.decoded[0][0], levels,
+                            table.least.data() + channel * 32 * 128);
     }
 }
 
@@ -290,7 +322,7 @@ void FastIndividualSearch(const unsigned char* img, int width, int x, int y, con
                           unsigned int limit, size_t* colour, unsigned int* error)
 {
     const SubBlockKernels kernels = SubBlockKernelsFor(ActiveSimdPath());
-    unsigned int* table = ThreadTable().data();
+    BlockTable& table = ThreadTable();
     Precalculate(kernels, img, width, x, y, 16, Expand4, squares, table);
     Bounds bounds;
     for (int s : {0, 2, 1, 3})
@@ -302,7 +334,7 @@ void FastIndividualSearch(const unsigned char* img, int width, int x, int y, con
         error[s] = limit;
         if (bound == 0)
             continue;
-        MakeBounds(kernels, table, s, 16, Expand4, bounds);
+        MakeBounds(kernels, table, s, 16, bounds);
         LeastColour(kernels, bounds, 16, bound, MeanColour(img, width, x, y, s, 16), colour[s], error[s]);
     }
 }
@@ -311,7 +343,7 @@ bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, c
                             unsigned int limit, unsigned int& sum, bool& flipped, size_t& first, size_t& second)
 {
     const SubBlockKernels kernels = SubBlockKernelsFor(ActiveSimdPath());
-    unsigned int* table = ThreadTable().data();
+    BlockTable& table = ThreadTable();
     Precalculate(kernels, img, width, x, y, 32, Expand5, squares, table);
     thread_local Bounds bounds[4];
     size_t colour[4];
@@ -319,7 +351,7 @@ bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, c
     bool any[4];
     for (int s = 0; s < 4; ++s)
     {
-        MakeBounds(kernels, table, s, 32, Expand5, bounds[s]);
+        MakeBounds(kernels, table, s, 32, bounds[s]);
         any[s] = LeastColour(kernels, bounds[s], 32, limit, MeanColour(img, width, x, y, s, 32), colour[s], least[s]);
         if (!any[s])
             least[s] = limit;
