@@ -135,25 +135,27 @@ bool SearchChannel(const unsigned char* img, int width, int x, int y, int channe
 // ---- The fast channel search: the same codes ----
 
 // The vertical code whose decoded pixel (i, 3) comes nearest 'target', ties
-// to the lower code, by bisection: the decoded pixel never falls as the code
-// rises, so the nearest codes form one run.
+// to the lower code. The decoded pixel, clamp((o + i (h - o) + 3 v + 2) >> 2)
+// for the expanded code v, never falls as the code rises, so the nearest codes
+// form one run, found from the first code reaching a value.
 int NearestCornerCode(int target, int o, int h, int i, int bits)
 {
+    const int top = (1 << bits) - 1, base = o + i * (h - o) + 2;
     const auto decoded = [&](int v) { return DecodePlanar(o, h, ExpandPlanar(v, bits), i, 3); };
+    // The first code whose decoded pixel reaches 'value' (0 to 255), or top + 1.
     const auto firstAtLeast = [&](int value) {
-        int low = 0, high = 1 << bits;
-        while (low < high)
-        {
-            const int mid = (low + high) / 2;
-            if (decoded(mid) >= value)
-                high = mid;
-            else
-                low = mid + 1;
-        }
-        return low;
+        if (value <= 0)
+            return 0;
+        const int need = 4 * value - base, expanded = need <= 0 ? 0 : (need + 2) / 3;
+        int v = std::min(top, expanded >> (8 - bits));
+        while (v > 0 && ExpandPlanar(v - 1, bits) >= expanded)
+            --v;
+        while (v <= top && ExpandPlanar(v, bits) < expanded)
+            ++v;
+        return v;
     };
     const int above = firstAtLeast(target);
-    if (above > 0 && (above == 1 << bits || target - decoded(above - 1) <= decoded(above) - target))
+    if (above > 0 && (above > top || target - decoded(above - 1) <= decoded(above) - target))
         return firstAtLeast(decoded(above - 1));
     return above;
 }
@@ -350,27 +352,27 @@ unsigned int calcLowestPossibleBlueOH(unsigned char* img, int width, int x, int 
 }
 int calcBBBred(unsigned char* img, int width, int x, int y, int origin)
 {
-    return CornerCode(img, width, x, y, 0, origin, 0, 0);
+    return NearestCornerCode(PixelAt(img, width, x, y + 3)[0], origin, 0, 0, PlanarBits(0));
 }
 int calcBBBgreen(unsigned char* img, int width, int x, int y, int origin)
 {
-    return CornerCode(img, width, x, y, 1, origin, 0, 0);
+    return NearestCornerCode(PixelAt(img, width, x, y + 3)[1], origin, 0, 0, PlanarBits(1));
 }
 int calcBBBblue(unsigned char* img, int width, int x, int y, int origin)
 {
-    return CornerCode(img, width, x, y, 2, origin, 0, 0);
+    return NearestCornerCode(PixelAt(img, width, x, y + 3)[2], origin, 0, 0, PlanarBits(2));
 }
 int calcCCCred(unsigned char* img, int width, int x, int y, int origin, int horizontal)
 {
-    return CornerCode(img, width, x, y, 0, origin, horizontal, 3);
+    return NearestCornerCode(PixelAt(img, width, x + 3, y + 3)[0], origin, horizontal, 3, PlanarBits(0));
 }
 int calcCCCgreen(unsigned char* img, int width, int x, int y, int origin, int horizontal)
 {
-    return CornerCode(img, width, x, y, 1, origin, horizontal, 3);
+    return NearestCornerCode(PixelAt(img, width, x + 3, y + 3)[1], origin, horizontal, 3, PlanarBits(1));
 }
 int calcCCCblue(unsigned char* img, int width, int x, int y, int origin, int horizontal)
 {
-    return CornerCode(img, width, x, y, 2, origin, horizontal, 3);
+    return NearestCornerCode(PixelAt(img, width, x + 3, y + 3)[2], origin, horizontal, 3, PlanarBits(2));
 }
 unsigned int calcErrorPlanarOnlyRed(unsigned char* img, int width, int x, int y, int origin, int horizontal,
                                     int vertical, unsigned int limit)

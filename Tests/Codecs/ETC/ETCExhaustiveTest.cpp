@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -237,4 +238,27 @@ TEST(ETCExhaustive, PlanarCornerCodes)
     // (257 + 3 x 85) / 4 = 128, code 20 (81) to 125.
     img[3 * 12] = 127;
     EXPECT_EQ(calcBBBred(img, 4, 0, 0, 255), 21);
+
+    // Against every code, for corners across the range and every target:
+    // the nearest decoded pixel, the lower code of equals.
+    for (int channel : {0, 1})
+    {
+        const int bits = channel == 1 ? 7 : 6;
+        for (int o = 0; o < 256; o += 7)
+            for (int h = 0; h < 256; h += 11)
+                for (int target = 0; target < 256; ++target)
+                {
+                    img[3 * 15 + channel] = uint8_t(target);
+                    int best = 0, least = 256;
+                    for (int v = 0; v < (1 << bits); ++v)
+                    {
+                        const int decoded =
+                            std::clamp((o + 3 * (h - o) + 3 * expand(v, channel) + 2) >> 2, 0, 255);
+                        if (std::abs(target - decoded) < least)
+                            least = std::abs(target - decoded), best = v;
+                    }
+                    ASSERT_EQ(channel ? calcCCCgreen(img, 4, 0, 0, o, h) : calcCCCred(img, 4, 0, 0, o, h), best)
+                        << o << " " << h << " " << target;
+                }
+    }
 }
