@@ -34,7 +34,7 @@ void PaintRowPortable(const unsigned int* upper, const unsigned int* last, bool 
         }
 }
 
-unsigned int LeastPortable(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
+unsigned int DistancesPortable(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
                            unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
@@ -124,7 +124,7 @@ void PaintRowSSE2(const unsigned int* upper, const unsigned int* last, bool thre
     }
 }
 
-unsigned int LeastSSE2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
+unsigned int DistancesSSE2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
                        unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
@@ -189,7 +189,7 @@ ORBT_TARGET_AVX2 void PaintRowAVX2(const unsigned int* upper, const unsigned int
     }
 }
 
-ORBT_TARGET_AVX2 unsigned int LeastAVX2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets,
+ORBT_TARGET_AVX2 unsigned int DistancesAVX2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets,
                                         unsigned int best, unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
@@ -270,13 +270,13 @@ THKernels THKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {PaintRowAVX2, LeastAVX2, LeastOfRowsAVX2, PaintErrorsAVX2, BoundingErrorsAVX2};
+        return {PaintRowAVX2, DistancesAVX2, LeastOfRowsAVX2, PaintErrorsAVX2, BoundingErrorsAVX2};
     if (path == eSimdSSE2)
-        return {PaintRowSSE2, LeastSSE2, LeastOfRowsSSE2, PaintErrorsPortable, BoundingErrorsPortable};
+        return {PaintRowSSE2, DistancesSSE2, LeastOfRowsSSE2, PaintErrorsPortable, BoundingErrorsPortable};
 #else
     (void)path;
 #endif
-    return {PaintRowPortable, LeastPortable, LeastOfRowsPortable, PaintErrorsPortable, BoundingErrorsPortable};
+    return {PaintRowPortable, DistancesPortable, LeastOfRowsPortable, PaintErrorsPortable, BoundingErrorsPortable};
 }
 
 } // namespace orbtexture
