@@ -3,7 +3,10 @@
 // (gradients, edges, two colours, flat), blocks pressed against 0 and 255,
 // and blocks of photograph-like pictures. Each run checks a sample; the seed
 // (ORBTEX_ETC_ORACLE_SEED, else random) and the sample size
-// (ORBTEX_ETC_ORACLE_BLOCKS, 0 for the whole corpus) can be set.
+// (ORBTEX_ETC_ORACLE_BLOCKS) can be set. ORBTEX_ETC_ORACLE_BLOCKS=0 walks the
+// whole corpus from block ORBTEX_ETC_ORACLE_FIRST (default 0) to
+// ORBTEX_ETC_ORACLE_END (default the last), each search with the selector's
+// limit on the best instruction set.
 
 #include <algorithm>
 #include <cstdint>
@@ -122,9 +125,11 @@ uint32_t EnvOr(const char* name, uint32_t fallback)
 TEST(ETCExhaustiveOracle, FastSearchesGiveThePlainBlocks)
 {
     const uint32_t seed = EnvOr("ORBTEX_ETC_ORACLE_SEED", std::random_device{}());
-    uint32_t count = EnvOr("ORBTEX_ETC_ORACLE_BLOCKS", 100);
-    if (count == 0 || count > kCorpus)
-        count = kCorpus;
+    const uint32_t sample = EnvOr("ORBTEX_ETC_ORACLE_BLOCKS", 100);
+    const bool walk = sample == 0;
+    const uint32_t first = walk ? std::min(EnvOr("ORBTEX_ETC_ORACLE_FIRST", 0), kCorpus) : 0;
+    const uint32_t end = std::max(first, std::min(EnvOr("ORBTEX_ETC_ORACLE_END", kCorpus), kCorpus));
+    const uint32_t count = walk ? end - first : sample;
     SCOPED_TRACE("ORBTEX_ETC_ORACLE_SEED=" + std::to_string(seed));
     const struct
     {
@@ -147,7 +152,7 @@ TEST(ETCExhaustiveOracle, FastSearchesGiveThePlainBlocks)
     std::mt19937 pick(seed);
     for (uint32_t i = 0; i < count; ++i)
     {
-        const uint32_t n = count == kCorpus ? i : uint32_t(pick() % kCorpus);
+        const uint32_t n = walk ? first + i : uint32_t(pick() % kCorpus);
         std::vector<uint8_t> block = CorpusBlock(n);
         // The limit the selector gives (the fast block's error), and a tighter one.
         unsigned char work[48];
@@ -158,9 +163,11 @@ TEST(ETCExhaustiveOracle, FastSearchesGiveThePlainBlocks)
             const unsigned int full = std::min(unsigned(fast * (s.perceptual ? 1000.0 : 1.0)), 3121199u * (s.perceptual ? 333u : 1u));
             for (unsigned int limit : {full, full / 2 + 1})
             {
+                if (walk && limit != full)
+                    continue;
                 const Result plain = RunSearch(s.search, block, limit, true);
                 // Every instruction set on some blocks, the best one on all.
-                for (int path = (i % 16 == 0 ? 0 : int(best)); path <= int(best); ++path)
+                for (int path = (i % 16 == 0 && !walk ? 0 : int(best)); path <= int(best); ++path)
                 {
                     SetSimdPath(ESimdPath(path));
                     const Result fastResult = RunSearch(s.search, block, limit, false);
