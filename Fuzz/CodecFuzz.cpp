@@ -1,7 +1,8 @@
 // Drives the block codecs with arbitrary block data and images: the ORBTC and
 // ETC decoders at the input's size (each checked against its plain form), the Transcode detour from a texture of the
 // chosen format to rgba8, and the compressors (direct and through Transcode)
-// for the chosen format.
+// for the chosen format, the exhaustive ETC searches checked against their
+// plain forms.
 //
 // Input layout:
 //   0      width - 1 (mod 64)
@@ -25,6 +26,7 @@
 #include "Bitmap/Bitmap.h"
 #include "Codecs/ETC/ETCCodec.h"
 #include "Codecs/ETC/ETCDecompress.h"
+#include "Codecs/ETC/ETCExhaustive.h"
 #include "Codecs/ORBTC/ORBTCCodec.h"
 #include "Codecs/ORBTC/ORBTCDecompressInternal.h"
 #include "Codecs/ORBTC/ORBTCFormat.h"
@@ -288,6 +290,17 @@ void CompressETC(const Input& input, uint32_t format, unsigned width, unsigned h
     {
         std::vector<uint8_t> decoded(size_t(width) * height * ETCPixelBytes(format));
         ETCDecompress(words.data(), decoded.data(), width, height, format, isSigned);
+    }
+
+    // The exhaustive colour searches give the blocks of their plain forms.
+    if (written && quality >= 2 && (format == ePF_ETC1 || format == ePF_ETC2_RGB || format == ePF_ETC2_RGBA))
+    {
+        std::vector<uint8_t> plain(size);
+        ETCExhaustiveSetPlain(true);
+        ETCCompress(pixels.data(), plain.data(), width, height, quality, format, isSigned);
+        ETCExhaustiveSetPlain(false);
+        if (plain != words)
+            Fail("exhaustive ETC search differs from its plain form", format, unsigned(quality), width * 100 + height);
     }
 }
 
