@@ -29,7 +29,8 @@ CORBTexture PictureTexture(unsigned side)
 
 // A cancel from another thread stops ORBTC quality 8 and ETC quality 2 soon,
 // in well under the time between two progress reports (the optimiser's
-// passes, the ETC rows), with the reason, and leaves the texture as it was.
+// passes, the ETC rows: on one thread and wide, so that a row takes tens of
+// milliseconds), with the reason, and leaves the texture as it was.
 TEST(CallContext, CancelStopsSoonAndKeepsTheTexture)
 {
     using Clock = std::chrono::steady_clock;
@@ -38,14 +39,16 @@ TEST(CallContext, CancelStopsSoonAndKeepsTheTexture)
         std::atomic<int> count{0};
         Clock::time_point times[256];
     };
-    for (const auto& [format, quality, wanted] : {std::tuple{ePF_ORBTC_4bpp_RGB, 8, 3}, {ePF_ETC1, 2, 20}})
+    for (const auto& [format, quality, wanted, size, threads] :
+         {std::tuple{ePF_ORBTC_4bpp_RGB, 8, 3, 512u, 0u}, {ePF_ETC2_RGB, 2, 6, 2048u, 1u}})
     {
-        const CORBTexture original = PictureTexture(512);
+        const CORBTexture original = PictureTexture(size);
         CORBTexture texture(original);
         std::atomic<bool> cancel{false};
         Reports reports;
         ORBTCallContext context;
         context.cancel = &cancel;
+        context.threads = threads;
         context.progressUser = &reports;
         context.progress = [](float, void* user) {
             Reports& r = *static_cast<Reports*>(user);
