@@ -261,6 +261,18 @@ unsigned int LeastOverDistances(const unsigned int* first, const unsigned int* s
     return Kernels().leastOverDistances(first, second, secondStride, offsets, best, live, alive);
 }
 
+// The distance bound of one search: the kernel fetched once.
+struct DistanceBound
+{
+    unsigned int (*kernel)(const unsigned int*, const unsigned int*, int, const unsigned int*, unsigned int,
+                           unsigned int, unsigned int*);
+    unsigned int operator()(const unsigned int* first, const unsigned int* second, int secondStride, unsigned int best,
+                            unsigned int live, unsigned int* alive = nullptr) const
+    {
+        return kernel(first, second, secondStride, nullptr, best, live, alive);
+    }
+};
+
 unsigned int BoundT(const unsigned int* pair, const unsigned int* single, int colour0, int colour1, unsigned int best,
                     unsigned int live = 0xFF, unsigned int* alive = nullptr)
 {
@@ -306,6 +318,7 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
     unsigned int start1, start2;
     unsigned int best = std::min(FastestOnce(search.fastestT, img, width, x, y, start1, start2), limit);
     Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
+    const DistanceBound bound{Kernels().leastOverDistances};
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table59T, t);
     // The plain search bounds colours by their channels chosen so far. This
@@ -324,7 +337,7 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
         for (int r1 = 0; r1 < 16; ++r1)
         {
             unsigned int liveR;
-            if (LeastOverDistances(t.pairR.data() + size_t(r0) * 128, t.singleR.data() + size_t(r1) * 16, 0, best, 0xFF,
+            if (bound(t.pairR.data() + size_t(r0) * 128, t.singleR.data() + size_t(r1) * 16, 0, best, 0xFF,
                                    &liveR) >= best)
                 continue;
             rg.pairRow(r0);
@@ -334,14 +347,14 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
                 const unsigned int* singleR = plain ? t.singleR.data() + size_t(r1) * 16 : rg.singleLeastRow(r1);
                 unsigned int liveG;
-                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, singleR, 0, best, liveR,
+                if (bound(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, singleR, 0, best, liveR,
                                        &liveG) >= best)
                     continue;
                 for (int g1 = 0; g1 < 16; ++g1)
                 {
                     const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
                     unsigned int liveRG;
-                    if (LeastOverDistances(t.pairRG.data() + size_t(rg0) * 128, t.singleRG.data() + size_t(rg1) * 16, 0,
+                    if (bound(t.pairRG.data() + size_t(rg0) * 128, t.singleRG.data() + size_t(rg1) * 16, 0,
                                            best, liveG, &liveRG) >= best)
                         continue;
                     const unsigned int* pairRGB = rgb.pairRow(rg0);
@@ -352,14 +365,15 @@ unsigned int SearchT(const THSearch& search, unsigned char* img, int width, int 
                         const unsigned int* singleRG =
                             plain ? t.singleRG.data() + size_t(rg1) * 16 : rgb.singleLeastRow(rg1);
                         unsigned int liveB;
-                        if (LeastOverDistances(pairRGB + size_t(c0) * 128, singleRG, 0,
+                        if (bound(pairRGB + size_t(c0) * 128, singleRG, 0,
                                                best, liveRG, &liveB) >= best)
                             continue;
                         const unsigned int* singleRGB = rgb.singleRow(rg1);
                         for (int b1 = 0; b1 < 16; ++b1)
                         {
                             const int c1 = rg1 * 16 + b1;
-                            const unsigned int error = BoundT(pairRGB, singleRGB, c0, c1, best, liveB);
+                            const unsigned int error =
+                                bound(pairRGB + size_t(c0) * 128, singleRGB + size_t(c1) * 16, 0, best, liveB);
                             if (error < best)
                             {
                                 best = error;
@@ -392,6 +406,7 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     unsigned int start1, start2;
     unsigned int best = std::min(FastestOnce(search.fastestH, img, width, x, y, start1, start2), limit);
     Kernels() = THKernelsFor(ETCExhaustivePlain() ? eSimdPortable : ActiveSimdPath());
+    const DistanceBound bound{Kernels().leastOverDistances};
     TablesTH& t = ThreadTables();
     const ChannelPaintErrors& errors = BlockPaintErrors(img, width, x, y, search.squares, table58H, t);
     // As in the T search.
@@ -407,7 +422,7 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
         for (int r1 = r0; r1 < 16; ++r1)
         {
             unsigned int liveR;
-            if (LeastOverDistances(t.pairR.data() + size_t(r0) * 128, t.pairR.data() + size_t(r1) * 128, 16, best,
+            if (bound(t.pairR.data() + size_t(r0) * 128, t.pairR.data() + size_t(r1) * 128, 16, best,
                                    0xFF, &liveR) >= best)
                 continue;
             rg.pairRow(r0);
@@ -417,14 +432,14 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                 // Colour 0's red and green against colour 1's red bound every green of colour 1.
                 const unsigned int* pairR = plain ? t.pairR.data() + size_t(r1) * 128 : rg.pairLeastRow(r1);
                 unsigned int liveG;
-                if (LeastOverDistances(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, pairR, 16, best, liveR,
+                if (bound(t.pairRG.data() + size_t(r0 * 16 + g0) * 128, pairR, 16, best, liveR,
                                        &liveG) >= best)
                     continue;
                 for (int g1 = r0 == r1 ? g0 : 0; g1 < 16; ++g1)
                 {
                     const int rg0 = r0 * 16 + g0, rg1 = r1 * 16 + g1;
                     unsigned int liveRG;
-                    if (LeastOverDistances(t.pairRG.data() + size_t(rg0) * 128, t.pairRG.data() + size_t(rg1) * 128, 16,
+                    if (bound(t.pairRG.data() + size_t(rg0) * 128, t.pairRG.data() + size_t(rg1) * 128, 16,
                                            best, liveG, &liveRG) >= best)
                         continue;
                     const unsigned int* pairRGB = rgb.pairRow(rg0);
@@ -435,13 +450,14 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
                         const unsigned int* pairRG =
                             plain ? t.pairRG.data() + size_t(rg1) * 128 : rgb.pairLeastRow(rg1);
                         unsigned int liveB;
-                        if (LeastOverDistances(pairRGB + size_t(c0) * 128, pairRG, 16, best, liveRG, &liveB) >= best)
+                        if (bound(pairRGB + size_t(c0) * 128, pairRG, 16, best, liveRG, &liveB) >= best)
                             continue;
                         rgb.pairRow(rg1);
                         for (int b1 = rg0 == rg1 ? b0 + 1 : 0; b1 < 16; ++b1)
                         {
                             const int c1 = rg1 * 16 + b1;
-                            const unsigned int error = BoundH(pairRGB, c0, c1, best, liveB);
+                            const unsigned int error =
+                                bound(pairRGB + size_t(c0) * 128, pairRGB + size_t(c1) * 128, 16, best, liveB);
                             if (error < best)
                             {
                                 best = error;

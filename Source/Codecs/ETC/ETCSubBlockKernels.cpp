@@ -44,11 +44,11 @@ void LeastPortable(const unsigned int* a, const unsigned int* b, const int* pixe
 
 unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                              const unsigned int* const* blue, const int* pixels, int levels, unsigned int bound,
-                             bool shrink, unsigned int* out)
+                             bool shrink, unsigned int* out, unsigned int* found)
 {
+    unsigned int mask = 0;
     for (int b = 0; b < levels; ++b)
     {
-        out[b] = ~0u;
         unsigned int low = lrg[0] + lb[b][0];
         for (int t = 1; t < 8; ++t)
             low = std::min(low, lrg[t] + lb[b][t]);
@@ -68,10 +68,12 @@ unsigned int BlueRowPortable(const unsigned int* rg, const unsigned int* lrg, co
         if (error < bound)
         {
             out[b] = error;
+            mask |= 1u << b;
             if (shrink)
                 bound = error;
         }
     }
+    *found = mask;
     return bound;
 }
 
@@ -118,6 +120,15 @@ void LeastOfSumsPortable(const unsigned int* a, const unsigned int (*rows)[8], c
             least = std::min(least, a[t] + rows[g][t] + c[t]);
         out[g] = least;
     }
+}
+
+void LeastOfRowsPortable(const unsigned int (*rows)[8], int count, unsigned int* out)
+{
+    for (int t = 0; t < 8; ++t)
+        out[t] = ~0u;
+    for (int row = 0; row < count; ++row)
+        for (int t = 0; t < 8; ++t)
+            out[t] = std::min(out[t], rows[row][t]);
 }
 
 #if ORBT_X86_SIMD
@@ -180,14 +191,23 @@ void LeastOfSumsSSE2(const unsigned int* a, const unsigned int (*rows)[8], const
         out[g] = HorizontalMin(Min32(_mm_add_epi32(low, Load(rows[g])), _mm_add_epi32(high, Load(rows[g] + 4))));
 }
 
+void LeastOfRowsSSE2(const unsigned int (*rows)[8], int count, unsigned int* out)
+{
+    __m128i low = _mm_set1_epi32(0x7FFFFFFF), high = low;
+    for (int row = 0; row < count; ++row)
+        low = Min32(low, Load(rows[row])), high = Min32(high, Load(rows[row] + 4));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), low);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), high);
+}
+
 unsigned int BlueRowSSE2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                          const unsigned int* const* blue, const int* pixels, int levels, unsigned int bound,
-                         bool shrink, unsigned int* out)
+                         bool shrink, unsigned int* out, unsigned int* found)
 {
+    unsigned int mask = 0;
     const __m128i low0 = Load(lrg), low1 = Load(lrg + 4);
     for (int b = 0; b < levels; ++b)
     {
-        out[b] = ~0u;
         const __m128i bounds = _mm_set1_epi32(int(bound));
         const __m128i below = _mm_or_si128(_mm_cmpgt_epi32(bounds, _mm_add_epi32(low0, Load(lb[b]))),
                                            _mm_cmpgt_epi32(bounds, _mm_add_epi32(low1, Load(lb[b] + 4))));
@@ -198,10 +218,12 @@ unsigned int BlueRowSSE2(const unsigned int* rg, const unsigned int* lrg, const 
         if (error < bound)
         {
             out[b] = error;
+            mask |= 1u << b;
             if (shrink)
                 bound = error;
         }
     }
+    *found = mask;
     return bound;
 }
 
@@ -256,14 +278,23 @@ ORBT_TARGET_AVX2 void LeastOfSumsAVX2(const unsigned int* a, const unsigned int 
         out[g] = HorizontalMin8(_mm256_add_epi32(base, Load8(rows[g])));
 }
 
+ORBT_TARGET_AVX2 void LeastOfRowsAVX2(const unsigned int (*rows)[8], int count, unsigned int* out)
+{
+    __m256i least = _mm256_set1_epi32(-1);
+    for (int row = 0; row < count; ++row)
+        least = _mm256_min_epu32(least, Load8(rows[row]));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), least);
+}
+
 ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                                           const unsigned int* const* blue, const int* pixels, int levels,
-                                          unsigned int bound, bool shrink, unsigned int* out)
+                                          unsigned int bound, bool shrink, unsigned int* out,
+                                          unsigned int* found)
 {
+    unsigned int mask = 0;
     const __m256i low = Load8(lrg);
     for (int b = 0; b < levels; ++b)
     {
-        out[b] = ~0u;
         if (!_mm256_movemask_epi8(
                 _mm256_cmpgt_epi32(_mm256_set1_epi32(int(bound)), _mm256_add_epi32(low, Load8(lb[b])))))
             continue;
@@ -271,10 +302,12 @@ ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned
         if (error < bound)
         {
             out[b] = error;
+            mask |= 1u << b;
             if (shrink)
                 bound = error;
         }
     }
+    *found = mask;
     return bound;
 }
 
@@ -330,13 +363,16 @@ SubBlockKernels SubBlockKernelsFor(ESimdPath path)
 {
 #if ORBT_X86_SIMD
     if (path == eSimdAVX2)
-        return {LeastAVX2, BlueRowAVX2, ValueErrorsAVX2, LeastErrorsAVX2, SumLeastAVX2, LeastOfSumsAVX2};
+        return {LeastAVX2,    BlueRowAVX2,     ValueErrorsAVX2, LeastErrorsAVX2,
+                SumLeastAVX2, LeastOfSumsAVX2, LeastOfRowsAVX2};
     if (path == eSimdSSE2)
-        return {LeastSSE2, BlueRowSSE2, ValueErrorsPortable, LeastErrorsPortable, SumLeastPortable, LeastOfSumsSSE2};
+        return {LeastSSE2,        BlueRowSSE2,     ValueErrorsPortable, LeastErrorsPortable,
+                SumLeastPortable, LeastOfSumsSSE2, LeastOfRowsSSE2};
 #else
     (void)path;
 #endif
-    return {LeastPortable, BlueRowPortable, ValueErrorsPortable, LeastErrorsPortable, SumLeastPortable, LeastOfSumsPortable};
+    return {LeastPortable,    BlueRowPortable,     ValueErrorsPortable, LeastErrorsPortable,
+            SumLeastPortable, LeastOfSumsPortable, LeastOfRowsPortable};
 }
 
 } // namespace orbtexture

@@ -20,11 +20,12 @@ struct SubBlockKernels
     // tables of lrg + lb[b], is below 'bound': the error of the colour, the
     // least over the tables of the summed per-pixel least of rg (pixel i at
     // i * 32) and blue[b] (at blue[b] + pixels[i]). out[b] is that error when
-    // below 'bound', else ~0u. With 'shrink' each error found becomes the
-    // bound. Returns the bound. 'bound' is below 2^31.
+    // below 'bound', and bit b of 'found' set; the other entries are left.
+    // With 'shrink' each error found becomes the bound. Returns the bound.
+    // 'bound' is below 2^31.
     unsigned int (*blueRow)(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                             const unsigned int* const* blue, const int* pixels, int levels, unsigned int bound,
-                            bool shrink, unsigned int* out);
+                            bool shrink, unsigned int* out, unsigned int* found);
     // One value's errors at the 16 pixels of a channel, 'pixels': out[p * 32
     // + i] = weight * (pixels[p] - decoded[i])^2, i = modifier * 8 + table.
     void (*valueErrors)(const int* pixels, unsigned int weight, const int* decoded, unsigned int* out);
@@ -38,6 +39,8 @@ struct SubBlockKernels
     // rows[g][t] + c[t].
     void (*leastOfSums)(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,
                         unsigned int* out);
+    // out[t] = the least over the 'count' rows of rows[row][t].
+    void (*leastOfRows)(const unsigned int (*rows)[8], int count, unsigned int* out);
 };
 
 SubBlockKernels SubBlockKernelsFor(ESimdPath path);

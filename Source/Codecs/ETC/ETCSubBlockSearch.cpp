@@ -135,15 +135,8 @@ void MakeBounds(const SubBlockKernels& kernels, BlockTable& table, int subBlock,
             kernels.sumLeast(table.Least(ch, code), pixels, bounds.channel[ch][code]);
     for (int code = 0; code < levels; ++code)
         bounds.blues[code] = table.Value(2, code);
-    for (int t = 0; t < 8; ++t)
-    {
-        bounds.leastGreen[t] = bounds.leastBlue[t] = kNone;
-        for (int code = 0; code < levels; ++code)
-        {
-            bounds.leastGreen[t] = std::min(bounds.leastGreen[t], bounds.channel[1][code][t]);
-            bounds.leastBlue[t] = std::min(bounds.leastBlue[t], bounds.channel[2][code][t]);
-        }
-    }
+    kernels.leastOfRows(bounds.channel[1], levels, bounds.leastGreen);
+    kernels.leastOfRows(bounds.channel[2], levels, bounds.leastBlue);
 }
 
 // Least over the tables of a + b + c.
@@ -181,12 +174,15 @@ unsigned int Visit(const SubBlockKernels& kernels, const Bounds& bounds, int lev
                 low = std::min(low, lrg[t] + bounds.leastBlue[t]);
             if (low >= bound)
                 continue;
+            unsigned int blues;
             const unsigned int next = kernels.blueRow(rg, lrg, bounds.channel[2], bounds.blues, bounds.pixels,
-                                                      levels, bound, shrink, out);
+                                                      levels, bound, shrink, out, &blues);
             const size_t base = (size_t(r) * levels + g) * levels;
-            for (int b = 0; b < levels; ++b)
-                if (out[b] != kNone)
-                    found(base + b, out[b]);
+            for (; blues; blues &= blues - 1)
+            {
+                const int b = __builtin_ctz(blues);
+                found(base + b, out[b]);
+            }
             if (shrink)
                 bound = next;
         }
@@ -234,9 +230,10 @@ size_t MeanColour(const unsigned char* img, int width, int x, int y, int s, int 
 unsigned int ColourError(const SubBlockKernels& kernels, const Bounds& bounds, int levels, size_t colour)
 {
     const int r = int(colour / levels / levels), g = int(colour / levels % levels), b = int(colour % levels);
-    unsigned int rg[256], lrg[8], out;
+    unsigned int rg[256], lrg[8], out = kNone, found;
     kernels.least(bounds.table->Value(0, r), bounds.table->Value(1, g), bounds.pixels, rg, lrg);
-    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.blues + b, bounds.pixels, 1, kMaxBound, false, &out);
+    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.blues + b, bounds.pixels, 1, kMaxBound, false, &out,
+                    &found);
     return out;
 }
 
@@ -281,11 +278,14 @@ void VisitNear(const SubBlockKernels& kernels, const Bounds& bounds, const std::
         if (LeastOfSums(bounds.channel[0][r], bounds.channel[1][g], bounds.leastBlue) >= bound)
             continue;
         kernels.least(bounds.table->Value(0, r), bounds.table->Value(1, g), bounds.pixels, rg, lrg);
+        unsigned int blues;
         kernels.blueRow(rg, lrg, bounds.channel[2] + row.low, bounds.blues + row.low, bounds.pixels,
-                        row.high - row.low + 1, bound, false, out);
-        for (int b = row.low; b <= row.high; ++b)
-            if (out[b - row.low] != kNone)
-                found(size_t(rgIndex) * 32 + size_t(b), out[b - row.low]);
+                        row.high - row.low + 1, bound, false, out, &blues);
+        for (; blues; blues &= blues - 1)
+        {
+            const int b = __builtin_ctz(blues);
+            found(size_t(rgIndex) * 32 + size_t(row.low + b), out[b]);
+        }
     }
 }
 
