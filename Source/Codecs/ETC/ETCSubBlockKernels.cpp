@@ -99,15 +99,16 @@ void LeastErrorsPortable(const int* pixels, unsigned int weight, const int* deco
     }
 }
 
-void SumLeastPortable(const unsigned int* least, const int* pixels, unsigned int* out)
+void SumLeastPortable(const unsigned int* least, const int* pixels, int count, unsigned int (*out)[8])
 {
-    for (int t = 0; t < 8; ++t)
-    {
-        unsigned int sum = 0;
-        for (int i = 0; i < 8; ++i)
-            sum += least[pixels[i] * 8 + t];
-        out[t] = sum;
-    }
+    for (int c = 0; c < count; ++c)
+        for (int t = 0; t < 8; ++t)
+        {
+            unsigned int sum = 0;
+            for (int i = 0; i < 8; ++i)
+                sum += least[c * 128 + pixels[i] * 8 + t];
+            out[c][t] = sum;
+        }
 }
 
 void LeastOfSumsPortable(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,
@@ -347,12 +348,15 @@ ORBT_TARGET_AVX2 void LeastErrorsAVX2(const int* pixels, unsigned int weight, co
         }
 }
 
-ORBT_TARGET_AVX2 void SumLeastAVX2(const unsigned int* least, const int* pixels, unsigned int* out)
+ORBT_TARGET_AVX2 void SumLeastAVX2(const unsigned int* least, const int* pixels, int count, unsigned int (*out)[8])
 {
-    __m256i sum = _mm256_setzero_si256();
-    for (int i = 0; i < 8; ++i)
-        sum = _mm256_add_epi32(sum, Load8(least + pixels[i] * 8));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), sum);
+    for (int c = 0; c < count; ++c)
+    {
+        __m256i sum = _mm256_setzero_si256();
+        for (int i = 0; i < 8; ++i)
+            sum = _mm256_add_epi32(sum, Load8(least + c * 128 + pixels[i] * 8));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[c]), sum);
+    }
 }
 
 #endif

@@ -33,8 +33,9 @@ struct SubBlockKernels
     // p and table t, the least over the modifiers of those errors, at
     // least[code * 128 + p * 8 + t].
     void (*leastErrors)(const int* pixels, unsigned int weight, const int* decoded, int levels, unsigned int* least);
-    // out[t] = the sum over the eight pixels p listed of least[p * 8 + t].
-    void (*sumLeast)(const unsigned int* least, const int* pixels, unsigned int* out);
+    // For each of 'count' codes c: out[c][t] = the sum over the eight pixels
+    // p listed of least[c * 128 + p * 8 + t].
+    void (*sumLeast)(const unsigned int* least, const int* pixels, int count, unsigned int (*out)[8]);
     // out[g], for g below 'levels', the least over the tables t of a[t] +
     // rows[g][t] + c[t].
     void (*leastOfSums)(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c, int levels,

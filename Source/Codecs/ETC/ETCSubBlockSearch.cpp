@@ -131,8 +131,7 @@ void MakeBounds(const SubBlockKernels& kernels, BlockTable& table, int subBlock,
     for (int i = 0; i < 8; ++i)
         pixels[i] = kPixels[subBlock][i] / 32;
     for (int ch = 0; ch < 3; ++ch)
-        for (int code = 0; code < levels; ++code)
-            kernels.sumLeast(table.Least(ch, code), pixels, bounds.channel[ch][code]);
+        kernels.sumLeast(table.Least(ch, 0), pixels, levels, bounds.channel[ch]);
     for (int code = 0; code < levels; ++code)
         bounds.blues[code] = table.Value(2, code);
     kernels.leastOfRows(bounds.channel[1], levels, bounds.leastGreen);
