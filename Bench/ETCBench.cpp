@@ -139,7 +139,8 @@ void BM_Compress(benchmark::State& state, unsigned format, int quality, unsigned
         ETCExhaustiveSetPlain(true);
         const auto plainStart = std::chrono::steady_clock::now();
         ETCCompress(input.data(), plain.data(), size, size, quality, format, false);
-        const double plainSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - plainStart).count();
+        const double plainSeconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - plainStart).count();
         ETCExhaustiveSetPlain(false);
         state.counters["plain_MPix/s"] = double(size) * size / 1e6 / plainSeconds;
         state.counters["ratio"] = plainSeconds / seconds;

@@ -237,7 +237,8 @@ const ChannelPaintErrors& BlockPaintErrors(const unsigned char* img, int width, 
 {
     BlockPixels pixels;
     pixels.Read(img, width, x, y);
-    if (!t.errorsValid || t.errorsSquares != &squares || std::memcmp(t.errorsDistances, distances, sizeof(int) * 8) != 0 ||
+    if (!t.errorsValid || t.errorsSquares != &squares ||
+        std::memcmp(t.errorsDistances, distances, sizeof(int) * 8) != 0 ||
         !(pixels == t.errorsPixels))
     {
         ChannelErrorsOf(pixels.bytes, 4, 0, 0, squares, distances, 3, t.errors);
@@ -412,7 +413,8 @@ unsigned int SearchH(const THSearch& search, unsigned char* img, int width, int 
     // As in the T search.
     const bool plain = ETCExhaustivePlain();
     FillRows<1>(plain ? errors : t.bounding.red, false, 0, 1, t.pairR.data(), nullptr);
-    LazyRows<2> rg{plain ? errors : t.bounding.redGreen, false, t.pairRG.data(), nullptr, t.pairLeastRG.data(), nullptr};
+    LazyRows<2> rg{plain ? errors : t.bounding.redGreen, false, t.pairRG.data(), nullptr, t.pairLeastRG.data(),
+                   nullptr};
     LazyRows<3> rgb{errors, false, t.pairRGB.data(), nullptr, t.pairLeastRGB.data(), nullptr};
     if (plain)
         rg.All();

@@ -29,7 +29,10 @@ unsigned int SquaresPortable(const PlanarTerms& terms, int v)
 
 #if ORBT_X86_SIMD
 
-inline __m128i Load(const int16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline __m128i Load(const int16_t* p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
 
 // Eight pixels' squared differences, summed in pairs into four 32-bit lanes.
 inline __m128i Squares8(const int16_t* pixels, const int16_t* rows, const int16_t* base, __m128i v)

@@ -149,7 +149,10 @@ inline unsigned int HorizontalMin(__m128i v)
     return unsigned(_mm_cvtsi128_si32(v));
 }
 
-inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline __m128i Load(const unsigned int* p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
 
 // Sums over the pixels of the least over the modifiers of a (+ b), tables
 // h * 4 to h * 4 + 3; 'sum' receives a + b when given.
@@ -272,7 +275,7 @@ ORBT_TARGET_AVX2 inline unsigned int HorizontalMin8(__m256i v)
 }
 
 ORBT_TARGET_AVX2 void LeastOfSumsAVX2(const unsigned int* a, const unsigned int (*rows)[8], const unsigned int* c,
-                                     int levels, unsigned int* out)
+                                      int levels, unsigned int* out)
 {
     const __m256i base = _mm256_add_epi32(Load8(a), Load8(c));
     for (int g = 0; g < levels; ++g)
@@ -289,8 +292,7 @@ ORBT_TARGET_AVX2 void LeastOfRowsAVX2(const unsigned int (*rows)[8], int count, 
 
 ORBT_TARGET_AVX2 unsigned int BlueRowAVX2(const unsigned int* rg, const unsigned int* lrg, const unsigned int (*lb)[8],
                                           const unsigned int* const* blue, const int* pixels, int levels,
-                                          unsigned int bound, bool shrink, unsigned int* out,
-                                          unsigned int* found)
+                                          unsigned int bound, bool shrink, unsigned int* out, unsigned int* found)
 {
     unsigned int mask = 0;
     const __m256i low = Load8(lrg);
@@ -342,8 +344,9 @@ ORBT_TARGET_AVX2 void LeastErrorsAVX2(const int* pixels, unsigned int weight, co
             const __m256i v = _mm256_set1_epi32(pixels[p]);
             const int* d = decoded + code * 32;
             const bool weighted = weight != 1;
-            const __m256i m = _mm256_min_epu32(_mm256_min_epu32(Errors8(v, w, weighted, d), Errors8(v, w, weighted, d + 8)),
-                                               _mm256_min_epu32(Errors8(v, w, weighted, d + 16), Errors8(v, w, weighted, d + 24)));
+            const __m256i m =
+                _mm256_min_epu32(_mm256_min_epu32(Errors8(v, w, weighted, d), Errors8(v, w, weighted, d + 8)),
+                                 _mm256_min_epu32(Errors8(v, w, weighted, d + 16), Errors8(v, w, weighted, d + 24)));
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(least + code * 128 + p * 8), m);
         }
 }

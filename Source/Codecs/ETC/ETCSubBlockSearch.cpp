@@ -35,7 +35,10 @@ namespace
 constexpr size_t kPerValue = 16 * 32;
 constexpr size_t kPerChannel = 32 * kPerValue;
 
-inline size_t ValueOffset(int channel, int value) { return size_t(channel) * kPerChannel + size_t(value >> 3) * kPerValue; }
+inline size_t ValueOffset(int channel, int value)
+{
+    return size_t(channel) * kPerChannel + size_t(value >> 3) * kPerValue;
+}
 
 // The pixels of the sub-blocks (left, right, top, bottom), as table offsets.
 constexpr int kPixels[4][8] = {{0, 32, 128, 160, 256, 288, 384, 416},
@@ -68,7 +71,10 @@ struct BlockTable
         }
         return out;
     }
-    const unsigned int* Least(int channel, int code) const { return least.data() + (channel * 32 + code) * 128; }
+    const unsigned int* Least(int channel, int code) const
+    {
+        return least.data() + (channel * 32 + code) * 128;
+    }
 };
 
 BlockTable& ThreadTable()
@@ -174,8 +180,8 @@ unsigned int Visit(const SubBlockKernels& kernels, const Bounds& bounds, int lev
             if (low >= bound)
                 continue;
             unsigned int blues;
-            const unsigned int next = kernels.blueRow(rg, lrg, bounds.channel[2], bounds.blues, bounds.pixels,
-                                                      levels, bound, shrink, out, &blues);
+            const unsigned int next = kernels.blueRow(rg, lrg, bounds.channel[2], bounds.blues, bounds.pixels, levels,
+                                                      bound, shrink, out, &blues);
             const size_t base = (size_t(r) * levels + g) * levels;
             for (; blues; blues &= blues - 1)
             {
@@ -231,8 +237,7 @@ unsigned int ColourError(const SubBlockKernels& kernels, const Bounds& bounds, i
     const int r = int(colour / levels / levels), g = int(colour / levels % levels), b = int(colour % levels);
     unsigned int rg[256], lrg[8], out = kNone, found;
     kernels.least(bounds.table->Value(0, r), bounds.table->Value(1, g), bounds.pixels, rg, lrg);
-    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.blues + b, bounds.pixels, 1, kMaxBound, false, &out,
-                    &found);
+    kernels.blueRow(rg, lrg, bounds.channel[2] + b, bounds.blues + b, bounds.pixels, 1, kMaxBound, false, &out, &found);
     return out;
 }
 
@@ -288,8 +293,14 @@ void VisitNear(const SubBlockKernels& kernels, const Bounds& bounds, const std::
     }
 }
 
-int Expand4(int v) { return (v << 4) | v; }
-int Expand5(int v) { return (v << 3) | (v >> 2); }
+int Expand4(int v)
+{
+    return (v << 4) | v;
+}
+int Expand5(int v)
+{
+    return (v << 3) | (v >> 2);
+}
 
 // Prepares the block's table for the 'levels' codes expanded by 'expand':
 // every value's least errors now, the whole errors when first read.
@@ -372,7 +383,8 @@ bool FastDifferentialSearch(const unsigned char* img, int width, int x, int y, c
                 for (int shift : {10, 5, 0})
                 {
                     const int own = int(colour[s] >> shift & 31), other = int(colour[s ^ 1] >> shift & 31);
-                    partner = partner * 32 + size_t(std::clamp(other, std::max(0, own + low), std::min(31, own + high)));
+                    partner =
+                        partner * 32 + size_t(std::clamp(other, std::max(0, own + low), std::min(31, own + high)));
                 }
             }
             seed = std::min(seed, uint64_t(least[s]) + ColourError(kernels, bounds[s ^ 1], 32, partner));

@@ -34,8 +34,8 @@ void PaintRowPortable(const unsigned int* upper, const unsigned int* last, bool 
         }
 }
 
-unsigned int DistancesPortable(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
-                           unsigned int live, unsigned int* alive)
+unsigned int DistancesPortable(const unsigned int* first, const unsigned int* second, int secondStride,
+                               const unsigned int* offsets, unsigned int best, unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
     for (int d = 0; d < 8; ++d)
@@ -95,8 +95,14 @@ void BoundingErrorsPortable(const unsigned int* red, const unsigned int* green, 
 
 #if ORBT_X86_SIMD
 
-inline __m128i Load(const unsigned int* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline void Store(unsigned int* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+inline __m128i Load(const unsigned int* p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+inline void Store(unsigned int* p, __m128i v)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
 
 inline __m128i Min32(__m128i a, __m128i b)
 {
@@ -124,8 +130,8 @@ void PaintRowSSE2(const unsigned int* upper, const unsigned int* last, bool thre
     }
 }
 
-unsigned int DistancesSSE2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets, unsigned int best,
-                       unsigned int live, unsigned int* alive)
+unsigned int DistancesSSE2(const unsigned int* first, const unsigned int* second, int secondStride,
+                           const unsigned int* offsets, unsigned int best, unsigned int live, unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
     for (int d = 0; d < 8; ++d)
@@ -189,8 +195,9 @@ ORBT_TARGET_AVX2 void PaintRowAVX2(const unsigned int* upper, const unsigned int
     }
 }
 
-ORBT_TARGET_AVX2 unsigned int DistancesAVX2(const unsigned int* first, const unsigned int* second, int secondStride, const unsigned int* offsets,
-                                        unsigned int best, unsigned int live, unsigned int* alive)
+ORBT_TARGET_AVX2 unsigned int DistancesAVX2(const unsigned int* first, const unsigned int* second, int secondStride,
+                                            const unsigned int* offsets, unsigned int best, unsigned int live,
+                                            unsigned int* alive)
 {
     unsigned int least = best, survivors = 0;
     for (int d = 0; d < 8; ++d)
@@ -199,8 +206,8 @@ ORBT_TARGET_AVX2 unsigned int DistancesAVX2(const unsigned int* first, const uns
             continue;
         const unsigned int* a = first + d * 16;
         const unsigned int* b = second + d * secondStride;
-        const __m256i both = _mm256_add_epi32(_mm256_min_epu32(Load8(a), Load8(b)),
-                                              _mm256_min_epu32(Load8(a + 8), Load8(b + 8)));
+        const __m256i both =
+            _mm256_add_epi32(_mm256_min_epu32(Load8(a), Load8(b)), _mm256_min_epu32(Load8(a + 8), Load8(b + 8)));
         __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(both), _mm256_extracti128_si256(both, 1));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));

@@ -55,7 +55,8 @@ std::vector<uint8_t> CorpusBlock(uint32_t n)
             const int x = p % 4, y = p / 4;
             const int w = kind == 0 ? x + y : kind == 1 ? (x > int(n / 36 % 4) ? 6 : 0) : (p * 7 + int(n)) % 2 * 6;
             for (int c = 0; c < 3; ++c)
-                block[3 * p + c] = byte((base[c] * (6 - w) + other[c] * w) / 6 + int(random() % (2 * noise + 1)) - noise);
+                block[3 * p + c] =
+                    byte((base[c] * (6 - w) + other[c] * w) / 6 + int(random() % (2 * noise + 1)) - noise);
         }
         break;
     }
@@ -89,7 +90,10 @@ using Search = unsigned int (*)(unsigned char*, int, int, int, unsigned int&, un
 struct Result
 {
     unsigned int error, word1, word2;
-    bool operator==(const Result& o) const { return error == o.error && word1 == o.word1 && word2 == o.word2; }
+    bool operator==(const Result& o) const
+    {
+        return error == o.error && word1 == o.word1 && word2 == o.word2;
+    }
 };
 
 Result RunSearch(Search search, std::vector<uint8_t>& block, unsigned int limit, bool plain)
@@ -110,8 +114,8 @@ unsigned int Planar(unsigned char* img, int width, int x, int y, unsigned int& p
     unsigned char work[48];
     unsigned int e[3];
     decompressBlockPlanar57errorPerComponent(packed1, packed2, work, img, width, x, y, Perceptual, e[0], e[1], e[2]);
-    return (Perceptual ? compressBlockPlanar57ExhaustivePerceptual : compressBlockPlanar57Exhaustive)(
-        img, width, x, y, packed1, packed2, limit, e[0], e[1], e[2]);
+    return (Perceptual ? compressBlockPlanar57ExhaustivePerceptual
+                       : compressBlockPlanar57Exhaustive)(img, width, x, y, packed1, packed2, limit, e[0], e[1], e[2]);
 }
 
 uint32_t EnvOr(const char* name, uint32_t fallback)
@@ -160,7 +164,8 @@ TEST(ETCExhaustiveOracle, FastSearchesGiveThePlainBlocks)
         const double fast = compressBlockDiffFlipFast(block.data(), work, 4, 0, 0, f1, f2);
         for (const auto& s : searches)
         {
-            const unsigned int full = std::min(unsigned(fast * (s.perceptual ? 1000.0 : 1.0)), 3121199u * (s.perceptual ? 333u : 1u));
+            const unsigned int full =
+                std::min(unsigned(fast * (s.perceptual ? 1000.0 : 1.0)), 3121199u * (s.perceptual ? 333u : 1u));
             for (unsigned int limit : {full, full / 2 + 1})
             {
                 if (walk && limit != full)
