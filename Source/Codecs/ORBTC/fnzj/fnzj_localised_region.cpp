@@ -568,12 +568,42 @@ void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t 
     delete work;
 }
 
+// The blocks of a stage as this thread takes them.
+void OptimiseStageBlocks(const OptimiseThreadArgs& args)
+{
+    const CompressParams& params = *args.params;
+    OptimiseWork* work = new (std::nothrow) OptimiseWork;
+    if (!work || !InitOptimiseWork(*work, params))
+    {
+        std::fprintf(stderr, "Err: Failed to allocate OptimiseRegion working space!!\n");
+        delete work;
+        return;
+    }
+    const uint32_t count = StageBlockCount(params.blocksWide, params.blocksHigh, args.rowParity, args.stage);
+    for (;;)
+    {
+        const uint32_t index = args.nextBlock->fetch_add(1, std::memory_order_relaxed);
+        if (index >= count || StopAsked(args.cancel))
+            break;
+        uint32_t row, column;
+        StageBlock(params.blocksWide, args.rowParity, args.stage, index, row, column);
+        OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
+    }
+    ReleaseOptimiseWork(*work);
+    delete work;
+}
+
 } // namespace
 
 void* RunAnOptimisePhaseThread(void* argument)
 {
     const ThreadArgPair& pair = *static_cast<const ThreadArgPair*>(argument);
     const OptimiseThreadArgs& args = *static_cast<const OptimiseThreadArgs*>(pair.shared);
+    if (args.nextBlock)
+    {
+        OptimiseStageBlocks(args);
+        return nullptr;
+    }
     const uint32_t blocksHigh = args.params->blocksHigh;
     uint32_t first, end;
     OptimiseRows(pair.index, args.threadCount, blocksHigh, args.rowParity, first, end);

@@ -110,6 +110,10 @@ struct OptimiseThreadArgs
     RegionStats* const* RegRow;
     unsigned int threadCount;
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
+    // The fast path: the blocks of one stage of the phase (see
+    // StageBlockCount), handed out one at a time from this counter.
+    std::atomic<uint32_t>* nextBlock = nullptr;
+    uint32_t stage = 0;
 };
 
 inline bool StopAsked(const std::atomic<bool>* cancel) { return cancel && cancel->load(std::memory_order_relaxed); }
@@ -178,6 +182,13 @@ inline bool HoldsBackLastRow(uint32_t blocksHigh, uint32_t parity)
 {
     return parity == 0 && blocksHigh > 1 && blocksHigh % 2 == 1;
 }
+// A phase's blocks in three stages whose blocks need not wait for each
+// other: 0 the even columns (but the last of an odd count above 1), 1 that
+// last column, 2 the odd columns; each of the phase's rows but a held-back
+// one. Block 'index' of stage 'stage' is at (row, column).
+uint32_t StageBlockCount(uint32_t blocksWide, uint32_t blocksHigh, uint32_t parity, uint32_t stage);
+void StageBlock(uint32_t blocksWide, uint32_t parity, uint32_t stage, uint32_t index, uint32_t& row,
+                uint32_t& column);
 // The order in which the columns of a row are visited: 0, 2, 1, 4, 3, ...
 std::vector<uint32_t> ColumnVisitOrder(uint32_t blocksWide);
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
 #include "Model/ORBTextureErrors.h"
 
@@ -21,6 +22,8 @@ namespace orbtexture
 
 namespace
 {
+
+std::atomic<bool> gReferencePath{false};
 
 // Runs 'routine' over the thread indices of one phase.
 template <typename Shared>
@@ -172,7 +175,40 @@ void SetPassParameters(CompressParams& params, unsigned int quality, uint32_t pa
                              params.useIslands != last.useIslands;
 }
 
+// One optimise phase. The fast path runs the phase's stages one after the
+// other, each block of a stage on the next free thread; the plain one gives
+// each thread a fixed share of the rows.
+void RunOptimisePhase(OptimiseThreadArgs args, bool reference)
+{
+    if (reference)
+        RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
+    else
+        for (uint32_t stage = 0; stage < 3; ++stage)
+        {
+            const uint32_t count =
+                StageBlockCount(args.params->blocksWide, args.params->blocksHigh, args.rowParity, stage);
+            if (count == 0)
+                continue;
+            std::atomic<uint32_t> next{0};
+            args.nextBlock = &next;
+            args.stage = stage;
+            RunPhase(std::min(args.threadCount, count), RunAnOptimisePhaseThread, args);
+        }
+    args.nextBlock = nullptr;
+    OptimiseHeldBackRow(args);
+}
+
 } // namespace
+
+void SetOptimiserReference(bool reference)
+{
+    gReferencePath.store(reference);
+}
+
+bool OptimiserReference()
+{
+    return gReferencePath.load();
+}
 
 int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsigned int bitsPerPixel,
                                   bool isGeneration2, unsigned char* output, unsigned int noTwiddle,
@@ -259,6 +295,7 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
 
     ApplyColourSwaps(params, rows);
 
+    const bool reference = OptimiserReference();
     unsigned int level = 0, levelCount = 1;
     FNZJGetCurrentLevel(level, levelCount);
     for (uint32_t pass = 0; pass < passes; ++pass)
@@ -269,8 +306,7 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
         {
             const OptimiseThreadArgs args{image, &params, parity, 4 * pass + 1 + 2 * parity, rows,
                                           OptimiserThreadCount(params.blocksHigh), cancel};
-            RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
-            OptimiseHeldBackRow(args);
+            RunOptimisePhase(args, reference);
             if (StopAsked(cancel))
                 return stop();
         }
