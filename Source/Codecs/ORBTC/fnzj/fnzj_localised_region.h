@@ -58,6 +58,14 @@ struct BlendCache
     };
     Lanes lanes[kMaxWindowPixels];
     int16_t selfWeight[kMaxWindowPixels];
+    // Per window pixel, twice: its channels, and the weights of the error
+    // (1, 1, 1 and alpha's).
+    struct alignas(16) PixelLanes
+    {
+        int16_t channels[8];
+        int16_t errorWeights[8];
+    };
+    PixelLanes pixels[kMaxWindowPixels];
     bool valid;
 };
 
@@ -108,7 +116,7 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
     CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
 }
 
-// Fills work.cache for the records now in 'work': 'selfPositions' marks the
+// Fills work.cache for the records and window now in 'work': 'selfPositions' marks the
 // neighbourhood places that are the block itself, whose representatives the
 // evaluations then take from reps.reps[4].
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
