@@ -265,6 +265,15 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
             lanes.mixMask[4 + c] = int16_t((record.choice2Mask >> (8 * c)) & 0xFF);
         }
         work.cache.selfWeight[i] = int16_t(self);
+    }
+    work.cache.valid = true;
+}
+
+void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params)
+{
+    const int count = params.windowWidth * params.windowHeight;
+    for (int i = 0; i < count; ++i)
+    {
         const unsigned char* pixel = work.window + 4 * i;
         const int16_t alphaWeight = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
         for (int c = 0; c < 8; ++c)
@@ -273,7 +282,6 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
             work.cache.pixels[i].errorWeights[c] = (c & 3) == 3 ? alphaWeight : 1;
         }
     }
-    work.cache.valid = true;
 }
 
 void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbourModes, uint32_t hardVariantMask,

@@ -28,9 +28,18 @@ constexpr int kMaxVisited = 100;
 constexpr int kMaxPool = 32;
 constexpr int kMaxResults = 8 * kMaxPool;
 
+// A and B as one word.
+inline uint64_t PairWord(const unsigned char* a, const unsigned char* b)
+{
+    uint32_t x, y;
+    std::memcpy(&x, a, 4);
+    std::memcpy(&y, b, 4);
+    return uint64_t(x) | uint64_t(y) << 32;
+}
+
 bool SamePair(const RepCandidate& x, const unsigned char* a, const unsigned char* b)
 {
-    return std::memcmp(x.repA, a, 4) == 0 && std::memcmp(x.repB, b, 4) == 0;
+    return PairWord(x.repA, x.repB) == PairWord(a, b);
 }
 
 bool SamePair(const RepCandidate& x, const RepCandidate& y)
@@ -95,13 +104,14 @@ struct Visit
     bool selfPositions[9]; // neighbourhood places that wrap to the block itself
     bool islands;
     int64_t limit;
-    unsigned char visited[kMaxVisited][8];
+    uint64_t visited[kMaxVisited]; // PairWord of each
     int visitedCount;
 
     bool OnVisited(const unsigned char* a, const unsigned char* b) const
     {
+        const uint64_t pair = PairWord(a, b);
         for (int i = 0; i < visitedCount; ++i)
-            if (std::memcmp(visited[i], a, 4) == 0 && std::memcmp(visited[i] + 4, b, 4) == 0)
+            if (visited[i] == pair)
                 return true;
         return false;
     }
@@ -109,9 +119,7 @@ struct Visit
     {
         if (visitedCount >= kMaxVisited)
             return;
-        std::memcpy(visited[visitedCount], a, 4);
-        std::memcpy(visited[visitedCount] + 4, b, 4);
-        ++visitedCount;
+        visited[visitedCount++] = PairWord(a, b);
     }
 
     void Place(const unsigned char* a, const unsigned char* b)
@@ -342,6 +350,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         return;
 
     GatherWindowPixels(image, params, row, column, work.window);
+    PrepareWindowLanes(work, params);
     region.lastVisitedStamp = stamp;
     const bool islands = params.bitsPerPixel == 4 && region.graphicsLike && params.useIslands;
     if (islands)

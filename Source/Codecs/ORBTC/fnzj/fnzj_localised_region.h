@@ -116,11 +116,15 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
     CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
 }
 
-// Fills work.cache for the records and window now in 'work': 'selfPositions' marks the
+// Fills work.cache for the records now in 'work': 'selfPositions' marks the
 // neighbourhood places that are the block itself, whose representatives the
 // evaluations then take from reps.reps[4].
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions);
+
+// The window's part of work.cache (BlendCache::pixels), for the window now
+// in 'work': wanted by the fast path's evaluations from the cache.
+void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params);
 
 // 4bpp palette pixels, by window pixel: the colour of each choice (choices
 // in code order; 2 x quadrant block + colour, blocks P, Q, R, S), and the
