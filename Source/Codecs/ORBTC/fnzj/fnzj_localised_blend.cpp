@@ -266,6 +266,7 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
         }
         work.cache.selfWeight[i] = int16_t(self);
     }
+    work.cache.outerReady = false;
     work.cache.valid = true;
 }
 
@@ -539,28 +540,10 @@ ORBT_TARGET_AVX2 void MeasureCachedAVX2(const OptimiseWork& work, const uint8_t*
 }
 #endif
 
-// The fast path of a cached window: the ordinary pixels measured in one walk
-// (two at a time with AVX2), then each takes its choice as in ChooseAlone.
-void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
-                    bool includeOuterRing, WindowErrors& errors)
+// Measures the listed pixels, and each takes its choice as in ChooseAlone.
+void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m128i selfAB, bool store,
+                      int64_t* sums)
 {
-    int64_t sums[3] = {0, 0, 0};
-    const int count = params.windowWidth * params.windowHeight;
-    const __m128i selfAB = SelfPairLanes(reps);
-    alignas(16) unsigned char colours[4][4];
-    alignas(16) int32_t e[4];
-    uint8_t list[kMaxWindowPixels];
-    int listed = 0;
-    for (int i = 0; i < count; ++i)
-    {
-        const PixelBlendRecord& record = work.records[i];
-        if (record.locality == 0 && !includeOuterRing)
-            continue;
-        if (record.palettePixel)
-            ChooseAlone(work, i, reps, selfAB, colours, e, sums);
-        else
-            list[listed++] = uint8_t(i);
-    }
     MeasuredPixel measured[kMaxWindowPixels];
 #if ORBT_X86_SIMD
     if (ActiveSimdPath() == eSimdAVX2)
@@ -568,7 +551,6 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const Neig
     else
 #endif
         MeasureCachedSSE2(work, list, listed, selfAB, measured);
-    const bool store = work.storeFitting;
     for (int k = 0; k < listed; ++k)
     {
         const int i = list[k];
@@ -582,12 +564,60 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const Neig
             StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, m.colours[choice]);
         sums[record.locality] += transparent ? 0 : m.errors[choice];
     }
+}
+
+// The fast path of a cached window: the ordinary pixels measured in one walk
+// (two at a time with AVX2) before their choices; the outer ring's pixels
+// that PrepareOuterRing settled are not measured again.
+void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                    bool includeOuterRing, WindowErrors& errors)
+{
+    int64_t sums[3] = {0, 0, 0};
+    const int count = params.windowWidth * params.windowHeight;
+    const __m128i selfAB = SelfPairLanes(reps);
+    alignas(16) unsigned char colours[4][4];
+    alignas(16) int32_t e[4];
+    uint8_t list[kMaxWindowPixels];
+    int listed = 0;
+    const bool outerReady = work.cache.outerReady;
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        if (record.locality == 0 && (!includeOuterRing || (outerReady && work.cache.outerCached[i])))
+            continue;
+        if (record.palettePixel)
+            ChooseAlone(work, i, reps, selfAB, colours, e, sums);
+        else
+            list[listed++] = uint8_t(i);
+    }
+    MeasureAndChoose(work, list, listed, selfAB, work.storeFitting, sums);
+    if (includeOuterRing && outerReady)
+        sums[0] += work.cache.outerError;
     errors.total = sums[1] + sums[2];
     errors.central = sums[1];
     errors.outer = includeOuterRing ? sums[0] : 0;
 }
 
 } // namespace
+
+void PrepareOuterRing(OptimiseWork& work, const CompressParams& params)
+{
+    const int count = params.windowWidth * params.windowHeight;
+    uint8_t list[kMaxWindowPixels];
+    int listed = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        work.cache.outerCached[i] = record.locality == 0 && !record.palettePixel && work.cache.selfWeight[i] == 0;
+        if (work.cache.outerCached[i])
+            list[listed++] = uint8_t(i);
+    }
+    int64_t sums[3] = {0, 0, 0};
+    // Without the block's weight the pair is never read.
+    MeasureAndChoose(work, list, listed, _mm_setzero_si128(), true, sums);
+    work.cache.outerError = sums[0];
+    work.cache.outerReady = true;
+}
 
 void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                                   bool includeOuterRing, WindowErrors& errors)

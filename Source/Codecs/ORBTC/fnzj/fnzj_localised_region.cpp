@@ -12,6 +12,7 @@
 #include <new>
 
 #include "Codecs/ORBTC/fnzj/analygrapprop.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 
 namespace orbtexture
 {
@@ -351,6 +352,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
 
     GatherWindowPixels(image, params, row, column, work.window);
     PrepareWindowLanes(work, params);
+    const bool fastPath = !OptimiserReference();
     region.lastVisitedStamp = stamp;
     const bool islands = params.bitsPerPixel == 4 && region.graphicsLike && params.useIslands;
     if (islands)
@@ -387,6 +389,8 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         {
             CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
             PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
+            if (fastPath && params.bitsPerPixel == 4 && !islands)
+                PrepareOuterRing(work, params);
             RepCandidate pool[kMaxPool];
             int poolCount = 0;
             auto inPool = [&](const unsigned char* a, const unsigned char* b) {

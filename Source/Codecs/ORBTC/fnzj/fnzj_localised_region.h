@@ -66,6 +66,11 @@ struct BlendCache
         int16_t errorWeights[8];
     };
     PixelLanes pixels[kMaxWindowPixels];
+    // The outer ring's pixels that do not reach the block (PrepareOuterRing):
+    // their choices and fitting data stand in the work, their error sum here.
+    bool outerCached[kMaxWindowPixels];
+    int64_t outerError;
+    bool outerReady;
     bool valid;
 };
 
@@ -125,6 +130,11 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
 // The window's part of work.cache (BlendCache::pixels), for the window now
 // in 'work': wanted by the fast path's evaluations from the cache.
 void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params);
+
+// The fast path, 4bpp: once the cache is prepared, the outer ring's pixels
+// that the block's own pair does not reach take their choices once, for every
+// evaluation until the records change.
+void PrepareOuterRing(OptimiseWork& work, const CompressParams& params);
 
 // 4bpp palette pixels, by window pixel: the colour of each choice (choices
 // in code order; 2 x quadrant block + colour, blocks P, Q, R, S), and the
