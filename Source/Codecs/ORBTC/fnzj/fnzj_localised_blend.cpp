@@ -228,9 +228,63 @@ const uint8_t (&PaletteModeCentralOptions())[81][2]
     return PaletteModeTables().centralOptions;
 }
 
+namespace
+{
+
+// PrepareBlendCache in 16-bit lanes: every sum fits (at most 64 x 248).
+void PrepareBlendCacheLanes(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                            const bool* selfPositions)
+{
+    __m128i masked[9];
+    for (int p = 0; p < 9; ++p)
+    {
+        const unsigned char* a = reps.reps[p][0];
+        const unsigned char* b = reps.reps[p][1];
+        masked[p] = _mm_and_si128(_mm_setr_epi16(a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3]),
+                                  _mm_setr_epi16(0xF8, 0xF8, 0xF8, 0xF0, 0xF8, 0xF8, 0xF8, 0xF0));
+    }
+    const int count = params.windowWidth * params.windowHeight;
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        BlendCache::Lanes& lanes = work.cache.lanes[i];
+        int blocks[4];
+        QuadrantBlocks(record.quadrant, blocks);
+        int self = 0;
+        __m128i sums = _mm_setzero_si128();
+        for (int k = 0; k < 4; ++k)
+        {
+            if (selfPositions[blocks[k]])
+                self += record.bilinear[k];
+            else
+                sums = _mm_add_epi16(sums, _mm_mullo_epi16(_mm_set1_epi16(record.bilinear[k]), masked[blocks[k]]));
+        }
+        const uint8_t* w = record.choiceWeights;
+        const uint32_t mask = record.choice2Mask;
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.fixedAB), sums);
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.weightsOnEnds),
+                        _mm_setr_epi16(w[0], w[0], w[0], w[0], w[3], w[3], w[3], w[3]));
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.weightsOnSwapped),
+                        _mm_setr_epi16(w[1], w[1], w[1], w[1], w[2], w[2], w[2], w[2]));
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.mixMask),
+                        _mm_setr_epi16(-1, -1, -1, -1, int16_t(mask & 0xFF), int16_t((mask >> 8) & 0xFF),
+                                       int16_t((mask >> 16) & 0xFF), int16_t(mask >> 24)));
+        work.cache.selfWeight[i] = int16_t(self);
+    }
+    work.cache.settledReady = false;
+    work.cache.valid = true;
+}
+
+} // namespace
+
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions)
 {
+    if (!OptimiserReference())
+    {
+        PrepareBlendCacheLanes(work, params, reps, selfPositions);
+        return;
+    }
     const int count = params.windowWidth * params.windowHeight;
     for (int i = 0; i < count; ++i)
     {
@@ -266,7 +320,7 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
         }
         work.cache.selfWeight[i] = int16_t(self);
     }
-    work.cache.outerReady = false;
+    work.cache.settledReady = false;
     work.cache.valid = true;
 }
 
@@ -567,8 +621,8 @@ void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m12
 }
 
 // The fast path of a cached window: the ordinary pixels measured in one walk
-// (two at a time with AVX2) before their choices; the outer ring's pixels
-// that PrepareOuterRing settled are not measured again.
+// (two at a time with AVX2) before their choices; the pixels PrepareSettled
+// settled are not measured again.
 void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                     bool includeOuterRing, WindowErrors& errors)
 {
@@ -579,11 +633,11 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const Neig
     alignas(16) int32_t e[4];
     uint8_t list[kMaxWindowPixels];
     int listed = 0;
-    const bool outerReady = work.cache.outerReady;
+    const bool settled = work.cache.settledReady;
     for (int i = 0; i < count; ++i)
     {
         const PixelBlendRecord& record = work.records[i];
-        if (record.locality == 0 && (!includeOuterRing || (outerReady && work.cache.outerCached[i])))
+        if ((record.locality == 0 && !includeOuterRing) || (settled && work.cache.settled[i]))
             continue;
         if (record.palettePixel)
             ChooseAlone(work, i, reps, selfAB, colours, e, sums);
@@ -591,8 +645,9 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const Neig
             list[listed++] = uint8_t(i);
     }
     MeasureAndChoose(work, list, listed, selfAB, work.storeFitting, sums);
-    if (includeOuterRing && outerReady)
-        sums[0] += work.cache.outerError;
+    if (settled)
+        for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+            sums[locality] += work.cache.settledErrors[locality];
     errors.total = sums[1] + sums[2];
     errors.central = sums[1];
     errors.outer = includeOuterRing ? sums[0] : 0;
@@ -600,23 +655,22 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const Neig
 
 } // namespace
 
-void PrepareOuterRing(OptimiseWork& work, const CompressParams& params)
+void PrepareSettled(OptimiseWork& work, const CompressParams& params)
 {
     const int count = params.windowWidth * params.windowHeight;
     uint8_t list[kMaxWindowPixels];
     int listed = 0;
     for (int i = 0; i < count; ++i)
     {
-        const PixelBlendRecord& record = work.records[i];
-        work.cache.outerCached[i] = record.locality == 0 && !record.palettePixel && work.cache.selfWeight[i] == 0;
-        if (work.cache.outerCached[i])
+        work.cache.settled[i] = !work.records[i].palettePixel && work.cache.selfWeight[i] == 0;
+        if (work.cache.settled[i])
             list[listed++] = uint8_t(i);
     }
-    int64_t sums[3] = {0, 0, 0};
+    int64_t* sums = work.cache.settledErrors;
+    sums[0] = sums[1] = sums[2] = 0;
     // Without the block's weight the pair is never read.
     MeasureAndChoose(work, list, listed, _mm_setzero_si128(), true, sums);
-    work.cache.outerError = sums[0];
-    work.cache.outerReady = true;
+    work.cache.settledReady = true;
 }
 
 void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,

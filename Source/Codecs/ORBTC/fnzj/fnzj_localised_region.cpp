@@ -390,7 +390,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
             CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
             PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
             if (fastPath && params.bitsPerPixel == 4 && !islands)
-                PrepareOuterRing(work, params);
+                PrepareSettled(work, params);
             RepCandidate pool[kMaxPool];
             int poolCount = 0;
             auto inPool = [&](const unsigned char* a, const unsigned char* b) {

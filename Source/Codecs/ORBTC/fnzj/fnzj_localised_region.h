@@ -66,11 +66,12 @@ struct BlendCache
         int16_t errorWeights[8];
     };
     PixelLanes pixels[kMaxWindowPixels];
-    // The outer ring's pixels that do not reach the block (PrepareOuterRing):
-    // their choices and fitting data stand in the work, their error sum here.
-    bool outerCached[kMaxWindowPixels];
-    int64_t outerError;
-    bool outerReady;
+    // The pixels that the block's own pair does not reach (PrepareSettled):
+    // their choices and fitting data stand in the work, their error sums by
+    // locality here.
+    bool settled[kMaxWindowPixels];
+    int64_t settledErrors[3];
+    bool settledReady;
     bool valid;
 };
 
@@ -131,10 +132,10 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
 // in 'work': wanted by the fast path's evaluations from the cache.
 void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params);
 
-// The fast path, 4bpp: once the cache is prepared, the outer ring's pixels
-// that the block's own pair does not reach take their choices once, for every
+// The fast path, 4bpp: once the cache is prepared, the pixels that the
+// block's own pair does not reach take their choices once, for every
 // evaluation until the records change.
-void PrepareOuterRing(OptimiseWork& work, const CompressParams& params);
+void PrepareSettled(OptimiseWork& work, const CompressParams& params);
 
 // 4bpp palette pixels, by window pixel: the colour of each choice (choices
 // in code order; 2 x quadrant block + colour, blocks P, Q, R, S), and the
