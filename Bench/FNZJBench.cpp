@@ -8,8 +8,8 @@
 // folder named by ORBTEX_BENCH_PHOTOS, as their centre 512 x 512, and the 64 x 64 crop of astronaut.png that orbtex
 // demo shows (pixels 192 to 255 across, 80 to 143 down); without the
 // variable, a synthetic 512 x 512 picture. With ORBTEX_BENCH_LARGE set, also
-// astronaut.png upscaled four times to 2048 x 2048. Each case runs on one
-// thread ("t1") and on every core ("tall").
+// a 2048 x 2048 tiling of the 512 x 512 photos. Each case runs on one thread
+// ("t1") and on every core ("tall").
 
 #include <benchmark/benchmark.h>
 
@@ -78,16 +78,21 @@ const std::vector<BenchImage>& Images()
                     out.push_back({"demo-crop", 64, crop});
                 }
                 out.push_back({photo.name, 512, photo.rgba});
-                if (photo.name == "astronaut" && std::getenv("ORBTEX_BENCH_LARGE"))
-                {
-                    // Each pixel four times across and down.
-                    std::vector<uint8_t> large(size_t(2048) * 2048 * 4);
-                    for (unsigned y = 0; y < 2048; ++y)
-                        for (unsigned x = 0; x < 2048; ++x)
-                            std::memcpy(&large[(size_t(y) * 2048 + x) * 4], &photo.rgba[((y / 4) * 512 + x / 4) * 4], 4);
-                    out.push_back({"astronaut-x4", 2048, large});
-                }
             }
+        if (std::getenv("ORBTEX_BENCH_LARGE") && !out.empty())
+        {
+            // A 4 x 4 tiling of the 512 x 512 photos, in turn.
+            std::vector<const BenchImage*> photos;
+            for (const BenchImage& image : out)
+                if (image.size == 512)
+                    photos.push_back(&image);
+            std::vector<uint8_t> large(size_t(2048) * 2048 * 4);
+            for (unsigned tile = 0; tile < 16; ++tile)
+                for (unsigned y = 0; y < 512; ++y)
+                    std::memcpy(&large[((size_t(tile / 4) * 512 + y) * 2048 + (tile % 4) * 512) * 4],
+                                &photos[tile % photos.size()]->rgba[size_t(y) * 512 * 4], 512 * 4);
+            out.push_back({"photo-tiles", 2048, large});
+        }
         if (out.empty())
             out.push_back({"synthetic", 512, Synthetic(512)});
         return out;

@@ -1,11 +1,13 @@
 #ifndef FNZJ_OPTIMISER_PATH_H
 #define FNZJ_OPTIMISER_PATH_H
 
-// The optimiser's two ways to the same words: the plain one (every visit
-// recomputed, fixed row shares per thread) and the fast one (visits whose
-// inputs are those of a settled last visit replayed, rows handed out as
-// threads free up). Process-wide: for tests and benchmarks, not for
-// concurrent use.
+// The optimiser's two ways to the same words: the plain one (fixed row
+// shares per thread, every pixel of a window measured on each evaluation, the
+// pair fit in two walks) and the fast one (a phase's blocks in independent
+// stages handed to free threads, the pixels the block's own pair does not
+// reach settled once per prepared cache, the others measured two at a time
+// with AVX2, the fit in one walk). Process-wide: for tests and benchmarks,
+// not for concurrent use.
 
 namespace orbtexture
 {

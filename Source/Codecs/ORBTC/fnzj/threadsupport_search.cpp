@@ -175,6 +175,62 @@ void SetPassParameters(CompressParams& params, unsigned int quality, uint32_t pa
                              params.useIslands != last.useIslands;
 }
 
+// What every thread of the packing reads; thread 0 uses 'work', the others
+// their own, or mark their share in 'unpacked' when they cannot have one.
+struct PackShared
+{
+    const ImageBuffer* image;
+    const CompressParams* params;
+    RegionStats* const* rows;
+    unsigned char* output;
+    bool noTwiddle;
+    unsigned int threadCount;
+    OptimiseWork* work;
+    unsigned char* unpacked;
+};
+
+void PackRows(const PackShared& pack, OptimiseWork& work, uint32_t first, uint32_t end)
+{
+    const CompressParams& params = *pack.params;
+    for (uint32_t y = first; y < end; ++y)
+        for (uint32_t x = 0; x < params.blocksWide; ++x)
+        {
+            uint32_t word[2];
+            PackLocalBlock(*pack.image, params, y, x, work, pack.rows, word);
+            unsigned char* out =
+                pack.output + 8 * size_t(TwiddleUV(params.blocksHigh, params.blocksWide, y, x, pack.noTwiddle));
+            for (int k = 0; k < 4; ++k)
+            {
+                out[k] = uint8_t(word[0] >> (8 * k));
+                out[4 + k] = uint8_t(word[1] >> (8 * k));
+            }
+        }
+}
+
+void* RunAPackThread(void* argument)
+{
+    const ThreadArgPair& pair = *static_cast<const ThreadArgPair*>(argument);
+    const PackShared& pack = *static_cast<const PackShared*>(pair.shared);
+    uint32_t first, end;
+    StatsRows(pair.index, pack.threadCount, pack.params->blocksHigh, first, end);
+    if (pair.index == 0)
+    {
+        PackRows(pack, *pack.work, first, end);
+        return nullptr;
+    }
+    OptimiseWork* work = new (std::nothrow) OptimiseWork;
+    if (!work || !InitOptimiseWork(*work, *pack.params))
+    {
+        delete work;
+        pack.unpacked[pair.index] = 1;
+        return nullptr;
+    }
+    PackRows(pack, *work, first, end);
+    ReleaseOptimiseWork(*work);
+    delete work;
+    return nullptr;
+}
+
 // One optimise phase. The fast path runs the phase's stages one after the
 // other, each block of a stage on the next free thread; the plain one gives
 // each thread a fixed share of the rows.
@@ -313,17 +369,17 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
         FNZJReportProgress({level, levelCount, pass + 1, passes, uint32_t(image->width), uint32_t(image->height)});
     }
 
-    for (uint32_t y = 0; y < params.blocksHigh; ++y)
-        for (uint32_t x = 0; x < params.blocksWide; ++x)
+    // The words; on the fast path each thread packs its share of the rows.
+    const unsigned int packThreads = reference ? 1u : OptimiserThreadCount(params.blocksHigh);
+    std::vector<unsigned char> unpacked(packThreads, 0);
+    const PackShared pack{image, &params, rows, output, noTwiddle != 0, packThreads, packing, unpacked.data()};
+    RunPhase(packThreads, RunAPackThread, pack);
+    for (unsigned int t = 1; t < packThreads; ++t)
+        if (unpacked[t])
         {
-            uint32_t word[2];
-            PackLocalBlock(*image, params, y, x, *packing, rows, word);
-            unsigned char* out = output + 8 * size_t(TwiddleUV(params.blocksHigh, params.blocksWide, y, x, noTwiddle != 0));
-            for (int k = 0; k < 4; ++k)
-            {
-                out[k] = uint8_t(word[0] >> (8 * k));
-                out[4 + k] = uint8_t(word[1] >> (8 * k));
-            }
+            uint32_t first, end;
+            StatsRows(t, packThreads, params.blocksHigh, first, end);
+            PackRows(pack, *packing, first, end);
         }
 
     ReleaseOptimiseWork(*packing);
