@@ -592,15 +592,21 @@ void OptimiseStageBlocks(const OptimiseThreadArgs& args)
         delete work;
         return;
     }
+    // Runs of kStageRun blocks: most blocks of a late pass are only checked,
+    // which should not wait on the shared counter.
+    constexpr uint32_t kStageRun = 4;
     const uint32_t count = StageBlockCount(params.blocksWide, params.blocksHigh, args.rowParity, args.stage);
     for (;;)
     {
-        const uint32_t index = args.nextBlock->fetch_add(1, std::memory_order_relaxed);
-        if (index >= count || StopAsked(args.cancel))
+        const uint32_t first = kStageRun * args.nextBlock->fetch_add(1, std::memory_order_relaxed);
+        if (first >= count || StopAsked(args.cancel))
             break;
-        uint32_t row, column;
-        StageBlock(params.blocksWide, args.rowParity, args.stage, index, row, column);
-        OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
+        for (uint32_t index = first; index < std::min(count, first + kStageRun); ++index)
+        {
+            uint32_t row, column;
+            StageBlock(params.blocksWide, args.rowParity, args.stage, index, row, column);
+            OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
+        }
     }
     ReleaseOptimiseWork(*work);
     delete work;

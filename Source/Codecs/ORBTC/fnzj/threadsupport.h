@@ -111,7 +111,7 @@ struct OptimiseThreadArgs
     unsigned int threadCount;
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
     // The fast path: the blocks of one stage of the phase (see
-    // StageBlockCount), handed out one at a time from this counter.
+    // StageBlockCount), handed out in short runs from this counter.
     std::atomic<uint32_t>* nextBlock = nullptr;
     uint32_t stage = 0;
 };
