@@ -581,7 +581,8 @@ void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t 
     delete work;
 }
 
-// The blocks of a stage as this thread takes them.
+// The due blocks of a stage as this thread takes them, their stamps copied
+// to the schedule.
 void OptimiseStageBlocks(const OptimiseThreadArgs& args)
 {
     const CompressParams& params = *args.params;
@@ -592,21 +593,18 @@ void OptimiseStageBlocks(const OptimiseThreadArgs& args)
         delete work;
         return;
     }
-    // Runs of kStageRun blocks: most blocks of a late pass are only checked,
-    // which should not wait on the shared counter.
-    constexpr uint32_t kStageRun = 4;
-    const uint32_t count = StageBlockCount(params.blocksWide, params.blocksHigh, args.rowParity, args.stage);
+    StageSchedule& schedule = *args.schedule;
     for (;;)
     {
-        const uint32_t first = kStageRun * args.nextBlock->fetch_add(1, std::memory_order_relaxed);
-        if (first >= count || StopAsked(args.cancel))
+        const uint32_t index = args.nextBlock->fetch_add(1, std::memory_order_relaxed);
+        if (index >= schedule.dueCount || StopAsked(args.cancel))
             break;
-        for (uint32_t index = first; index < std::min(count, first + kStageRun); ++index)
-        {
-            uint32_t row, column;
-            StageBlock(params.blocksWide, args.rowParity, args.stage, index, row, column);
-            OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
-        }
+        const uint32_t block = schedule.due[index];
+        const uint32_t row = block / params.blocksWide, column = block % params.blocksWide;
+        OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
+        const RegionStats& region = args.RegRow[row][column];
+        schedule.changed[block] = region.lastChangedStamp;
+        schedule.visited[block] = region.lastVisitedStamp;
     }
     ReleaseOptimiseWork(*work);
     delete work;

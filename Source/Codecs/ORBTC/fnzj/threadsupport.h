@@ -100,6 +100,15 @@ struct StatsThreadArgs
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
 };
 
+// The fast path's copy of the blocks' stamps (row order, kept with the
+// records), and the blocks of the stage now run that are due for a visit.
+struct StageSchedule
+{
+    std::vector<uint32_t> changed, visited; // lastChangedStamp, lastVisitedStamp
+    std::vector<uint32_t> due;              // row x blocksWide + column
+    uint32_t dueCount = 0;
+};
+
 // What every thread of an optimise phase reads.
 struct OptimiseThreadArgs
 {
@@ -110,10 +119,10 @@ struct OptimiseThreadArgs
     RegionStats* const* RegRow;
     unsigned int threadCount;
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
-    // The fast path: the blocks of one stage of the phase (see
-    // StageBlockCount), handed out in short runs from this counter.
+    // The fast path: the due blocks of one stage of the phase (see
+    // StageBlockCount), handed out one by one from this counter.
     std::atomic<uint32_t>* nextBlock = nullptr;
-    uint32_t stage = 0;
+    StageSchedule* schedule = nullptr;
 };
 
 inline bool StopAsked(const std::atomic<bool>* cancel) { return cancel && cancel->load(std::memory_order_relaxed); }

@@ -231,27 +231,66 @@ void* RunAPackThread(void* argument)
     return nullptr;
 }
 
-// One optimise phase. The fast path runs the phase's stages one after the
-// other, each block of a stage on the next free thread; the plain one gives
-// each thread a fixed share of the rows.
-void RunOptimisePhase(OptimiseThreadArgs args, bool reference)
+// Copies the stamps of rows [first, end) to the schedule.
+void CopyStamps(const CompressParams& params, RegionStats* const* rows, uint32_t first, uint32_t end,
+                StageSchedule& schedule)
 {
-    if (reference)
+    for (uint32_t y = first; y < end; ++y)
+        for (uint32_t x = 0; x < params.blocksWide; ++x)
+        {
+            schedule.changed[size_t(y) * params.blocksWide + x] = rows[y][x].lastChangedStamp;
+            schedule.visited[size_t(y) * params.blocksWide + x] = rows[y][x].lastVisitedStamp;
+        }
+}
+
+// Whether OptimiseRegion would visit block (row, column) now, from the
+// schedule's stamps.
+bool Due(const CompressParams& params, const StageSchedule& schedule, uint32_t row, uint32_t column)
+{
+    if (params.forceAllRegions)
+        return true;
+    const uint32_t high = params.blocksHigh, wide = params.blocksWide;
+    uint32_t latestChange = 0;
+    for (uint32_t dy = 0; dy < 3; ++dy)
+        for (uint32_t dx = 0; dx < 3; ++dx)
+            if (dy != 1 || dx != 1)
+                latestChange = std::max(
+                    latestChange,
+                    schedule.changed[size_t((row + high + dy - 1) % high) * wide + (column + wide + dx - 1) % wide]);
+    return !(latestChange < schedule.visited[size_t(row) * wide + column]);
+}
+
+// One optimise phase. The fast path runs the phase's stages one after the
+// other, each due block of a stage on the next free thread; the plain one
+// gives each thread a fixed share of the rows.
+void RunOptimisePhase(OptimiseThreadArgs args, StageSchedule* schedule)
+{
+    if (!schedule)
         RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
     else
         for (uint32_t stage = 0; stage < 3; ++stage)
         {
-            const uint32_t count =
-                StageBlockCount(args.params->blocksWide, args.params->blocksHigh, args.rowParity, stage);
-            if (count == 0)
+            const CompressParams& params = *args.params;
+            const uint32_t count = StageBlockCount(params.blocksWide, params.blocksHigh, args.rowParity, stage);
+            schedule->dueCount = 0;
+            for (uint32_t index = 0; index < count; ++index)
+            {
+                uint32_t row, column;
+                StageBlock(params.blocksWide, args.rowParity, stage, index, row, column);
+                if (Due(params, *schedule, row, column))
+                    schedule->due[schedule->dueCount++] = row * params.blocksWide + column;
+            }
+            if (schedule->dueCount == 0)
                 continue;
             std::atomic<uint32_t> next{0};
             args.nextBlock = &next;
-            args.stage = stage;
-            RunPhase(std::min(args.threadCount, count), RunAnOptimisePhaseThread, args);
+            args.schedule = schedule;
+            RunPhase(std::min(args.threadCount, schedule->dueCount), RunAnOptimisePhaseThread, args);
         }
     args.nextBlock = nullptr;
     OptimiseHeldBackRow(args);
+    if (schedule && HoldsBackLastRow(args.params->blocksHigh, args.rowParity))
+        CopyStamps(*args.params, args.RegRow, args.params->blocksHigh - 1, args.params->blocksHigh, *schedule);
 }
 
 } // namespace
@@ -352,6 +391,24 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     ApplyColourSwaps(params, rows);
 
     const bool reference = OptimiserReference();
+    std::unique_ptr<StageSchedule> schedule;
+    if (!reference)
+    {
+        try
+        {
+            schedule.reset(new StageSchedule);
+            const size_t blocks = size_t(params.blocksWide) * params.blocksHigh;
+            schedule->changed.resize(blocks);
+            schedule->visited.resize(blocks);
+            schedule->due.resize(blocks);
+        }
+        catch (const std::bad_alloc&)
+        {
+            schedule.reset(); // the plain schedule then
+        }
+        if (schedule)
+            CopyStamps(params, rows, 0, params.blocksHigh, *schedule);
+    }
     unsigned int level = 0, levelCount = 1;
     FNZJGetCurrentLevel(level, levelCount);
     for (uint32_t pass = 0; pass < passes; ++pass)
@@ -362,7 +419,7 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
         {
             const OptimiseThreadArgs args{image, &params, parity, 4 * pass + 1 + 2 * parity, rows,
                                           OptimiserThreadCount(params.blocksHigh), cancel};
-            RunOptimisePhase(args, reference);
+            RunOptimisePhase(args, schedule.get());
             if (StopAsked(cancel))
                 return stop();
         }
