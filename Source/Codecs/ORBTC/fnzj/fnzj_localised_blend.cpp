@@ -605,6 +605,7 @@ void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m12
     else
 #endif
         MeasureCachedSSE2(work, list, listed, selfAB, measured);
+    int64_t outer = 0, central = 0, others = 0;
     for (int k = 0; k < listed; ++k)
     {
         const int i = list[k];
@@ -616,38 +617,34 @@ void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m12
         work.chosen[i] = uint8_t(choice);
         if (store)
             StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, m.colours[choice]);
-        sums[record.locality] += transparent ? 0 : m.errors[choice];
+        const int64_t error = transparent ? 0 : m.errors[choice];
+        outer += record.locality == 0 ? error : 0;
+        central += record.locality == 1 ? error : 0;
+        others += record.locality == 2 ? error : 0;
     }
+    sums[0] += outer;
+    sums[1] += central;
+    sums[2] += others;
 }
 
 // The fast path of a cached window: the ordinary pixels measured in one walk
 // (two at a time with AVX2) before their choices; the pixels PrepareSettled
 // settled are not measured again.
-void EvalCached4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const NeighbourhoodReps& reps,
                     bool includeOuterRing, WindowErrors& errors)
 {
     int64_t sums[3] = {0, 0, 0};
-    const int count = params.windowWidth * params.windowHeight;
     const __m128i selfAB = SelfPairLanes(reps);
     alignas(16) unsigned char colours[4][4];
     alignas(16) int32_t e[4];
-    uint8_t list[kMaxWindowPixels];
-    int listed = 0;
-    const bool settled = work.cache.settledReady;
-    for (int i = 0; i < count; ++i)
-    {
-        const PixelBlendRecord& record = work.records[i];
-        if ((record.locality == 0 && !includeOuterRing) || (settled && work.cache.settled[i]))
-            continue;
-        if (record.palettePixel)
-            ChooseAlone(work, i, reps, selfAB, colours, e, sums);
-        else
-            list[listed++] = uint8_t(i);
-    }
-    MeasureAndChoose(work, list, listed, selfAB, work.storeFitting, sums);
-    if (settled)
-        for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
-            sums[locality] += work.cache.settledErrors[locality];
+    const BlendCache& cache = work.cache;
+    const int palettes = cache.paletteInner + (includeOuterRing ? cache.paletteOuter : 0);
+    for (int k = 0; k < palettes; ++k)
+        ChooseAlone(work, cache.palette[k], reps, selfAB, colours, e, sums);
+    MeasureAndChoose(work, cache.measured, cache.measuredInner + (includeOuterRing ? cache.measuredOuter : 0), selfAB,
+                     work.storeFitting, sums);
+    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+        sums[locality] += cache.settledErrors[locality];
     errors.total = sums[1] + sums[2];
     errors.central = sums[1];
     errors.outer = includeOuterRing ? sums[0] : 0;
@@ -670,13 +667,33 @@ void PrepareSettled(OptimiseWork& work, const CompressParams& params)
     sums[0] = sums[1] = sums[2] = 0;
     // Without the block's weight the pair is never read.
     MeasureAndChoose(work, list, listed, _mm_setzero_si128(), true, sums);
-    work.cache.settledReady = true;
+
+    BlendCache& cache = work.cache;
+    int measured = 0, palette = 0;
+    for (int outer = 0; outer < 2; ++outer)
+    {
+        for (int i = 0; i < count; ++i)
+        {
+            const PixelBlendRecord& record = work.records[i];
+            if (cache.settled[i] || (record.locality == 0) != (outer == 1))
+                continue;
+            if (record.palettePixel)
+                cache.palette[palette++] = uint8_t(i);
+            else
+                cache.measured[measured++] = uint8_t(i);
+        }
+        if (outer == 0)
+            cache.measuredInner = measured, cache.paletteInner = palette;
+    }
+    cache.measuredOuter = measured - cache.measuredInner;
+    cache.paletteOuter = palette - cache.paletteInner;
+    cache.settledReady = true;
 }
 
 void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                                   bool includeOuterRing, WindowErrors& errors)
 {
-    if (work.cache.valid && !OptimiserReference())
+    if (work.cache.valid && work.cache.settledReady && !OptimiserReference())
     {
         EvalCached4BPP(work, params, reps, includeOuterRing, errors);
         return;

@@ -71,6 +71,10 @@ struct BlendCache
     // locality here.
     bool settled[kMaxWindowPixels];
     int64_t settledErrors[3];
+    // The others, ordinary pixels to measure and palette pixels, each list
+    // those of localities 1 and 2 first, then the outer ring's.
+    uint8_t measured[kMaxWindowPixels], palette[kMaxWindowPixels];
+    int measuredInner, measuredOuter, paletteInner, paletteOuter;
     bool settledReady;
     bool valid;
 };
