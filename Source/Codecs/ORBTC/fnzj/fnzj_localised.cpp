@@ -1,5 +1,12 @@
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
 
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
+#include "Tools/ORBTSimd.h"
+
+#if ORBT_X86_SIMD
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -687,6 +694,66 @@ void ReleasePackedFittingParams(PackedFittingParams& params)
     params = PackedFittingParams();
 }
 
+namespace
+{
+
+// A pixel's weights on A and B.
+inline void PairWeights(const PackedFittingParams& params, uint32_t i)
+{
+    const float c = float(params.centralWeights[i]) * params.gains[i] * 0.001953125f;
+    const float m = float(params.modulations[i]);
+    params.a[i] = (8.0f - m) * c;
+    params.b[i] = m * c;
+}
+
+// The fast path's single walk over [first, end) with float residuals: the
+// weights' sums (p, q, r) and the residuals weighted onto A (u) and B (v),
+// every sum in pixel order as in the two walks of the plain path.
+void FitSums(const PackedFittingParams& params, uint32_t first, uint32_t end, float* pqr, float* u, float* v)
+{
+    float p = 0.0f, q = 0.0f, r = 0.0f;
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() != eSimdPortable)
+    {
+        __m128 su = _mm_setzero_ps(), sv = _mm_setzero_ps();
+        for (uint32_t i = first; i < end; ++i)
+        {
+            PairWeights(params, i);
+            const float a = params.a[i], b = params.b[i];
+            p += a * a;
+            q += a * b;
+            r += b * b;
+            const __m128 e = _mm_loadu_ps(params.floatResiduals + 4 * i);
+            su = _mm_add_ps(su, _mm_mul_ps(_mm_set1_ps(params.gains[i] * a), e));
+            sv = _mm_add_ps(sv, _mm_mul_ps(_mm_set1_ps(params.gains[i] * b), e));
+        }
+        _mm_storeu_ps(u, su);
+        _mm_storeu_ps(v, sv);
+        pqr[0] = p, pqr[1] = q, pqr[2] = r;
+        return;
+    }
+#endif
+    for (int channel = 0; channel < 4; ++channel)
+        u[channel] = v[channel] = 0.0f;
+    for (uint32_t i = first; i < end; ++i)
+    {
+        PairWeights(params, i);
+        const float a = params.a[i], b = params.b[i];
+        p += a * a;
+        q += a * b;
+        r += b * b;
+        const float ga = params.gains[i] * a, gb = params.gains[i] * b;
+        for (int channel = 0; channel < 4; ++channel)
+        {
+            u[channel] += ga * params.floatResiduals[4 * i + channel];
+            v[channel] += gb * params.floatResiduals[4 * i + channel];
+        }
+    }
+    pqr[0] = p, pqr[1] = q, pqr[2] = r;
+}
+
+} // namespace
+
 int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& params, float* displacements)
 {
     // The pixels the block can reach: rows 1 to the last but one, from the
@@ -695,16 +762,22 @@ int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& pa
     const uint32_t first = fourBpp ? 10 : 18;
     const uint32_t last = std::min<uint32_t>(fourBpp ? 70 : 134, params.count ? params.count - 1 : 0);
     float p = 0.0f, q = 0.0f, r = 0.0f;
-    for (uint32_t i = first; i <= last && i < params.count; ++i)
+    float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    const bool oneWalk = params.floatResiduals && !OptimiserReference();
+    if (oneWalk)
     {
-        const float c = float(params.centralWeights[i]) * params.gains[i] * 0.001953125f;
-        const float m = float(params.modulations[i]);
-        params.a[i] = (8.0f - m) * c;
-        params.b[i] = m * c;
-        p += params.a[i] * params.a[i];
-        q += params.a[i] * params.b[i];
-        r += params.b[i] * params.b[i];
+        float pqr[3];
+        FitSums(params, first, std::max(first, std::min(last + 1, params.count)), pqr, u, v);
+        p = pqr[0], q = pqr[1], r = pqr[2];
     }
+    else
+        for (uint32_t i = first; i <= last && i < params.count; ++i)
+        {
+            PairWeights(params, i);
+            p += params.a[i] * params.a[i];
+            q += params.a[i] * params.b[i];
+            r += params.b[i] * params.b[i];
+        }
     // One representative far outweighing the other stands alone.
     if (std::fabs(p) > 100.0f * std::fabs(r))
         q = r = 0.0f;
@@ -746,8 +819,7 @@ int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& pa
     }
 
     // The four channels in one walk; each sum still runs in pixel order.
-    float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-    for (uint32_t i = first; i <= last && i < params.count; ++i)
+    for (uint32_t i = first; !oneWalk && i <= last && i < params.count; ++i)
     {
         const float ga = params.gains[i] * params.a[i], gb = params.gains[i] * params.b[i];
         for (int channel = 0; channel < 4; ++channel)

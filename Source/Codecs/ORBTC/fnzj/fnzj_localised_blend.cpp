@@ -5,7 +5,13 @@
 
 #include "Codecs/ORBTC/ORBTCLocalPalette.h"
 
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
+#include "Tools/ORBTSimd.h"
+
 #include <emmintrin.h>
+#if ORBT_X86_SIMD
+#include <immintrin.h>
+#endif
 
 #include <cstdio>
 #include <cstdlib>
@@ -222,9 +228,63 @@ const uint8_t (&PaletteModeCentralOptions())[81][2]
     return PaletteModeTables().centralOptions;
 }
 
+namespace
+{
+
+// PrepareBlendCache in 16-bit lanes: every sum fits (at most 64 x 248).
+void PrepareBlendCacheLanes(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                            const bool* selfPositions)
+{
+    __m128i masked[9];
+    for (int p = 0; p < 9; ++p)
+    {
+        const unsigned char* a = reps.reps[p][0];
+        const unsigned char* b = reps.reps[p][1];
+        masked[p] = _mm_and_si128(_mm_setr_epi16(a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3]),
+                                  _mm_setr_epi16(0xF8, 0xF8, 0xF8, 0xF0, 0xF8, 0xF8, 0xF8, 0xF0));
+    }
+    const int count = params.windowWidth * params.windowHeight;
+    for (int i = 0; i < count; ++i)
+    {
+        const PixelBlendRecord& record = work.records[i];
+        BlendCache::Lanes& lanes = work.cache.lanes[i];
+        int blocks[4];
+        QuadrantBlocks(record.quadrant, blocks);
+        int self = 0;
+        __m128i sums = _mm_setzero_si128();
+        for (int k = 0; k < 4; ++k)
+        {
+            if (selfPositions[blocks[k]])
+                self += record.bilinear[k];
+            else
+                sums = _mm_add_epi16(sums, _mm_mullo_epi16(_mm_set1_epi16(record.bilinear[k]), masked[blocks[k]]));
+        }
+        const uint8_t* w = record.choiceWeights;
+        const uint32_t mask = record.choice2Mask;
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.fixedAB), sums);
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.weightsOnEnds),
+                        _mm_setr_epi16(w[0], w[0], w[0], w[0], w[3], w[3], w[3], w[3]));
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.weightsOnSwapped),
+                        _mm_setr_epi16(w[1], w[1], w[1], w[1], w[2], w[2], w[2], w[2]));
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes.mixMask),
+                        _mm_setr_epi16(-1, -1, -1, -1, int16_t(mask & 0xFF), int16_t((mask >> 8) & 0xFF),
+                                       int16_t((mask >> 16) & 0xFF), int16_t(mask >> 24)));
+        work.cache.selfWeight[i] = int16_t(self);
+    }
+    work.cache.settledReady = false;
+    work.cache.valid = true;
+}
+
+} // namespace
+
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions)
 {
+    if (!OptimiserReference())
+    {
+        PrepareBlendCacheLanes(work, params, reps, selfPositions);
+        return;
+    }
     const int count = params.windowWidth * params.windowHeight;
     for (int i = 0; i < count; ++i)
     {
@@ -260,7 +320,23 @@ void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const N
         }
         work.cache.selfWeight[i] = int16_t(self);
     }
+    work.cache.settledReady = false;
     work.cache.valid = true;
+}
+
+void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params)
+{
+    const int count = params.windowWidth * params.windowHeight;
+    for (int i = 0; i < count; ++i)
+    {
+        const unsigned char* pixel = work.window + 4 * i;
+        const int16_t alphaWeight = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
+        for (int c = 0; c < 8; ++c)
+        {
+            work.cache.pixels[i].channels[c] = pixel[c & 3];
+            work.cache.pixels[i].errorWeights[c] = (c & 3) == 3 ? alphaWeight : 1;
+        }
+    }
 }
 
 void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbourModes, uint32_t hardVariantMask,
@@ -423,9 +499,205 @@ int ComputeInterpolatedModVal(int modulationClass, int row, int column, const ui
     return value;
 }
 
+namespace
+{
+
+// The fast path's measured pixels: the four choices (RGBA bytes each) and
+// their errors.
+struct alignas(16) MeasuredPixel
+{
+    unsigned char colours[4][4];
+    int32_t errors[4];
+};
+
+inline __m128i LoadLanes(const int16_t* lanes)
+{
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
+}
+
+// The errors e0, e0, e1, e1 and e2, e2, e3, e3 as e0, e1, e2, e3.
+inline __m128i GatherErrors(__m128i e01, __m128i e23)
+{
+    return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(e01), _mm_castsi128_ps(e23), _MM_SHUFFLE(2, 0, 2, 0)));
+}
+
+void MeasureCachedSSE2(const OptimiseWork& work, const uint8_t* list, int count, __m128i selfAB, MeasuredPixel* out)
+{
+    for (int k = 0; k < count; ++k)
+    {
+        const int i = list[k];
+        __m128i low, high;
+        SynthesiseLanes(work.cache.lanes[i], work.cache.selfWeight[i], selfAB, low, high);
+        const BlendCache::PixelLanes& pixel = work.cache.pixels[i];
+        const __m128i channels = LoadLanes(pixel.channels), weights = LoadLanes(pixel.errorWeights);
+        _mm_store_si128(reinterpret_cast<__m128i*>(out[k].colours), _mm_packus_epi16(low, high));
+        _mm_store_si128(reinterpret_cast<__m128i*>(out[k].errors),
+                        GatherErrors(MeasureLanes(low, channels, weights), MeasureLanes(high, channels, weights)));
+    }
+}
+
+#if ORBT_X86_SIMD
+// Two 128-bit lane sets side by side.
+ORBT_TARGET_AVX2 inline __m256i Pair(__m128i first, __m128i second)
+{
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(first), second, 1);
+}
+
+// The same as MeasureCachedSSE2, two pixels at a time in the two halves.
+ORBT_TARGET_AVX2 void MeasureCachedAVX2(const OptimiseWork& work, const uint8_t* list, int count, __m128i selfAB,
+                                        MeasuredPixel* out)
+{
+    const __m256i colourLanes = _mm256_setr_epi16(-1, -1, -1, 0, -1, -1, -1, 0, -1, -1, -1, 0, -1, -1, -1, 0);
+    const __m256i self = Pair(selfAB, selfAB);
+    int k = 0;
+    for (; k + 1 < count; k += 2)
+    {
+        const int i = list[k], j = list[k + 1];
+        const BlendCache::Lanes& li = work.cache.lanes[i];
+        const BlendCache::Lanes& lj = work.cache.lanes[j];
+        const __m256i weight = Pair(_mm_set1_epi16(work.cache.selfWeight[i]), _mm_set1_epi16(work.cache.selfWeight[j]));
+        const __m256i sums = _mm256_add_epi16(Pair(LoadLanes(li.fixedAB), LoadLanes(lj.fixedAB)),
+                                              _mm256_mullo_epi16(weight, self));
+        const __m256i t = _mm256_srli_epi16(sums, 6);
+        const __m256i ends =
+            _mm256_add_epi16(t, _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(t, 5), colourLanes),
+                                                _mm256_andnot_si256(colourLanes, _mm256_srli_epi16(t, 4))));
+        const __m256i swapped = _mm256_shuffle_epi32(ends, _MM_SHUFFLE(1, 0, 3, 2));
+        const __m256i mixes = _mm256_and_si256(
+            _mm256_srli_epi16(
+                _mm256_add_epi16(
+                    _mm256_mullo_epi16(ends, Pair(LoadLanes(li.weightsOnEnds), LoadLanes(lj.weightsOnEnds))),
+                    _mm256_mullo_epi16(swapped, Pair(LoadLanes(li.weightsOnSwapped), LoadLanes(lj.weightsOnSwapped)))),
+                3),
+            Pair(LoadLanes(li.mixMask), LoadLanes(lj.mixMask)));
+        const __m256i low = _mm256_unpacklo_epi64(ends, mixes);
+        const __m256i high = _mm256_unpackhi_epi64(mixes, ends);
+        const BlendCache::PixelLanes& pi = work.cache.pixels[i];
+        const BlendCache::PixelLanes& pj = work.cache.pixels[j];
+        const __m256i channels = Pair(LoadLanes(pi.channels), LoadLanes(pj.channels));
+        const __m256i weights = Pair(LoadLanes(pi.errorWeights), LoadLanes(pj.errorWeights));
+        const __m256i dl = _mm256_mullo_epi16(_mm256_sub_epi16(low, channels), weights);
+        const __m256i dh = _mm256_mullo_epi16(_mm256_sub_epi16(high, channels), weights);
+        const __m256i hl = _mm256_madd_epi16(dl, dl), hh = _mm256_madd_epi16(dh, dh);
+        const __m256i e01 = _mm256_add_epi32(hl, _mm256_shuffle_epi32(hl, _MM_SHUFFLE(2, 3, 0, 1)));
+        const __m256i e23 = _mm256_add_epi32(hh, _mm256_shuffle_epi32(hh, _MM_SHUFFLE(2, 3, 0, 1)));
+        const __m256i errors = _mm256_castps_si256(
+            _mm256_shuffle_ps(_mm256_castsi256_ps(e01), _mm256_castsi256_ps(e23), _MM_SHUFFLE(2, 0, 2, 0)));
+        const __m256i packed = _mm256_packus_epi16(low, high);
+        _mm_store_si128(reinterpret_cast<__m128i*>(out[k].colours), _mm256_castsi256_si128(packed));
+        _mm_store_si128(reinterpret_cast<__m128i*>(out[k + 1].colours), _mm256_extracti128_si256(packed, 1));
+        _mm_store_si128(reinterpret_cast<__m128i*>(out[k].errors), _mm256_castsi256_si128(errors));
+        _mm_store_si128(reinterpret_cast<__m128i*>(out[k + 1].errors), _mm256_extracti128_si256(errors, 1));
+    }
+    if (k < count)
+        MeasureCachedSSE2(work, list + k, count - k, selfAB, out + k);
+}
+#endif
+
+// Measures the listed pixels, and each takes its choice as in ChooseAlone.
+void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m128i selfAB, bool store,
+                      int64_t* sums)
+{
+    MeasuredPixel measured[kMaxWindowPixels];
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() == eSimdAVX2)
+        MeasureCachedAVX2(work, list, listed, selfAB, measured);
+    else
+#endif
+        MeasureCachedSSE2(work, list, listed, selfAB, measured);
+    int64_t outer = 0, central = 0, others = 0;
+    for (int k = 0; k < listed; ++k)
+    {
+        const int i = list[k];
+        const PixelBlendRecord& record = work.records[i];
+        const MeasuredPixel& m = measured[k];
+        const unsigned char* pixel = work.window + 4 * i;
+        const bool transparent = record.punchThroughFlag && m.colours[2][3] == 0 && pixel[3] == 0;
+        const int choice = transparent ? 2 : BestOfFour(m.errors);
+        work.chosen[i] = uint8_t(choice);
+        if (store)
+            StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, m.colours[choice]);
+        const int64_t error = transparent ? 0 : m.errors[choice];
+        outer += record.locality == 0 ? error : 0;
+        central += record.locality == 1 ? error : 0;
+        others += record.locality == 2 ? error : 0;
+    }
+    sums[0] += outer;
+    sums[1] += central;
+    sums[2] += others;
+}
+
+// The fast path of a cached window: the ordinary pixels measured in one walk
+// (two at a time with AVX2) before their choices; the pixels PrepareSettled
+// settled are not measured again.
+void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const NeighbourhoodReps& reps,
+                    bool includeOuterRing, WindowErrors& errors)
+{
+    int64_t sums[3] = {0, 0, 0};
+    const __m128i selfAB = SelfPairLanes(reps);
+    alignas(16) unsigned char colours[4][4];
+    alignas(16) int32_t e[4];
+    const BlendCache& cache = work.cache;
+    const int palettes = cache.paletteInner + (includeOuterRing ? cache.paletteOuter : 0);
+    for (int k = 0; k < palettes; ++k)
+        ChooseAlone(work, cache.palette[k], reps, selfAB, colours, e, sums);
+    MeasureAndChoose(work, cache.measured, cache.measuredInner + (includeOuterRing ? cache.measuredOuter : 0), selfAB,
+                     work.storeFitting, sums);
+    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+        sums[locality] += cache.settledErrors[locality];
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+} // namespace
+
+void PrepareSettled(OptimiseWork& work, const CompressParams& params)
+{
+    const int count = params.windowWidth * params.windowHeight;
+    uint8_t list[kMaxWindowPixels];
+    int listed = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        work.cache.settled[i] = !work.records[i].palettePixel && work.cache.selfWeight[i] == 0;
+        if (work.cache.settled[i])
+            list[listed++] = uint8_t(i);
+    }
+    int64_t* sums = work.cache.settledErrors;
+    sums[0] = sums[1] = sums[2] = 0;
+    // Without the block's weight the pair is never read.
+    MeasureAndChoose(work, list, listed, _mm_setzero_si128(), true, sums);
+
+    BlendCache& cache = work.cache;
+    int measured = 0, palette = 0;
+    for (int outer = 0; outer < 2; ++outer)
+    {
+        for (int i = 0; i < count; ++i)
+        {
+            const PixelBlendRecord& record = work.records[i];
+            if (cache.settled[i] || (record.locality == 0) != (outer == 1))
+                continue;
+            if (record.palettePixel)
+                cache.palette[palette++] = uint8_t(i);
+            else
+                cache.measured[measured++] = uint8_t(i);
+        }
+        if (outer == 0)
+            cache.measuredInner = measured, cache.paletteInner = palette;
+    }
+    cache.measuredOuter = measured - cache.measuredInner;
+    cache.paletteOuter = palette - cache.paletteInner;
+    cache.settledReady = true;
+}
+
 void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                                   bool includeOuterRing, WindowErrors& errors)
 {
+    if (work.cache.valid && work.cache.settledReady && !OptimiserReference())
+    {
+        EvalCached4BPP(work, params, reps, includeOuterRing, errors);
+        return;
+    }
     int64_t sums[3] = {0, 0, 0};
     const int count = params.windowWidth * params.windowHeight;
     const __m128i selfAB = SelfPairLanes(reps);

@@ -12,6 +12,7 @@
 #include <new>
 
 #include "Codecs/ORBTC/fnzj/analygrapprop.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 
 namespace orbtexture
 {
@@ -28,9 +29,18 @@ constexpr int kMaxVisited = 100;
 constexpr int kMaxPool = 32;
 constexpr int kMaxResults = 8 * kMaxPool;
 
+// A and B as one word.
+inline uint64_t PairWord(const unsigned char* a, const unsigned char* b)
+{
+    uint32_t x, y;
+    std::memcpy(&x, a, 4);
+    std::memcpy(&y, b, 4);
+    return uint64_t(x) | uint64_t(y) << 32;
+}
+
 bool SamePair(const RepCandidate& x, const unsigned char* a, const unsigned char* b)
 {
-    return std::memcmp(x.repA, a, 4) == 0 && std::memcmp(x.repB, b, 4) == 0;
+    return PairWord(x.repA, x.repB) == PairWord(a, b);
 }
 
 bool SamePair(const RepCandidate& x, const RepCandidate& y)
@@ -95,13 +105,14 @@ struct Visit
     bool selfPositions[9]; // neighbourhood places that wrap to the block itself
     bool islands;
     int64_t limit;
-    unsigned char visited[kMaxVisited][8];
+    uint64_t visited[kMaxVisited]; // PairWord of each
     int visitedCount;
 
     bool OnVisited(const unsigned char* a, const unsigned char* b) const
     {
+        const uint64_t pair = PairWord(a, b);
         for (int i = 0; i < visitedCount; ++i)
-            if (std::memcmp(visited[i], a, 4) == 0 && std::memcmp(visited[i] + 4, b, 4) == 0)
+            if (visited[i] == pair)
                 return true;
         return false;
     }
@@ -109,9 +120,7 @@ struct Visit
     {
         if (visitedCount >= kMaxVisited)
             return;
-        std::memcpy(visited[visitedCount], a, 4);
-        std::memcpy(visited[visitedCount] + 4, b, 4);
-        ++visitedCount;
+        visited[visitedCount++] = PairWord(a, b);
     }
 
     void Place(const unsigned char* a, const unsigned char* b)
@@ -342,6 +351,8 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         return;
 
     GatherWindowPixels(image, params, row, column, work.window);
+    PrepareWindowLanes(work, params);
+    const bool fastPath = !OptimiserReference();
     region.lastVisitedStamp = stamp;
     const bool islands = params.bitsPerPixel == 4 && region.graphicsLike && params.useIslands;
     if (islands)
@@ -378,6 +389,8 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         {
             CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
             PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
+            if (fastPath && params.bitsPerPixel == 4 && !islands)
+                PrepareSettled(work, params);
             RepCandidate pool[kMaxPool];
             int poolCount = 0;
             auto inPool = [&](const unsigned char* a, const unsigned char* b) {
@@ -568,12 +581,46 @@ void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t 
     delete work;
 }
 
+// The due blocks of a stage as this thread takes them, their stamps copied
+// to the schedule.
+void OptimiseStageBlocks(const OptimiseThreadArgs& args)
+{
+    const CompressParams& params = *args.params;
+    OptimiseWork* work = new (std::nothrow) OptimiseWork;
+    if (!work || !InitOptimiseWork(*work, params))
+    {
+        std::fprintf(stderr, "Err: Failed to allocate OptimiseRegion working space!!\n");
+        delete work;
+        return;
+    }
+    StageSchedule& schedule = *args.schedule;
+    for (;;)
+    {
+        const uint32_t index = args.nextBlock->fetch_add(1, std::memory_order_relaxed);
+        if (index >= schedule.dueCount || StopAsked(args.cancel))
+            break;
+        const uint32_t block = schedule.due[index];
+        const uint32_t row = block / params.blocksWide, column = block % params.blocksWide;
+        OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
+        const RegionStats& region = args.RegRow[row][column];
+        schedule.changed[block] = region.lastChangedStamp;
+        schedule.visited[block] = region.lastVisitedStamp;
+    }
+    ReleaseOptimiseWork(*work);
+    delete work;
+}
+
 } // namespace
 
 void* RunAnOptimisePhaseThread(void* argument)
 {
     const ThreadArgPair& pair = *static_cast<const ThreadArgPair*>(argument);
     const OptimiseThreadArgs& args = *static_cast<const OptimiseThreadArgs*>(pair.shared);
+    if (args.nextBlock)
+    {
+        OptimiseStageBlocks(args);
+        return nullptr;
+    }
     const uint32_t blocksHigh = args.params->blocksHigh;
     uint32_t first, end;
     OptimiseRows(pair.index, args.threadCount, blocksHigh, args.rowParity, first, end);

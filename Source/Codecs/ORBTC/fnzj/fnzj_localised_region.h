@@ -58,6 +58,24 @@ struct BlendCache
     };
     Lanes lanes[kMaxWindowPixels];
     int16_t selfWeight[kMaxWindowPixels];
+    // Per window pixel, twice: its channels, and the weights of the error
+    // (1, 1, 1 and alpha's).
+    struct alignas(16) PixelLanes
+    {
+        int16_t channels[8];
+        int16_t errorWeights[8];
+    };
+    PixelLanes pixels[kMaxWindowPixels];
+    // The pixels that the block's own pair does not reach (PrepareSettled):
+    // their choices and fitting data stand in the work, their error sums by
+    // locality here.
+    bool settled[kMaxWindowPixels];
+    int64_t settledErrors[3];
+    // The others, ordinary pixels to measure and palette pixels, each list
+    // those of localities 1 and 2 first, then the outer ring's.
+    uint8_t measured[kMaxWindowPixels], palette[kMaxWindowPixels];
+    int measuredInner, measuredOuter, paletteInner, paletteOuter;
+    bool settledReady;
     bool valid;
 };
 
@@ -113,6 +131,15 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
 // evaluations then take from reps.reps[4].
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions);
+
+// The window's part of work.cache (BlendCache::pixels), for the window now
+// in 'work': wanted by the fast path's evaluations from the cache.
+void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params);
+
+// The fast path, 4bpp: once the cache is prepared, the pixels that the
+// block's own pair does not reach take their choices once, for every
+// evaluation until the records change.
+void PrepareSettled(OptimiseWork& work, const CompressParams& params);
 
 // 4bpp palette pixels, by window pixel: the colour of each choice (choices
 // in code order; 2 x quadrant block + colour, blocks P, Q, R, S), and the

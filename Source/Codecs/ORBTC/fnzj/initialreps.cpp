@@ -42,7 +42,7 @@ int QuantiseAlpha(float a, bool generation2B)
         return generation2B ? 17 : 0;
     if (a >= 255.0f)
         return generation2B ? 255 : 238;
-    int q = int(std::floor(a / 255.0f * 15.0f));
+    int q = int(a / 255.0f * 15.0f); // a is positive here: truncation is the floor
     q = generation2B ? (q | 1) : (q & ~1);
     const int lo = q * 17, hi = lo + 34;
     int pick = std::fabs(a - float(lo)) < std::fabs(float(hi) - a) ? lo : hi;
@@ -63,7 +63,7 @@ void QuantisePair(float a, float b, int bitsA, int bitsB, unsigned char& outA, u
         if (v >= 255.0f)
             return 255;
         const int m = (1 << bits) - 1;
-        int lo = int(std::floor(float(m) * v / 255.0f)), hi = lo + 1;
+        int lo = int(float(m) * v / 255.0f), hi = lo + 1; // v is positive here
         if (lo == m)
             hi = m, lo = m - 1;
         const int low = ExpandBits(lo, bits), high = ExpandBits(hi, bits);

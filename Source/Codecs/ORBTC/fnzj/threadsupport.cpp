@@ -133,6 +133,37 @@ void OptimiseRows(unsigned int t, unsigned int n, uint32_t blocksHigh, uint32_t 
     end = t + 1 == n ? blocksHigh : uint32_t(2 * ((half + uint64_t(t) * half) / n));
 }
 
+namespace
+{
+
+// Columns of a stage: how many, and the first and step.
+uint32_t StageColumns(uint32_t blocksWide, uint32_t stage, uint32_t& first)
+{
+    const bool oddLast = blocksWide > 1 && blocksWide % 2 == 1;
+    first = stage == 0 ? 0 : stage == 1 ? blocksWide - 1 : 1;
+    if (stage == 0)
+        return (blocksWide + 1) / 2 - (oddLast ? 1 : 0);
+    return stage == 1 ? (oddLast ? 1 : 0) : blocksWide / 2;
+}
+
+} // namespace
+
+uint32_t StageBlockCount(uint32_t blocksWide, uint32_t blocksHigh, uint32_t parity, uint32_t stage)
+{
+    uint32_t first;
+    const uint32_t rows = (blocksHigh + 1 - parity) / 2 - (HoldsBackLastRow(blocksHigh, parity) ? 1 : 0);
+    return rows * StageColumns(blocksWide, stage, first);
+}
+
+void StageBlock(uint32_t blocksWide, uint32_t parity, uint32_t stage, uint32_t index, uint32_t& row,
+                uint32_t& column)
+{
+    uint32_t first;
+    const uint32_t columns = StageColumns(blocksWide, stage, first);
+    row = 2 * (index / columns) + parity;
+    column = first + 2 * (index % columns);
+}
+
 std::vector<uint32_t> ColumnVisitOrder(uint32_t blocksWide)
 {
     std::vector<uint32_t> order;

@@ -100,6 +100,15 @@ struct StatsThreadArgs
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
 };
 
+// The fast path's copy of the blocks' stamps (row order, kept with the
+// records), and the blocks of the stage now run that are due for a visit.
+struct StageSchedule
+{
+    std::vector<uint32_t> changed, visited; // lastChangedStamp, lastVisitedStamp
+    std::vector<uint32_t> due;              // row x blocksWide + column
+    uint32_t dueCount = 0;
+};
+
 // What every thread of an optimise phase reads.
 struct OptimiseThreadArgs
 {
@@ -110,6 +119,10 @@ struct OptimiseThreadArgs
     RegionStats* const* RegRow;
     unsigned int threadCount;
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
+    // The fast path: the due blocks of one stage of the phase (see
+    // StageBlockCount), handed out one by one from this counter.
+    std::atomic<uint32_t>* nextBlock = nullptr;
+    StageSchedule* schedule = nullptr;
 };
 
 inline bool StopAsked(const std::atomic<bool>* cancel) { return cancel && cancel->load(std::memory_order_relaxed); }
@@ -178,6 +191,13 @@ inline bool HoldsBackLastRow(uint32_t blocksHigh, uint32_t parity)
 {
     return parity == 0 && blocksHigh > 1 && blocksHigh % 2 == 1;
 }
+// A phase's blocks in three stages whose blocks need not wait for each
+// other: 0 the even columns (but the last of an odd count above 1), 1 that
+// last column, 2 the odd columns; each of the phase's rows but a held-back
+// one. Block 'index' of stage 'stage' is at (row, column).
+uint32_t StageBlockCount(uint32_t blocksWide, uint32_t blocksHigh, uint32_t parity, uint32_t stage);
+void StageBlock(uint32_t blocksWide, uint32_t parity, uint32_t stage, uint32_t index, uint32_t& row,
+                uint32_t& column);
 // The order in which the columns of a row are visited: 0, 2, 1, 4, 3, ...
 std::vector<uint32_t> ColumnVisitOrder(uint32_t blocksWide);
 

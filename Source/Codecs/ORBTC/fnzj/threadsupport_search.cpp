@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
 #include "Model/ORBTextureErrors.h"
 
@@ -21,6 +22,8 @@ namespace orbtexture
 
 namespace
 {
+
+std::atomic<bool> gReferencePath{false};
 
 // Runs 'routine' over the thread indices of one phase.
 template <typename Shared>
@@ -172,7 +175,135 @@ void SetPassParameters(CompressParams& params, unsigned int quality, uint32_t pa
                              params.useIslands != last.useIslands;
 }
 
+// What every thread of the packing reads; thread 0 uses 'work', the others
+// their own, or mark their share in 'unpacked' when they cannot have one.
+struct PackShared
+{
+    const ImageBuffer* image;
+    const CompressParams* params;
+    RegionStats* const* rows;
+    unsigned char* output;
+    bool noTwiddle;
+    unsigned int threadCount;
+    OptimiseWork* work;
+    unsigned char* unpacked;
+};
+
+void PackRows(const PackShared& pack, OptimiseWork& work, uint32_t first, uint32_t end)
+{
+    const CompressParams& params = *pack.params;
+    for (uint32_t y = first; y < end; ++y)
+        for (uint32_t x = 0; x < params.blocksWide; ++x)
+        {
+            uint32_t word[2];
+            PackLocalBlock(*pack.image, params, y, x, work, pack.rows, word);
+            unsigned char* out =
+                pack.output + 8 * size_t(TwiddleUV(params.blocksHigh, params.blocksWide, y, x, pack.noTwiddle));
+            for (int k = 0; k < 4; ++k)
+            {
+                out[k] = uint8_t(word[0] >> (8 * k));
+                out[4 + k] = uint8_t(word[1] >> (8 * k));
+            }
+        }
+}
+
+void* RunAPackThread(void* argument)
+{
+    const ThreadArgPair& pair = *static_cast<const ThreadArgPair*>(argument);
+    const PackShared& pack = *static_cast<const PackShared*>(pair.shared);
+    uint32_t first, end;
+    StatsRows(pair.index, pack.threadCount, pack.params->blocksHigh, first, end);
+    if (pair.index == 0)
+    {
+        PackRows(pack, *pack.work, first, end);
+        return nullptr;
+    }
+    OptimiseWork* work = new (std::nothrow) OptimiseWork;
+    if (!work || !InitOptimiseWork(*work, *pack.params))
+    {
+        delete work;
+        pack.unpacked[pair.index] = 1;
+        return nullptr;
+    }
+    PackRows(pack, *work, first, end);
+    ReleaseOptimiseWork(*work);
+    delete work;
+    return nullptr;
+}
+
+// Copies the stamps of rows [first, end) to the schedule.
+void CopyStamps(const CompressParams& params, RegionStats* const* rows, uint32_t first, uint32_t end,
+                StageSchedule& schedule)
+{
+    for (uint32_t y = first; y < end; ++y)
+        for (uint32_t x = 0; x < params.blocksWide; ++x)
+        {
+            schedule.changed[size_t(y) * params.blocksWide + x] = rows[y][x].lastChangedStamp;
+            schedule.visited[size_t(y) * params.blocksWide + x] = rows[y][x].lastVisitedStamp;
+        }
+}
+
+// Whether OptimiseRegion would visit block (row, column) now, from the
+// schedule's stamps.
+bool Due(const CompressParams& params, const StageSchedule& schedule, uint32_t row, uint32_t column)
+{
+    if (params.forceAllRegions)
+        return true;
+    const uint32_t high = params.blocksHigh, wide = params.blocksWide;
+    uint32_t latestChange = 0;
+    for (uint32_t dy = 0; dy < 3; ++dy)
+        for (uint32_t dx = 0; dx < 3; ++dx)
+            if (dy != 1 || dx != 1)
+                latestChange = std::max(
+                    latestChange,
+                    schedule.changed[size_t((row + high + dy - 1) % high) * wide + (column + wide + dx - 1) % wide]);
+    return !(latestChange < schedule.visited[size_t(row) * wide + column]);
+}
+
+// One optimise phase. The fast path runs the phase's stages one after the
+// other, each due block of a stage on the next free thread; the plain one
+// gives each thread a fixed share of the rows.
+void RunOptimisePhase(OptimiseThreadArgs args, StageSchedule* schedule)
+{
+    if (!schedule)
+        RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
+    else
+        for (uint32_t stage = 0; stage < 3; ++stage)
+        {
+            const CompressParams& params = *args.params;
+            const uint32_t count = StageBlockCount(params.blocksWide, params.blocksHigh, args.rowParity, stage);
+            schedule->dueCount = 0;
+            for (uint32_t index = 0; index < count; ++index)
+            {
+                uint32_t row, column;
+                StageBlock(params.blocksWide, args.rowParity, stage, index, row, column);
+                if (Due(params, *schedule, row, column))
+                    schedule->due[schedule->dueCount++] = row * params.blocksWide + column;
+            }
+            if (schedule->dueCount == 0)
+                continue;
+            std::atomic<uint32_t> next{0};
+            args.nextBlock = &next;
+            args.schedule = schedule;
+            RunPhase(std::min(args.threadCount, schedule->dueCount), RunAnOptimisePhaseThread, args);
+        }
+    args.nextBlock = nullptr;
+    OptimiseHeldBackRow(args);
+    if (schedule && HoldsBackLastRow(args.params->blocksHigh, args.rowParity))
+        CopyStamps(*args.params, args.RegRow, args.params->blocksHigh - 1, args.params->blocksHigh, *schedule);
+}
+
 } // namespace
+
+void SetOptimiserReference(bool reference)
+{
+    gReferencePath.store(reference);
+}
+
+bool OptimiserReference()
+{
+    return gReferencePath.load();
+}
 
 int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsigned int bitsPerPixel,
                                   bool isGeneration2, unsigned char* output, unsigned int noTwiddle,
@@ -259,6 +390,25 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
 
     ApplyColourSwaps(params, rows);
 
+    const bool reference = OptimiserReference();
+    std::unique_ptr<StageSchedule> schedule;
+    if (!reference)
+    {
+        try
+        {
+            schedule.reset(new StageSchedule);
+            const size_t blocks = size_t(params.blocksWide) * params.blocksHigh;
+            schedule->changed.resize(blocks);
+            schedule->visited.resize(blocks);
+            schedule->due.resize(blocks);
+        }
+        catch (const std::bad_alloc&)
+        {
+            schedule.reset(); // the plain schedule then
+        }
+        if (schedule)
+            CopyStamps(params, rows, 0, params.blocksHigh, *schedule);
+    }
     unsigned int level = 0, levelCount = 1;
     FNZJGetCurrentLevel(level, levelCount);
     for (uint32_t pass = 0; pass < passes; ++pass)
@@ -269,25 +419,24 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
         {
             const OptimiseThreadArgs args{image, &params, parity, 4 * pass + 1 + 2 * parity, rows,
                                           OptimiserThreadCount(params.blocksHigh), cancel};
-            RunPhase(args.threadCount, RunAnOptimisePhaseThread, args);
-            OptimiseHeldBackRow(args);
+            RunOptimisePhase(args, schedule.get());
             if (StopAsked(cancel))
                 return stop();
         }
         FNZJReportProgress({level, levelCount, pass + 1, passes, uint32_t(image->width), uint32_t(image->height)});
     }
 
-    for (uint32_t y = 0; y < params.blocksHigh; ++y)
-        for (uint32_t x = 0; x < params.blocksWide; ++x)
+    // The words; on the fast path each thread packs its share of the rows.
+    const unsigned int packThreads = reference ? 1u : OptimiserThreadCount(params.blocksHigh);
+    std::vector<unsigned char> unpacked(packThreads, 0);
+    const PackShared pack{image, &params, rows, output, noTwiddle != 0, packThreads, packing, unpacked.data()};
+    RunPhase(packThreads, RunAPackThread, pack);
+    for (unsigned int t = 1; t < packThreads; ++t)
+        if (unpacked[t])
         {
-            uint32_t word[2];
-            PackLocalBlock(*image, params, y, x, *packing, rows, word);
-            unsigned char* out = output + 8 * size_t(TwiddleUV(params.blocksHigh, params.blocksWide, y, x, noTwiddle != 0));
-            for (int k = 0; k < 4; ++k)
-            {
-                out[k] = uint8_t(word[0] >> (8 * k));
-                out[4 + k] = uint8_t(word[1] >> (8 * k));
-            }
+            uint32_t first, end;
+            StatsRows(t, packThreads, params.blocksHigh, first, end);
+            PackRows(pack, *packing, first, end);
         }
 
     ReleaseOptimiseWork(*packing);
