@@ -331,7 +331,7 @@ FAULTS = [
     F("context-etc-cancel", "Source/Codecs/ETC/ETCCompress.cpp",
       "if (context.Cancelled())", "if (false && context.Cancelled())", "context"),
     F("context-optimiser-rows", "Source/Codecs/ORBTC/fnzj/fnzj_localised_region.cpp",
-      "row < end && !StopAsked(args.cancel); row += 2)", "row < end; row += 2)", "context"),
+      "if (index >= schedule.dueCount || StopAsked(args.cancel))", "if (index >= schedule.dueCount)", "context"),
     F("context-transcode-keeps-texture", "Source/Pixels/ORBTextureUtilities.cpp",
       "if (!done && LastErrorIs(eORBTErrorCancelled))", "if (false)", "context"),
     F("cli-standard-type-8bit", "CLI/TextureInput.cpp",
