@@ -4,6 +4,8 @@
 
 #include "Codecs/ETC/ETCPlanarKernels.h"
 
+#include "Codecs/ETC/ETCLanes.h"
+
 #include <algorithm>
 
 #if ORBT_X86_SIMD
@@ -48,9 +50,7 @@ unsigned int SquaresSSE2(const PlanarTerms& terms, int v)
     const __m128i lanes = _mm_set1_epi16(int16_t(v));
     __m128i sum = _mm_add_epi32(Squares8(terms.pixels, terms.rows, terms.base, lanes),
                                 Squares8(terms.pixels + 8, terms.rows + 8, terms.base + 8, lanes));
-    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
-    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-    return unsigned(_mm_cvtsi128_si32(sum));
+    return etclanes::HorizontalSum(sum);
 }
 
 ORBT_TARGET_AVX2 inline __m256i Load16(const int16_t* p)
@@ -66,9 +66,7 @@ ORBT_TARGET_AVX2 unsigned int SquaresAVX2(const PlanarTerms& terms, int v)
     const __m256i d = _mm256_sub_epi16(Load16(terms.pixels), decoded);
     const __m256i pairs = _mm256_madd_epi16(d, d);
     __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(pairs), _mm256_extracti128_si256(pairs, 1));
-    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
-    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-    return unsigned(_mm_cvtsi128_si32(sum));
+    return etclanes::HorizontalSum(sum);
 }
 
 #endif

@@ -4,6 +4,8 @@
 
 #include "Codecs/ETC/ETCSubBlockKernels.h"
 
+#include "Codecs/ETC/ETCLanes.h"
+
 #include <algorithm>
 
 #include "Tools/ORBTSimd.h"
@@ -136,23 +138,7 @@ void LeastOfRowsPortable(const unsigned int (*rows)[8], int count, unsigned int*
 
 // ---- SSE2: the eight tables in two halves ----
 
-inline __m128i Min32(__m128i a, __m128i b)
-{
-    const __m128i greater = _mm_cmpgt_epi32(a, b);
-    return _mm_or_si128(_mm_and_si128(greater, b), _mm_andnot_si128(greater, a));
-}
-
-inline unsigned int HorizontalMin(__m128i v)
-{
-    v = Min32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2)));
-    v = Min32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(2, 3, 0, 1)));
-    return unsigned(_mm_cvtsi128_si32(v));
-}
-
-inline __m128i Load(const unsigned int* p)
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
+using namespace etclanes;
 
 // Sums over the pixels of the least over the modifiers of a (+ b), tables
 // h * 4 to h * 4 + 3; 'sum' receives a + b when given.

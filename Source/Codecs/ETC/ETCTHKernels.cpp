@@ -3,6 +3,8 @@
 
 #include "Codecs/ETC/ETCTHKernels.h"
 
+#include "Codecs/ETC/ETCLanes.h"
+
 #include <algorithm>
 
 #if ORBT_X86_SIMD
@@ -95,20 +97,7 @@ void BoundingErrorsPortable(const unsigned int* red, const unsigned int* green, 
 
 #if ORBT_X86_SIMD
 
-inline __m128i Load(const unsigned int* p)
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-inline void Store(unsigned int* p, __m128i v)
-{
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
-}
-
-inline __m128i Min32(__m128i a, __m128i b)
-{
-    const __m128i greater = _mm_cmpgt_epi32(a, b);
-    return _mm_or_si128(_mm_and_si128(greater, b), _mm_andnot_si128(greater, a));
-}
+using namespace etclanes;
 
 void PaintRowSSE2(const unsigned int* upper, const unsigned int* last, bool threePaints, unsigned int* pair,
                   unsigned int* single)
@@ -142,9 +131,7 @@ unsigned int DistancesSSE2(const unsigned int* first, const unsigned int* second
         const unsigned int* b = second + d * secondStride;
         __m128i sum = _mm_add_epi32(_mm_add_epi32(Min32(Load(a), Load(b)), Min32(Load(a + 4), Load(b + 4))),
                                     _mm_add_epi32(Min32(Load(a + 8), Load(b + 8)), Min32(Load(a + 12), Load(b + 12))));
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum)) + (offsets ? offsets[d] : 0);
+        const unsigned int total = HorizontalSum(sum) + (offsets ? offsets[d] : 0);
         if (total < best)
             survivors |= 1u << d;
         least = std::min(least, total);
@@ -209,9 +196,7 @@ ORBT_TARGET_AVX2 unsigned int DistancesAVX2(const unsigned int* first, const uns
         const __m256i both =
             _mm256_add_epi32(_mm256_min_epu32(Load8(a), Load8(b)), _mm256_min_epu32(Load8(a + 8), Load8(b + 8)));
         __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(both), _mm256_extracti128_si256(both, 1));
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-        const unsigned int total = unsigned(_mm_cvtsi128_si32(sum)) + (offsets ? offsets[d] : 0);
+        const unsigned int total = HorizontalSum(sum) + (offsets ? offsets[d] : 0);
         if (total < best)
             survivors |= 1u << d;
         least = std::min(least, total);

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "Codecs/ORBTC/fnzj/analygrapprop.h"
@@ -562,23 +563,41 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
 namespace
 {
 
-// Rows first, first + 2, ... before end, each row's columns in visiting order.
-void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t end)
+// A thread's work space for OptimiseRegion, released with it; null (after
+// the report) when it cannot be had.
+struct WorkRelease
 {
-    const CompressParams& params = *args.params;
+    void operator()(OptimiseWork* work) const
+    {
+        ReleaseOptimiseWork(*work);
+        delete work;
+    }
+};
+using ThreadWork = std::unique_ptr<OptimiseWork, WorkRelease>;
+
+ThreadWork NewThreadWork(const CompressParams& params)
+{
     OptimiseWork* work = new (std::nothrow) OptimiseWork;
     if (!work || !InitOptimiseWork(*work, params))
     {
         std::fprintf(stderr, "Err: Failed to allocate OptimiseRegion working space!!\n");
         delete work;
-        return;
+        return nullptr;
     }
+    return ThreadWork(work);
+}
+
+// Rows first, first + 2, ... before end, each row's columns in visiting order.
+void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t end)
+{
+    const CompressParams& params = *args.params;
+    const ThreadWork work = NewThreadWork(params);
+    if (!work)
+        return;
     const std::vector<uint32_t> columns = ColumnVisitOrder(params.blocksWide);
     for (uint32_t row = first; row < end && !StopAsked(args.cancel); row += 2)
         for (uint32_t column : columns)
             OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
-    ReleaseOptimiseWork(*work);
-    delete work;
 }
 
 // The due blocks of a stage as this thread takes them, their stamps copied
@@ -586,13 +605,9 @@ void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t 
 void OptimiseStageBlocks(const OptimiseThreadArgs& args)
 {
     const CompressParams& params = *args.params;
-    OptimiseWork* work = new (std::nothrow) OptimiseWork;
-    if (!work || !InitOptimiseWork(*work, params))
-    {
-        std::fprintf(stderr, "Err: Failed to allocate OptimiseRegion working space!!\n");
-        delete work;
+    const ThreadWork work = NewThreadWork(params);
+    if (!work)
         return;
-    }
     StageSchedule& schedule = *args.schedule;
     for (;;)
     {
@@ -606,8 +621,6 @@ void OptimiseStageBlocks(const OptimiseThreadArgs& args)
         schedule.changed[block] = region.lastChangedStamp;
         schedule.visited[block] = region.lastVisitedStamp;
     }
-    ReleaseOptimiseWork(*work);
-    delete work;
 }
 
 } // namespace
