@@ -752,40 +752,17 @@ void FitSums(const PackedFittingParams& params, uint32_t first, uint32_t end, fl
     pqr[0] = p, pqr[1] = q, pqr[2] = r;
 }
 
-} // namespace
-
-int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& params, float* displacements)
+// The inverse of the weights' matrix (P', Q', R'), applied crosswise: A =
+// R' U + Q' V, B = Q' U + P' V; the status as FitOnlyCentralRepPairsToWeights.
+int FitInverse(float p, float q, float r, float& ip, float& iq, float& ir)
 {
-    // The pixels the block can reach: rows 1 to the last but one, from the
-    // second pixel of row 1 to the last but one of that row.
-    const bool fourBpp = pixelCount == 81;
-    const uint32_t first = fourBpp ? 10 : 18;
-    const uint32_t last = std::min<uint32_t>(fourBpp ? 70 : 134, params.count ? params.count - 1 : 0);
-    float p = 0.0f, q = 0.0f, r = 0.0f;
-    float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-    const bool oneWalk = params.floatResiduals && !OptimiserReference();
-    if (oneWalk)
-    {
-        float pqr[3];
-        FitSums(params, first, std::max(first, std::min(last + 1, params.count)), pqr, u, v);
-        p = pqr[0], q = pqr[1], r = pqr[2];
-    }
-    else
-        for (uint32_t i = first; i <= last && i < params.count; ++i)
-        {
-            PairWeights(params, i);
-            p += params.a[i] * params.a[i];
-            q += params.a[i] * params.b[i];
-            r += params.b[i] * params.b[i];
-        }
+    ip = iq = ir = 0.0f;
     // One representative far outweighing the other stands alone.
     if (std::fabs(p) > 100.0f * std::fabs(r))
         q = r = 0.0f;
     else if (std::fabs(r) > 100.0f * std::fabs(p))
         p = q = 0.0f;
 
-    // Entries (P', Q', R') applied crosswise: A = R' U + Q' V, B = Q' U + P' V.
-    float ip = 0.0f, iq = 0.0f, ir = 0.0f;
     int status;
     const float determinant = p * r - q * q;
     if (determinant > 0.0f)
@@ -817,9 +794,58 @@ int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& pa
         ir = r * scale;
         status = 3;
     }
+    return status;
+}
 
+void FitDisplacements(float ip, float iq, float ir, const float* u, const float* v, float* displacements)
+{
+    for (int channel = 0; channel < 4; ++channel)
+    {
+        displacements[channel] = ir * u[channel] + iq * v[channel];
+        displacements[4 + channel] = iq * u[channel] + ip * v[channel];
+    }
+}
+
+} // namespace
+
+int FitRepPairFromSums(float p, float q, float r, const float* u, const float* v, float* displacements)
+{
+    float ip, iq, ir;
+    const int status = FitInverse(p, q, r, ip, iq, ir);
+    FitDisplacements(ip, iq, ir, u, v, displacements);
+    return status;
+}
+
+int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& params, float* displacements)
+{
+    // The pixels the block can reach: rows 1 to the last but one, from the
+    // second pixel of row 1 to the last but one of that row.
+    const bool fourBpp = pixelCount == 81;
+    const uint32_t first = fourBpp ? 10 : 18;
+    const uint32_t last = std::min<uint32_t>(fourBpp ? 70 : 134, params.count ? params.count - 1 : 0);
+    float p = 0.0f, q = 0.0f, r = 0.0f;
+    float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    const bool oneWalk = params.floatResiduals && !OptimiserReference();
+    if (oneWalk)
+    {
+        float pqr[3];
+        FitSums(params, first, std::max(first, std::min(last + 1, params.count)), pqr, u, v);
+        p = pqr[0], q = pqr[1], r = pqr[2];
+    }
+    else
+        for (uint32_t i = first; i <= last && i < params.count; ++i)
+        {
+            PairWeights(params, i);
+            p += params.a[i] * params.a[i];
+            q += params.a[i] * params.b[i];
+            r += params.b[i] * params.b[i];
+        }
+    if (oneWalk)
+        return FitRepPairFromSums(p, q, r, u, v, displacements);
+    float ip, iq, ir;
+    const int status = FitInverse(p, q, r, ip, iq, ir);
     // The four channels in one walk; each sum still runs in pixel order.
-    for (uint32_t i = first; !oneWalk && i <= last && i < params.count; ++i)
+    for (uint32_t i = first; i <= last && i < params.count; ++i)
     {
         const float ga = params.gains[i] * params.a[i], gb = params.gains[i] * params.b[i];
         for (int channel = 0; channel < 4; ++channel)
@@ -831,11 +857,7 @@ int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& pa
             v[channel] += gb * e;
         }
     }
-    for (int channel = 0; channel < 4; ++channel)
-    {
-        displacements[channel] = ir * u[channel] + iq * v[channel];
-        displacements[4 + channel] = iq * u[channel] + ip * v[channel];
-    }
+    FitDisplacements(ip, iq, ir, u, v, displacements);
     return status;
 }
 

@@ -120,6 +120,9 @@ void ReleasePackedFittingParams(PackedFittingParams& params);
 // 0), 3 a singular matrix with data on both, given a rank-one answer.
 // 'pixelCount' 81 is a 4bpp window, any other a 2bpp one.
 int FitOnlyCentralRepPairsToWeights(uint32_t pixelCount, PackedFittingParams& params, float* displacements);
+// The same from the walk's sums: p, q, r of the weights on A and B (A A, A B,
+// B B) and the residuals weighted onto A (u) and B (v).
+int FitRepPairFromSums(float p, float q, float r, const float* u, const float* v, float* displacements);
 
 } // namespace orbtexture
 

@@ -5,6 +5,7 @@
 
 #include "Codecs/ORBTC/ORBTCLocalPalette.h"
 
+#include "Codecs/ORBTC/fnzj/fnzj_window_lanes.h"
 #include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Tools/ORBTSimd.h"
 
@@ -635,9 +636,23 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const 
 {
     int64_t sums[3] = {0, 0, 0};
     const __m128i selfAB = SelfPairLanes(reps);
+    const BlendCache& cache = work.cache;
+    if (work.lanes.ready)
+    {
+        alignas(16) int16_t self[8];
+        _mm_store_si128(reinterpret_cast<__m128i*>(self), selfAB);
+        EvaluateWindowLanes(work.lanes, self, work.storeFitting, &sums[1], &sums[2]);
+        work.fitFromLanes = work.storeFitting;
+        for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+            sums[locality] += cache.settledErrors[locality];
+        errors.total = sums[1] + sums[2];
+        errors.central = sums[1];
+        errors.outer = includeOuterRing ? sums[0] : 0;
+        return;
+    }
+    work.fitFromLanes = false;
     alignas(16) unsigned char colours[4][4];
     alignas(16) int32_t e[4];
-    const BlendCache& cache = work.cache;
     const int palettes = cache.paletteInner + (includeOuterRing ? cache.paletteOuter : 0);
     for (int k = 0; k < palettes; ++k)
         ChooseAlone(work, cache.palette[k], reps, selfAB, colours, e, sums);
@@ -648,6 +663,63 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const 
     errors.total = sums[1] + sums[2];
     errors.central = sums[1];
     errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+} // namespace
+
+namespace
+{
+
+// The measured pixels into work.lanes when they are all there is to measure:
+// no palette pixel, none in the outer ring.
+void LoadWindowLanes(OptimiseWork& work)
+{
+    const BlendCache& cache = work.cache;
+    WindowLanes& l = work.lanes;
+    l.ready = cache.paletteInner == 0 && cache.paletteOuter == 0 && cache.measuredOuter == 0 &&
+              cache.measuredInner <= WindowLanes::kPixels;
+    if (!l.ready)
+        return;
+    l.count = cache.measuredInner;
+    const int padded = (l.count + 15) / 16 * 16;
+    for (int j = 0; j < padded; ++j)
+    {
+        if (j >= l.count)
+        {
+            for (int c = 0; c < 4; ++c)
+                l.fixedA[c][j] = l.fixedB[c][j] = l.weights[c][j] = l.mask2[c][j] = l.pixel[c][j] = 0;
+            l.self[j] = l.alphaWeight[j] = l.punchThrough[j] = l.central[j] = l.others[j] = 0;
+            continue;
+        }
+        const int i = cache.measured[j];
+        const PixelBlendRecord& record = work.records[i];
+        const unsigned char* pixel = work.window + 4 * i;
+        for (int c = 0; c < 4; ++c)
+        {
+            l.fixedA[c][j] = cache.lanes[i].fixedAB[c];
+            l.fixedB[c][j] = cache.lanes[i].fixedAB[4 + c];
+            l.weights[c][j] = record.choiceWeights[c];
+            l.mask2[c][j] = int16_t((record.choice2Mask >> (8 * c)) & 0xFF);
+            l.pixel[c][j] = pixel[c];
+        }
+        l.self[j] = cache.selfWeight[i];
+        l.alphaWeight[j] = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
+        l.punchThrough[j] = record.punchThroughFlag && pixel[3] == 0 ? -1 : 0;
+        l.central[j] = record.locality == 1 ? -1 : 0;
+        l.others[j] = record.locality == 2 ? -1 : 0;
+        // The fit's weights as the per-pixel walk forms them.
+        for (int k = 0; k < 4; ++k)
+        {
+            const float gain = float(record.gains[k]);
+            const float c = float(int32_t(record.centralWeights[k])) * gain * 0.001953125f;
+            const float m = float(int32_t(record.modulationValues[k]));
+            const float a = (8.0f - m) * c, b = m * c;
+            l.fit[j][k][0] = a;
+            l.fit[j][k][1] = b;
+            l.fit[j][k][2] = gain * a;
+            l.fit[j][k][3] = gain * b;
+        }
+    }
 }
 
 } // namespace
@@ -688,11 +760,13 @@ void PrepareSettled(OptimiseWork& work, const CompressParams& params)
     cache.measuredOuter = measured - cache.measuredInner;
     cache.paletteOuter = palette - cache.paletteInner;
     cache.settledReady = true;
+    LoadWindowLanes(work);
 }
 
 void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                                   bool includeOuterRing, WindowErrors& errors)
 {
+    work.fitFromLanes = false;
     if (work.cache.valid && work.cache.settledReady && !OptimiserReference())
     {
         EvalCached4BPP(work, params, reps, includeOuterRing, errors);
@@ -714,6 +788,7 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
 void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        bool includeOuterRing, WindowErrors& errors)
 {
+    work.fitFromLanes = false;
     int64_t sums[3] = {0, 0, 0};
     const int count = params.windowWidth * params.windowHeight;
     const __m128i selfAB = SelfPairLanes(reps);
@@ -802,6 +877,7 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
 void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                                   bool includeOuterRing, WindowErrors& errors)
 {
+    work.fitFromLanes = false;
     const int width = params.windowWidth, height = params.windowHeight;
     const int count = width * height;
     const __m128i selfAB = SelfPairLanes(reps);

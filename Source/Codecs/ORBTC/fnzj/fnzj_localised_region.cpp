@@ -200,8 +200,7 @@ bool Visit::Refine(const RepCandidate& start, const StatBox* box, RepCandidate& 
             break;
 
         float d[8];
-        const int status = FitOnlyCentralRepPairsToWeights(uint32_t(params.windowWidth * params.windowHeight),
-                                                           work.fitting, d);
+        const int status = FitLastEvaluation(work, params, d);
         if (status == 1)
             std::copy(d, d + 4, d + 4); // B follows A
         else if (status == 2)
@@ -292,6 +291,14 @@ void MixPixelF(float* out, float weight, const float* a, const float* b)
         const float v = a[c] + (b[c] - a[c]) * weight;
         out[c] = clamp ? std::min(255.0f, std::max(0.0f, v)) : v;
     }
+}
+
+int FitLastEvaluation(OptimiseWork& work, const CompressParams& params, float* displacements)
+{
+    if (work.fitFromLanes)
+        return FitWindowLanes(work.lanes, displacements);
+    return FitOnlyCentralRepPairsToWeights(uint32_t(params.windowWidth * params.windowHeight), work.fitting,
+                                           displacements);
 }
 
 int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
+#include "Codecs/ORBTC/fnzj/fnzj_window_lanes.h"
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
 
 namespace orbtexture
@@ -90,7 +91,16 @@ struct OptimiseWork
     unsigned char islandOrder[kMaxWindowPixels];
     unsigned char chosen[kMaxWindowPixels]; // modulation choice of each pixel
     bool storeFitting = true;                // evaluations fill 'fitting' (no fit follows otherwise)
+    // The fast path's lanes of a prepared 4bpp window without palette pixels
+    // (PrepareSettled). An evaluation through them leaves its choices there,
+    // not in 'chosen', and its fitting data for FitWindowLanes, not in
+    // 'fitting': then 'fitFromLanes' is set.
+    WindowLanes lanes;
+    bool fitFromLanes = false;
 };
+
+// The pair fit of the last evaluation (FitOnlyCentralRepPairsToWeights).
+int FitLastEvaluation(OptimiseWork& work, const CompressParams& params, float* displacements);
 
 // Sets up the work's fitting record; 0 on a failed allocation.
 int InitOptimiseWork(OptimiseWork& work, const CompressParams& params);

@@ -1,0 +1,331 @@
+// Evaluation of a window's measured pixels across vector lanes, and the pair
+// fit from the choices it made. Every path gives the same integers; the fit
+// adds its floats in pixel order as the per-pixel walk does.
+
+#include "Codecs/ORBTC/fnzj/fnzj_window_lanes.h"
+
+#include "Codecs/ORBTC/fnzj/fnzj_localised.h"
+#include "Tools/ORBTSimd.h"
+
+#if ORBT_X86_SIMD
+#include <immintrin.h>
+#endif
+
+namespace orbtexture
+{
+
+namespace
+{
+
+// The better of four errors: of choices 1 and 2 (2 on a tie), of 0 and 3 (0
+// on a tie), and of those the first pair's on a tie.
+inline int BestOfFour(const int32_t* e)
+{
+    const int middle = e[2] <= e[1] ? 2 : 1;
+    const int ends = e[0] <= e[3] ? 0 : 3;
+    return e[middle] <= e[ends] ? middle : ends;
+}
+
+void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
+{
+    for (int j = 0; j < l.count; ++j)
+    {
+        int colours[4][4];
+        for (int c = 0; c < 4; ++c)
+        {
+            const int shift = c < 3 ? 5 : 4;
+            const int ta = (l.fixedA[c][j] + l.self[j] * selfAB[c]) >> 6;
+            const int tb = (l.fixedB[c][j] + l.self[j] * selfAB[4 + c]) >> 6;
+            const int c0 = ta + (ta >> shift), c3 = tb + (tb >> shift);
+            colours[0][c] = c0;
+            colours[1][c] = (l.weights[0][j] * c0 + l.weights[1][j] * c3) >> 3;
+            colours[2][c] = ((l.weights[2][j] * c0 + l.weights[3][j] * c3) >> 3) & l.mask2[c][j];
+            colours[3][c] = c3;
+        }
+        int32_t e[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            e[k] = 0;
+            for (int c = 0; c < 4; ++c)
+            {
+                const int d = (colours[k][c] - l.pixel[c][j]) * (c == 3 ? l.alphaWeight[j] : 1);
+                e[k] += d * d;
+            }
+        }
+        const bool transparent = l.punchThrough[j] && colours[2][3] == 0;
+        const int choice = transparent ? 2 : BestOfFour(e);
+        l.chosen[j] = uint8_t(choice);
+        if (residuals)
+            for (int c = 0; c < 4; ++c)
+                l.residual[c][j] = int16_t(l.pixel[c][j] - colours[choice][c]);
+        const int64_t error = transparent ? 0 : e[choice];
+        *central += l.central[j] ? error : 0;
+        *others += l.others[j] ? error : 0;
+    }
+}
+
+#if ORBT_X86_SIMD
+
+inline __m128i Load(const int16_t* p)
+{
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+inline __m128i Select(__m128i mask, __m128i whenSet, __m128i otherwise)
+{
+    return _mm_or_si128(_mm_and_si128(mask, whenSet), _mm_andnot_si128(mask, otherwise));
+}
+
+// Each 32-bit lane summed into a 64-bit total.
+inline int64_t Total(__m128i lanes)
+{
+    alignas(16) int32_t v[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(v), lanes);
+    return int64_t(v[0]) + v[1] + v[2] + v[3];
+}
+
+// Eight pixels a step. Errors are built in 32-bit lanes from interleaved
+// channel pairs: pixels 0 to 3 in one vector, 4 to 7 in the other, which a
+// signed pack puts back in order.
+void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
+{
+    const __m128i zero = _mm_setzero_si128();
+    __m128i selfA[4], selfB[4];
+    for (int c = 0; c < 4; ++c)
+    {
+        selfA[c] = _mm_set1_epi16(selfAB[c]);
+        selfB[c] = _mm_set1_epi16(selfAB[4 + c]);
+    }
+    const __m128i one = _mm_set1_epi32(1), two = _mm_set1_epi32(2), three = _mm_set1_epi32(3);
+    __m128i sumCentral = zero, sumOthers = zero;
+    for (int j = 0; j < l.count; j += 8)
+    {
+        const __m128i self = Load(l.self + j);
+        const __m128i w0 = Load(l.weights[0] + j), w1 = Load(l.weights[1] + j);
+        const __m128i w2 = Load(l.weights[2] + j), w3 = Load(l.weights[3] + j);
+        __m128i colours[4][4];
+        for (int c = 0; c < 4; ++c)
+        {
+            const __m128i ta = _mm_srli_epi16(_mm_add_epi16(Load(l.fixedA[c] + j), _mm_mullo_epi16(self, selfA[c])), 6);
+            const __m128i tb = _mm_srli_epi16(_mm_add_epi16(Load(l.fixedB[c] + j), _mm_mullo_epi16(self, selfB[c])), 6);
+            const __m128i c0 = _mm_add_epi16(ta, c < 3 ? _mm_srli_epi16(ta, 5) : _mm_srli_epi16(ta, 4));
+            const __m128i c3 = _mm_add_epi16(tb, c < 3 ? _mm_srli_epi16(tb, 5) : _mm_srli_epi16(tb, 4));
+            colours[0][c] = c0;
+            colours[1][c] = _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w0, c0), _mm_mullo_epi16(w1, c3)), 3);
+            colours[2][c] = _mm_and_si128(
+                _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w2, c0), _mm_mullo_epi16(w3, c3)), 3),
+                Load(l.mask2[c] + j));
+            colours[3][c] = c3;
+        }
+        const __m128i alphaWeight = Load(l.alphaWeight + j);
+        __m128i low[4], high[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            const __m128i dr = _mm_sub_epi16(colours[k][0], Load(l.pixel[0] + j));
+            const __m128i dg = _mm_sub_epi16(colours[k][1], Load(l.pixel[1] + j));
+            const __m128i db = _mm_sub_epi16(colours[k][2], Load(l.pixel[2] + j));
+            const __m128i da = _mm_mullo_epi16(_mm_sub_epi16(colours[k][3], Load(l.pixel[3] + j)), alphaWeight);
+            const __m128i rgLow = _mm_unpacklo_epi16(dr, dg), baLow = _mm_unpacklo_epi16(db, da);
+            const __m128i rgHigh = _mm_unpackhi_epi16(dr, dg), baHigh = _mm_unpackhi_epi16(db, da);
+            low[k] = _mm_add_epi32(_mm_madd_epi16(rgLow, rgLow), _mm_madd_epi16(baLow, baLow));
+            high[k] = _mm_add_epi32(_mm_madd_epi16(rgHigh, rgHigh), _mm_madd_epi16(baHigh, baHigh));
+        }
+        const __m128i transparent = _mm_and_si128(Load(l.punchThrough + j), _mm_cmpeq_epi16(colours[2][3], zero));
+        const __m128i centralMask = Load(l.central + j), othersMask = Load(l.others + j);
+        __m128i choiceHalves[2];
+        for (int half = 0; half < 2; ++half)
+        {
+            const __m128i* e = half ? high : low;
+            const __m128i middleOne = _mm_cmpgt_epi32(e[2], e[1]);
+            const __m128i middle = Select(middleOne, e[1], e[2]);
+            const __m128i endsThree = _mm_cmpgt_epi32(e[0], e[3]);
+            const __m128i ends = Select(endsThree, e[3], e[0]);
+            const __m128i takeEnds = _mm_cmpgt_epi32(middle, ends);
+            __m128i choice = Select(takeEnds, Select(endsThree, three, zero), Select(middleOne, one, two));
+            __m128i error = Select(takeEnds, ends, middle);
+            const __m128i t = half ? _mm_unpackhi_epi16(transparent, transparent)
+                                   : _mm_unpacklo_epi16(transparent, transparent);
+            choice = Select(t, two, choice);
+            error = _mm_andnot_si128(t, error);
+            const __m128i c = half ? _mm_unpackhi_epi16(centralMask, centralMask)
+                                   : _mm_unpacklo_epi16(centralMask, centralMask);
+            const __m128i o = half ? _mm_unpackhi_epi16(othersMask, othersMask)
+                                   : _mm_unpacklo_epi16(othersMask, othersMask);
+            sumCentral = _mm_add_epi32(sumCentral, _mm_and_si128(error, c));
+            sumOthers = _mm_add_epi32(sumOthers, _mm_and_si128(error, o));
+            choiceHalves[half] = choice;
+        }
+        const __m128i choice = _mm_packs_epi32(choiceHalves[0], choiceHalves[1]);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(l.chosen + j), _mm_packus_epi16(choice, choice));
+        if (residuals)
+        {
+            const __m128i is1 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(1));
+            const __m128i is2 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(2));
+            const __m128i is3 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(3));
+            for (int c = 0; c < 4; ++c)
+            {
+                __m128i colour = Select(is1, colours[1][c], colours[0][c]);
+                colour = Select(is2, colours[2][c], colour);
+                colour = Select(is3, colours[3][c], colour);
+                _mm_store_si128(reinterpret_cast<__m128i*>(l.residual[c] + j),
+                                _mm_sub_epi16(Load(l.pixel[c] + j), colour));
+            }
+        }
+    }
+    // A lane sums at most 12 pixels' errors, each below 2^26: no overflow.
+    *central += Total(sumCentral);
+    *others += Total(sumOthers);
+}
+
+ORBT_TARGET_AVX2 inline __m256i Load256(const int16_t* p)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i*>(p));
+}
+
+// Sixteen pixels a step, as EvaluateSSE2 in each 128-bit half.
+ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central,
+                                   int64_t* others)
+{
+    const __m256i zero = _mm256_setzero_si256();
+    __m256i selfA[4], selfB[4];
+    for (int c = 0; c < 4; ++c)
+    {
+        selfA[c] = _mm256_set1_epi16(selfAB[c]);
+        selfB[c] = _mm256_set1_epi16(selfAB[4 + c]);
+    }
+    const __m256i one = _mm256_set1_epi32(1), two = _mm256_set1_epi32(2), three = _mm256_set1_epi32(3);
+    __m256i sumCentral = zero, sumOthers = zero;
+    for (int j = 0; j < l.count; j += 16)
+    {
+        const __m256i self = Load256(l.self + j);
+        const __m256i w0 = Load256(l.weights[0] + j), w1 = Load256(l.weights[1] + j);
+        const __m256i w2 = Load256(l.weights[2] + j), w3 = Load256(l.weights[3] + j);
+        __m256i colours[4][4];
+        for (int c = 0; c < 4; ++c)
+        {
+            const __m256i ta =
+                _mm256_srli_epi16(_mm256_add_epi16(Load256(l.fixedA[c] + j), _mm256_mullo_epi16(self, selfA[c])), 6);
+            const __m256i tb =
+                _mm256_srli_epi16(_mm256_add_epi16(Load256(l.fixedB[c] + j), _mm256_mullo_epi16(self, selfB[c])), 6);
+            const __m256i c0 = _mm256_add_epi16(ta, c < 3 ? _mm256_srli_epi16(ta, 5) : _mm256_srli_epi16(ta, 4));
+            const __m256i c3 = _mm256_add_epi16(tb, c < 3 ? _mm256_srli_epi16(tb, 5) : _mm256_srli_epi16(tb, 4));
+            colours[0][c] = c0;
+            colours[1][c] =
+                _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(w0, c0), _mm256_mullo_epi16(w1, c3)), 3);
+            colours[2][c] = _mm256_and_si256(
+                _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(w2, c0), _mm256_mullo_epi16(w3, c3)), 3),
+                Load256(l.mask2[c] + j));
+            colours[3][c] = c3;
+        }
+        const __m256i alphaWeight = Load256(l.alphaWeight + j);
+        __m256i low[4], high[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            const __m256i dr = _mm256_sub_epi16(colours[k][0], Load256(l.pixel[0] + j));
+            const __m256i dg = _mm256_sub_epi16(colours[k][1], Load256(l.pixel[1] + j));
+            const __m256i db = _mm256_sub_epi16(colours[k][2], Load256(l.pixel[2] + j));
+            const __m256i da =
+                _mm256_mullo_epi16(_mm256_sub_epi16(colours[k][3], Load256(l.pixel[3] + j)), alphaWeight);
+            const __m256i rgLow = _mm256_unpacklo_epi16(dr, dg), baLow = _mm256_unpacklo_epi16(db, da);
+            const __m256i rgHigh = _mm256_unpackhi_epi16(dr, dg), baHigh = _mm256_unpackhi_epi16(db, da);
+            low[k] = _mm256_add_epi32(_mm256_madd_epi16(rgLow, rgLow), _mm256_madd_epi16(baLow, baLow));
+            high[k] = _mm256_add_epi32(_mm256_madd_epi16(rgHigh, rgHigh), _mm256_madd_epi16(baHigh, baHigh));
+        }
+        const __m256i transparent =
+            _mm256_and_si256(Load256(l.punchThrough + j), _mm256_cmpeq_epi16(colours[2][3], zero));
+        const __m256i centralMask = Load256(l.central + j), othersMask = Load256(l.others + j);
+        __m256i choiceHalves[2];
+        for (int half = 0; half < 2; ++half)
+        {
+            const __m256i* e = half ? high : low;
+            const __m256i middleOne = _mm256_cmpgt_epi32(e[2], e[1]);
+            const __m256i middle = _mm256_min_epi32(e[1], e[2]);
+            const __m256i endsThree = _mm256_cmpgt_epi32(e[0], e[3]);
+            const __m256i ends = _mm256_min_epi32(e[0], e[3]);
+            const __m256i takeEnds = _mm256_cmpgt_epi32(middle, ends);
+            __m256i choice = _mm256_blendv_epi8(_mm256_blendv_epi8(two, one, middleOne),
+                                                _mm256_and_si256(endsThree, three), takeEnds);
+            __m256i error = _mm256_min_epi32(middle, ends);
+            const __m256i t = half ? _mm256_unpackhi_epi16(transparent, transparent)
+                                   : _mm256_unpacklo_epi16(transparent, transparent);
+            choice = _mm256_blendv_epi8(choice, two, t);
+            error = _mm256_andnot_si256(t, error);
+            const __m256i c = half ? _mm256_unpackhi_epi16(centralMask, centralMask)
+                                   : _mm256_unpacklo_epi16(centralMask, centralMask);
+            const __m256i o = half ? _mm256_unpackhi_epi16(othersMask, othersMask)
+                                   : _mm256_unpacklo_epi16(othersMask, othersMask);
+            sumCentral = _mm256_add_epi32(sumCentral, _mm256_and_si256(error, c));
+            sumOthers = _mm256_add_epi32(sumOthers, _mm256_and_si256(error, o));
+            choiceHalves[half] = choice;
+        }
+        const __m256i choice = _mm256_packs_epi32(choiceHalves[0], choiceHalves[1]);
+        const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(choice, choice), _MM_SHUFFLE(3, 1, 2, 0));
+        _mm_store_si128(reinterpret_cast<__m128i*>(l.chosen + j), _mm256_castsi256_si128(bytes));
+        if (residuals)
+        {
+            const __m256i is1 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(1));
+            const __m256i is2 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(2));
+            const __m256i is3 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(3));
+            for (int c = 0; c < 4; ++c)
+            {
+                __m256i colour = _mm256_blendv_epi8(colours[0][c], colours[1][c], is1);
+                colour = _mm256_blendv_epi8(colour, colours[2][c], is2);
+                colour = _mm256_blendv_epi8(colour, colours[3][c], is3);
+                _mm256_store_si256(reinterpret_cast<__m256i*>(l.residual[c] + j),
+                                   _mm256_sub_epi16(Load256(l.pixel[c] + j), colour));
+            }
+        }
+    }
+    const __m256i both = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sumCentral)),
+                                          _mm256_cvtepi32_epi64(_mm256_extracti128_si256(sumCentral, 1)));
+    const __m256i bothOthers = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sumOthers)),
+                                                _mm256_cvtepi32_epi64(_mm256_extracti128_si256(sumOthers, 1)));
+    alignas(32) int64_t totals[2][4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(totals[0]), both);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(totals[1]), bothOthers);
+    *central += totals[0][0] + totals[0][1] + totals[0][2] + totals[0][3];
+    *others += totals[1][0] + totals[1][1] + totals[1][2] + totals[1][3];
+}
+
+#endif
+
+} // namespace
+
+void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residuals, int64_t* central,
+                         int64_t* others)
+{
+#if ORBT_X86_SIMD
+    switch (ActiveSimdPath())
+    {
+    case eSimdAVX2: EvaluateAVX2(lanes, selfAB, residuals, central, others); return;
+    case eSimdSSE2: EvaluateSSE2(lanes, selfAB, residuals, central, others); return;
+    default: break;
+    }
+#endif
+    EvaluatePortable(lanes, selfAB, residuals, central, others);
+}
+
+int FitWindowLanes(const WindowLanes& l, float* displacements)
+{
+    // Each sum in pixel order, as the per-pixel walk adds them; pixels the
+    // block does not reach add zeros there and are not laned.
+    float p = 0.0f, q = 0.0f, r = 0.0f;
+    float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    for (int j = 0; j < l.count; ++j)
+    {
+        const float* w = l.fit[j][l.chosen[j]];
+        const float a = w[0], b = w[1];
+        p += a * a;
+        q += a * b;
+        r += b * b;
+        for (int c = 0; c < 4; ++c)
+        {
+            const float e = float(l.residual[c][j]);
+            u[c] += w[2] * e;
+            v[c] += w[3] * e;
+        }
+    }
+    return FitRepPairFromSums(p, q, r, u, v, displacements);
+}
+
+} // namespace orbtexture

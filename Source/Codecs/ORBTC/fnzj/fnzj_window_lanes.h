@@ -1,0 +1,60 @@
+#ifndef FNZJ_WINDOW_LANES_H
+#define FNZJ_WINDOW_LANES_H
+
+// A 4bpp window's measured pixels laid out channel by channel, so that one
+// vector holds the same channel of 8 (SSE2) or 16 (AVX2) pixels: the choices,
+// their errors and each pixel's choice of an evaluation in a few vector
+// steps, and the pair fit from those choices without a per-pixel store.
+
+#include <cstdint>
+
+namespace orbtexture
+{
+
+struct WindowLanes
+{
+    static constexpr int kPixels = 96; // 81 window pixels, rounded up to whole vectors
+
+    // Set when the window's pixels were loaded (Load).
+    int count = 0;
+    bool ready = false;
+    // Per pixel: the fixed sums of the neighbours' masked A and B by channel,
+    // the weight of the block's own pair, the mixes' weights (c1 = (w0 c0 + w1
+    // c3) >> 3, c2 = (w2 c0 + w3 c3) >> 3 & mask), the source channels, the
+    // weight of alpha's difference, and masks (all ones or 0): a transparent
+    // source pixel under a punch-through choice, the block's own pixels and
+    // the others. Padding lanes are zero and count nowhere.
+    alignas(32) int16_t fixedA[4][kPixels];
+    alignas(32) int16_t fixedB[4][kPixels];
+    alignas(32) int16_t self[kPixels];
+    alignas(32) int16_t weights[4][kPixels];
+    alignas(32) int16_t mask2[4][kPixels];
+    alignas(32) int16_t pixel[4][kPixels];
+    alignas(32) int16_t alphaWeight[kPixels];
+    alignas(32) int16_t punchThrough[kPixels];
+    alignas(32) int16_t central[kPixels];
+    alignas(32) int16_t others[kPixels];
+    // Per pixel and choice, the fit's weights on A and B and the same times
+    // the pixel's gain.
+    alignas(16) float fit[kPixels][4][4];
+
+    // The last evaluation: each pixel's choice and, when asked, the source
+    // less the chosen colour.
+    alignas(32) uint8_t chosen[kPixels];
+    alignas(32) int16_t residual[4][kPixels];
+};
+
+// Sums by locality (the block's own pixels, the others) of one evaluation
+// with the block's own pair 'selfAB' (A then B, RGBA, masked to the decoder's
+// precision); each pixel's choice into lanes.chosen, and with 'residuals'
+// its residual into lanes.residual.
+void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residuals, int64_t* central,
+                         int64_t* others);
+
+// The pair fit of the last evaluation (run with residuals), as
+// FitOnlyCentralRepPairsToWeights gives it for the same choices.
+int FitWindowLanes(const WindowLanes& lanes, float* displacements);
+
+} // namespace orbtexture
+
+#endif
