@@ -687,7 +687,8 @@ void LoadWindowLanes(OptimiseWork& work)
         if (j >= l.count)
         {
             for (int c = 0; c < 4; ++c)
-                l.fixedA[c][j] = l.fixedB[c][j] = l.weights[c][j] = l.mask2[c][j] = l.pixel[c][j] = 0;
+                l.fixedA[c][j] = l.fixedB[c][j] = l.weights[c][j] = l.mask2[c][j] = l.pixel[c][j] =
+                    l.weightA[c][j] = l.weightB[c][j] = l.lowGain[c][j] = 0;
             l.self[j] = l.alphaWeight[j] = l.punchThrough[j] = l.central[j] = l.others[j] = 0;
             continue;
         }
@@ -718,6 +719,9 @@ void LoadWindowLanes(OptimiseWork& work)
             l.fit[j][k][1] = b;
             l.fit[j][k][2] = gain * a;
             l.fit[j][k][3] = gain * b;
+            l.weightA[k][j] = int16_t((8 - record.modulationValues[k]) * record.centralWeights[k]);
+            l.weightB[k][j] = int16_t(record.modulationValues[k] * record.centralWeights[k]);
+            l.lowGain[k][j] = record.gains[k] == 128 ? 0 : -1;
         }
     }
 }

@@ -363,7 +363,12 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
     const bool fastPath = !OptimiserReference();
     region.lastVisitedStamp = stamp;
     const bool islands = params.bitsPerPixel == 4 && region.graphicsLike && params.useIslands;
-    if (islands)
+    if (islands && fastPath)
+    {
+        std::memcpy(work.islandLabels, region.islandLabels, sizeof region.islandLabels);
+        std::memcpy(work.islandOrder, region.islandOrder, sizeof region.islandOrder);
+    }
+    else if (islands)
         AnalyseGraphicsProperties(work.window, params, work.islandLabels, work.islandOrder);
 
     uint32_t visitModes[8];

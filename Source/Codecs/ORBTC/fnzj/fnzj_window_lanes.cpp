@@ -7,6 +7,8 @@
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
 #include "Tools/ORBTSimd.h"
 
+#include <algorithm>
+
 #if ORBT_X86_SIMD
 #include <immintrin.h>
 #endif
@@ -28,6 +30,8 @@ inline int BestOfFour(const int32_t* e)
 
 void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
 {
+    std::fill_n(l.fitSums, 11, 0);
+    l.integerFit = residuals;
     for (int j = 0; j < l.count; ++j)
     {
         int colours[4][4];
@@ -56,8 +60,20 @@ void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int
         const int choice = transparent ? 2 : BestOfFour(e);
         l.chosen[j] = uint8_t(choice);
         if (residuals)
+        {
+            l.integerFit = l.integerFit && !l.lowGain[choice][j];
+            const int a = l.weightA[choice][j], b = l.weightB[choice][j];
+            l.fitSums[0] += a * a;
+            l.fitSums[1] += a * b;
+            l.fitSums[2] += b * b;
             for (int c = 0; c < 4; ++c)
-                l.residual[c][j] = int16_t(l.pixel[c][j] - colours[choice][c]);
+            {
+                const int residual = l.pixel[c][j] - colours[choice][c];
+                l.residual[c][j] = int16_t(residual);
+                l.fitSums[3 + c] += a * residual;
+                l.fitSums[7 + c] += b * residual;
+            }
+        }
         const int64_t error = transparent ? 0 : e[choice];
         *central += l.central[j] ? error : 0;
         *others += l.others[j] ? error : 0;
@@ -98,6 +114,9 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
     }
     const __m128i one = _mm_set1_epi32(1), two = _mm_set1_epi32(2), three = _mm_set1_epi32(3);
     __m128i sumCentral = zero, sumOthers = zero;
+    __m128i fit[11], lowGainSeen = zero;
+    for (__m128i& f : fit)
+        f = zero;
     for (int j = 0; j < l.count; j += 8)
     {
         const __m128i self = Load(l.self + j);
@@ -162,19 +181,42 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
             const __m128i is1 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(1));
             const __m128i is2 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(2));
             const __m128i is3 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(3));
+            auto pick = [&](const __m128i* options) {
+                return Select(is3, options[3], Select(is2, options[2], Select(is1, options[1], options[0])));
+            };
+            __m128i residual[4];
             for (int c = 0; c < 4; ++c)
             {
-                __m128i colour = Select(is1, colours[1][c], colours[0][c]);
-                colour = Select(is2, colours[2][c], colour);
-                colour = Select(is3, colours[3][c], colour);
-                _mm_store_si128(reinterpret_cast<__m128i*>(l.residual[c] + j),
-                                _mm_sub_epi16(Load(l.pixel[c] + j), colour));
+                const __m128i options[4] = {colours[0][c], colours[1][c], colours[2][c], colours[3][c]};
+                residual[c] = _mm_sub_epi16(Load(l.pixel[c] + j), pick(options));
+            }
+            {
+                const __m128i optionsLow[4] = {Load(l.lowGain[0] + j), Load(l.lowGain[1] + j),
+                                               Load(l.lowGain[2] + j), Load(l.lowGain[3] + j)};
+                lowGainSeen = _mm_or_si128(lowGainSeen, pick(optionsLow));
+                const __m128i optionsA[4] = {Load(l.weightA[0] + j), Load(l.weightA[1] + j), Load(l.weightA[2] + j),
+                                             Load(l.weightA[3] + j)};
+                const __m128i optionsB[4] = {Load(l.weightB[0] + j), Load(l.weightB[1] + j), Load(l.weightB[2] + j),
+                                             Load(l.weightB[3] + j)};
+                const __m128i a = pick(optionsA), b = pick(optionsB);
+                fit[0] = _mm_add_epi32(fit[0], _mm_madd_epi16(a, a));
+                fit[1] = _mm_add_epi32(fit[1], _mm_madd_epi16(a, b));
+                fit[2] = _mm_add_epi32(fit[2], _mm_madd_epi16(b, b));
+                for (int c = 0; c < 4; ++c)
+                {
+                    fit[3 + c] = _mm_add_epi32(fit[3 + c], _mm_madd_epi16(a, residual[c]));
+                    fit[7 + c] = _mm_add_epi32(fit[7 + c], _mm_madd_epi16(b, residual[c]));
+                    _mm_store_si128(reinterpret_cast<__m128i*>(l.residual[c] + j), residual[c]);
+                }
             }
         }
     }
     // A lane sums at most 12 pixels' errors, each below 2^26: no overflow.
     *central += Total(sumCentral);
     *others += Total(sumOthers);
+    for (int k = 0; k < 11; ++k)
+        l.fitSums[k] = int32_t(Total(fit[k]));
+    l.integerFit = residuals && _mm_movemask_epi8(lowGainSeen) == 0;
 }
 
 ORBT_TARGET_AVX2 inline __m256i Load256(const int16_t* p)
@@ -195,6 +237,9 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
     }
     const __m256i one = _mm256_set1_epi32(1), two = _mm256_set1_epi32(2), three = _mm256_set1_epi32(3);
     __m256i sumCentral = zero, sumOthers = zero;
+    __m256i fit[11], lowGainSeen = zero;
+    for (__m256i& f : fit)
+        f = zero;
     for (int j = 0; j < l.count; j += 16)
     {
         const __m256i self = Load256(l.self + j);
@@ -266,16 +311,39 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
             const __m256i is1 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(1));
             const __m256i is2 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(2));
             const __m256i is3 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(3));
+            __m256i residual[4];
             for (int c = 0; c < 4; ++c)
             {
                 __m256i colour = _mm256_blendv_epi8(colours[0][c], colours[1][c], is1);
                 colour = _mm256_blendv_epi8(colour, colours[2][c], is2);
                 colour = _mm256_blendv_epi8(colour, colours[3][c], is3);
-                _mm256_store_si256(reinterpret_cast<__m256i*>(l.residual[c] + j),
-                                   _mm256_sub_epi16(Load256(l.pixel[c] + j), colour));
+                residual[c] = _mm256_sub_epi16(Load256(l.pixel[c] + j), colour);
+            }
+            {
+                __m256i lowGain = _mm256_blendv_epi8(Load256(l.lowGain[0] + j), Load256(l.lowGain[1] + j), is1);
+                lowGain = _mm256_blendv_epi8(lowGain, Load256(l.lowGain[2] + j), is2);
+                lowGainSeen = _mm256_or_si256(lowGainSeen, _mm256_blendv_epi8(lowGain, Load256(l.lowGain[3] + j), is3));
+                __m256i a = _mm256_blendv_epi8(Load256(l.weightA[0] + j), Load256(l.weightA[1] + j), is1);
+                a = _mm256_blendv_epi8(a, Load256(l.weightA[2] + j), is2);
+                a = _mm256_blendv_epi8(a, Load256(l.weightA[3] + j), is3);
+                __m256i b = _mm256_blendv_epi8(Load256(l.weightB[0] + j), Load256(l.weightB[1] + j), is1);
+                b = _mm256_blendv_epi8(b, Load256(l.weightB[2] + j), is2);
+                b = _mm256_blendv_epi8(b, Load256(l.weightB[3] + j), is3);
+                fit[0] = _mm256_add_epi32(fit[0], _mm256_madd_epi16(a, a));
+                fit[1] = _mm256_add_epi32(fit[1], _mm256_madd_epi16(a, b));
+                fit[2] = _mm256_add_epi32(fit[2], _mm256_madd_epi16(b, b));
+                for (int c = 0; c < 4; ++c)
+                {
+                    fit[3 + c] = _mm256_add_epi32(fit[3 + c], _mm256_madd_epi16(a, residual[c]));
+                    fit[7 + c] = _mm256_add_epi32(fit[7 + c], _mm256_madd_epi16(b, residual[c]));
+                    _mm256_store_si256(reinterpret_cast<__m256i*>(l.residual[c] + j), residual[c]);
+                }
             }
         }
     }
+    for (int k = 0; k < 11; ++k)
+        l.fitSums[k] = int32_t(Total(_mm_add_epi32(_mm256_castsi256_si128(fit[k]), _mm256_extracti128_si256(fit[k], 1))));
+    l.integerFit = residuals && _mm256_movemask_epi8(lowGainSeen) == 0;
     const __m256i both = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sumCentral)),
                                           _mm256_cvtepi32_epi64(_mm256_extracti128_si256(sumCentral, 1)));
     const __m256i bothOthers = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sumOthers)),
@@ -307,10 +375,23 @@ void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residua
 
 int FitWindowLanes(const WindowLanes& l, float* displacements)
 {
-    // Each sum in pixel order, as the per-pixel walk adds them; pixels the
-    // block does not reach add zeros there and are not laned.
     float p = 0.0f, q = 0.0f, r = 0.0f;
     float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    if (l.integerFit)
+    {
+        // The weights are a quarter of the integer ones, the gain 128.
+        p = float(l.fitSums[0]) * 0.0625f;
+        q = float(l.fitSums[1]) * 0.0625f;
+        r = float(l.fitSums[2]) * 0.0625f;
+        for (int c = 0; c < 4; ++c)
+        {
+            u[c] = float(32 * l.fitSums[3 + c]);
+            v[c] = float(32 * l.fitSums[7 + c]);
+        }
+        return FitRepPairFromSums(p, q, r, u, v, displacements);
+    }
+    // Each sum in pixel order, as the per-pixel walk adds them; pixels the
+    // block does not reach add zeros there and are not laned.
     for (int j = 0; j < l.count; ++j)
     {
         const float* w = l.fit[j][l.chosen[j]];

@@ -37,17 +37,30 @@ struct WindowLanes
     // Per pixel and choice, the fit's weights on A and B and the same times
     // the pixel's gain.
     alignas(16) float fit[kPixels][4][4];
+    // For a choice of full gain (128) those weights are a quarter of (8 - m) w
+    // and of m w, w the block's part and m the modulation: here by choice,
+    // with a mask of the choices of other gains. When every pixel takes a
+    // choice of full gain, every partial sum of the fit is a float that holds
+    // it exactly (multiples of 1/16 below 2^20, and of 32 below 2^29), so the
+    // sums in any order are the walk's: the evaluation forms them in integers.
+    alignas(32) int16_t weightA[4][kPixels];
+    alignas(32) int16_t weightB[4][kPixels];
+    alignas(32) int16_t lowGain[4][kPixels];
 
     // The last evaluation: each pixel's choice and, when asked, the source
-    // less the chosen colour.
+    // less the chosen colour and, when every choice had full gain
+    // ('integerFit'), the fit's integer sums (A A, A B, B B, then the
+    // residuals on A and on B by channel).
     alignas(32) uint8_t chosen[kPixels];
     alignas(32) int16_t residual[4][kPixels];
+    int32_t fitSums[11];
+    bool integerFit = false;
 };
 
 // Sums by locality (the block's own pixels, the others) of one evaluation
 // with the block's own pair 'selfAB' (A then B, RGBA, masked to the decoder's
 // precision); each pixel's choice into lanes.chosen, and with 'residuals'
-// its residual into lanes.residual.
+// what the fit needs.
 void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residuals, int64_t* central,
                          int64_t* others);
 

@@ -1,12 +1,19 @@
 #include "Codecs/ORBTC/fnzj/initialreps.h"
 
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
+#include "Tools/ORBTSimd.h"
 
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <vector>
+
+#if ORBT_X86_SIMD
+#include <emmintrin.h>
+#endif
 
 namespace orbtexture
 {
@@ -396,6 +403,47 @@ int Cut(const PixelInfo* entries, int count, float value)
                entries);
 }
 
+// The sorted projections in a flat array padded with infinities, where the
+// first at least a value is the count of those below it.
+struct Projections
+{
+    static constexpr int kMax = 160;
+    alignas(16) float values[kMax];
+    int count, padded;
+    bool plain = OptimiserReference();
+
+    Projections(const PixelInfo* entries, int n) : count(n), padded((n + 3) / 4 * 4)
+    {
+        if (n > kMax || plain)
+            return;
+        for (int i = 0; i < n; ++i)
+            values[i] = entries[i].projection;
+        for (int i = n; i < padded; ++i)
+            values[i] = std::numeric_limits<float>::infinity();
+    }
+
+    int Cut(const PixelInfo* entries, float value) const
+    {
+        if (count > kMax || plain)
+            return orbtexture::Cut(entries, count, value);
+#if ORBT_X86_SIMD
+        // Each comparison is -1 where below.
+        const __m128 v = _mm_set1_ps(value);
+        __m128i below = _mm_setzero_si128();
+        for (int i = 0; i < padded; i += 4)
+            below = _mm_sub_epi32(below, _mm_castps_si128(_mm_cmplt_ps(_mm_load_ps(values + i), v)));
+        below = _mm_add_epi32(below, _mm_shuffle_epi32(below, _MM_SHUFFLE(1, 0, 3, 2)));
+        below = _mm_add_epi32(below, _mm_shuffle_epi32(below, _MM_SHUFFLE(2, 3, 0, 1)));
+        return _mm_cvtsi128_si32(below);
+#else
+        int below = 0;
+        for (int i = 0; i < padded; ++i)
+            below += values[i] < value ? 1 : 0;
+        return below;
+#endif
+    }
+};
+
 constexpr double kLevelWeights[4] = {0.0, 0.375, 0.625, 1.0};
 
 } // namespace
@@ -405,6 +453,7 @@ double ImprovePartition(const PixelInfo* entries, int count, float& lower, doubl
 {
     if (count < 2 || minimum == maximum)
         return 0.0;
+    const Projections projections(entries, count);
     float l = lower, u = upper;
     double best = -1.0;
     float bestLower = l, bestUpper = u;
@@ -419,7 +468,7 @@ double ImprovePartition(const PixelInfo* entries, int count, float& lower, doubl
         for (int k = 1; k < 4; ++k)
         {
             const float boundary = std::min(std::max(float(0.5 * (levels[k - 1] + levels[k])), minimum), maximum);
-            cuts[k] = std::max(Cut(entries, count, boundary), cuts[k - 1]);
+            cuts[k] = std::max(projections.Cut(entries, boundary), cuts[k - 1]);
         }
         Moments zones[4];
         double error = 0.0;

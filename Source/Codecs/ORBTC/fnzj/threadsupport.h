@@ -56,6 +56,9 @@ struct RegionStats
     uint32_t flatRegion;
     ModeSlot modeSlots[8];
     uint32_t selectedMode;
+    // 4bpp: the window's island labels and order, kept from the statistics
+    // for the passes that evaluate by islands.
+    unsigned char islandLabels[81], islandOrder[81];
 };
 
 // The modes of a block fix the flag bits of its word: 4bpp 0 to 3, 2bpp 8

@@ -5,6 +5,8 @@
 
 #include "Codecs/ORBTC/fnzj/threadsupport_stats.h"
 
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
+
 #include "Codecs/ORBTC/fnzj/analygrapprop.h"
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
 #include "Codecs/ORBTC/fnzj/initialreps.h"
@@ -143,6 +145,16 @@ struct StatsWork
     std::unique_ptr<unsigned char[]> labels, order;
     std::unique_ptr<float[]> lowFrequency;
     std::unique_ptr<InteriorPixel[]> interior;
+    // The last pick in this block's window: a mode along the same axis over
+    // the same pixels gets the same pair.
+    struct Pick
+    {
+        bool valid;
+        bool exclude;
+        float axis[4];
+        unsigned char a[4], b[4];
+    };
+    mutable Pick lastPick{};
 };
 
 std::unique_ptr<unsigned char[]> InitPixelWindow(int pixelCount)
@@ -254,9 +266,26 @@ void FreshCandidate(RepCandidate& candidate)
 
 void PickAlong(const StatsWork& work, bool excludeTransparent, const float* axis, RepCandidate& candidate)
 {
-    PickRepsByProjectingPixelsOntoAxis(work.params, excludeTransparent, true, false, work.window.get(),
+    // Exclusion that leaves out no pixel is none.
+    bool exclude = false;
+    for (int i = 0; excludeTransparent && !exclude && i < work.pixelCount; ++i)
+        exclude = work.args.linFilterWeights[i] != 0.0f && IsTransparent(work.params, work.window.get() + 4 * i);
+    StatsWork::Pick& last = work.lastPick;
+    last.valid = last.valid && !OptimiserReference();
+    if (last.valid && last.exclude == exclude && std::memcmp(last.axis, axis, sizeof last.axis) == 0)
+    {
+        std::copy_n(last.a, 4, candidate.repA);
+        std::copy_n(last.b, 4, candidate.repB);
+        return;
+    }
+    PickRepsByProjectingPixelsOntoAxis(work.params, exclude, true, false, work.window.get(),
                                        work.args.linFilterWeights, work.pixelCount, axis, -1, nullptr,
                                        candidate.repA, candidate.repB);
+    last.valid = true;
+    last.exclude = exclude;
+    std::memcpy(last.axis, axis, sizeof last.axis);
+    std::copy_n(candidate.repA, 4, last.a);
+    std::copy_n(candidate.repB, 4, last.b);
 }
 
 // Both representatives at a box's mean colour.
@@ -432,6 +461,11 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
 
     const int islands = AnalyseGraphicsProperties(window, params, work.labels.get(), work.order.get());
     region.graphicsLike = islands < width * height / 4 ? 1 : 0;
+    if (work.pixelCount == int(sizeof region.islandLabels))
+    {
+        std::memcpy(region.islandLabels, work.labels.get(), sizeof region.islandLabels);
+        std::memcpy(region.islandOrder, work.order.get(), sizeof region.islandOrder);
+    }
 
     uint8_t modes[kMaxModeSlots];
     const int modeCount = ConstructListOfNeededModes(params.format, params.bitsPerPixel, params.isGeneration2,
@@ -439,6 +473,7 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
     region.flatRegion = region.AllBox.singleColour;
     region.paletteCount = 0;
     std::memset(region.paletteEntries, 0, sizeof region.paletteEntries);
+    work.lastPick.valid = false;
     for (int i = 0; i < modeCount; ++i)
         SetUpStandardRepStarts(work, region, i, modes[i], x, y);
     for (int i = modeCount; i < kMaxModeSlots; ++i)
