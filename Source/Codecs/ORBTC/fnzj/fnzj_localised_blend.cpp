@@ -14,6 +14,7 @@
 #include <immintrin.h>
 #endif
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -444,6 +445,32 @@ void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbo
                 }
             }
         }
+}
+
+void CreateBlendingForVisit(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
+                            const CompressParams& params, OptimiseWork& work)
+{
+    work.cache.valid = false;
+    if (OptimiserReference())
+    {
+        CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
+        return;
+    }
+    uint32_t key[11] = {centreMode, hardVariantMask};
+    std::copy_n(modes, 9, key + 2);
+    const size_t bytes = size_t(params.windowWidth) * params.windowHeight * sizeof(PixelBlendRecord);
+    for (const OptimiseWork::BlendMemo& memo : work.blendMemos)
+        if (memo.used && std::memcmp(memo.key, key, sizeof key) == 0)
+        {
+            std::memcpy(work.records, memo.records, bytes);
+            return;
+        }
+    CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
+    OptimiseWork::BlendMemo& memo = work.blendMemos[work.nextBlendMemo];
+    work.nextBlendMemo = (work.nextBlendMemo + 1) % OptimiseWork::kBlendMemos;
+    memo.used = true;
+    std::memcpy(memo.key, key, sizeof key);
+    std::memcpy(memo.records, work.records, bytes);
 }
 
 int SynthesisePixelColourChoices(const PixelBlendRecord& record, const NeighbourhoodReps& reps,

@@ -307,6 +307,9 @@ int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
     work.cache.valid = false;
     work.storeFitting = true;
     work.fitting = PackedFittingParams{};
+    for (OptimiseWork::BlendMemo& memo : work.blendMemos)
+        memo.used = false;
+    work.nextBlendMemo = 0;
     return InitialisePackedFittingParams(uint32_t(params.windowWidth * params.windowHeight), 0, 0, nullptr,
                                          work.fitting);
 }
@@ -400,7 +403,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         bool done = false;
         for (uint32_t h = 0; h < hardLimit && !done; h += step)
         {
-            CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
+            CreateBlendingForVisit(mode, visit.modes, h, params, work);
             PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
             if (fastPath && params.bitsPerPixel == 4 && !islands)
                 PrepareSettled(work, params);

@@ -97,6 +97,17 @@ struct OptimiseWork
     // 'fitting': then 'fitFromLanes' is set.
     WindowLanes lanes;
     bool fitFromLanes = false;
+    // The last few neighbourhoods' records (CreateBlendingForVisit): most
+    // visits see the same modes around them.
+    struct BlendMemo
+    {
+        bool used;
+        uint32_t key[11]; // centre mode, hard variant, the nine modes
+        PixelBlendRecord records[kMaxWindowPixels];
+    };
+    static constexpr int kBlendMemos = 8;
+    BlendMemo blendMemos[kBlendMemos];
+    int nextBlendMemo = 0;
 };
 
 // The pair fit of the last evaluation (FitOnlyCentralRepPairsToWeights).
@@ -135,6 +146,11 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
     work.cache.valid = false;
     CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
 }
+
+// CreateBlendingAndUpdateWeights into a work's records, on the fast path
+// from the work's memo when it holds the same neighbourhood.
+void CreateBlendingForVisit(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
+                            const CompressParams& params, OptimiseWork& work);
 
 // Fills work.cache for the records now in 'work': 'selfPositions' marks the
 // neighbourhood places that are the block itself, whose representatives the

@@ -83,6 +83,58 @@ void QuantisePair(float a, float b, int bitsA, int bitsB, unsigned char& outA, u
     outB = static_cast<unsigned char>(quantise(b, bitsB, !bBelow));
 }
 
+#if ORBT_X86_SIMD
+// QuantisePair of the three colour channels, A's in one vector and B's in
+// the other, by the same float operations with selects for the branches.
+// Values must not be NaN.
+void QuantiseColourPairs(const float* a, const float* b, const int* bitsA, int bitsB, unsigned char* outA,
+                         unsigned char* outB)
+{
+    const __m128 va = _mm_setr_ps(a[0], a[1], a[2], 0.0f), vb = _mm_setr_ps(b[0], b[1], b[2], 0.0f);
+    const __m128i bBelow = _mm_castps_si128(_mm_cmplt_ps(vb, va));
+    const __m128i bitsOfA = _mm_setr_epi32(bitsA[0], bitsA[1], bitsA[2], 5);
+    const __m128i bitsOfB = _mm_set1_epi32(bitsB);
+    auto quantise = [](__m128 v, __m128i bits, __m128i upOnTie) {
+        const __m128i one = _mm_set1_epi32(1);
+        const __m128i is4 = _mm_cmpeq_epi32(bits, _mm_set1_epi32(4)), is3 = _mm_cmpeq_epi32(bits, _mm_set1_epi32(3));
+        const __m128i m = _mm_sub_epi32(
+            _mm_or_si128(_mm_andnot_si128(_mm_or_si128(is4, is3), _mm_set1_epi32(32)),
+                         _mm_or_si128(_mm_and_si128(is4, _mm_set1_epi32(16)), _mm_and_si128(is3, _mm_set1_epi32(8)))),
+            one);
+        const __m128 inRange = _mm_min_ps(_mm_max_ps(v, _mm_setzero_ps()), _mm_set1_ps(255.0f));
+        const __m128i truncated =
+            _mm_cvttps_epi32(_mm_div_ps(_mm_mul_ps(_mm_cvtepi32_ps(m), inRange), _mm_set1_ps(255.0f)));
+        const __m128i lo = _mm_add_epi32(truncated, _mm_cmpeq_epi32(truncated, m)); // m less one at the top
+        auto widen = [&](__m128i x) {
+            const __m128i as4 = _mm_or_si128(_mm_slli_epi32(x, 1), _mm_srli_epi32(x, 3));
+            const __m128i as3 = _mm_or_si128(_mm_slli_epi32(x, 2), _mm_srli_epi32(x, 1));
+            const __m128i five = _mm_or_si128(_mm_andnot_si128(_mm_or_si128(is4, is3), x),
+                                              _mm_or_si128(_mm_and_si128(is4, as4), _mm_and_si128(is3, as3)));
+            return _mm_or_si128(_mm_slli_epi32(five, 3), _mm_srli_epi32(five, 2));
+        };
+        const __m128i low = widen(lo), high = widen(_mm_add_epi32(lo, one));
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
+        const __m128 toLow = _mm_and_ps(_mm_sub_ps(v, _mm_cvtepi32_ps(low)), magnitude);
+        const __m128 toHigh = _mm_and_ps(_mm_sub_ps(_mm_cvtepi32_ps(high), v), magnitude);
+        const __m128i lowNearer = _mm_castps_si128(_mm_cmplt_ps(toLow, toHigh));
+        const __m128i tie = _mm_castps_si128(_mm_cmpeq_ps(toLow, toHigh));
+        const __m128i takeLow = _mm_or_si128(_mm_andnot_si128(tie, lowNearer), _mm_andnot_si128(upOnTie, tie));
+        __m128i picked = _mm_or_si128(_mm_and_si128(takeLow, low), _mm_andnot_si128(takeLow, high));
+        picked = _mm_andnot_si128(_mm_castps_si128(_mm_cmple_ps(v, _mm_setzero_ps())), picked);
+        const __m128i top = _mm_castps_si128(_mm_cmpge_ps(v, _mm_set1_ps(255.0f)));
+        return _mm_or_si128(_mm_and_si128(top, _mm_set1_epi32(255)), _mm_andnot_si128(top, picked));
+    };
+    alignas(16) int32_t qa[4], qb[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(qa), quantise(va, bitsOfA, bBelow));
+    _mm_store_si128(reinterpret_cast<__m128i*>(qb), quantise(vb, bitsOfB, _mm_xor_si128(bBelow, _mm_set1_epi32(-1))));
+    for (int c = 0; c < 3; ++c)
+    {
+        outA[c] = static_cast<unsigned char>(qa[c]);
+        outB[c] = static_cast<unsigned char>(qb[c]);
+    }
+}
+#endif
+
 // ---- Generated best-match tables ----
 
 constexpr int kWeights[8] = {0, 3, 4, 5, 8, 3, 4, 5};
@@ -352,8 +404,16 @@ void MapToRepresentableColours(bool isGeneration2, const float* a, const float* 
     }
     const int bitsA[3] = {translucentA ? 4 : 5, translucentA ? 4 : 5, translucentA ? 3 : 4};
     const int bitsB = translucentB ? 4 : 5;
+#if ORBT_X86_SIMD
+    bool finite = true;
     for (int c = 0; c < 3; ++c)
-        QuantisePair(a[c], b[c], bitsA[c], bitsB, outA[c], outB[c]);
+        finite = finite && a[c] == a[c] && b[c] == b[c];
+    if (finite && !OptimiserReference())
+        QuantiseColourPairs(a, b, bitsA, bitsB, outA, outB);
+    else
+#endif
+        for (int c = 0; c < 3; ++c)
+            QuantisePair(a[c], b[c], bitsA[c], bitsB, outA[c], outB[c]);
     outA[3] = static_cast<unsigned char>(alphaA);
     outB[3] = static_cast<unsigned char>(alphaB);
 }
