@@ -715,7 +715,7 @@ void LoadWindowLanes(OptimiseWork& work)
         {
             for (int c = 0; c < 4; ++c)
                 l.fixedA[c][j] = l.fixedB[c][j] = l.weights[c][j] = l.mask2[c][j] = l.pixel[c][j] =
-                    l.weightA[c][j] = l.weightB[c][j] = l.lowGain[c][j] = 0;
+                    l.weightA[c][j] = l.weightB[c][j] = l.lowGain[c][j] = l.gain[c][j] = 0;
             l.self[j] = l.alphaWeight[j] = l.punchThrough[j] = l.central[j] = l.others[j] = 0;
             continue;
         }
@@ -735,17 +735,9 @@ void LoadWindowLanes(OptimiseWork& work)
         l.punchThrough[j] = record.punchThroughFlag && pixel[3] == 0 ? -1 : 0;
         l.central[j] = record.locality == 1 ? -1 : 0;
         l.others[j] = record.locality == 2 ? -1 : 0;
-        // The fit's weights as the per-pixel walk forms them.
         for (int k = 0; k < 4; ++k)
         {
-            const float gain = float(record.gains[k]);
-            const float c = float(int32_t(record.centralWeights[k])) * gain * 0.001953125f;
-            const float m = float(int32_t(record.modulationValues[k]));
-            const float a = (8.0f - m) * c, b = m * c;
-            l.fit[j][k][0] = a;
-            l.fit[j][k][1] = b;
-            l.fit[j][k][2] = gain * a;
-            l.fit[j][k][3] = gain * b;
+            l.gain[k][j] = record.gains[k];
             l.weightA[k][j] = int16_t((8 - record.modulationValues[k]) * record.centralWeights[k]);
             l.weightB[k][j] = int16_t(record.modulationValues[k] * record.centralWeights[k]);
             l.lowGain[k][j] = record.gains[k] == 128 ? 0 : -1;

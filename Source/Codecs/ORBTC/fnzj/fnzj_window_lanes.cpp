@@ -394,16 +394,20 @@ int FitWindowLanes(const WindowLanes& l, float* displacements)
     // block does not reach add zeros there and are not laned.
     for (int j = 0; j < l.count; ++j)
     {
-        const float* w = l.fit[j][l.chosen[j]];
-        const float a = w[0], b = w[1];
+        // Each product below is exact, as the walk's own forms are.
+        const int k = l.chosen[j];
+        const float gain = float(l.gain[k][j]);
+        const float a = float(l.weightA[k][j]) * gain * 0.001953125f;
+        const float b = float(l.weightB[k][j]) * gain * 0.001953125f;
+        const float ga = gain * a, gb = gain * b;
         p += a * a;
         q += a * b;
         r += b * b;
         for (int c = 0; c < 4; ++c)
         {
             const float e = float(l.residual[c][j]);
-            u[c] += w[2] * e;
-            v[c] += w[3] * e;
+            u[c] += ga * e;
+            v[c] += gb * e;
         }
     }
     return FitRepPairFromSums(p, q, r, u, v, displacements);

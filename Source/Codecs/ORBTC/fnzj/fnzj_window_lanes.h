@@ -34,17 +34,16 @@ struct WindowLanes
     alignas(32) int16_t punchThrough[kPixels];
     alignas(32) int16_t central[kPixels];
     alignas(32) int16_t others[kPixels];
-    // Per pixel and choice, the fit's weights on A and B and the same times
-    // the pixel's gain.
-    alignas(16) float fit[kPixels][4][4];
-    // For a choice of full gain (128) those weights are a quarter of (8 - m) w
-    // and of m w, w the block's part and m the modulation: here by choice,
-    // with a mask of the choices of other gains. When every pixel takes a
-    // choice of full gain, every partial sum of the fit is a float that holds
-    // it exactly (multiples of 1/16 below 2^20, and of 32 below 2^29), so the
-    // sums in any order are the walk's: the evaluation forms them in integers.
+    // Per pixel and choice, the fit's weights on A and B times 512 / gain,
+    // (8 - m) w and m w (w the block's part, m the modulation), the gain, and
+    // a mask of the choices whose gain is not full (128). When every pixel
+    // takes a choice of full gain, the weights are a quarter of these, and
+    // every partial sum of the fit is a float that holds it exactly
+    // (multiples of 1/16 below 2^20, and of 32 below 2^29): then the sums in
+    // any order are the walk's, and the evaluation forms them in integers.
     alignas(32) int16_t weightA[4][kPixels];
     alignas(32) int16_t weightB[4][kPixels];
+    alignas(32) int16_t gain[4][kPixels];
     alignas(32) int16_t lowGain[4][kPixels];
 
     // The last evaluation: each pixel's choice and, when asked, the source
