@@ -282,6 +282,7 @@ void PrepareBlendCacheLanes(OptimiseWork& work, const CompressParams& params, co
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions)
 {
+    work.lanesReady = false;
     if (!OptimiserReference())
     {
         PrepareBlendCacheLanes(work, params, reps, selfPositions);
@@ -333,6 +334,10 @@ void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params)
     {
         const unsigned char* pixel = work.window + 4 * i;
         const int16_t alphaWeight = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
+        for (int c = 0; c < 4; ++c)
+            work.channels.pixel[c][i] = pixel[c];
+        work.channels.alphaWeight[i] = alphaWeight;
+        work.channels.transparent[i] = pixel[3] == 0 ? -1 : 0;
         for (int c = 0; c < 8; ++c)
         {
             work.cache.pixels[i].channels[c] = pixel[c & 3];
@@ -445,32 +450,6 @@ void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbo
                 }
             }
         }
-}
-
-void CreateBlendingForVisit(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
-                            const CompressParams& params, OptimiseWork& work)
-{
-    work.cache.valid = false;
-    if (OptimiserReference())
-    {
-        CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
-        return;
-    }
-    uint32_t key[11] = {centreMode, hardVariantMask};
-    std::copy_n(modes, 9, key + 2);
-    const size_t bytes = size_t(params.windowWidth) * params.windowHeight * sizeof(PixelBlendRecord);
-    for (const OptimiseWork::BlendMemo& memo : work.blendMemos)
-        if (memo.used && std::memcmp(memo.key, key, sizeof key) == 0)
-        {
-            std::memcpy(work.records, memo.records, bytes);
-            return;
-        }
-    CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
-    OptimiseWork::BlendMemo& memo = work.blendMemos[work.nextBlendMemo];
-    work.nextBlendMemo = (work.nextBlendMemo + 1) % OptimiseWork::kBlendMemos;
-    memo.used = true;
-    std::memcpy(memo.key, key, sizeof key);
-    std::memcpy(memo.records, work.records, bytes);
 }
 
 int SynthesisePixelColourChoices(const PixelBlendRecord& record, const NeighbourhoodReps& reps,
@@ -664,20 +643,6 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const 
     int64_t sums[3] = {0, 0, 0};
     const __m128i selfAB = SelfPairLanes(reps);
     const BlendCache& cache = work.cache;
-    if (work.lanes.ready)
-    {
-        alignas(16) int16_t self[8];
-        _mm_store_si128(reinterpret_cast<__m128i*>(self), selfAB);
-        EvaluateWindowLanes(work.lanes, self, work.storeFitting, &sums[1], &sums[2]);
-        work.fitFromLanes = work.storeFitting;
-        for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
-            sums[locality] += cache.settledErrors[locality];
-        errors.total = sums[1] + sums[2];
-        errors.central = sums[1];
-        errors.outer = includeOuterRing ? sums[0] : 0;
-        return;
-    }
-    work.fitFromLanes = false;
     alignas(16) unsigned char colours[4][4];
     alignas(16) int32_t e[4];
     const int palettes = cache.paletteInner + (includeOuterRing ? cache.paletteOuter : 0);
@@ -697,55 +662,235 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const 
 namespace
 {
 
-// The measured pixels into work.lanes when they are all there is to measure:
-// no palette pixel, none in the outer ring.
-void LoadWindowLanes(OptimiseWork& work)
+// The window's lanes evaluated: the measured pixels' sums by locality with
+// the settled pixels' sums (PrepareLanes).
+void EvalLanes4BPP(OptimiseWork& work, const NeighbourhoodReps& reps, bool includeOuterRing, WindowErrors& errors)
 {
-    const BlendCache& cache = work.cache;
-    WindowLanes& l = work.lanes;
-    l.ready = cache.paletteInner == 0 && cache.paletteOuter == 0 && cache.measuredOuter == 0 &&
-              cache.measuredInner <= WindowLanes::kPixels;
-    if (!l.ready)
-        return;
-    l.count = cache.measuredInner;
-    const int padded = (l.count + 15) / 16 * 16;
-    for (int j = 0; j < padded; ++j)
+    int64_t sums[3] = {0, 0, 0};
+    alignas(16) int16_t self[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(self), SelfPairLanes(reps));
+    EvaluateWindowLanes(work.lanes, self, work.storeFitting, &sums[1], &sums[2]);
+    work.fitFromLanes = work.storeFitting;
+    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+        sums[locality] += work.cache.settledErrors[locality];
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+// Appends window pixel i to a layout; 'first' and 'second' choose the sums
+// its error adds to.
+void AddLane(LaneLayout& layout, int i, const PixelBlendRecord& record, const bool* selfPositions, bool first,
+             bool second)
+{
+    const int j = layout.count++;
+    layout.index[j] = uint8_t(i);
+    int blocks[4];
+    QuadrantBlocks(record.quadrant, blocks);
+    int self = 0;
+    for (int k = 0; k < 4; ++k)
     {
-        if (j >= l.count)
-        {
-            for (int c = 0; c < 4; ++c)
-                l.fixedA[c][j] = l.fixedB[c][j] = l.weights[c][j] = l.mask2[c][j] = l.pixel[c][j] =
-                    l.weightA[c][j] = l.weightB[c][j] = l.lowGain[c][j] = l.gain[c][j] = 0;
-            l.self[j] = l.alphaWeight[j] = l.punchThrough[j] = l.central[j] = l.others[j] = 0;
-            continue;
-        }
-        const int i = cache.measured[j];
-        const PixelBlendRecord& record = work.records[i];
-        const unsigned char* pixel = work.window + 4 * i;
-        for (int c = 0; c < 4; ++c)
-        {
-            l.fixedA[c][j] = cache.lanes[i].fixedAB[c];
-            l.fixedB[c][j] = cache.lanes[i].fixedAB[4 + c];
-            l.weights[c][j] = record.choiceWeights[c];
-            l.mask2[c][j] = int16_t((record.choice2Mask >> (8 * c)) & 0xFF);
-            l.pixel[c][j] = pixel[c];
-        }
-        l.self[j] = cache.selfWeight[i];
-        l.alphaWeight[j] = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
-        l.punchThrough[j] = record.punchThroughFlag && pixel[3] == 0 ? -1 : 0;
-        l.central[j] = record.locality == 1 ? -1 : 0;
-        l.others[j] = record.locality == 2 ? -1 : 0;
+        layout.places[j][k] = uint8_t(blocks[k]);
+        layout.placeWeights[j][k] = selfPositions[blocks[k]] ? 0 : record.bilinear[k];
+        self += selfPositions[blocks[k]] ? record.bilinear[k] : 0;
+    }
+    layout.self[j] = int16_t(self);
+    for (int c = 0; c < 4; ++c)
+    {
+        layout.weights[c][j] = record.choiceWeights[c];
+        layout.mask2[c][j] = int16_t((record.choice2Mask >> (8 * c)) & 0xFF);
+        layout.weightA[c][j] = int16_t((8 - record.modulationValues[c]) * record.centralWeights[c]);
+        layout.weightB[c][j] = int16_t(record.modulationValues[c] * record.centralWeights[c]);
+        layout.gain[c][j] = record.gains[c];
+        layout.lowGain[c][j] = record.gains[c] == 128 ? 0 : -1;
+    }
+    layout.first[j] = first ? -1 : 0;
+    layout.second[j] = second ? -1 : 0;
+    layout.punchThroughFlag[j] = record.punchThroughFlag ? -1 : 0;
+}
+
+// Pads a layout with zero lanes to whole vectors.
+void PadLanes(LaneLayout& layout)
+{
+    for (int j = layout.count; j < (layout.count + 15) / 16 * 16; ++j)
+    {
+        layout.index[j] = 0;
         for (int k = 0; k < 4; ++k)
         {
-            l.gain[k][j] = record.gains[k];
-            l.weightA[k][j] = int16_t((8 - record.modulationValues[k]) * record.centralWeights[k]);
-            l.weightB[k][j] = int16_t(record.modulationValues[k] * record.centralWeights[k]);
-            l.lowGain[k][j] = record.gains[k] == 128 ? 0 : -1;
+            layout.places[j][k] = 0;
+            layout.placeWeights[j][k] = 0;
         }
+        for (int c = 0; c < 4; ++c)
+            layout.weights[c][j] = layout.mask2[c][j] = layout.weightA[c][j] = layout.weightB[c][j] =
+                layout.gain[c][j] = layout.lowGain[c][j] = 0;
+        layout.self[j] = layout.first[j] = layout.second[j] = layout.punchThroughFlag[j] = 0;
     }
 }
 
+// The place whose mode a window pixel's modulation reads (the lower-right
+// block of its cell of half a block).
+int ModulationPlace(const CompressParams& params, int i)
+{
+    const int x = i % params.windowWidth, y = i / params.windowWidth;
+    const int cellColumn = x / (params.blockWidth / 2), cellRow = y / 2;
+    return ((cellRow + 1) / 2) * 3 + (cellColumn + 1) / 2;
+}
+
+// The lanes of the hard flags 'hardFlags' in both modulation forms.
+void BuildGeometry(OptimiseWork& work, const CompressParams& params, uint32_t hardFlags, const bool* selfPositions,
+                   OptimiseWork::LaneGeometry& geometry)
+{
+    geometry.used = true;
+    geometry.hardFlags = hardFlags;
+    geometry.usable = true;
+    geometry.paletteRisk = 0;
+    const int count = params.windowWidth * params.windowHeight;
+    // Lanes are the same pixels in both forms: the standard form decides
+    // which the block's own pair reaches (bilinear weights do not depend on
+    // the form, but a palette pixel's hold colour indices).
+    bool reached[kMaxWindowPixels];
+    for (int form = 0; form < 2; ++form)
+    {
+        uint32_t modes[9];
+        for (int p = 0; p < 9; ++p)
+            modes[p] = (hardFlags >> p & 1 ? 2u : 0u) | uint32_t(form);
+        CreateBlendingAndUpdateWeights(modes[4], modes, 0, params, work.scratch);
+        LaneLayout& measured = geometry.measured[form];
+        LaneLayout& settled = geometry.settled[form];
+        measured.count = settled.count = 0;
+        for (int i = 0; i < count && geometry.usable; ++i)
+        {
+            const PixelBlendRecord& record = work.scratch[i];
+            const int place = ModulationPlace(params, i);
+            if (form == 0)
+            {
+                int blocks[4], self = 0;
+                QuadrantBlocks(record.quadrant, blocks);
+                for (int k = 0; k < 4; ++k)
+                    self += selfPositions[blocks[k]] ? record.bilinear[k] : 0;
+                reached[i] = self != 0;
+                // The block's own pair reaches no outer pixel of a window it
+                // fills alone, and every pixel of its own.
+                if (record.palettePixel || (reached[i] && record.locality == 0) ||
+                    (!reached[i] && record.locality == 1))
+                    geometry.usable = false;
+            }
+            else if (record.palettePixel)
+                geometry.paletteRisk |= 1u << place; // a punch-through mode at this place makes one
+            int16_t* source = reached[i] ? geometry.measuredSource : geometry.settledSource;
+            LaneLayout& layout = reached[i] ? measured : settled;
+            source[layout.count] = int16_t(1 << place);
+            AddLane(layout, i, record, selfPositions, record.locality == (reached[i] ? 1 : 0),
+                    record.locality == 2);
+        }
+        PadLanes(measured);
+        PadLanes(settled);
+        for (int j = measured.count; j < (measured.count + 15) / 16 * 16; ++j)
+            geometry.measuredSource[j] = 0;
+        for (int j = settled.count; j < (settled.count + 15) / 16 * 16; ++j)
+            geometry.settledSource[j] = 0;
+    }
+}
+
+// 'out' as the standard form of 'forms' but, on lanes whose source is in
+// 'punchThrough', the punch-through form. With 'whole' the fields that do
+// not depend on the form are copied too.
+void SelectForms(const LaneLayout* forms, const int16_t* source, uint32_t punchThrough, bool whole, LaneLayout& out)
+{
+    const LaneLayout& standard = forms[0];
+    const LaneLayout& punched = forms[1];
+    const int padded = (standard.count + 15) / 16 * 16;
+    if (whole)
+    {
+        out.count = standard.count;
+        std::memcpy(out.index, standard.index, sizeof out.index);
+        std::memcpy(out.places, standard.places, sizeof out.places);
+        std::memcpy(out.placeWeights, standard.placeWeights, sizeof out.placeWeights);
+        std::memcpy(out.self, standard.self, sizeof out.self);
+        std::memcpy(out.first, standard.first, sizeof out.first);
+        std::memcpy(out.second, standard.second, sizeof out.second);
+    }
+    auto select = [&](const int16_t* a, const int16_t* b, int16_t* to) {
+        int j = 0;
+#if ORBT_X86_SIMD
+        const __m128i places = _mm_set1_epi16(int16_t(punchThrough));
+        for (; j < padded; j += 8)
+        {
+            const __m128i from =
+                _mm_cmpeq_epi16(_mm_and_si128(_mm_load_si128(reinterpret_cast<const __m128i*>(source + j)), places),
+                                _mm_setzero_si128());
+            const __m128i value =
+                _mm_or_si128(_mm_and_si128(from, _mm_load_si128(reinterpret_cast<const __m128i*>(a + j))),
+                             _mm_andnot_si128(from, _mm_load_si128(reinterpret_cast<const __m128i*>(b + j))));
+            _mm_store_si128(reinterpret_cast<__m128i*>(to + j), value);
+        }
+#endif
+        for (; j < padded; ++j)
+            to[j] = (source[j] & int(punchThrough)) ? b[j] : a[j];
+    };
+    for (int c = 0; c < 4; ++c)
+    {
+        select(standard.weights[c], punched.weights[c], out.weights[c]);
+        select(standard.mask2[c], punched.mask2[c], out.mask2[c]);
+        select(standard.weightA[c], punched.weightA[c], out.weightA[c]);
+        select(standard.weightB[c], punched.weightB[c], out.weightB[c]);
+        select(standard.gain[c], punched.gain[c], out.gain[c]);
+        select(standard.lowGain[c], punched.lowGain[c], out.lowGain[c]);
+    }
+    select(standard.punchThroughFlag, punched.punchThroughFlag, out.punchThroughFlag);
+}
+
 } // namespace
+
+bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t centreMode, const uint32_t* modes,
+                  uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps)
+{
+    if (params.bitsPerPixel != 4 || params.windowWidth * params.windowHeight > kLanePixels)
+        return false;
+    // The places' modes as the blending sees them.
+    uint32_t hardFlags = 0, punchThrough = 0;
+    for (int p = 0; p < 9; ++p)
+    {
+        uint32_t mode = p == 4 ? centreMode : modes[p];
+        if ((p == 0 && (hardVariantMask & 1)) || (p == 1 && (hardVariantMask & 2)) ||
+            (p == 3 && (hardVariantMask & 4)))
+            mode ^= 2;
+        hardFlags |= (mode >> 1 & 1) << p;
+        punchThrough |= (mode & 1) << p;
+    }
+    OptimiseWork::LaneGeometry* geometry = nullptr;
+    for (OptimiseWork::LaneGeometry& g : work.geometries)
+        if (g.used && g.hardFlags == hardFlags)
+            geometry = &g;
+    if (!geometry)
+    {
+        geometry = &work.geometries[work.nextGeometry];
+        work.nextGeometry = (work.nextGeometry + 1) % OptimiseWork::kGeometries;
+        if (work.layoutGeometry == geometry)
+            work.layoutGeometry = nullptr;
+        BuildGeometry(work, params, hardFlags, selfPositions, *geometry);
+    }
+    if (!geometry->usable || (geometry->paletteRisk & punchThrough) != 0)
+        return false;
+    if (work.layoutGeometry != geometry || work.layoutPunchThrough != punchThrough)
+    {
+        const bool whole = work.layoutGeometry != geometry;
+        SelectForms(geometry->measured, geometry->measuredSource, punchThrough, whole, work.measured);
+        SelectForms(geometry->settled, geometry->settledSource, punchThrough, whole, work.settled);
+        work.layoutGeometry = geometry;
+        work.layoutPunchThrough = punchThrough;
+    }
+    work.cache.valid = false;
+    LoadWindowLanes(work.lanes, work.measured, reps.reps, work.channels);
+    LoadWindowLanes(work.settledLanes, work.settled, reps.reps, work.channels);
+    // The settled pixels' choices need no pair of the block's.
+    const int16_t none[8] = {};
+    int64_t* sums = work.cache.settledErrors;
+    sums[0] = sums[1] = sums[2] = 0;
+    EvaluateWindowLanes(work.settledLanes, none, false, &sums[0], &sums[2]);
+    work.lanesReady = true;
+    return true;
+}
 
 void PrepareSettled(OptimiseWork& work, const CompressParams& params)
 {
@@ -783,13 +928,17 @@ void PrepareSettled(OptimiseWork& work, const CompressParams& params)
     cache.measuredOuter = measured - cache.measuredInner;
     cache.paletteOuter = palette - cache.paletteInner;
     cache.settledReady = true;
-    LoadWindowLanes(work);
 }
 
 void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                                   bool includeOuterRing, WindowErrors& errors)
 {
     work.fitFromLanes = false;
+    if (work.lanesReady)
+    {
+        EvalLanes4BPP(work, reps, includeOuterRing, errors);
+        return;
+    }
     if (work.cache.valid && work.cache.settledReady && !OptimiserReference())
     {
         EvalCached4BPP(work, params, reps, includeOuterRing, errors);

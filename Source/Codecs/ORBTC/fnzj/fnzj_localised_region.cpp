@@ -293,6 +293,12 @@ void MixPixelF(float* out, float weight, const float* a, const float* b)
     }
 }
 
+void OptimiseWorkRelease::operator()(OptimiseWork* work) const
+{
+    ReleaseOptimiseWork(*work);
+    delete work;
+}
+
 int FitLastEvaluation(OptimiseWork& work, const CompressParams& params, float* displacements)
 {
     if (work.fitFromLanes)
@@ -307,9 +313,11 @@ int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
     work.cache.valid = false;
     work.storeFitting = true;
     work.fitting = PackedFittingParams{};
-    for (OptimiseWork::BlendMemo& memo : work.blendMemos)
-        memo.used = false;
-    work.nextBlendMemo = 0;
+    for (OptimiseWork::LaneGeometry& geometry : work.geometries)
+        geometry.used = false;
+    work.nextGeometry = 0;
+    work.layoutGeometry = nullptr;
+    work.lanesReady = false;
     return InitialisePackedFittingParams(uint32_t(params.windowWidth * params.windowHeight), 0, 0, nullptr,
                                          work.fitting);
 }
@@ -403,10 +411,14 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         bool done = false;
         for (uint32_t h = 0; h < hardLimit && !done; h += step)
         {
-            CreateBlendingForVisit(mode, visit.modes, h, params, work);
-            PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
-            if (fastPath && params.bitsPerPixel == 4 && !islands)
-                PrepareSettled(work, params);
+            const bool lanesWanted = fastPath && params.bitsPerPixel == 4 && !islands;
+            if (!lanesWanted || !PrepareLanes(work, params, mode, visit.modes, h, visit.selfPositions, visit.reps))
+            {
+                CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
+                PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
+                if (lanesWanted)
+                    PrepareSettled(work, params);
+            }
             RepCandidate pool[kMaxPool];
             int poolCount = 0;
             auto inPool = [&](const unsigned char* a, const unsigned char* b) {
@@ -578,17 +590,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
 namespace
 {
 
-// A thread's work space for OptimiseRegion, released with it; null (after
-// the report) when it cannot be had.
-struct WorkRelease
-{
-    void operator()(OptimiseWork* work) const
-    {
-        ReleaseOptimiseWork(*work);
-        delete work;
-    }
-};
-using ThreadWork = std::unique_ptr<OptimiseWork, WorkRelease>;
+using ThreadWork = std::unique_ptr<OptimiseWork, OptimiseWorkRelease>;
 
 ThreadWork NewThreadWork(const CompressParams& params)
 {
@@ -615,21 +617,23 @@ void OptimiseBlockRows(const OptimiseThreadArgs& args, uint32_t first, uint32_t 
             OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
 }
 
-// The due blocks of a stage as this thread takes them, their stamps copied
-// to the schedule.
-void OptimiseStageBlocks(const OptimiseThreadArgs& args)
+// The due blocks of a stage as thread 'index' takes them, their stamps
+// copied to the schedule.
+void OptimiseStageBlocks(const OptimiseThreadArgs& args, unsigned int index)
 {
     const CompressParams& params = *args.params;
-    const ThreadWork work = NewThreadWork(params);
+    StageSchedule& schedule = *args.schedule;
+    ThreadWork& work = schedule.works[index];
+    if (!work)
+        work = NewThreadWork(params);
     if (!work)
         return;
-    StageSchedule& schedule = *args.schedule;
     for (;;)
     {
-        const uint32_t index = args.nextBlock->fetch_add(1, std::memory_order_relaxed);
-        if (index >= schedule.dueCount || StopAsked(args.cancel))
+        const uint32_t next = args.nextBlock->fetch_add(1, std::memory_order_relaxed);
+        if (next >= schedule.dueCount || StopAsked(args.cancel))
             break;
-        const uint32_t block = schedule.due[index];
+        const uint32_t block = schedule.due[next];
         const uint32_t row = block / params.blocksWide, column = block % params.blocksWide;
         OptimiseRegion(*args.image, params, row, column, *work, args.stamp + (column & 1), args.RegRow);
         const RegionStats& region = args.RegRow[row][column];
@@ -646,7 +650,7 @@ void* RunAnOptimisePhaseThread(void* argument)
     const OptimiseThreadArgs& args = *static_cast<const OptimiseThreadArgs*>(pair.shared);
     if (args.nextBlock)
     {
-        OptimiseStageBlocks(args);
+        OptimiseStageBlocks(args, pair.index);
         return nullptr;
     }
     const uint32_t blocksHigh = args.params->blocksHigh;

@@ -91,23 +91,35 @@ struct OptimiseWork
     unsigned char islandOrder[kMaxWindowPixels];
     unsigned char chosen[kMaxWindowPixels]; // modulation choice of each pixel
     bool storeFitting = true;                // evaluations fill 'fitting' (no fit follows otherwise)
-    // The fast path's lanes of a prepared 4bpp window without palette pixels
-    // (PrepareSettled). An evaluation through them leaves its choices there,
-    // not in 'chosen', and its fitting data for FitWindowLanes, not in
-    // 'fitting': then 'fitFromLanes' is set.
-    WindowLanes lanes;
-    bool fitFromLanes = false;
-    // The last few neighbourhoods' records (CreateBlendingForVisit): most
-    // visits see the same modes around them.
-    struct BlendMemo
+    // The fast path's lanes of 4bpp windows (PrepareLanes). A window's lanes
+    // follow from the hard flags of the nine places around it (their
+    // geometry) and, pixel by pixel, from whether the block its modulation
+    // reads from is in punch-through mode: the geometries met lately hold
+    // both forms of each lane, for the pixels the block's own pair reaches
+    // ('measured') and the others ('settled').
+    struct LaneGeometry
     {
         bool used;
-        uint32_t key[11]; // centre mode, hard variant, the nine modes
-        PixelBlendRecord records[kMaxWindowPixels];
+        uint32_t hardFlags; // bit p: place p is hard
+        bool usable;
+        uint32_t paletteRisk; // places whose punch-through mode makes a palette pixel
+        LaneLayout measured[2], settled[2]; // standard, punch-through
+        alignas(32) int16_t measuredSource[kLanePixels], settledSource[kLanePixels]; // 1 << place read
     };
-    static constexpr int kBlendMemos = 8;
-    BlendMemo blendMemos[kBlendMemos];
-    int nextBlendMemo = 0;
+    static constexpr int kGeometries = 4;
+    LaneGeometry geometries[kGeometries];
+    int nextGeometry = 0;
+    const LaneGeometry* layoutGeometry = nullptr; // what 'measured' and 'settled' now hold
+    uint32_t layoutPunchThrough = 0;
+    LaneLayout measured, settled;
+    PixelBlendRecord scratch[kMaxWindowPixels];
+    // An evaluation through the lanes leaves its choices there, not in
+    // 'chosen', and its fitting data for FitWindowLanes, not in 'fitting':
+    // then 'fitFromLanes' is set.
+    WindowChannels channels; // the window, from PrepareWindowLanes
+    WindowLanes lanes, settledLanes;
+    bool lanesReady = false;
+    bool fitFromLanes = false;
 };
 
 // The pair fit of the last evaluation (FitOnlyCentralRepPairsToWeights).
@@ -144,13 +156,17 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
                                            const CompressParams& params, OptimiseWork& work)
 {
     work.cache.valid = false;
+    work.lanesReady = false;
     CreateBlendingAndUpdateWeights(centreMode, modes, hardVariantMask, params, work.records);
 }
 
-// CreateBlendingAndUpdateWeights into a work's records, on the fast path
-// from the work's memo when it holds the same neighbourhood.
-void CreateBlendingForVisit(uint32_t centreMode, const uint32_t* modes, uint32_t hardVariantMask,
-                            const CompressParams& params, OptimiseWork& work);
+// The fast path of a 4bpp window, in place of CreateBlendingAndUpdateWeights,
+// PrepareBlendCache and PrepareSettled: the lanes for the neighbourhood's
+// modes and pairs (the window from PrepareWindowLanes), the settled pixels
+// measured. False, with nothing done, when lanes cannot serve: a palette
+// pixel, or the block's own pair reaching an outer pixel.
+bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t centreMode, const uint32_t* modes,
+                  uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps);
 
 // Fills work.cache for the records now in 'work': 'selfPositions' marks the
 // neighbourhood places that are the block itself, whose representatives the

@@ -30,20 +30,21 @@ inline int BestOfFour(const int32_t* e)
 
 void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
 {
+    const LaneLayout& L = *l.layout;
     std::fill_n(l.fitSums, 11, 0);
     l.integerFit = residuals;
-    for (int j = 0; j < l.count; ++j)
+    for (int j = 0; j < L.count; ++j)
     {
         int colours[4][4];
         for (int c = 0; c < 4; ++c)
         {
             const int shift = c < 3 ? 5 : 4;
-            const int ta = (l.fixedA[c][j] + l.self[j] * selfAB[c]) >> 6;
-            const int tb = (l.fixedB[c][j] + l.self[j] * selfAB[4 + c]) >> 6;
+            const int ta = (l.fixedA[c][j] + L.self[j] * selfAB[c]) >> 6;
+            const int tb = (l.fixedB[c][j] + L.self[j] * selfAB[4 + c]) >> 6;
             const int c0 = ta + (ta >> shift), c3 = tb + (tb >> shift);
             colours[0][c] = c0;
-            colours[1][c] = (l.weights[0][j] * c0 + l.weights[1][j] * c3) >> 3;
-            colours[2][c] = ((l.weights[2][j] * c0 + l.weights[3][j] * c3) >> 3) & l.mask2[c][j];
+            colours[1][c] = (L.weights[0][j] * c0 + L.weights[1][j] * c3) >> 3;
+            colours[2][c] = ((L.weights[2][j] * c0 + L.weights[3][j] * c3) >> 3) & L.mask2[c][j];
             colours[3][c] = c3;
         }
         int32_t e[4];
@@ -61,8 +62,8 @@ void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int
         l.chosen[j] = uint8_t(choice);
         if (residuals)
         {
-            l.integerFit = l.integerFit && !l.lowGain[choice][j];
-            const int a = l.weightA[choice][j], b = l.weightB[choice][j];
+            l.integerFit = l.integerFit && !L.lowGain[choice][j];
+            const int a = L.weightA[choice][j], b = L.weightB[choice][j];
             l.fitSums[0] += a * a;
             l.fitSums[1] += a * b;
             l.fitSums[2] += b * b;
@@ -75,8 +76,8 @@ void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int
             }
         }
         const int64_t error = transparent ? 0 : e[choice];
-        *central += l.central[j] ? error : 0;
-        *others += l.others[j] ? error : 0;
+        *central += L.first[j] ? error : 0;
+        *others += L.second[j] ? error : 0;
     }
 }
 
@@ -105,6 +106,7 @@ inline int64_t Total(__m128i lanes)
 // signed pack puts back in order.
 void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
 {
+    const LaneLayout& L = *l.layout;
     const __m128i zero = _mm_setzero_si128();
     __m128i selfA[4], selfB[4];
     for (int c = 0; c < 4; ++c)
@@ -117,11 +119,11 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
     __m128i fit[11], lowGainSeen = zero;
     for (__m128i& f : fit)
         f = zero;
-    for (int j = 0; j < l.count; j += 8)
+    for (int j = 0; j < L.count; j += 8)
     {
-        const __m128i self = Load(l.self + j);
-        const __m128i w0 = Load(l.weights[0] + j), w1 = Load(l.weights[1] + j);
-        const __m128i w2 = Load(l.weights[2] + j), w3 = Load(l.weights[3] + j);
+        const __m128i self = Load(L.self + j);
+        const __m128i w0 = Load(L.weights[0] + j), w1 = Load(L.weights[1] + j);
+        const __m128i w2 = Load(L.weights[2] + j), w3 = Load(L.weights[3] + j);
         __m128i colours[4][4];
         for (int c = 0; c < 4; ++c)
         {
@@ -133,7 +135,7 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
             colours[1][c] = _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w0, c0), _mm_mullo_epi16(w1, c3)), 3);
             colours[2][c] = _mm_and_si128(
                 _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w2, c0), _mm_mullo_epi16(w3, c3)), 3),
-                Load(l.mask2[c] + j));
+                Load(L.mask2[c] + j));
             colours[3][c] = c3;
         }
         const __m128i alphaWeight = Load(l.alphaWeight + j);
@@ -150,7 +152,7 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
             high[k] = _mm_add_epi32(_mm_madd_epi16(rgHigh, rgHigh), _mm_madd_epi16(baHigh, baHigh));
         }
         const __m128i transparent = _mm_and_si128(Load(l.punchThrough + j), _mm_cmpeq_epi16(colours[2][3], zero));
-        const __m128i centralMask = Load(l.central + j), othersMask = Load(l.others + j);
+        const __m128i centralMask = Load(L.first + j), othersMask = Load(L.second + j);
         __m128i choiceHalves[2];
         for (int half = 0; half < 2; ++half)
         {
@@ -191,13 +193,13 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
                 residual[c] = _mm_sub_epi16(Load(l.pixel[c] + j), pick(options));
             }
             {
-                const __m128i optionsLow[4] = {Load(l.lowGain[0] + j), Load(l.lowGain[1] + j),
-                                               Load(l.lowGain[2] + j), Load(l.lowGain[3] + j)};
+                const __m128i optionsLow[4] = {Load(L.lowGain[0] + j), Load(L.lowGain[1] + j),
+                                               Load(L.lowGain[2] + j), Load(L.lowGain[3] + j)};
                 lowGainSeen = _mm_or_si128(lowGainSeen, pick(optionsLow));
-                const __m128i optionsA[4] = {Load(l.weightA[0] + j), Load(l.weightA[1] + j), Load(l.weightA[2] + j),
-                                             Load(l.weightA[3] + j)};
-                const __m128i optionsB[4] = {Load(l.weightB[0] + j), Load(l.weightB[1] + j), Load(l.weightB[2] + j),
-                                             Load(l.weightB[3] + j)};
+                const __m128i optionsA[4] = {Load(L.weightA[0] + j), Load(L.weightA[1] + j), Load(L.weightA[2] + j),
+                                             Load(L.weightA[3] + j)};
+                const __m128i optionsB[4] = {Load(L.weightB[0] + j), Load(L.weightB[1] + j), Load(L.weightB[2] + j),
+                                             Load(L.weightB[3] + j)};
                 const __m128i a = pick(optionsA), b = pick(optionsB);
                 fit[0] = _mm_add_epi32(fit[0], _mm_madd_epi16(a, a));
                 fit[1] = _mm_add_epi32(fit[1], _mm_madd_epi16(a, b));
@@ -228,6 +230,7 @@ ORBT_TARGET_AVX2 inline __m256i Load256(const int16_t* p)
 ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central,
                                    int64_t* others)
 {
+    const LaneLayout& L = *l.layout;
     const __m256i zero = _mm256_setzero_si256();
     __m256i selfA[4], selfB[4];
     for (int c = 0; c < 4; ++c)
@@ -240,11 +243,11 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
     __m256i fit[11], lowGainSeen = zero;
     for (__m256i& f : fit)
         f = zero;
-    for (int j = 0; j < l.count; j += 16)
+    for (int j = 0; j < L.count; j += 16)
     {
-        const __m256i self = Load256(l.self + j);
-        const __m256i w0 = Load256(l.weights[0] + j), w1 = Load256(l.weights[1] + j);
-        const __m256i w2 = Load256(l.weights[2] + j), w3 = Load256(l.weights[3] + j);
+        const __m256i self = Load256(L.self + j);
+        const __m256i w0 = Load256(L.weights[0] + j), w1 = Load256(L.weights[1] + j);
+        const __m256i w2 = Load256(L.weights[2] + j), w3 = Load256(L.weights[3] + j);
         __m256i colours[4][4];
         for (int c = 0; c < 4; ++c)
         {
@@ -259,7 +262,7 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
                 _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(w0, c0), _mm256_mullo_epi16(w1, c3)), 3);
             colours[2][c] = _mm256_and_si256(
                 _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(w2, c0), _mm256_mullo_epi16(w3, c3)), 3),
-                Load256(l.mask2[c] + j));
+                Load256(L.mask2[c] + j));
             colours[3][c] = c3;
         }
         const __m256i alphaWeight = Load256(l.alphaWeight + j);
@@ -278,7 +281,7 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
         }
         const __m256i transparent =
             _mm256_and_si256(Load256(l.punchThrough + j), _mm256_cmpeq_epi16(colours[2][3], zero));
-        const __m256i centralMask = Load256(l.central + j), othersMask = Load256(l.others + j);
+        const __m256i centralMask = Load256(L.first + j), othersMask = Load256(L.second + j);
         __m256i choiceHalves[2];
         for (int half = 0; half < 2; ++half)
         {
@@ -320,15 +323,15 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
                 residual[c] = _mm256_sub_epi16(Load256(l.pixel[c] + j), colour);
             }
             {
-                __m256i lowGain = _mm256_blendv_epi8(Load256(l.lowGain[0] + j), Load256(l.lowGain[1] + j), is1);
-                lowGain = _mm256_blendv_epi8(lowGain, Load256(l.lowGain[2] + j), is2);
-                lowGainSeen = _mm256_or_si256(lowGainSeen, _mm256_blendv_epi8(lowGain, Load256(l.lowGain[3] + j), is3));
-                __m256i a = _mm256_blendv_epi8(Load256(l.weightA[0] + j), Load256(l.weightA[1] + j), is1);
-                a = _mm256_blendv_epi8(a, Load256(l.weightA[2] + j), is2);
-                a = _mm256_blendv_epi8(a, Load256(l.weightA[3] + j), is3);
-                __m256i b = _mm256_blendv_epi8(Load256(l.weightB[0] + j), Load256(l.weightB[1] + j), is1);
-                b = _mm256_blendv_epi8(b, Load256(l.weightB[2] + j), is2);
-                b = _mm256_blendv_epi8(b, Load256(l.weightB[3] + j), is3);
+                __m256i lowGain = _mm256_blendv_epi8(Load256(L.lowGain[0] + j), Load256(L.lowGain[1] + j), is1);
+                lowGain = _mm256_blendv_epi8(lowGain, Load256(L.lowGain[2] + j), is2);
+                lowGainSeen = _mm256_or_si256(lowGainSeen, _mm256_blendv_epi8(lowGain, Load256(L.lowGain[3] + j), is3));
+                __m256i a = _mm256_blendv_epi8(Load256(L.weightA[0] + j), Load256(L.weightA[1] + j), is1);
+                a = _mm256_blendv_epi8(a, Load256(L.weightA[2] + j), is2);
+                a = _mm256_blendv_epi8(a, Load256(L.weightA[3] + j), is3);
+                __m256i b = _mm256_blendv_epi8(Load256(L.weightB[0] + j), Load256(L.weightB[1] + j), is1);
+                b = _mm256_blendv_epi8(b, Load256(L.weightB[2] + j), is2);
+                b = _mm256_blendv_epi8(b, Load256(L.weightB[3] + j), is3);
                 fit[0] = _mm256_add_epi32(fit[0], _mm256_madd_epi16(a, a));
                 fit[1] = _mm256_add_epi32(fit[1], _mm256_madd_epi16(a, b));
                 fit[2] = _mm256_add_epi32(fit[2], _mm256_madd_epi16(b, b));
@@ -373,8 +376,80 @@ void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residua
     EvaluatePortable(lanes, selfAB, residuals, central, others);
 }
 
+void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigned char (*reps)[2][4],
+                     const WindowChannels& window)
+{
+    lanes.layout = &layout;
+    const int padded = (layout.count + 15) / 16 * 16;
+    // The places' pairs masked to the decoder's precision, A then B.
+    alignas(16) int16_t masked[9][8];
+    for (int p = 0; p < 9; ++p)
+        for (int c = 0; c < 4; ++c)
+        {
+            const int mask = c < 3 ? 0xF8 : 0xF0;
+            masked[p][c] = int16_t(reps[p][0][c] & mask);
+            masked[p][4 + c] = int16_t(reps[p][1][c] & mask);
+        }
+    int j = 0;
+#if ORBT_X86_SIMD
+    // Eight lanes' sums side by side, then turned channel by channel.
+    for (; j < padded; j += 8)
+    {
+        __m128i rows[8];
+        for (int r = 0; r < 8; ++r)
+        {
+            const uint8_t* places = layout.places[j + r];
+            const int16_t* weights = layout.placeWeights[j + r];
+            __m128i sum = _mm_setzero_si128();
+            for (int k = 0; k < 4; ++k)
+                sum = _mm_add_epi16(sum, _mm_mullo_epi16(_mm_set1_epi16(weights[k]),
+                                                         _mm_load_si128(reinterpret_cast<const __m128i*>(masked[places[k]]))));
+            rows[r] = sum;
+        }
+        const __m128i t0 = _mm_unpacklo_epi16(rows[0], rows[1]), t1 = _mm_unpackhi_epi16(rows[0], rows[1]);
+        const __m128i t2 = _mm_unpacklo_epi16(rows[2], rows[3]), t3 = _mm_unpackhi_epi16(rows[2], rows[3]);
+        const __m128i t4 = _mm_unpacklo_epi16(rows[4], rows[5]), t5 = _mm_unpackhi_epi16(rows[4], rows[5]);
+        const __m128i t6 = _mm_unpacklo_epi16(rows[6], rows[7]), t7 = _mm_unpackhi_epi16(rows[6], rows[7]);
+        const __m128i u0 = _mm_unpacklo_epi32(t0, t2), u1 = _mm_unpackhi_epi32(t0, t2);
+        const __m128i u2 = _mm_unpacklo_epi32(t1, t3), u3 = _mm_unpackhi_epi32(t1, t3);
+        const __m128i u4 = _mm_unpacklo_epi32(t4, t6), u5 = _mm_unpackhi_epi32(t4, t6);
+        const __m128i u6 = _mm_unpacklo_epi32(t5, t7), u7 = _mm_unpackhi_epi32(t5, t7);
+        const __m128i channels[8] = {_mm_unpacklo_epi64(u0, u4), _mm_unpackhi_epi64(u0, u4),
+                                     _mm_unpacklo_epi64(u1, u5), _mm_unpackhi_epi64(u1, u5),
+                                     _mm_unpacklo_epi64(u2, u6), _mm_unpackhi_epi64(u2, u6),
+                                     _mm_unpacklo_epi64(u3, u7), _mm_unpackhi_epi64(u3, u7)};
+        for (int c = 0; c < 4; ++c)
+        {
+            _mm_store_si128(reinterpret_cast<__m128i*>(lanes.fixedA[c] + j), channels[c]);
+            _mm_store_si128(reinterpret_cast<__m128i*>(lanes.fixedB[c] + j), channels[4 + c]);
+        }
+    }
+#endif
+    for (; j < padded; ++j)
+        for (int c = 0; c < 4; ++c)
+        {
+            int a = 0, b = 0;
+            for (int k = 0; k < 4; ++k)
+            {
+                a += layout.placeWeights[j][k] * masked[layout.places[j][k]][c];
+                b += layout.placeWeights[j][k] * masked[layout.places[j][k]][4 + c];
+            }
+            lanes.fixedA[c][j] = int16_t(a);
+            lanes.fixedB[c][j] = int16_t(b);
+        }
+    for (j = 0; j < padded; ++j)
+    {
+        const int i = j < layout.count ? layout.index[j] : -1;
+        for (int c = 0; c < 4; ++c)
+            lanes.pixel[c][j] = i < 0 ? 0 : window.pixel[c][i];
+        lanes.alphaWeight[j] = i < 0 ? 0 : window.alphaWeight[i];
+        lanes.punchThrough[j] = i < 0 ? 0 : int16_t(layout.punchThroughFlag[j] & window.transparent[i]);
+    }
+}
+
 int FitWindowLanes(const WindowLanes& l, float* displacements)
 {
+    const LaneLayout& L = *l.layout;
     float p = 0.0f, q = 0.0f, r = 0.0f;
     float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
     if (l.integerFit)
@@ -392,13 +467,13 @@ int FitWindowLanes(const WindowLanes& l, float* displacements)
     }
     // Each sum in pixel order, as the per-pixel walk adds them; pixels the
     // block does not reach add zeros there and are not laned.
-    for (int j = 0; j < l.count; ++j)
+    for (int j = 0; j < L.count; ++j)
     {
         // Each product below is exact, as the walk's own forms are.
         const int k = l.chosen[j];
-        const float gain = float(l.gain[k][j]);
-        const float a = float(l.weightA[k][j]) * gain * 0.001953125f;
-        const float b = float(l.weightB[k][j]) * gain * 0.001953125f;
+        const float gain = float(L.gain[k][j]);
+        const float a = float(L.weightA[k][j]) * gain * 0.001953125f;
+        const float b = float(L.weightB[k][j]) * gain * 0.001953125f;
         const float ga = gain * a, gb = gain * b;
         p += a * a;
         q += a * b;

@@ -11,57 +11,84 @@
 namespace orbtexture
 {
 
+constexpr int kLanePixels = 96; // 81 window pixels, rounded up to whole vectors
+
+// What the lanes of a list of window pixels hold for every visit with the
+// same modes around the block: fixed by the pixels' decoding records.
+// Padding lanes are zero and count nowhere.
+struct LaneLayout
+{
+    int count = 0;
+    uint8_t index[kLanePixels]; // window pixel of each lane
+    // The neighbourhood places of the pixel's quadrant and its bilinear
+    // weights on them, 0 on places that are the block itself; its weight on
+    // the block itself (its own pair).
+    uint8_t places[kLanePixels][4];
+    alignas(16) int16_t placeWeights[kLanePixels][4];
+    alignas(32) int16_t self[kLanePixels];
+    // The mixes' weights: c1 = (w0 c0 + w1 c3) >> 3, c2 = (w2 c0 + w3 c3) >> 3
+    // ANDed with the mask.
+    alignas(32) int16_t weights[4][kLanePixels];
+    alignas(32) int16_t mask2[4][kLanePixels];
+    // All ones where the error adds to the first sum, and to the second.
+    alignas(32) int16_t first[kLanePixels];
+    alignas(32) int16_t second[kLanePixels];
+    alignas(32) int16_t punchThroughFlag[kLanePixels];
+    // Per choice, the fit's weights on A and B times 512 / gain, (8 - m) w and
+    // m w (w the block's part, m the modulation), the gain, and a mask of the
+    // choices whose gain is not full (128). When every pixel takes a choice
+    // of full gain, the weights are a quarter of these, and every partial sum
+    // of the fit is a float that holds it exactly (multiples of 1/16 below
+    // 2^20, and of 32 below 2^29): then the sums in any order are the walk's,
+    // and the evaluation forms them in integers.
+    alignas(32) int16_t weightA[4][kLanePixels];
+    alignas(32) int16_t weightB[4][kLanePixels];
+    alignas(32) int16_t gain[4][kLanePixels];
+    alignas(32) int16_t lowGain[4][kLanePixels];
+};
+
+// A layout's lanes for one visit: the fixed sums of the neighbours' masked A
+// and B by channel, the source channels, the weight of alpha's difference,
+// and all ones where a transparent source pixel meets a punch-through choice.
 struct WindowLanes
 {
-    static constexpr int kPixels = 96; // 81 window pixels, rounded up to whole vectors
-
-    // Set when the window's pixels were loaded (Load).
-    int count = 0;
-    bool ready = false;
-    // Per pixel: the fixed sums of the neighbours' masked A and B by channel,
-    // the weight of the block's own pair, the mixes' weights (c1 = (w0 c0 + w1
-    // c3) >> 3, c2 = (w2 c0 + w3 c3) >> 3 & mask), the source channels, the
-    // weight of alpha's difference, and masks (all ones or 0): a transparent
-    // source pixel under a punch-through choice, the block's own pixels and
-    // the others. Padding lanes are zero and count nowhere.
-    alignas(32) int16_t fixedA[4][kPixels];
-    alignas(32) int16_t fixedB[4][kPixels];
-    alignas(32) int16_t self[kPixels];
-    alignas(32) int16_t weights[4][kPixels];
-    alignas(32) int16_t mask2[4][kPixels];
-    alignas(32) int16_t pixel[4][kPixels];
-    alignas(32) int16_t alphaWeight[kPixels];
-    alignas(32) int16_t punchThrough[kPixels];
-    alignas(32) int16_t central[kPixels];
-    alignas(32) int16_t others[kPixels];
-    // Per pixel and choice, the fit's weights on A and B times 512 / gain,
-    // (8 - m) w and m w (w the block's part, m the modulation), the gain, and
-    // a mask of the choices whose gain is not full (128). When every pixel
-    // takes a choice of full gain, the weights are a quarter of these, and
-    // every partial sum of the fit is a float that holds it exactly
-    // (multiples of 1/16 below 2^20, and of 32 below 2^29): then the sums in
-    // any order are the walk's, and the evaluation forms them in integers.
-    alignas(32) int16_t weightA[4][kPixels];
-    alignas(32) int16_t weightB[4][kPixels];
-    alignas(32) int16_t gain[4][kPixels];
-    alignas(32) int16_t lowGain[4][kPixels];
+    const LaneLayout* layout = nullptr;
+    alignas(32) int16_t fixedA[4][kLanePixels];
+    alignas(32) int16_t fixedB[4][kLanePixels];
+    alignas(32) int16_t pixel[4][kLanePixels];
+    alignas(32) int16_t alphaWeight[kLanePixels];
+    alignas(32) int16_t punchThrough[kLanePixels];
 
     // The last evaluation: each pixel's choice and, when asked, the source
     // less the chosen colour and, when every choice had full gain
     // ('integerFit'), the fit's integer sums (A A, A B, B B, then the
     // residuals on A and on B by channel).
-    alignas(32) uint8_t chosen[kPixels];
-    alignas(32) int16_t residual[4][kPixels];
+    alignas(32) uint8_t chosen[kLanePixels];
+    alignas(32) int16_t residual[4][kLanePixels];
     int32_t fitSums[11];
     bool integerFit = false;
 };
 
-// Sums by locality (the block's own pixels, the others) of one evaluation
+// A window's pixels channel by channel, with the weight of alpha's
+// difference (30 at alpha 0 and 255, else 1) and all ones at alpha 0.
+struct WindowChannels
+{
+    alignas(32) int16_t pixel[4][kLanePixels * 2];
+    alignas(32) int16_t alphaWeight[kLanePixels * 2];
+    alignas(32) int16_t transparent[kLanePixels * 2];
+};
+
+// Lanes of 'layout' for the neighbourhood's pairs 'reps' ([place][A, B][RGBA])
+// and the window.
+void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigned char (*reps)[2][4],
+                     const WindowChannels& window);
+
+// The error sums of one evaluation (by the layout's first and second masks)
 // with the block's own pair 'selfAB' (A then B, RGBA, masked to the decoder's
 // precision); each pixel's choice into lanes.chosen, and with 'residuals'
 // what the fit needs.
-void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residuals, int64_t* central,
-                         int64_t* others);
+void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residuals, int64_t* first,
+                         int64_t* second);
 
 // The pair fit of the last evaluation (run with residuals), as
 // FitOnlyCentralRepPairsToWeights gives it for the same choices.

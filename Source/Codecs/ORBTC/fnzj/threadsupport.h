@@ -105,11 +105,20 @@ struct StatsThreadArgs
 
 // The fast path's copy of the blocks' stamps (row order, kept with the
 // records), and the blocks of the stage now run that are due for a visit.
+struct OptimiseWork;
+struct OptimiseWorkRelease
+{
+    void operator()(OptimiseWork* work) const;
+};
+
 struct StageSchedule
 {
     std::vector<uint32_t> changed, visited; // lastChangedStamp, lastVisitedStamp
     std::vector<uint32_t> due;              // row x blocksWide + column
     uint32_t dueCount = 0;
+    // Each thread index's work space, made on first use and kept for the
+    // image's passes.
+    std::vector<std::unique_ptr<OptimiseWork, OptimiseWorkRelease>> works;
 };
 
 // What every thread of an optimise phase reads.

@@ -401,6 +401,7 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
             schedule->changed.resize(blocks);
             schedule->visited.resize(blocks);
             schedule->due.resize(blocks);
+            schedule->works.resize(OptimiserThreadCount(params.blocksHigh));
         }
         catch (const std::bad_alloc&)
         {
