@@ -325,6 +325,42 @@ void AddFColourToOrientedBBox(OrientedBBox& box, const float* colour)
     }
 }
 
+OrientedBoxAdder::OrientedBoxAdder(OrientedBBox& box) : box_(box)
+{
+    for (int k = 0; k < 4; ++k)
+        for (int i = 0; i < 4; ++i)
+            columns_[k][i] = box.axes[i][k];
+    std::copy_n(box.minimum, 4, minimum_);
+    std::copy_n(box.maximum, 4, maximum_);
+}
+
+void OrientedBoxAdder::Add(const float* colour)
+{
+#if ORBT_X86_SIMD
+    // Each axis in its lane, its products added in Dot's order.
+    __m128 projection = _mm_mul_ps(_mm_load_ps(columns_[0]), _mm_set1_ps(colour[0]));
+    for (int k = 1; k < 4; ++k)
+        projection = _mm_add_ps(projection, _mm_mul_ps(_mm_load_ps(columns_[k]), _mm_set1_ps(colour[k])));
+    // std::min (a, b) is b < a ? b : a, as minps (b, a).
+    _mm_store_ps(minimum_, _mm_min_ps(projection, _mm_load_ps(minimum_)));
+    _mm_store_ps(maximum_, _mm_max_ps(projection, _mm_load_ps(maximum_)));
+#else
+    for (int i = 0; i < 4; ++i)
+    {
+        const float projection = columns_[0][i] * colour[0] + columns_[1][i] * colour[1] +
+                                 columns_[2][i] * colour[2] + columns_[3][i] * colour[3];
+        minimum_[i] = std::min(minimum_[i], projection);
+        maximum_[i] = std::max(maximum_[i], projection);
+    }
+#endif
+}
+
+void OrientedBoxAdder::Finish()
+{
+    std::copy_n(minimum_, 4, box_.minimum);
+    std::copy_n(maximum_, 4, box_.maximum);
+}
+
 void AddIColourToOrientedBBox(OrientedBBox& box, const unsigned char* colour)
 {
     float value[4];
@@ -502,6 +538,36 @@ struct Projections
         return below;
 #endif
     }
+
+    // Cut for three values at once.
+    void Cuts(const PixelInfo* entries, const float* boundaries, int* cuts) const
+    {
+#if ORBT_X86_SIMD
+        if (count <= kMax && !plain)
+        {
+            const __m128 b0 = _mm_set1_ps(boundaries[0]), b1 = _mm_set1_ps(boundaries[1]);
+            const __m128 b2 = _mm_set1_ps(boundaries[2]);
+            __m128i c0 = _mm_setzero_si128(), c1 = c0, c2 = c0;
+            for (int i = 0; i < padded; i += 4)
+            {
+                const __m128 v = _mm_load_ps(values + i);
+                c0 = _mm_sub_epi32(c0, _mm_castps_si128(_mm_cmplt_ps(v, b0)));
+                c1 = _mm_sub_epi32(c1, _mm_castps_si128(_mm_cmplt_ps(v, b1)));
+                c2 = _mm_sub_epi32(c2, _mm_castps_si128(_mm_cmplt_ps(v, b2)));
+            }
+            // Lane sums: c0 and c1 interleaved, then c2.
+            const __m128i pairs = _mm_add_epi32(_mm_unpacklo_epi32(c0, c1), _mm_unpackhi_epi32(c0, c1));
+            const __m128i two = _mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(1, 0, 3, 2)));
+            const __m128i three = _mm_add_epi32(c2, _mm_shuffle_epi32(c2, _MM_SHUFFLE(1, 0, 3, 2)));
+            cuts[0] = _mm_cvtsi128_si32(two);
+            cuts[1] = _mm_cvtsi128_si32(_mm_shuffle_epi32(two, _MM_SHUFFLE(1, 1, 1, 1)));
+            cuts[2] = _mm_cvtsi128_si32(_mm_add_epi32(three, _mm_shuffle_epi32(three, _MM_SHUFFLE(2, 3, 0, 1))));
+            return;
+        }
+#endif
+        for (int k = 0; k < 3; ++k)
+            cuts[k] = Cut(entries, boundaries[k]);
+    }
 };
 
 constexpr double kLevelWeights[4] = {0.0, 0.375, 0.625, 1.0};
@@ -525,11 +591,13 @@ double ImprovePartition(const PixelInfo* entries, int count, float& lower, doubl
         for (int k = 0; k < 4; ++k)
             levels[k] = (1.0 - kLevelWeights[k]) * l + kLevelWeights[k] * u;
         int cuts[5] = {0, 0, 0, 0, count};
+        float boundaries[3];
         for (int k = 1; k < 4; ++k)
-        {
-            const float boundary = std::min(std::max(float(0.5 * (levels[k - 1] + levels[k])), minimum), maximum);
-            cuts[k] = std::max(projections.Cut(entries, boundary), cuts[k - 1]);
-        }
+            boundaries[k - 1] = std::min(std::max(float(0.5 * (levels[k - 1] + levels[k])), minimum), maximum);
+        int found[3];
+        projections.Cuts(entries, boundaries, found);
+        for (int k = 1; k < 4; ++k)
+            cuts[k] = std::max(found[k - 1], cuts[k - 1]);
         Moments zones[4];
         double error = 0.0;
         for (int k = 0; k < 4; ++k)

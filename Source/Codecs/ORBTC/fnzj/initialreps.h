@@ -38,6 +38,25 @@ void InitOrientedBBoxToSingleColour(OrientedBBox& box, const unsigned char* colo
 bool OrientedBBoxIsEmpty(const OrientedBBox& box);
 void AddIColourToOrientedBBox(OrientedBBox& box, const unsigned char* colour);
 void AddFColourToOrientedBBox(OrientedBBox& box, const float* colour);
+
+// AddFColourToOrientedBBox for many colours: the box's bounds are held
+// until Finish (or destruction) writes them back.
+class OrientedBoxAdder
+{
+  public:
+    explicit OrientedBoxAdder(OrientedBBox& box);
+    ~OrientedBoxAdder() { Finish(); }
+    OrientedBoxAdder(const OrientedBoxAdder&) = delete;
+    OrientedBoxAdder& operator=(const OrientedBoxAdder&) = delete;
+    void Add(const float* colour);
+    void Finish();
+
+  private:
+    OrientedBBox& box_;
+    // Component k of the four axes, the bounds so far.
+    alignas(16) float columns_[4][4];
+    alignas(16) float minimum_[4], maximum_[4];
+};
 // Adds the colour's projection on each axis to both bounds.
 void OffsetOrientedBBox(OrientedBBox& box, const unsigned char* colour);
 // Sum over the axes of maximum less minimum.

@@ -239,14 +239,19 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
         SetColourBox(region.OpaqueBox, opaque);
     SetColourBox(region.CentralBox, middle);
 
-    for (int i = 0; i < count; ++i)
     {
-        const unsigned char* pixel = window + 4 * i;
-        AddIColourToOrientedBBox(region.AllBox.box, pixel);
-        if (allTransparent || !IsTransparent(params, pixel))
-            AddIColourToOrientedBBox(region.OpaqueBox.box, pixel);
-        if (central[i])
-            AddIColourToOrientedBBox(region.CentralBox.box, pixel);
+        OrientedBoxAdder all(region.AllBox.box), opaque(region.OpaqueBox.box), centre(region.CentralBox.box);
+        for (int i = 0; i < count; ++i)
+        {
+            const unsigned char* pixel = window + 4 * i;
+            float colour[4];
+            ConvertIntPixelToFloat(pixel, colour);
+            all.Add(colour);
+            if (allTransparent || !IsTransparent(params, pixel))
+                opaque.Add(colour);
+            if (central[i])
+                centre.Add(colour);
+        }
     }
     if (OrientedBBoxIsEmpty(region.OpaqueBox.box))
         AddIColourToOrientedBBox(region.OpaqueBox.box, iZeroPixel);
@@ -444,12 +449,15 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
         region.ResidualOpaqueBox = region.ResidualBox;
 
     if (!allInteriorTransparent)
+    {
+        OrientedBoxAdder residual(region.ResidualBox.box), opaqueResidual(region.ResidualOpaqueBox.box);
         for (int i = 0; i < interiorCount; ++i)
         {
-            AddFColourToOrientedBBox(region.ResidualBox.box, interior[i].residual);
+            residual.Add(interior[i].residual);
             if (!interior[i].transparent)
-                AddFColourToOrientedBBox(region.ResidualOpaqueBox.box, interior[i].residual);
+                opaqueResidual.Add(interior[i].residual);
         }
+    }
 
     for (int c = 0; c < 4; ++c)
     {
