@@ -106,7 +106,7 @@ struct OptimiseWork
         LaneLayout measured[2], settled[2]; // standard, punch-through
         alignas(32) int16_t measuredSource[kLanePixels], settledSource[kLanePixels]; // 1 << place read
     };
-    static constexpr int kGeometries = 4;
+    static constexpr int kGeometries = 32;
     LaneGeometry geometries[kGeometries];
     int nextGeometry = 0;
     const LaneGeometry* layoutGeometry = nullptr; // what 'measured' and 'settled' now hold
