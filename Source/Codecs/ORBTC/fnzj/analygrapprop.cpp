@@ -27,7 +27,7 @@ bool Smooth(const unsigned char* before, const unsigned char* centre, const unsi
 } // namespace
 
 int AnalyseGraphicsProperties(const unsigned char* window, const CompressParams& params, unsigned char* labels,
-                              unsigned char* order)
+                              unsigned char* order, int enough)
 {
     const int width = params.windowWidth, height = params.windowHeight, count = width * height;
     if (count > kMostPixels || count == 0)
@@ -65,6 +65,8 @@ int AnalyseGraphicsProperties(const unsigned char* window, const CompressParams&
     {
         if (labels[seed] != kUnlabelled)
             continue;
+        if (islands == enough)
+            return enough;
         const unsigned char island = static_cast<unsigned char>(islands++);
         labels[seed] = island;
         order[written++] = static_cast<unsigned char>(seed);

@@ -14,8 +14,10 @@ namespace orbtexture
 // pixel) the pixel indices in the order they joined their islands, each
 // island one run. Returns the number of islands; a window of more than 255
 // pixels, which labels cannot number, gives 0 and leaves both untouched.
+// With 'enough', the labelling stops once that many islands are found (the
+// labels and order are then partial) and gives 'enough'.
 int AnalyseGraphicsProperties(const unsigned char* window, const CompressParams& params, unsigned char* labels,
-                              unsigned char* order);
+                              unsigned char* order, int enough = 256);
 
 } // namespace orbtexture
 

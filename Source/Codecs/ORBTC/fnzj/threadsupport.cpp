@@ -37,6 +37,13 @@ void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, 
     {
         const int y = ((top + v) % height + height) % height;
         const unsigned char* source = image.rows[y];
+        if (left >= 0 && left + params.windowWidth <= width)
+        {
+            // Away from the sides the row's run is one copy.
+            std::memcpy(window, source + 4 * left, 4 * size_t(params.windowWidth));
+            window += 4 * params.windowWidth;
+            continue;
+        }
         for (int u = 0; u < params.windowWidth; ++u)
         {
             const int x = ((left + u) % width + width) % width;

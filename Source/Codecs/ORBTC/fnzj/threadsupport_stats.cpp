@@ -467,8 +467,12 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
     OffsetOrientedBBox(region.ResidualBox.box, region.AllBox.meanColour);
     OffsetOrientedBBox(region.ResidualOpaqueBox.box, region.AllBox.meanColour);
 
-    const int islands = AnalyseGraphicsProperties(window, params, work.labels.get(), work.order.get());
-    region.graphicsLike = islands < width * height / 4 ? 1 : 0;
+    // Past the count that makes a block graphics-like, its islands are not
+    // wanted.
+    const int graphicsBelow = width * height / 4;
+    const int islands = AnalyseGraphicsProperties(window, params, work.labels.get(), work.order.get(),
+                                                  OptimiserReference() ? 256 : graphicsBelow);
+    region.graphicsLike = islands < graphicsBelow ? 1 : 0;
     if (work.pixelCount == int(sizeof region.islandLabels))
     {
         std::memcpy(region.islandLabels, work.labels.get(), sizeof region.islandLabels);
