@@ -333,18 +333,32 @@ void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params)
     for (int i = 0; i < count; ++i)
     {
         const unsigned char* pixel = work.window + 4 * i;
-        const int16_t alphaWeight = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
         for (int c = 0; c < 4; ++c)
             work.channels.pixel[c][i] = pixel[c];
-        work.channels.alphaWeight[i] = alphaWeight;
+        work.channels.alphaWeight[i] = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
         work.channels.transparent[i] = pixel[3] == 0 ? -1 : 0;
+    }
+    work.cache.pixelsReady = false;
+}
+
+namespace
+{
+
+// The window's part of the cache, BlendCache::pixels, when a visit first
+// wants it.
+void PreparePixelLanes(OptimiseWork& work, const CompressParams& params)
+{
+    const int count = params.windowWidth * params.windowHeight;
+    for (int i = 0; i < count; ++i)
         for (int c = 0; c < 8; ++c)
         {
-            work.cache.pixels[i].channels[c] = pixel[c & 3];
-            work.cache.pixels[i].errorWeights[c] = (c & 3) == 3 ? alphaWeight : 1;
+            work.cache.pixels[i].channels[c] = work.channels.pixel[c & 3][i];
+            work.cache.pixels[i].errorWeights[c] = (c & 3) == 3 ? work.channels.alphaWeight[i] : 1;
         }
-    }
+    work.cache.pixelsReady = true;
 }
+
+} // namespace
 
 void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* neighbourModes, uint32_t hardVariantMask,
                                     const CompressParams& params, PixelBlendRecord* records)
@@ -894,6 +908,8 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
 
 void PrepareSettled(OptimiseWork& work, const CompressParams& params)
 {
+    if (!work.cache.pixelsReady)
+        PreparePixelLanes(work, params);
     const int count = params.windowWidth * params.windowHeight;
     uint8_t list[kMaxWindowPixels];
     int listed = 0;

@@ -311,6 +311,7 @@ int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
 {
     std::memset(work.records, 0, sizeof(work.records));
     work.cache.valid = false;
+    work.cache.pixelsReady = false;
     work.storeFitting = true;
     work.fitting = PackedFittingParams{};
     for (OptimiseWork::LaneGeometry& geometry : work.geometries)
@@ -678,21 +679,47 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
     NeighbourhoodReps reps;
     GatherNeighbourhood(params, row, column, RegRow, modes, reps);
     GatherWindowPixels(image, params, row, column, work.window);
-    CreateBlendingAndUpdateWeights(mode, modes, 0, params, work);
     work.storeFitting = false;
     WindowErrors errors;
     const int bw = params.blockWidth, bh = params.blockHeight, width = params.windowWidth;
 
+    // On the fast path the block's own pixels take their choices in lanes
+    // (every one of them is measured there, none a palette pixel).
+    bool laned = false;
+    if (params.bitsPerPixel == 4 && !OptimiserReference())
+    {
+        bool selfPositions[9];
+        for (int p = 0; p < 9; ++p)
+            selfPositions[p] = (p % 3 == 1 || params.blocksWide == 1) && (p / 3 == 1 || params.blocksHigh == 1);
+        PrepareWindowLanes(work, params);
+        laned = PrepareLanes(work, params, mode, modes, 0, selfPositions, reps);
+    }
+    if (laned)
+    {
+        const LaneLayout& layout = *work.lanes.layout;
+        const int16_t self[8] = {int16_t(reps.reps[4][0][0] & 0xF8), int16_t(reps.reps[4][0][1] & 0xF8),
+                                 int16_t(reps.reps[4][0][2] & 0xF8), int16_t(reps.reps[4][0][3] & 0xF0),
+                                 int16_t(reps.reps[4][1][0] & 0xF8), int16_t(reps.reps[4][1][1] & 0xF8),
+                                 int16_t(reps.reps[4][1][2] & 0xF8), int16_t(reps.reps[4][1][3] & 0xF0)};
+        int64_t central = 0, others = 0;
+        EvaluateWindowLanes(work.lanes, self, false, &central, &others);
+        for (int j = 0; j < layout.count; ++j)
+            work.chosen[layout.index[j]] = work.lanes.chosen[j];
+    }
+    else
+        CreateBlendingAndUpdateWeights(mode, modes, 0, params, work);
+
     uint32_t modulation = 0;
     if (params.bitsPerPixel == 4)
     {
-        EvalAllCandsAndGetErrors4BPP(work, params, reps, false, errors);
+        if (!laned)
+            EvalAllCandsAndGetErrors4BPP(work, params, reps, false, errors);
         for (int y = bh / 2; y < 3 * bh / 2; ++y)
             for (int x = bw / 2; x < 3 * bw / 2; ++x)
             {
                 const int i = y * width + x;
                 const int choice = work.chosen[i] & 3;
-                const uint32_t code = work.records[i].palettePixel
+                const uint32_t code = !laned && work.records[i].palettePixel
                                           ? PalModRemapper4Col(y - bh / 2, x - bw / 2, choice)
                                           : uint32_t(choice);
                 modulation = (modulation >> 2) | (code << 30);

@@ -78,6 +78,7 @@ struct BlendCache
     int measuredInner, measuredOuter, paletteInner, paletteOuter;
     bool settledReady;
     bool valid;
+    bool pixelsReady; // 'pixels' holds the window (PrepareSettled makes it)
 };
 
 // A thread's working space.
@@ -174,8 +175,8 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
 void PrepareBlendCache(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        const bool* selfPositions);
 
-// The window's part of work.cache (BlendCache::pixels), for the window now
-// in 'work': wanted by the fast path's evaluations from the cache.
+// The window now in 'work' channel by channel (work.channels), for the fast
+// path's evaluations.
 void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params);
 
 // The fast path, 4bpp: once the cache is prepared, the pixels that the
