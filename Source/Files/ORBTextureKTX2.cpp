@@ -199,6 +199,8 @@ ELoadReason CKTX2FileParser::ReadHeader(CORBTextureHeader& header)
         }
         format = mapped;
     }
+    if (words.pixelWidth == 0)
+        return RefuseWith(eLoadBadHeader, "ktx2", "pixelWidth 0");
     if (words.faceCount != 1 && words.faceCount != 6)
         return RefuseWith(eLoadBadHeader, "ktx2", "faceCount %u: only 1 or 6 faces are allowed", words.faceCount);
     m_scheme = words.supercompressionScheme;
@@ -382,6 +384,7 @@ ELoadReason CKTX2FileParser::ReadKeyValueData(const std::vector<uint8_t>& bytes,
     uint32_t pairs = 0;
     bool orientationFound = false;
     uint32_t orientation = 0;
+    size_t orientationAxes = 0;
     std::vector<MetaDataBlock> items;
     while (at < bytes.size())
     {
@@ -407,6 +410,7 @@ ELoadReason CKTX2FileParser::ReadKeyValueData(const std::vector<uint8_t>& bytes,
         {
             orientationFound = true;
             orientation = OrientationOf(text);
+            orientationAxes = text.size();
         }
         else if (key == kOwnKey)
         {
@@ -462,13 +466,19 @@ ELoadReason CKTX2FileParser::ReadKeyValueData(const std::vector<uint8_t>& bytes,
     m_extraBytes += items.size() * kItemCost;
     if (!items.empty())
         parsed.addMetaDataBlocks(items.data(), unsigned(items.size()));
-    // The orientation of the key/value data wins over a differing item.
+    // The axes "KTXorientation" names win over a differing item; a 2D file
+    // keeps the item's depth axis.
     if (orientationFound)
     {
-        const uint32_t held = parsed.getOrientation(eAxisX) | parsed.getOrientation(eAxisY) | parsed.getOrientation(eAxisZ);
-        if (held != orientation || !ownRecord)
+        const uint32_t covered = orientationAxes >= 3 ? 7u : orientationAxes == 2 ? 3u : orientationAxes == 1 ? 1u : 0u;
+        // Read as the writer reads it, so an item of other byte values that
+        // writes these letters stays as it is.
+        const uint32_t held = (parsed.getOrientation(eAxisX) == eOrientLeft ? 1u : 0u) |
+                              (parsed.getOrientation(eAxisY) == eOrientUp ? 2u : 0u) |
+                              (parsed.getOrientation(eAxisZ) == eOrientOut ? 4u : 0u);
+        if ((held & covered) != orientation || !ownRecord)
         {
-            parsed.setOrientation(EORBTOrientation(orientation));
+            parsed.setOrientation(EORBTOrientation((held & ~covered) | orientation));
             m_extraBytes += kItemCost;
         }
     }
