@@ -1,6 +1,7 @@
 // KTX 2.0 files: round trips of every family with and without Zstandard, the
 // layout checked by an independent reader (ktx-parse, through Node.js), files
-// that reader writes, hostile files, and the writer's refusals.
+// that reader writes, hostile files, and the writer's refusals. Blocks passed
+// on through .ktx2, .ktx and .dds by orbtex are checked in Tests/CLI.
 
 #include <cstdio>
 #include <cstdlib>
@@ -31,25 +32,21 @@ CORBTexture Make(uint64_t format, uint32_t width, uint32_t height, uint32_t dept
     return CORBTexture(header, Sequence(header.getDataSize(), 13, uint8_t(format)).data());
 }
 
-// One of each family and shape the writer handles.
+// One of each family and shape the writer handles: levels, arrays, cube maps
+// and their arrays, a volume, sRGB, signed types, and metadata items.
 std::vector<CORBTexture> Samples()
 {
-    std::vector<CORBTexture> all;
-    all.push_back(Make(ORBStandard8PixelType, 16, 8, 1, 5, 1, 1, eColourSpaceSRGB));
-    all.push_back(Make(ePF_ETC1, 16, 16, 1, 5));
-    all.push_back(Make(ePF_ETC2_RGBA, 8, 8, 1, 1, 3));
-    all.push_back(Make(ePF_EAC_RG11, 8, 4, 1, 1, 1, 1, eColourSpaceLinear, eVarSignedByteNorm));
-    all.push_back(Make(ePF_ASTC_6x5, 30, 20, 1, 3, 1, 1, eColourSpaceSRGB));
-    all.push_back(Make(ePF_DXT1, 8, 8, 1, 1, 1, 6));
-    all.push_back(Make(ePF_DXT2, 8, 8, 1, 1, 2, 6));
-    all.push_back(Make(ePF_EAC_R11, 4, 4, 1, 1, 1, 1, eColourSpaceLinear, eVarSignedFloat));
-    all.push_back(Make(ePF_ORBTC_2bpp_RGB, 32, 16, 1, 2));
-    all.push_back(Make(ePF_ORBTCII_4bpp, 16, 16, 1, 1, 1, 1, eColourSpaceSRGB));
-    all.push_back(Make(ePF_RGB9E5, 5, 3, 1, 3));
-    all.push_back(Make(ChannelLayout("rgb", 5, 6, 5), 7, 3, 1, 1, 1, 1, eColourSpaceLinear, eVarUnsignedShortNorm));
-    all.push_back(Make(ChannelLayout("bgr", 10, 11, 11), 3, 3, 1, 1, 1, 1, eColourSpaceLinear, eVarUnsignedFloat));
-    all.push_back(Make(ChannelLayout("rgb", 16, 16, 16), 3, 5, 4, 3, 1, 1, eColourSpaceLinear, eVarSignedFloat));
-    all.push_back(Make(ChannelLayout("rg", 32, 32), 2, 2, 1, 2, 1, 1, eColourSpaceLinear, eVarSignedInteger));
+    const EORBTColourSpace L = eColourSpaceLinear, S = eColourSpaceSRGB;
+    std::vector<CORBTexture> all = {
+        Make(ORBStandard8PixelType, 16, 8, 1, 5, 1, 1, S), Make(ePF_ETC1, 16, 16, 1, 5),
+        Make(ePF_ETC2_RGBA, 8, 8, 1, 1, 3), Make(ePF_EAC_RG11, 8, 4, 1, 1, 1, 1, L, eVarSignedByteNorm),
+        Make(ePF_ASTC_6x5, 30, 20, 1, 3, 1, 1, S), Make(ePF_DXT1, 8, 8, 1, 1, 1, 6), Make(ePF_DXT2, 8, 8, 1, 1, 2, 6),
+        Make(ePF_EAC_R11, 4, 4, 1, 1, 1, 1, L, eVarSignedFloat), Make(ePF_ORBTC_2bpp_RGB, 32, 16, 1, 2),
+        Make(ePF_ORBTCII_4bpp, 16, 16, 1, 1, 1, 1, S), Make(ePF_RGB9E5, 5, 3, 1, 3),
+        Make(ChannelLayout("rgb", 5, 6, 5), 7, 3, 1, 1, 1, 1, L, eVarUnsignedShortNorm),
+        Make(ChannelLayout("bgr", 10, 11, 11), 3, 3, 1, 1, 1, 1, L, eVarUnsignedFloat),
+        Make(ChannelLayout("rgb", 16, 16, 16), 3, 5, 4, 3, 1, 1, L, eVarSignedFloat),
+        Make(ChannelLayout("rg", 32, 32), 2, 2, 1, 2, 1, 1, L, eVarSignedInteger)};
     all.back().setOrientation(EORBTOrientation(eOrientLeft | eOrientUp));
     all.back().setBumpMap(2.5f, "xyz");
     return all;
@@ -62,9 +59,11 @@ uint64_t Word64(const Bytes& bytes, size_t at)
     return value;
 }
 
-std::string Run(const std::string& command)
+// The output of the ktx-parse script run with 'arguments'.
+std::string Node(const std::string& arguments)
 {
     std::string output;
+    const std::string command = std::string("node ") + ORBTEX_KTX2_SCRIPT + " " + ORBTEX_NPM_DIR + " " + arguments;
     if (FILE* pipe = popen(command.c_str(), "r"))
     {
         char chunk[4096];
@@ -73,17 +72,6 @@ std::string Run(const std::string& command)
         pclose(pipe);
     }
     return output;
-}
-
-bool HaveKtxParse()
-{
-    return std::system("node --version >/dev/null 2>&1") == 0 &&
-           std::ifstream(std::string(ORBTEX_NPM_DIR) + "/node_modules/ktx-parse/package.json").good();
-}
-
-std::string Node(const std::string& arguments)
-{
-    return Run(std::string("node ") + ORBTEX_KTX2_SCRIPT + " " + ORBTEX_NPM_DIR + " " + arguments);
 }
 
 uint32_t Fnv(const uint8_t* bytes, size_t size)
@@ -126,25 +114,6 @@ TEST(KTX2Files, RoundTripsEveryFamily)
     EXPECT_TRUE(CORBTexture((dir / "a.KTX2").c_str()).isEqual(etc));
 }
 
-// Through .ktx2 and on to .ktx and .dds, every pixel stays.
-TEST(KTX2Files, PixelsSurviveOtherContainers)
-{
-    ScratchDir dir;
-    for (uint64_t format : {uint64_t(ePF_ETC2_RGB), uint64_t(ePF_DXT1), ORBStandard8PixelType})
-    {
-        const CORBTexture texture = Make(format, 16, 8, 1, 3);
-        ASSERT_TRUE(texture.saveKTX2File((dir / "t.ktx2").c_str(), 19));
-        const CORBTexture back((dir / "t.ktx2").c_str());
-        for (const char* name : {"t.ktx", "t.dds"})
-        {
-            if (format == ePF_ETC2_RGB && name[2] == 'd')
-                continue; // no DDS code
-            ASSERT_TRUE(back.saveFile((dir / name).c_str())) << name;
-            EXPECT_EQ(DataOf(CORBTexture((dir / name).c_str())), DataOf(texture)) << name << ORBTGetLastError();
-        }
-    }
-}
-
 TEST(KTX2Files, WriterRefusesWhatItCannotHold)
 {
     Bytes file;
@@ -154,10 +123,6 @@ TEST(KTX2Files, WriterRefusesWhatItCannotHold)
     EXPECT_STREQ(ORBTGetLastError(), "ASTC_3x3x3 (UnsignedByteNorm) has no Vulkan format for KTX 2");
     EXPECT_FALSE(Make(ePF_ETC2_RGB, 4, 4).saveToMemoryKTX2(file, 23));
     EXPECT_STREQ(ORBTGetLastError(), "Zstandard level 23 is outside 0 to 22");
-    ScratchDir dir;
-    EXPECT_FALSE(Make(ePF_UYVY, 4, 4).saveFile((dir / "u.ktx2").c_str()));
-    EXPECT_STREQ(ORBTGetLastError(), "UYVY (UnsignedByteNorm) has no Vulkan format for KTX 2");
-    EXPECT_FALSE(std::ifstream(dir / "u.ktx2").good());
 }
 
 // Hand-altered files are refused with a reason, before anything large is allocated.
@@ -216,7 +181,8 @@ TEST(KTX2Files, RefusesHostileFiles)
 // What ktx-parse reads in our files; and a file it writes loads here.
 TEST(KTX2Files, AgreesWithKtxParse)
 {
-    if (!HaveKtxParse())
+    if (std::system("node --version >/dev/null 2>&1") != 0 ||
+        !std::ifstream(std::string(ORBTEX_NPM_DIR) + "/node_modules/ktx-parse/package.json").good())
         GTEST_SKIP() << "Node.js or the npm package ktx-parse is missing (run scripts/setup.sh online)";
     ScratchDir dir;
     std::string files;
@@ -237,11 +203,11 @@ TEST(KTX2Files, AgreesWithKtxParse)
         const std::string& line = lines[i];
         SCOPED_TRACE(line);
         auto has = [&](const std::string& text) { EXPECT_NE(line.find(text), std::string::npos) << text; };
-        has("\"width\":" + std::to_string(t.getWidth(0)) + ",\"height\":" + std::to_string(t.getHeight(0)));
-        has("\"depth\":" + std::to_string(t.getDepth(0) == 1 ? 0 : t.getDepth(0)));
-        has("\"layers\":" + std::to_string(t.getNumArrayMembers() == 1 ? 0 : t.getNumArrayMembers()));
-        has("\"faces\":" + std::to_string(t.getNumFaces()) + ",\"levels\":" + std::to_string(t.getNumMIPLevels()));
-        has("\"scheme\":" + std::string(i % 2 ? "2" : "0"));
+        auto count = [](uint32_t n) { return std::to_string(n == 1 ? 0 : n); };
+        has("\"width\":" + std::to_string(t.getWidth(0)) + ",\"height\":" + std::to_string(t.getHeight(0)) +
+            ",\"depth\":" + count(t.getDepth(0)) + ",\"layers\":" + count(t.getNumArrayMembers()) + ",\"faces\":" +
+            std::to_string(t.getNumFaces()) + ",\"levels\":" + std::to_string(t.getNumMIPLevels()) +
+            ",\"scheme\":" + (i % 2 ? "2" : "0"));
         has("\"transfer\":" + std::string(t.getColourSpace() == eColourSpaceSRGB ? "2" : "1"));
         for (uint32_t mip = 0, at = 0; mip < t.getNumMIPLevels(); at += t.getDataSize(int(mip++)))
         {
@@ -258,20 +224,16 @@ TEST(KTX2Files, AgreesWithKtxParse)
         has("\"ORBTexLibMetaData\":\"bytes:");
     }
     // Values from the published registries.
-    EXPECT_NE(lines[0].find("\"vkFormat\":43,\"typeSize\":1"), std::string::npos);
-    EXPECT_NE(lines[0].find("\"samples\":[[0,7,0,0,255],[8,7,1,0,255],[16,7,2,0,255],[24,7,31,0,255]]"), std::string::npos);
-    EXPECT_NE(lines[1].find("\"vkFormat\":147"), std::string::npos);
-    EXPECT_NE(lines[3].find("\"vkFormat\":156"), std::string::npos);
-    EXPECT_NE(lines[4].find("\"vkFormat\":164"), std::string::npos);
-    EXPECT_NE(lines[4].find("\"model\":162,\"primaries\":1,\"transfer\":2,\"flags\":0,\"block\":[5,4,0,0],\"bytesPlane0\":16"),
-              std::string::npos);
-    EXPECT_NE(lines[6].find("\"flags\":1"), std::string::npos);
-    EXPECT_NE(lines[8].find("\"vkFormat\":1000054000"), std::string::npos);
-    EXPECT_NE(lines[8].find("\"model\":164"), std::string::npos);
-    EXPECT_NE(lines[9].find("\"vkFormat\":1000054007"), std::string::npos);
-    EXPECT_NE(lines[11].find("\"vkFormat\":4,\"typeSize\":2"), std::string::npos);
-    EXPECT_NE(lines[11].find("\"samples\":[[11,4,0,0,31],[5,5,1,0,63],[0,4,2,0,31]]"), std::string::npos);
-    EXPECT_NE(lines[12].find("\"vkFormat\":122,\"typeSize\":4"), std::string::npos);
+    const std::pair<size_t, const char*> registry[] = {
+        {0, "\"vkFormat\":43,\"typeSize\":1"},
+        {0, "\"samples\":[[0,7,0,0,255],[8,7,1,0,255],[16,7,2,0,255],[24,7,31,0,255]]"},
+        {1, "\"vkFormat\":147"}, {3, "\"vkFormat\":156"}, {4, "\"vkFormat\":164"},
+        {4, "\"model\":162,\"primaries\":1,\"transfer\":2,\"flags\":0,\"block\":[5,4,0,0],\"bytesPlane0\":16"},
+        {6, "\"flags\":1"}, {8, "\"vkFormat\":1000054000"}, {8, "\"model\":164"}, {9, "\"vkFormat\":1000054007"},
+        {11, "\"vkFormat\":4,\"typeSize\":2"}, {11, "\"samples\":[[11,4,0,0,31],[5,5,1,0,63],[0,4,2,0,31]]"},
+        {12, "\"vkFormat\":122,\"typeSize\":4"}};
+    for (const auto& [line, text] : registry)
+        EXPECT_NE(lines[line].find(text), std::string::npos) << text << "\n" << lines[line];
 
     ASSERT_EQ(Node("write " + dir / "theirs.ktx2"), "");
     const CORBTexture theirs((dir / "theirs.ktx2").c_str());
