@@ -14,7 +14,10 @@ using namespace orbtexture;
 namespace
 {
 
-[[noreturn]] void Fail(const char* what) { FuzzFail("ktx2fuzz", what); }
+[[noreturn]] void Fail(const char* what)
+{
+    FuzzFail("ktx2fuzz", what);
+}
 
 } // namespace
 

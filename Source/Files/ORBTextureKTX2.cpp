@@ -68,15 +68,23 @@ const char* SchemeName(uint32_t scheme)
 {
     switch (scheme)
     {
-    case kSchemeNone: return "none";
-    case kSchemeBasisLZ: return "BasisLZ";
-    case kSchemeZstd: return "Zstandard";
-    case kSchemeZlib: return "zlib";
-    default: return "unknown";
+    case kSchemeNone:
+        return "none";
+    case kSchemeBasisLZ:
+        return "BasisLZ";
+    case kSchemeZstd:
+        return "Zstandard";
+    case kSchemeZlib:
+        return "zlib";
+    default:
+        return "unknown";
     }
 }
 
-uint64_t AlignUp(uint64_t value, uint64_t alignment) { return (value + alignment - 1) / alignment * alignment; }
+uint64_t AlignUp(uint64_t value, uint64_t alignment)
+{
+    return (value + alignment - 1) / alignment * alignment;
+}
 
 bool IsPrintable(const std::string& text)
 {
@@ -116,19 +124,33 @@ uint32_t OrientationOf(const std::string& text)
 
 class CKTX2FileParser : public CContainerParser
 {
-public:
-    explicit CKTX2FileParser(CByteSource& source) : CContainerParser(source) {}
-    ~CKTX2FileParser() override { ZSTD_freeDCtx(m_zstd); }
+  public:
+    explicit CKTX2FileParser(CByteSource& source) : CContainerParser(source)
+    {
+    }
+    ~CKTX2FileParser() override
+    {
+        ZSTD_freeDCtx(m_zstd);
+    }
 
-    const char* ContainerName() const override { return "ktx2"; }
+    const char* ContainerName() const override
+    {
+        return "ktx2";
+    }
     ELoadReason ReadHeader(CORBTextureHeader& header) override;
-    uint64_t StoredDataSize() const override { return m_storedDataSize; }
-    uint64_t ExtraBytes() const override { return m_extraBytes; }
+    uint64_t StoredDataSize() const override
+    {
+        return m_storedDataSize;
+    }
+    uint64_t ExtraBytes() const override
+    {
+        return m_extraBytes;
+    }
 
-protected:
+  protected:
     ELoadReason ReadData(uint8_t* block, uint64_t& missing) override;
 
-private:
+  private:
     ELoadReason CheckLevels(const CORBTextureHeader& parsed, uint64_t fileSize);
     ELoadReason ReadSection(uint64_t offset, uint64_t length, const char* name, std::vector<uint8_t>& bytes);
     ELoadReason ReadDescriptor(const std::vector<uint8_t>& bytes, bool& premultiplied);
@@ -177,7 +199,8 @@ ELoadReason CKTX2FileParser::ReadHeader(CORBTextureHeader& header)
     AddField("layerCount", "%u", words.layerCount);
     AddField("faceCount", "%u", words.faceCount);
     AddField("levelCount", "%u", words.levelCount);
-    AddField("supercompressionScheme", "%u (%s)", words.supercompressionScheme, SchemeName(words.supercompressionScheme));
+    AddField("supercompressionScheme", "%u (%s)", words.supercompressionScheme,
+             SchemeName(words.supercompressionScheme));
     AddField("dfdByteOffset", "%u", words.dfdByteOffset);
     AddField("dfdByteLength", "%u", words.dfdByteLength);
     AddField("kvdByteOffset", "%u", words.kvdByteOffset);
@@ -254,9 +277,8 @@ ELoadReason CKTX2FileParser::ReadHeader(CORBTextureHeader& header)
     if (firstLevel < m_position)
         return RefuseWith(eLoadBadHeader, "ktx2", "level data at %llu overlap the sections before them",
                           (unsigned long long)firstLevel);
-    if (words.sgdByteLength &&
-        (words.sgdByteOffset < m_position || words.sgdByteOffset > firstLevel ||
-         words.sgdByteLength > firstLevel - words.sgdByteOffset))
+    if (words.sgdByteLength && (words.sgdByteOffset < m_position || words.sgdByteOffset > firstLevel ||
+                                words.sgdByteLength > firstLevel - words.sgdByteOffset))
         return RefuseWith(eLoadBadHeader, "ktx2", "supercompression global data (%llu bytes at %llu) are out of place",
                           (unsigned long long)words.sgdByteLength, (unsigned long long)words.sgdByteOffset);
     const Level& last = m_levels.back();
@@ -290,8 +312,9 @@ ELoadReason CKTX2FileParser::CheckLevels(const CORBTextureHeader& parsed, uint64
                               (unsigned long long)e.byteLength);
         if (e.byteOffset > UINT64_MAX - e.byteLength ||
             (fileSize != CByteSource::kUnknown && e.byteOffset + e.byteLength > fileSize))
-            return RefuseWith(eLoadBadHeader, "ktx2", "level %u (offset %llu, %llu bytes) runs past the end of the file",
-                              mip, (unsigned long long)e.byteOffset, (unsigned long long)e.byteLength);
+            return RefuseWith(eLoadBadHeader, "ktx2",
+                              "level %u (offset %llu, %llu bytes) runs past the end of the file", mip,
+                              (unsigned long long)e.byteOffset, (unsigned long long)e.byteLength);
         if (m_scheme != kSchemeNone)
             largestCompressed = std::max(largestCompressed, e.byteLength);
         m_levels.push_back({mip, e, blockOffset, size});
@@ -319,7 +342,8 @@ ELoadReason CKTX2FileParser::ReadSection(uint64_t offset, uint64_t length, const
         return RefuseWith(eLoadBadHeader, "ktx2", "%s at %llu overlap what precedes them", name,
                           (unsigned long long)offset);
     const uint64_t remaining = m_source.Remaining();
-    if (remaining != CByteSource::kUnknown && (offset - m_position > remaining || length > remaining - (offset - m_position)))
+    if (remaining != CByteSource::kUnknown &&
+        (offset - m_position > remaining || length > remaining - (offset - m_position)))
         return RefuseWith(eLoadBadHeader, "ktx2", "%s (%llu bytes at %llu) run past the end of the file", name,
                           (unsigned long long)length, (unsigned long long)offset);
     if (m_source.Skip(offset - m_position) != offset - m_position)
@@ -359,7 +383,8 @@ ELoadReason CKTX2FileParser::ReadDescriptor(const std::vector<uint8_t>& bytes, b
     AddField("dfd colorPrimaries", "%u", (model >> 8) & 0xFF);
     AddField("dfd transferFunction", "%u (%s)", (model >> 16) & 0xFF,
              ((model >> 16) & 0xFF) == kDescriptorTransferSRGB ? "sRGB" : "linear");
-    AddField("dfd flags", "%u%s", model >> 24, (model >> 24) & kDescriptorFlagPremultiplied ? " (premultiplied alpha)" : "");
+    AddField("dfd flags", "%u%s", model >> 24,
+             (model >> 24) & kDescriptorFlagPremultiplied ? " (premultiplied alpha)" : "");
     const uint8_t* dims = block + 12;
     AddField("dfd texelBlockDimension", "%ux%ux%ux%u", dims[0] + 1u, dims[1] + 1u, dims[2] + 1u, dims[3] + 1u);
     AddField("dfd bytesPlane0", "%u", block[16]);
@@ -436,10 +461,12 @@ ELoadReason CKTX2FileParser::ReadKeyValueData(const std::vector<uint8_t>& bytes,
             while (item < valueLength)
             {
                 if (valueLength - item < ORBTEX_METADATA_BLOCK_HEADER_SIZE)
-                    return RefuseWith(eLoadBadHeader, "ktx2", "%s: item %zu runs past its value", kOwnKey, items.size());
+                    return RefuseWith(eLoadBadHeader, "ktx2", "%s: item %zu runs past its value", kOwnKey,
+                                      items.size());
                 const uint32_t size = ReadAt<uint32_t>(value + item + 8);
                 if (size > valueLength - item - ORBTEX_METADATA_BLOCK_HEADER_SIZE)
-                    return RefuseWith(eLoadBadHeader, "ktx2", "%s: item %zu runs past its value", kOwnKey, items.size());
+                    return RefuseWith(eLoadBadHeader, "ktx2", "%s: item %zu runs past its value", kOwnKey,
+                                      items.size());
                 items.emplace_back(ReadAt<uint32_t>(value + item), ReadAt<uint32_t>(value + item + 4), size,
                                    value + item + ORBTEX_METADATA_BLOCK_HEADER_SIZE);
                 item += ORBTEX_METADATA_BLOCK_HEADER_SIZE + size;
@@ -504,8 +531,8 @@ ELoadReason CKTX2FileParser::Inflate(uint32_t mip, uint8_t* destination)
     if (!m_zstd)
         return RefuseWith(eLoadBadHeader, "ktx2", "out of memory for the Zstandard decoder");
     // One call into the level's place: the output never passes its size.
-    const size_t made = ZSTD_decompressDCtx(m_zstd, destination, size_t(level.size), m_compressed.data(),
-                                            m_compressed.size());
+    const size_t made =
+        ZSTD_decompressDCtx(m_zstd, destination, size_t(level.size), m_compressed.data(), m_compressed.size());
     if (ZSTD_isError(made))
         return RefuseWith(eLoadBadHeader, "ktx2", "level %u: Zstandard data do not inflate to %llu bytes (%s)", mip,
                           (unsigned long long)level.size, ZSTD_getErrorName(made));
@@ -580,14 +607,16 @@ bool CORBTexture::privateWriteKTX2(CByteSink& sink, int zstdLevel) const
     uint32_t vkFormat = 0;
     VulkanFormatOf(m_sHeader.pixelFormat, getChannelType(), getColourSpace(), vkFormat);
     const uint32_t pixelFormat = uint32_t(m_sHeader.pixelFormat);
-    const bool premultiplied = isPreMultiplied() || (getPixelType().isNamedFormat() &&
-                                                     (pixelFormat == ePF_DXT2 || pixelFormat == ePF_DXT4));
+    const bool premultiplied =
+        isPreMultiplied() || (getPixelType().isNamedFormat() && (pixelFormat == ePF_DXT2 || pixelFormat == ePF_DXT4));
     const std::vector<uint32_t> descriptor =
         BasicDescriptor(m_sHeader.pixelFormat, getChannelType(), getColourSpace(), premultiplied);
 
     // Key/value pairs in byte order of their keys.
     std::vector<std::pair<std::string, std::vector<uint8_t>>> pairs;
-    auto textValue = [](const std::string& text) { return std::vector<uint8_t>(text.c_str(), text.c_str() + text.size() + 1); };
+    auto textValue = [](const std::string& text) {
+        return std::vector<uint8_t>(text.c_str(), text.c_str() + text.size() + 1);
+    };
     pairs.emplace_back("KTXorientation", textValue(OrientationText(*this)));
     pairs.emplace_back("KTXwriter", textValue(std::string("ORBTexLib ") + ORBTEX_LIBRARY_VERSION));
     std::vector<uint8_t> own(kOwnRecordSize);

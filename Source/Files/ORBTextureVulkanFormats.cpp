@@ -35,7 +35,10 @@ bool IsSignedType(uint32_t type)
            type == eVarSignedFloat;
 }
 
-bool IsFloatType(uint32_t type) { return type == eVarSignedFloat || type == eVarUnsignedFloat; }
+bool IsFloatType(uint32_t type)
+{
+    return type == eVarSignedFloat || type == eVarUnsignedFloat;
+}
 
 bool IsNormalisedType(uint32_t type)
 {
@@ -47,8 +50,9 @@ std::vector<VulkanRow> BuildRows()
 {
     std::vector<VulkanRow> rows;
     auto add = [&](uint64_t format, uint32_t type, uint32_t code, uint32_t codeSRGB = 0) {
-        const uint32_t inverse =
-            type == kAnyType ? uint32_t(eVarUnsignedByteNorm) : type == kAnySigned ? uint32_t(eVarSignedByteNorm) : type;
+        const uint32_t inverse = type == kAnyType     ? uint32_t(eVarUnsignedByteNorm)
+                                 : type == kAnySigned ? uint32_t(eVarSignedByteNorm)
+                                                      : type;
         rows.push_back({format, type, inverse, code, codeSRGB});
     };
     // Named formats, the preferred one of a shared code first.
@@ -96,7 +100,9 @@ std::vector<VulkanRow> BuildRows()
     for (const Uniform& u : uniforms)
     {
         const unsigned n = unsigned(std::strlen(u.letters));
-        auto layout = [&](unsigned bits) { return ChannelLayout(u.letters, bits, n > 1 ? bits : 0, n > 2 ? bits : 0, n > 3 ? bits : 0); };
+        auto layout = [&](unsigned bits) {
+            return ChannelLayout(u.letters, bits, n > 1 ? bits : 0, n > 2 ? bits : 0, n > 3 ? bits : 0);
+        };
         add(layout(8), eVarUnsignedByteNorm, u.base8, u.base8 + 6);
         add(layout(8), eVarSignedByteNorm, u.base8 + 1);
         add(layout(8), eVarUnsignedByte, u.base8 + 4);
@@ -149,8 +155,7 @@ constexpr uint32_t kModelBC1A = 128, kModelBC2 = 129, kModelBC3 = 130, kModelBC4
 constexpr uint32_t kModelBC6H = 133, kModelBC7 = 134, kModelETC2 = 161, kModelASTC = 162;
 constexpr uint32_t kModelORBTC = 164, kModelORBTCII = 165;
 constexpr uint32_t kPrimariesBT709 = 1;
-constexpr uint8_t kQualifierLinear = 0x10, kQualifierExponent = 0x20, kQualifierSigned = 0x40,
-                  kQualifierFloat = 0x80;
+constexpr uint8_t kQualifierLinear = 0x10, kQualifierExponent = 0x20, kQualifierSigned = 0x40, kQualifierFloat = 0x80;
 constexpr uint32_t kChannelAlpha = 15;
 constexpr uint32_t kOneFloat = 0x3F800000, kMinusOneFloat = 0xBF800000;
 
@@ -176,27 +181,60 @@ bool DescribeNamed(uint32_t format, NamedBlock& block)
     switch (format)
     {
     case ePF_ORBTC_2bpp_RGB:
-    case ePF_ORBTC_2bpp_RGBA: block = {kModelORBTC, 8, 4, 8, {{0, 64, 0}}, 1}; return true;
+    case ePF_ORBTC_2bpp_RGBA:
+        block = {kModelORBTC, 8, 4, 8, {{0, 64, 0}}, 1};
+        return true;
     case ePF_ORBTC_4bpp_RGB:
-    case ePF_ORBTC_4bpp_RGBA: block = {kModelORBTC, 4, 4, 8, {{0, 64, 0}}, 1}; return true;
-    case ePF_ORBTCII_2bpp: block = {kModelORBTCII, 8, 4, 8, {{0, 64, 0}}, 1}; return true;
-    case ePF_ORBTCII_4bpp: block = {kModelORBTCII, 4, 4, 8, {{0, 64, 0}}, 1}; return true;
-    case ePF_DXT1: block = {kModelBC1A, 4, 4, 8, {{0, 64, 0}, {0, 64, 1}}, 2}; return true;
+    case ePF_ORBTC_4bpp_RGBA:
+        block = {kModelORBTC, 4, 4, 8, {{0, 64, 0}}, 1};
+        return true;
+    case ePF_ORBTCII_2bpp:
+        block = {kModelORBTCII, 8, 4, 8, {{0, 64, 0}}, 1};
+        return true;
+    case ePF_ORBTCII_4bpp:
+        block = {kModelORBTCII, 4, 4, 8, {{0, 64, 0}}, 1};
+        return true;
+    case ePF_DXT1:
+        block = {kModelBC1A, 4, 4, 8, {{0, 64, 0}, {0, 64, 1}}, 2};
+        return true;
     case ePF_DXT2:
-    case ePF_DXT3: block = {kModelBC2, 4, 4, 16, {{0, 64, A}, {64, 64, 0}}, 2}; return true;
+    case ePF_DXT3:
+        block = {kModelBC2, 4, 4, 16, {{0, 64, A}, {64, 64, 0}}, 2};
+        return true;
     case ePF_DXT4:
-    case ePF_DXT5: block = {kModelBC3, 4, 4, 16, {{0, 64, A}, {64, 64, 0}}, 2}; return true;
-    case ePF_BC4: block = {kModelBC4, 4, 4, 8, {{0, 64, 0}}, 1}; return true;
-    case ePF_BC5: block = {kModelBC5, 4, 4, 16, {{0, 64, 0}, {64, 64, 1}}, 2}; return true;
-    case ePF_BC6: block = {kModelBC6H, 4, 4, 16, {{0, 128, 0}}, 1}; return true;
-    case ePF_BC7: block = {kModelBC7, 4, 4, 16, {{0, 128, 0}}, 1}; return true;
+    case ePF_DXT5:
+        block = {kModelBC3, 4, 4, 16, {{0, 64, A}, {64, 64, 0}}, 2};
+        return true;
+    case ePF_BC4:
+        block = {kModelBC4, 4, 4, 8, {{0, 64, 0}}, 1};
+        return true;
+    case ePF_BC5:
+        block = {kModelBC5, 4, 4, 16, {{0, 64, 0}, {64, 64, 1}}, 2};
+        return true;
+    case ePF_BC6:
+        block = {kModelBC6H, 4, 4, 16, {{0, 128, 0}}, 1};
+        return true;
+    case ePF_BC7:
+        block = {kModelBC7, 4, 4, 16, {{0, 128, 0}}, 1};
+        return true;
     case ePF_ETC1:
-    case ePF_ETC2_RGB: block = {kModelETC2, 4, 4, 8, {{0, 64, 2}}, 1}; return true;
-    case ePF_ETC2_RGB_A1: block = {kModelETC2, 4, 4, 8, {{0, 64, 2}, {0, 64, A}}, 2}; return true;
-    case ePF_ETC2_RGBA: block = {kModelETC2, 4, 4, 16, {{0, 64, A}, {64, 64, 2}}, 2}; return true;
-    case ePF_EAC_R11: block = {kModelETC2, 4, 4, 8, {{0, 64, 0}}, 1}; return true;
-    case ePF_EAC_RG11: block = {kModelETC2, 4, 4, 16, {{0, 64, 0}, {64, 64, 1}}, 2}; return true;
-    default: break;
+    case ePF_ETC2_RGB:
+        block = {kModelETC2, 4, 4, 8, {{0, 64, 2}}, 1};
+        return true;
+    case ePF_ETC2_RGB_A1:
+        block = {kModelETC2, 4, 4, 8, {{0, 64, 2}, {0, 64, A}}, 2};
+        return true;
+    case ePF_ETC2_RGBA:
+        block = {kModelETC2, 4, 4, 16, {{0, 64, A}, {64, 64, 2}}, 2};
+        return true;
+    case ePF_EAC_R11:
+        block = {kModelETC2, 4, 4, 8, {{0, 64, 0}}, 1};
+        return true;
+    case ePF_EAC_RG11:
+        block = {kModelETC2, 4, 4, 16, {{0, 64, 0}, {64, 64, 1}}, 2};
+        return true;
+    default:
+        break;
     }
     if (format >= ePF_ASTC_4x4 && format <= ePF_ASTC_12x12)
     {
@@ -208,9 +246,15 @@ bool DescribeNamed(uint32_t format, NamedBlock& block)
     return false;
 }
 
-uint32_t Mask(uint32_t bits) { return bits >= 32 ? 0xFFFFFFFFu : (1u << bits) - 1; }
+uint32_t Mask(uint32_t bits)
+{
+    return bits >= 32 ? 0xFFFFFFFFu : (1u << bits) - 1;
+}
 
-uint32_t ChannelId(uint8_t letter) { return letter == 'r' ? 0 : letter == 'g' ? 1 : letter == 'b' ? 2 : kChannelAlpha; }
+uint32_t ChannelId(uint8_t letter)
+{
+    return letter == 'r' ? 0 : letter == 'g' ? 1 : letter == 'b' ? 2 : kChannelAlpha;
+}
 
 // Element width of a channel type: channels of exactly this width are array
 // elements, any other layout one packed word.
@@ -265,8 +309,8 @@ uint32_t VulkanTypeSize(uint64_t pixelFormat, EORBTVariableType channelType)
     return element / 8;
 }
 
-std::vector<uint32_t> BasicDescriptor(uint64_t pixelFormat, EORBTVariableType channelType,
-                                      EORBTColourSpace colourSpace, bool premultiplied)
+std::vector<uint32_t> BasicDescriptor(uint64_t pixelFormat, EORBTVariableType channelType, EORBTColourSpace colourSpace,
+                                      bool premultiplied)
 {
     const PixelType type(pixelFormat);
     const bool srgb = colourSpace == eColourSpaceSRGB;
@@ -294,7 +338,8 @@ std::vector<uint32_t> BasicDescriptor(uint64_t pixelFormat, EORBTVariableType ch
         {
             Sample s{block.samples[i][0], block.samples[i][1], block.samples[i][2], sign, 0, 0xFFFFFFFFu};
             if (isFloat)
-                s = {s.offset, s.length, s.channel, uint8_t(sign | kQualifierFloat), sign ? kMinusOneFloat : 0, kOneFloat};
+                s = {s.offset, s.length, s.channel, uint8_t(sign | kQualifierFloat), sign ? kMinusOneFloat : 0,
+                     kOneFloat};
             else if (sign)
                 s.lower = 0x80000000u, s.upper = 0x7FFFFFFFu;
             samples.push_back(s);

@@ -29,8 +29,8 @@ uint32_t VulkanTypeSize(uint64_t pixelFormat, EORBTVariableType channelType);
 
 // The whole descriptor (total size word, then one basic block) of a format
 // VulkanFormatOf maps; 'premultiplied' sets the alpha flag.
-std::vector<uint32_t> BasicDescriptor(uint64_t pixelFormat, EORBTVariableType channelType,
-                                      EORBTColourSpace colourSpace, bool premultiplied);
+std::vector<uint32_t> BasicDescriptor(uint64_t pixelFormat, EORBTVariableType channelType, EORBTColourSpace colourSpace,
+                                      bool premultiplied);
 
 // Descriptor block fields the reader shows and uses.
 constexpr uint32_t kDescriptorFlagPremultiplied = 1;
