@@ -193,7 +193,7 @@ TEST(KTX2Files, AgreesWithKtxParse)
 {
     if (std::system("node --version >/dev/null 2>&1") != 0 ||
         !std::ifstream(std::string(ORBTEX_NPM_DIR) + "/node_modules/ktx-parse/package.json").good())
-        GTEST_SKIP() << "Node.js or the npm package ktx-parse is missing (run scripts/setup.sh online)";
+        GTEST_SKIP() << "Node.js or the npm package ktx-parse is missing (CMake installs it when it configures online)";
     ScratchDir dir;
     std::string files;
     std::vector<CORBTexture> samples = Samples();
