@@ -209,18 +209,14 @@ ELoadReason CKTX2FileParser::ReadHeader(CORBTextureHeader& header)
     AddField("sgdByteLength", "%llu", (unsigned long long)words.sgdByteLength);
 
     CORBTextureHeader parsed;
-    unsigned long long format = 0;
+    uint64_t format = 0;
     EORBTVariableType channelType = eVarUnsignedByteNorm;
     EORBTColourSpace colourSpace = eColourSpaceLinear;
+    if (!PixelFormatOfVulkan(words.vkFormat, format, channelType, colourSpace))
     {
-        uint64_t mapped = 0;
-        if (!PixelFormatOfVulkan(words.vkFormat, mapped, channelType, colourSpace))
-        {
-            char code[32];
-            std::snprintf(code, sizeof code, "vkFormat %u", words.vkFormat);
-            return SetLoadError(eLoadNoPixelFormat, "ktx2", code);
-        }
-        format = mapped;
+        char code[32];
+        std::snprintf(code, sizeof code, "vkFormat %u", words.vkFormat);
+        return SetLoadError(eLoadNoPixelFormat, "ktx2", code);
     }
     if (words.pixelWidth == 0)
         return RefuseWith(eLoadBadHeader, "ktx2", "pixelWidth 0");
