@@ -39,7 +39,7 @@ bool Convertible(const std::filesystem::path& path)
 {
     const std::string extension = FileExtension(path.string());
     return IsReadableImageExtension(extension) || extension == ".orb" || extension == ".dds" ||
-           extension == ".ktx" || extension == ".astc";
+           extension == ".ktx" || extension == ".ktx2" || extension == ".astc";
 }
 
 // The files of a batch: each input, and in place of a folder the image and
@@ -151,7 +151,7 @@ int RunOne(const ConvertOptions& options)
     if (KindOfOutput(outExtension, options.legacyApi) == OutputKind::Native && outExtension != ".orb")
     {
         PrintError(options.output, "cannot write '" + outExtension +
-                                       "' files; use .orb, .dds, .ktx, .astc, .h, .png, .tga or .bmp");
+                                       "' files; use .orb, .dds, .ktx, .ktx2, .astc, .h, .png, .tga or .bmp");
         return kExitFailure;
     }
     if (!ReadTarget(options, target, reason))

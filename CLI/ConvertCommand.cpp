@@ -24,11 +24,11 @@ const char* const kConvertHelp =
     "       orbtex convert IN... -o DIR [--ext EXT] [--jobs N] [options]\n"
     "\n"
     "Converts IN to another pixel format, channel type or colour space and\n"
-    "writes OUT. IN is a texture (.orb, legacy .orb, .dds, .ktx, .astc) or an\n"
+    "writes OUT. IN is a texture (.orb, legacy .orb, .dds, .ktx, .ktx2, .astc) or an\n"
     "image file (PNG, JPEG, TGA, BMP, PSD, GIF, HDR). 8-bit images load as\n"
     "r8g8b8a8 ubn, 16-bit ones as r16g16b16a16 usn, HDR as r32g32b32a32 sf;\n"
     "grey images expand to RGBA.\n"
-    "OUT is a texture (.orb, .dds, .ktx, .astc), a C source array (.h) or a\n"
+    "OUT is a texture (.orb, .dds, .ktx, .ktx2, .astc), a C source array (.h) or a\n"
     "PNG, TGA or BMP image; an image receives the first surface of level 0,\n"
     "converted to r8g8b8a8 after the conversion asked for (so '--format ETC1\n"
     "out.png' shows the compressed result). A .astc file holds one surface:\n"
@@ -77,7 +77,9 @@ const char* const kConvertHelp =
     "                         even when its format does not change\n"
     "  -o DIR, --out DIR      convert every IN into DIR (created if missing)\n"
     "  --ext EXT              with -o: the output type, orb (default), dds,\n"
-    "                         ktx, astc, h, png, tga or bmp\n"
+    "                         ktx, ktx2, astc, h, png, tga or bmp\n"
+    "  --zstd [LEVEL]         supercompress each level of a .ktx2 OUT with\n"
+    "                         Zstandard at LEVEL, 1 to 22 (default 19)\n"
     "  --jobs N               with -o: files converted at once (default: one\n"
     "                         per core); the output does not depend on it\n"
     "  --quiet                no progress line (shown on a terminal while the\n"
@@ -152,6 +154,18 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
     o.push_back(TextOption("--ext", options.extension));
     o.push_back(NumberOption("--quality", 0, 1000, false, options.quality, &options.qualityGiven));
     o.push_back(NumberOption("--legacy-api", 1, 7, true, options.legacyApi));
+    // A level may follow: any argument of digits is taken as one.
+    const auto isLevel = [](const std::string& text) {
+        return !text.empty() && text.size() < 4 && text.find_first_not_of("0123456789") == std::string::npos;
+    };
+    o.push_back({"--zstd", OptionValue::IfAccepted,
+                 [&options](const std::string& value) {
+                     options.zstdLevel = value.empty() ? 19 : std::atoi(value.c_str());
+                     if (options.zstdLevel < 1 || options.zstdLevel > 22)
+                         return "--zstd needs a level from 1 to 22, not '" + value + "'";
+                     return std::string();
+                 },
+                 isLevel});
     o.push_back(NumberOption("--jobs", 1, 1024, false, options.jobs));
     o.push_back(FlagOption("--verbose", options.verbose));
     o.push_back(FlagOption("--dither", options.dither));
@@ -172,7 +186,7 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
         options.extension = options.extension.empty() ? ".orb"
                             : FileExtension(options.extension[0] == '.' ? "x" + options.extension : "x." + options.extension);
         if (KindOfOutput(options.extension, 0) == OutputKind::Native && options.extension != ".orb")
-            return UsageError("convert", "--ext is orb, dds, ktx, astc, h, png, tga or bmp, not '" +
+            return UsageError("convert", "--ext is orb, dds, ktx, ktx2, astc, h, png, tga or bmp, not '" +
                                              options.extension.substr(1) + "'");
     }
     else
@@ -192,6 +206,8 @@ int ParseArguments(const std::vector<std::string>& arguments, ConvertOptions& op
                           "--input-colour-space is linear or srgb, not '" + options.inputColourSpace + "'");
     if (options.legacyApi && (options.batch ? options.extension : FileExtension(options.output)) != ".orb")
         return UsageError("convert", "--legacy-api needs a .orb output");
+    if (options.zstdLevel && (options.batch ? options.extension : FileExtension(options.output)) != ".ktx2")
+        return UsageError("convert", "--zstd needs a .ktx2 output");
     return -1;
 }
 

@@ -35,6 +35,7 @@ struct ConvertOptions
     bool allowShort = false;
     bool quiet = false;
     int legacyApi = 0; // 0: a native .orb
+    int zstdLevel = 0; // a .ktx2 output's Zstandard level; 0: none
     ImageOperations operations;
 };
 

@@ -36,6 +36,8 @@ OutputKind KindOfOutput(const std::string& extension, int legacyApi)
         return OutputKind::DDS;
     if (extension == ".ktx")
         return OutputKind::KTX;
+    if (extension == ".ktx2")
+        return OutputKind::KTX2;
     if (extension == ".astc")
         return OutputKind::ASTC;
     if (extension == ".h")
@@ -232,13 +234,13 @@ bool WriteTexture(const ConvertOptions& options, const ProtectedInputs& inputs, 
     // addMetaData of a key already present counts the item twice.
     texture.recountMetaDataSize();
     // The file is made in memory and checked before anything is written.
-    static const char* const kNames[] = {"x.orb", "x.orb", "x.dds", "x.ktx", "x.astc", "x.h"};
+    static const char* const kNames[] = {"x.orb", "x.orb", "x.dds", "x.ktx", "x.astc", "x.h", "x.ktx2"};
     const std::string name = kind == OutputKind::CHeader ? CSymbolName(path) + ".h" : kNames[int(kind)];
     std::vector<uint8_t> bytes;
     const bool saved =
-        kind == OutputKind::Legacy
-            ? texture.saveToMemoryLegacyORB(bytes, orbtexture::ELegacyApi(options.legacyApi))
-            : texture.saveToMemory(bytes, CORBTString(name.c_str()));
+        kind == OutputKind::Legacy ? texture.saveToMemoryLegacyORB(bytes, orbtexture::ELegacyApi(options.legacyApi))
+        : kind == OutputKind::KTX2 ? texture.saveToMemoryKTX2(bytes, options.zstdLevel)
+                                   : texture.saveToMemory(bytes, CORBTString(name.c_str()));
     if (!saved)
     {
         reason = std::string("cannot write file: ") + ORBTGetLastError();

@@ -27,6 +27,7 @@ enum class OutputKind
     KTX,
     ASTC,
     CHeader,
+    KTX2,
     Image
 };
 

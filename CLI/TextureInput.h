@@ -14,7 +14,7 @@
 namespace cli
 {
 
-// Loads a texture file (.orb, legacy .orb, .dds, .ktx, .astc) or an image file
+// Loads a texture file (.orb, legacy .orb, .dds, .ktx, .ktx2, .astc) or an image file
 // (as LoadImageFile, in 'imageColourSpace'). A .orb whose pixel data end early
 // is refused unless 'allowShort'. False with a one-line reason.
 bool LoadTextureOrImage(const std::string& path, orbtexture::EORBTColourSpace imageColourSpace, bool allowShort,

@@ -67,25 +67,30 @@ public:
     // Writes the native file as a C source array named 'symbolName' (used as
     // given), whatever the path; saveFile of a ".h" path names it by the path.
     bool saveCHeaderFile(const CORBTString& filePath, const CORBTString& symbolName) const;
+    // Saves a KTX 2.0 file at the path exactly as given, each MIP level
+    // supercompressed with Zstandard at 'zstdLevel' (1 to 22; 0: none).
+    // saveFile of a ".ktx2" path writes it without supercompression.
+    bool saveKTX2File(const CORBTString& filePath, int zstdLevel) const;
     // Saves a legacy .orb file for one legacy API, at the path exactly as given.
     bool saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const;
 
     // Appends to 'bytes' the file saveFile, saveASTCFile or saveCHeaderFile
     // would write for 'name': its extension chooses the container (".ktx",
-    // ".dds", ".astc", ".h", else native) and a ".h" name names the symbols as
+    // ".ktx2", ".dds", ".astc", ".h", else native) and a ".h" name names the symbols as
     // saveFile does. saveToMemoryLegacyORB is the same for a legacy file. On
     // failure 'bytes' holds what was written and ORBTGetLastError() tells why.
     // Saves to files fail with a reason too, the errno of a system call in
     // ORBTGetLastErrno().
     bool saveToMemory(std::vector<uint8_t>& bytes, const CORBTString& name) const;
     bool saveToMemoryLegacyORB(std::vector<uint8_t>& bytes, ELegacyApi api) const;
+    bool saveToMemoryKTX2(std::vector<uint8_t>& bytes, int zstdLevel) const;
 
     // Same dimensions, layout, metadata and pixel bytes.
     bool isEqual(const CORBTexture& other) const;
 
     // Loads an image of a file of any container from memory, never reading
     // past 'size' bytes; 'name' chooses the container by its extension as a
-    // file name does (".dds", ".ktx", ".astc", else native). On failure the
+    // file name does (".dds", ".ktx", ".ktx2", ".astc", else native). On failure the
     // texture is empty and ORBTGetLastError() tells why. A native image
     // follows the sized memory-image constructor.
     bool loadFromMemory(const void* image, size_t size, const CORBTString& name);
@@ -115,6 +120,7 @@ private:
     bool privateWriteORB(CByteSink& sink) const;
     bool privateWriteDDS(CByteSink& sink) const;
     bool privateWriteKTX(CByteSink& sink) const;
+    bool privateWriteKTX2(CByteSink& sink, int zstdLevel) const;
     bool privateWriteASTC(CByteSink& sink) const;
     bool privateWriteCHeader(CByteSink& sink, const CORBTString& symbolName) const;
     bool privateWriteLegacyORB(CByteSink& sink, ELegacyApi api) const;
@@ -122,7 +128,7 @@ private:
     // Opens 'path' for writing, runs the writer and removes the file if it
     // fails; 'container' -1 is the legacy file.
     bool privateWriteFile(const CORBTString& path, int container, const CORBTString& symbolName,
-                          ELegacyApi api = eLegacyApiNone) const;
+                          ELegacyApi api = eLegacyApiNone, int zstdLevel = 0) const;
     // Shared by both memory-image constructors; 'size' bounds every read.
     void privateLoadORBMemory(const uint8_t* image, size_t size);
     // Takes over a loaded header and its data block of 'size' bytes.

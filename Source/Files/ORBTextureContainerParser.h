@@ -23,6 +23,7 @@ enum class EContainer
 {
     Native, // .orb and anything unknown: native or legacy, told by the first word
     KTX,
+    KTX2,
     DDS,
     ASTC,
     CHeader // written only
@@ -32,7 +33,7 @@ enum class EContainer
 // whole path when it has no dot.
 CORBTString LowerCaseExtension(const CORBTString& path, bool withDot);
 
-// The container a path loads from (".ktx", ".dds", ".astc", else native).
+// The container a path loads from (".ktx", ".ktx2", ".dds", ".astc", else native).
 EContainer ContainerForLoad(const CORBTString& path);
 
 class CContainerParser

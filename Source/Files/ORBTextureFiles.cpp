@@ -11,6 +11,7 @@
 #include "Files/ORBTextureContainerParser.h"
 #include "Files/ORBTextureDDS.h"
 #include "Files/ORBTextureKTX.h"
+#include "Files/ORBTextureKTX2.h"
 #include "Files/ORBTextureNativeParser.h"
 #include "Model/ORBTextureErrors.h"
 #include "Model/ORBTextureFormatFacts.h"
@@ -47,6 +48,8 @@ EContainer ContainerForSave(const CORBTString& extension)
 {
     if (extension == "ktx")
         return EContainer::KTX;
+    if (extension == "ktx2")
+        return EContainer::KTX2;
     if (extension == "dds")
         return EContainer::DDS;
     if (extension == "h")
@@ -69,6 +72,8 @@ EContainer ContainerForLoad(const CORBTString& path)
     const CORBTString extension = LowerCaseExtension(path, true);
     if (extension == ".ktx")
         return EContainer::KTX;
+    if (extension == ".ktx2")
+        return EContainer::KTX2;
     if (extension == ".dds")
         return EContainer::DDS;
     if (extension == ".astc")
@@ -81,6 +86,7 @@ std::unique_ptr<CContainerParser> MakeContainerParser(EContainer container, CByt
     switch (container)
     {
     case EContainer::KTX: return MakeKTXParser(source);
+    case EContainer::KTX2: return MakeKTX2Parser(source);
     case EContainer::DDS: return MakeDDSParser(source);
     case EContainer::ASTC: return MakeASTCParser(source);
     default: return OpenORBParser(source, walk);
@@ -110,6 +116,11 @@ bool CORBTexture::loadFile(const char* filePath, bool acceptShortData)
     switch (ContainerForLoad(CORBTString(filePath)))
     {
     case EContainer::KTX: loaded = privateLoadKTXFile(file); break;
+    case EContainer::KTX2: {
+        CFileByteSource source(file);
+        loaded = privateLoad(source, int(EContainer::KTX2), false);
+        break;
+    }
     case EContainer::DDS: loaded = privateLoadDDSFile(file); break;
     case EContainer::ASTC: loaded = privateLoadASTCFile(file); break;
     default: loaded = privateLoadORBFile(file, acceptShortData); break;
@@ -189,6 +200,7 @@ bool CORBTexture::privateWrite(CByteSink& sink, int container, const CORBTString
     switch (EContainer(container))
     {
     case EContainer::KTX: return privateWriteKTX(sink);
+    case EContainer::KTX2: return privateWriteKTX2(sink, 0);
     case EContainer::DDS: return privateWriteDDS(sink);
     case EContainer::ASTC: return privateWriteASTC(sink);
     case EContainer::CHeader: return privateWriteCHeader(sink, symbolName);
@@ -213,9 +225,11 @@ CORBTString SymbolNameOf(const CORBTString& filePath)
 }
 
 // The reason of a failed write to 'target' that the sink did not see fail.
-bool WriteRefused(const CORBTexture& texture, int container, ELegacyApi api)
+bool WriteRefused(const CORBTexture& texture, int container, ELegacyApi api, int zstdLevel = 0)
 {
     const FormatDescriptor& format = DescribeFormat(uint32_t(texture.getPixelType().PixelTypeID));
+    if (container == int(EContainer::KTX2) && KTX2WriteRefused(texture, zstdLevel))
+        return false;
     if (texture.getDataSize(-1, true, true) == 0 || !texture.getDataPtr())
         return SetError(eORBTErrorArgument, "the texture holds no pixel data");
     if (container == kLegacyContainer &&
@@ -227,24 +241,26 @@ bool WriteRefused(const CORBTexture& texture, int container, ELegacyApi api)
 }
 
 // The reason of a failed write to memory: the sink's, or the writer's refusal.
-bool MemoryWriteFailed(const CORBTexture& texture, const CByteSink& sink, int container, ELegacyApi api)
+bool MemoryWriteFailed(const CORBTexture& texture, const CByteSink& sink, int container, ELegacyApi api,
+                       int zstdLevel = 0)
 {
     return sink.Failed() ? SetError(eORBTErrorMemory, "out of memory for the file image")
-                         : WriteRefused(texture, container, api);
+                         : WriteRefused(texture, container, api, zstdLevel);
 }
 
 } // namespace
 
 bool CORBTexture::privateWriteFile(const CORBTString& path, int container, const CORBTString& symbolName,
-                                   ELegacyApi api) const
+                                   ELegacyApi api, int zstdLevel) const
 {
     errno = 0;
     FILE* file = std::fopen(path.c_str(), "wb");
     if (!file)
         return SetSystemError((CORBTString("cannot create ") + path).c_str(), errno);
     CFileByteSink sink(file);
-    const bool written =
-        container == kLegacyContainer ? privateWriteLegacyORB(sink, api) : privateWrite(sink, container, symbolName);
+    const bool written = container == kLegacyContainer         ? privateWriteLegacyORB(sink, api)
+                         : container == int(EContainer::KTX2) ? privateWriteKTX2(sink, zstdLevel)
+                                                              : privateWrite(sink, container, symbolName);
     errno = 0;
     const bool closed = std::fclose(file) == 0;
     const int closeError = errno;
@@ -253,7 +269,7 @@ bool CORBTexture::privateWriteFile(const CORBTString& path, int container, const
     std::remove(path.c_str());
     if (sink.Failed() || (written && !closed))
         return SetSystemError((CORBTString("cannot write ") + path).c_str(), sink.Failed() ? sink.Error() : closeError);
-    return WriteRefused(*this, container, api);
+    return WriteRefused(*this, container, api, zstdLevel);
 }
 
 bool CORBTexture::saveFile(const CORBTString& filePath) const
@@ -262,6 +278,7 @@ bool CORBTexture::saveFile(const CORBTString& filePath) const
     switch (ContainerForSave(extension))
     {
     case EContainer::KTX: return privateWriteFile(filePath, int(EContainer::KTX), "");
+    case EContainer::KTX2: return privateWriteFile(filePath, int(EContainer::KTX2), "");
     case EContainer::CHeader: return saveCHeaderFile(filePath, SymbolNameOf(filePath));
     case EContainer::DDS: return privateWriteFile(filePath, int(EContainer::DDS), "");
     default: break; // native
@@ -280,6 +297,18 @@ bool CORBTexture::saveASTCFile(const CORBTString& filePath) const
 bool CORBTexture::saveCHeaderFile(const CORBTString& filePath, const CORBTString& symbolName) const
 {
     return privateWriteFile(filePath, int(EContainer::CHeader), symbolName);
+}
+
+bool CORBTexture::saveKTX2File(const CORBTString& filePath, int zstdLevel) const
+{
+    return privateWriteFile(filePath, int(EContainer::KTX2), "", eLegacyApiNone, zstdLevel);
+}
+
+bool CORBTexture::saveToMemoryKTX2(std::vector<uint8_t>& bytes, int zstdLevel) const
+{
+    CMemoryByteSink sink(bytes);
+    return privateWriteKTX2(sink, zstdLevel) ||
+           MemoryWriteFailed(*this, sink, int(EContainer::KTX2), eLegacyApiNone, zstdLevel);
 }
 
 bool CORBTexture::saveFileLegacyORB(const CORBTString& filePath, ELegacyApi api) const

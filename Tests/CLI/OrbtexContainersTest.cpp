@@ -62,18 +62,18 @@ TEST(OrbtexContainers, CompressedBlocksSurviveRoundTrips)
 {
     ScratchDir dir;
     const std::pair<uint64_t, std::vector<std::string>> cases[] = {
-        {ePF_DXT1, {".dds", ".ktx", ".orb"}},
-        {ePF_DXT3, {".dds", ".ktx", ".orb"}},
-        {ePF_DXT5, {".dds", ".ktx", ".orb"}},
-        {ePF_ETC1, {".ktx", "legacy", ".orb"}},
-        {ePF_ETC2_RGBA, {".ktx", ".orb"}},
-        {ePF_EAC_R11, {".ktx", ".orb"}},
-        {ePF_EAC_RG11, {".ktx", ".orb"}},
-        {ePF_ORBTC_4bpp_RGBA, {".dds", ".ktx", "legacy", ".orb"}},
-        {ePF_ORBTC_2bpp_RGBA, {".dds", ".ktx", "legacy", ".orb"}},
-        {ePF_ORBTCII_4bpp, {".ktx", "legacy", ".orb"}},
-        {ePF_ORBTCII_2bpp, {".ktx", "legacy", ".orb"}},
-        {ePF_ASTC_6x5, {".ktx", ".astc", ".orb"}},
+        {ePF_DXT1, {".ktx2", ".dds", ".ktx", ".orb"}},
+        {ePF_DXT3, {".ktx2", ".dds", ".ktx", ".orb"}},
+        {ePF_DXT5, {".ktx2", ".dds", ".ktx", ".orb"}},
+        {ePF_ETC1, {".ktx2", ".ktx", "legacy", ".orb"}},
+        {ePF_ETC2_RGBA, {".ktx2", ".ktx", ".orb"}},
+        {ePF_EAC_R11, {".ktx2", ".ktx", ".orb"}},
+        {ePF_EAC_RG11, {".ktx2", ".ktx", ".orb"}},
+        {ePF_ORBTC_4bpp_RGBA, {".ktx2", ".dds", ".ktx", "legacy", ".orb"}},
+        {ePF_ORBTC_2bpp_RGBA, {".ktx2", ".dds", ".ktx", "legacy", ".orb"}},
+        {ePF_ORBTCII_4bpp, {".ktx2", ".ktx", "legacy", ".orb"}},
+        {ePF_ORBTCII_2bpp, {".ktx2", ".ktx", "legacy", ".orb"}},
+        {ePF_ASTC_6x5, {".ktx2", ".ktx", ".astc", ".orb"}},
     };
     for (const auto& [format, containers] : cases)
     {
@@ -148,6 +148,36 @@ TEST(OrbtexContainers, WriteWhatTheyCanNameAndRefuseTheRest)
         EXPECT_EQ(CountLines(run.err), 1) << run.err;
     }
     EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"bc4.orb", "in.orb", "my-card.v2.h", "old.orb"}));
+}
+
+// KTX 2: --zstd at a level or 19, --ext ktx2 for a batch, the header in
+// orbtex info; a layout without a Vulkan code is refused and leaves nothing.
+TEST(OrbtexContainers, KTX2WithZstandard)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(Pattern(8, 4, 2).saveFile((dir / "in.orb").c_str()));
+    EXPECT_TRUE(SamePixels(Converted(dir, "in.orb", "z.ktx2", "--zstd"), Pattern(8, 4, 2)));
+    EXPECT_TRUE(SamePixels(Converted(dir, "in.orb", "z5.ktx2", "--zstd 5"), Pattern(8, 4, 2)));
+    ASSERT_EQ(Orbtex(dir, "convert " + Quote(dir / "in.orb") + " -o " + Quote(dir / "out") + " --ext ktx2 --zstd").status, 0);
+    EXPECT_TRUE(SamePixels(CORBTexture((dir / "out/in.ktx2").c_str()), Pattern(8, 4, 2)));
+    const RunResult text = Orbtex(dir, "info " + Quote(dir / "z.ktx2"));
+    for (const char* line : {"  container:      ktx2\n", "    supercompressionScheme: 2 (Zstandard)\n",
+                             "    dfd transferFunction: 1 (linear)\n", "    key: KTXwriter\n    value: ORBTexLib "})
+        EXPECT_NE(text.out.find(line), std::string::npos) << line << text.out;
+    const RunResult json = Orbtex(dir, "info --json " + Quote(dir / "z5.ktx2"));
+    EXPECT_NE(json.out.find("{\"name\":\"supercompressionScheme\",\"value\":\"2 (Zstandard)\"}"), std::string::npos);
+    const std::tuple<const char*, const char*, int, const char*> refusals[] = {
+        {"none.ktx2", "--format l8", 1, "none.ktx2: cannot write file: l8 (UnsignedByteNorm) has no Vulkan format for KTX 2\n"},
+        {"none.ktx2", "--zstd 23", 2, "--zstd needs a level from 1 to 22, not '23'"},
+        {"none.ktx", "--zstd", 2, "--zstd needs a .ktx2 output"},
+    };
+    for (const auto& [out, options, status, message] : refusals)
+    {
+        const RunResult run = Convert(dir, "in.orb", out, options);
+        EXPECT_EQ(run.status, status) << options;
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"in.orb", "out", "z.ktx2", "z5.ktx2"}));
 }
 
 // Each DXT name, BC1 to BC3 too in any case, gives the codec's own blocks

@@ -170,7 +170,7 @@ TEST(OrbtexConvert, ErrorsNameTheFileAndLeaveNoOutput)
         {op + "legacy-api x", 2, "--legacy-api needs a number from 1 to 7, not 'x'"},
         {in + Quote(dir / "out.dds") + " --legacy-api 1", 2, "--legacy-api needs a .orb output"},
         {batch + "jobs 0", 2, "--jobs needs a number from 1, not '0'"},
-        {batch + "ext jpg", 2, "--ext is orb, dds, ktx, astc, h, png, tga or bmp, not 'jpg'"},
+        {batch + "ext jpg", 2, "--ext is orb, dds, ktx, ktx2, astc, h, png, tga or bmp, not 'jpg'"},
         {batch + "ext ktx --legacy-api 2", 2, "--legacy-api needs a .orb output"},
         {in + Quote(dir / "b.orb") + " --jobs 2", 2, "--jobs needs -o DIR"},
     };
