@@ -291,13 +291,15 @@ py::dict Compare(PyTexture& self, PyTexture& other, uint32_t level, uint32_t mem
 
 py::bytes ToBytes(PyTexture& self, std::string container)
 {
+    // "ktx", ".ktx" or a whole file name, which names a C header's symbols.
     if (!container.empty() && container[0] == '.')
         container.erase(0, 1);
+    const std::string name = container.find('.') == std::string::npos ? "texture." + container : container;
     std::vector<uint8_t> bytes;
     bool saved;
     LibraryFailure failure{eORBTErrorNone, "", 0};
     Read(self, [&](const CORBTexture& texture) {
-        saved = texture.saveToMemory(bytes, CORBTString(("texture." + container).c_str()));
+        saved = texture.saveToMemory(bytes, CORBTString(name.c_str()));
         if (!saved)
             failure = LastError("cannot write a " + container + " file");
     });
@@ -371,7 +373,8 @@ PYBIND11_MODULE(_orbtex, module)
              "Writes the texture to a file; its extension chooses the container (.orb, .dds, .ktx, .astc, .h, "
              "and any other the library writes). A failed save leaves no file.")
         .def("to_bytes", &ToBytes, py::arg("container") = "orb",
-             "The file save() would write for a name with this extension ('orb', 'dds', 'ktx', 'astc', 'h', ...).")
+             "The file save() would write for a name with this extension ('orb', 'dds', 'ktx', 'astc', 'h', ...); a "
+             "whole file name ('logo.h') also names a C header's symbols.")
         .def("to_numpy", &ToNumpy, py::arg("level") = 0, py::arg("member") = 0, py::arg("face") = 0,
              "A writable view (no copy) of one surface: H x W x C, or D x H x W x C for a volume. Needs a layout "
              "of 8, 16 or 32 bits a channel. The view keeps the pixels alive; later operations on the texture "
