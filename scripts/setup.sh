@@ -3,7 +3,7 @@
 # silent when everything is already present.
 set -e
 
-packages="cmake make g++ clang libclang-rt-14-dev pkg-config libgtest-dev libgmock-dev libbenchmark-dev libstb-dev astcenc python3-pil imagemagick libnvtt-bin chromium"
+packages="cmake make g++ clang libclang-rt-14-dev pkg-config libgtest-dev libgmock-dev libbenchmark-dev libstb-dev astcenc python3-pil imagemagick libnvtt-bin chromium pybind11-dev python3-dev python3-numpy python3-distributed python3-pytest"
 
 missing=""
 for p in $packages; do

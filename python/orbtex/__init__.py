@@ -120,3 +120,4 @@ def to_pil(texture, level=0, member=0, face=0):
 
 Texture.to_pil = to_pil
 __version__ = "0.1.0"
+from . import batch  # noqa: E402  (orbtex.batch after import orbtex)

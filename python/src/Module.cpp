@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <cctype>
 #include <strings.h>
 
@@ -183,25 +184,25 @@ void Apply(PyTexture& self, const char* what, Operation&& operation)
         throw failure;
 }
 
-void Convert(PyTexture& self, const std::string& formatName, py::object type, py::object colourSpace, int quality,
-             py::object threads, py::object progress, py::object cancel)
+void Convert(PyTexture& self, const std::string& formatName, std::optional<std::string> type,
+             std::optional<std::string> colourSpace, int quality, std::optional<int> threads,
+             std::optional<py::function> progress, py::object cancel)
 {
     const PixelType format = ParseFormat(formatName);
     if (quality < 0)
         ThrowFailure(eORBTErrorArgument, "quality must be 0 or more");
     const std::shared_ptr<CORBTexture> source = Snapshot(self);
     EORBTVariableType channelType = DefaultChannelType(format, source->getChannelType());
-    if (!type.is_none())
+    if (type)
     {
         uint32_t parsed = 0;
-        const std::string name = type.cast<std::string>();
-        if (!ORBTGetChannelTypeFromName(name.c_str(), parsed))
-            ThrowFailure(eORBTErrorArgument, "unknown channel type '" + name + "'");
+        if (!ORBTGetChannelTypeFromName(type->c_str(), parsed))
+            ThrowFailure(eORBTErrorArgument, "unknown channel type '" + *type + "'");
         channelType = EORBTVariableType(parsed);
     }
-    const EORBTColourSpace space =
-        colourSpace.is_none() ? source->getColourSpace() : ParseColourSpace(colourSpace.cast<std::string>());
-    CallScope scope(threads, progress, cancel);
+    const EORBTColourSpace space = colourSpace ? ParseColourSpace(*colourSpace) : source->getColourSpace();
+    CallScope scope(threads ? py::object(py::int_(*threads)) : py::object(py::none()),
+                    progress ? py::object(*progress) : py::object(py::none()), cancel);
     bool done = false;
     LibraryFailure failure{eORBTErrorNone, "", 0};
     Mutate(self, [&](CORBTexture& texture) {
