@@ -191,8 +191,15 @@ void Convert(PyTexture& self, const std::string& formatName, std::optional<std::
     const PixelType format = ParseFormat(formatName);
     if (quality < 0)
         ThrowFailure(eORBTErrorArgument, "quality must be 0 or more");
-    const std::shared_ptr<CORBTexture> source = Snapshot(self);
-    EORBTVariableType channelType = DefaultChannelType(format, source->getChannelType());
+    EORBTVariableType sourceType;
+    EORBTColourSpace sourceSpace;
+    {
+        // Not held across the call: a second owner would make Mutate copy the texture.
+        const std::shared_ptr<CORBTexture> source = Snapshot(self);
+        sourceType = source->getChannelType();
+        sourceSpace = source->getColourSpace();
+    }
+    EORBTVariableType channelType = DefaultChannelType(format, sourceType);
     if (type)
     {
         uint32_t parsed = 0;
@@ -200,7 +207,7 @@ void Convert(PyTexture& self, const std::string& formatName, std::optional<std::
             ThrowFailure(eORBTErrorArgument, "unknown channel type '" + *type + "'");
         channelType = EORBTVariableType(parsed);
     }
-    const EORBTColourSpace space = colourSpace ? ParseColourSpace(*colourSpace) : source->getColourSpace();
+    const EORBTColourSpace space = colourSpace ? ParseColourSpace(*colourSpace) : sourceSpace;
     CallScope scope(threads ? py::object(py::int_(*threads)) : py::object(py::none()),
                     progress ? py::object(*progress) : py::object(py::none()), cancel);
     bool done = false;
