@@ -128,9 +128,11 @@ def test_errors_carry_the_librarys_reason(tmp_path):
         with pytest.raises(orbtex.Error) as raised:
             call()
         assert raised.value.reason
+    with pytest.raises(orbtex.UnsupportedError, match="r16g16b16 UnsignedShortNorm has no DDS format code"):
+        orbtex.from_numpy(numpy.zeros((4, 4, 3), numpy.uint16)).save(str(tmp_path / "rgb16.dds"))
     with pytest.raises(orbtex.FileError):
         texture.save(str(tmp_path / "no" / "such" / "folder.ktx"))
-    assert not (tmp_path / "no").exists()
+    assert not (tmp_path / "no").exists() and not (tmp_path / "rgb16.dds").exists()
     error = pickle.loads(pickle.dumps(orbtex.SizeError("too big")))
     assert type(error) is orbtex.SizeError and str(error) == "too big"
 

@@ -297,6 +297,24 @@ py::dict Compare(PyTexture& self, PyTexture& other, uint32_t level, uint32_t mem
     return out;
 }
 
+// The library writes a DDS or KTX file even for a format the container has no
+// code for, and cannot read it back; refused here as orbtex convert does.
+bool Representable(const CORBTexture& texture, const std::string& name, LibraryFailure& failure)
+{
+    const std::string container = ContainerOf(name);
+    uint32_t internalFormat, format, type;
+    const bool dds = container == "dds" && texture.getD3DFormat() == 0 && texture.getDXGIFormat() == 0;
+    const bool ktx = container == "ktx" && !texture.getOGLFormat(internalFormat, format, type);
+    if (!dds && !ktx)
+        return true;
+    failure = LibraryFailure{eORBTErrorUnsupported,
+                             FormatName(texture.getPixelType().PixelTypeID) + " " +
+                                 ChannelTypeName(texture.getChannelType()) + " has no " +
+                                 (dds ? "DDS" : "KTX (OpenGL)") + " format code",
+                             0};
+    return false;
+}
+
 py::bytes ToBytes(PyTexture& self, std::string container)
 {
     // "ktx", ".ktx" or a whole file name, which names a C header's symbols.
@@ -307,8 +325,8 @@ py::bytes ToBytes(PyTexture& self, std::string container)
     bool saved;
     LibraryFailure failure{eORBTErrorNone, "", 0};
     Read(self, [&](const CORBTexture& texture) {
-        saved = texture.saveToMemory(bytes, CORBTString(name.c_str()));
-        if (!saved)
+        saved = Representable(texture, name, failure) && texture.saveToMemory(bytes, CORBTString(name.c_str()));
+        if (!saved && failure.kind == eORBTErrorNone)
             failure = LastError("cannot write a " + container + " file");
     });
     if (!saved)
@@ -321,8 +339,8 @@ void Save(PyTexture& self, const std::string& path)
     bool saved;
     LibraryFailure failure{eORBTErrorNone, "", 0};
     Read(self, [&](const CORBTexture& texture) {
-        saved = texture.saveFile(CORBTString(path.c_str()));
-        if (!saved)
+        saved = Representable(texture, path, failure) && texture.saveFile(CORBTString(path.c_str()));
+        if (!saved && failure.kind == eORBTErrorNone)
             failure = LastError("cannot write " + path, eORBTErrorIO);
     });
     if (!saved)
