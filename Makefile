@@ -4,7 +4,8 @@
 #   make test SANITIZE=1   the same with AddressSanitizer and UBSan
 #   make test COMPILER=clang++   any of these with another compiler
 #   make test PORTABLE=1   the pixel kernels' portable C++ path only (no x86 intrinsics)
-#   make install PREFIX=/usr/local
+#   make install PREFIX=/usr/local   (the Python package into PREFIX's dist-packages, or PYTHON_SITE=DIR)
+#   make python            build the orbtex Python package in BUILD_DIR/python
 #   make bench             build and run the benchmarks
 #   make fuzz-smoke        build the fuzz targets with clang, run each FUZZ_SECONDS (60) under ASan and UBSan
 #   make fuzz              the same, 600 seconds a target unless FUZZ_SECONDS says; FUZZ_ONLY=name picks targets
@@ -15,6 +16,8 @@ PREFIX ?= /usr/local
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
 COMPILER ?=
+# Where make install puts the Python package; empty: lib/python3.X/dist-packages under PREFIX.
+PYTHON_SITE ?=
 
 ifeq ($(SANITIZE),1)
 BUILD_DIR ?= build-sanitize$(if $(COMPILER),-$(notdir $(COMPILER)))
@@ -26,12 +29,15 @@ endif
 ifneq ($(COMPILER),)
 CMAKE_ARGS += -DCMAKE_CXX_COMPILER=$(COMPILER)
 endif
+ifneq ($(PYTHON_SITE),)
+CMAKE_ARGS += -DORBT_PYTHON_SITE=$(PYTHON_SITE)
+endif
 ifeq ($(PORTABLE),1)
 BUILD_DIR := $(BUILD_DIR)-portable
 CMAKE_ARGS += -DORBT_PORTABLE=ON
 endif
 
-.PHONY: all setup configure build demo test install bench clean fuzz-smoke fuzz
+.PHONY: all setup configure build demo test install bench clean fuzz-smoke fuzz python
 
 all: build
 
@@ -43,6 +49,9 @@ configure: setup
 
 build: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS)
+
+python: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target python
 
 demo: build
 	./$(BUILD_DIR)/CLI/orbtex demo

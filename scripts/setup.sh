@@ -6,6 +6,8 @@ set -e
 packages="cmake make g++ clang libclang-rt-14-dev pkg-config libgtest-dev libgmock-dev libbenchmark-dev libstb-dev astcenc python3-pil imagemagick libnvtt-bin chromium"
 # KTX 2 supercompression.
 packages="$packages libzstd-dev"
+# The Python package and its tests (Dask's distributed scheduler among them).
+packages="$packages pybind11-dev python3-dev python3-numpy python3-distributed python3-pytest"
 # Node.js and npm run the KTX 2 checks against the npm package ktx-parse (which
 # CMake installs into the build folder); any installation of them will do.
 command -v npm >/dev/null 2>&1 || packages="$packages nodejs npm"
