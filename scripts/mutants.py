@@ -304,7 +304,7 @@ FAULTS = [
     F("python-view-bounds", "python/src/Views.cpp",
       "if (asked[i] >= counts[i])", "if (asked[i] > counts[i])", "python"),
     F("python-cancel-context", "python/src/CallScope.cpp",
-      "        m_context.cancel = &m_cancelled;", "", "python"),
+      "        m_context.cancel = &m_cancelled;", "        m_context.cancel = nullptr;", "python"),
     F("optimiser-lanes-integer-fit", "Source/Codecs/ORBTC/fnzj/fnzj_window_lanes.cpp",
       "p = float(l.fitSums[0]) * 0.0625f;", "p = float(l.fitSums[0]) * 0.125f;", "optimiser"),
     F("optimiser-lanes-low-gain", "Source/Codecs/ORBTC/fnzj/fnzj_window_lanes.cpp",

@@ -142,6 +142,8 @@ def test_image_operations_and_comparison(photos):
     texture = photo.copy()
     texture.mipmaps(filter="cubic")
     assert texture.mip_levels == 9 and texture.to_numpy(level=8).shape == (1, 1, 4)
+    with pytest.raises(orbtex.Error, match="has 9 MIP levels"):
+        texture.to_numpy(level=9)
     texture.resize(100, 50)
     assert (texture.width, texture.height, texture.mip_levels) == (100, 50, 1)
     same = photo.compare(pickle.loads(pickle.dumps(photo)))
