@@ -9,6 +9,7 @@
 #include <strings.h>
 
 #include "Binding.h"
+#include "ChannelTypeDefault.h"
 #include "ORBTextureDiffTools.h"
 #include "ORBTextureUtilities.h"
 
@@ -85,29 +86,6 @@ EResizeMode ParseFilter(const std::string& name)
     ThrowFailure(eORBTErrorArgument, "filter must be 'nearest', 'linear' or 'cubic', not '" + name + "'");
 }
 
-// The channel type a layout gets when none is asked for, as orbtex convert picks it.
-EORBTVariableType DefaultChannelType(PixelType target, EORBTVariableType source)
-{
-    if (target.isNamedFormat())
-        return source;
-    unsigned widest = 0;
-    bool smallFloats = true;
-    for (unsigned i = 0; i < 4; ++i)
-    {
-        const unsigned bits = target.channelBits(i);
-        widest = std::max(widest, bits);
-        smallFloats = smallFloats && (bits == 0 || bits == 10 || bits == 11);
-    }
-    if (smallFloats)
-        return eVarUnsignedFloat;
-    if (source >= eVarSignedFloat && (widest == 16 || widest == 32))
-        return source;
-    const unsigned element = widest <= 8 ? 8 : widest <= 16 ? 16 : 32;
-    const unsigned sourceElement = source < 4 ? 8 : source < 8 ? 16 : 32;
-    if (source < eVarSignedFloat && sourceElement == element)
-        return source;
-    return element == 8 ? eVarUnsignedByteNorm : element == 16 ? eVarUnsignedShortNorm : eVarUnsignedIntegerNorm;
-}
 
 // The container of a file name, by its extension.
 std::string ContainerOf(const std::string& name)
@@ -199,7 +177,7 @@ void Convert(PyTexture& self, const std::string& formatName, std::optional<std::
         sourceType = source->getChannelType();
         sourceSpace = source->getColourSpace();
     }
-    EORBTVariableType channelType = DefaultChannelType(format, sourceType);
+    EORBTVariableType channelType = cli::DefaultChannelType(format, sourceType);
     if (type)
     {
         uint32_t parsed = 0;

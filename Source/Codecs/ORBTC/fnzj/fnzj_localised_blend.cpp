@@ -681,8 +681,8 @@ namespace
 void EvalLanes4BPP(OptimiseWork& work, const NeighbourhoodReps& reps, bool includeOuterRing, WindowErrors& errors)
 {
     int64_t sums[3] = {0, 0, 0};
-    alignas(16) int16_t self[8];
-    _mm_store_si128(reinterpret_cast<__m128i*>(self), SelfPairLanes(reps));
+    int16_t self[8];
+    MaskPair(reps.reps[4], self);
     EvaluateWindowLanes(work.lanes, self, work.storeFitting, &sums[1], &sums[2]);
     work.fitFromLanes = work.storeFitting;
     for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)

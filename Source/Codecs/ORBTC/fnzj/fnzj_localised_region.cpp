@@ -697,10 +697,8 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
     if (laned)
     {
         const LaneLayout& layout = *work.lanes.layout;
-        const int16_t self[8] = {int16_t(reps.reps[4][0][0] & 0xF8), int16_t(reps.reps[4][0][1] & 0xF8),
-                                 int16_t(reps.reps[4][0][2] & 0xF8), int16_t(reps.reps[4][0][3] & 0xF0),
-                                 int16_t(reps.reps[4][1][0] & 0xF8), int16_t(reps.reps[4][1][1] & 0xF8),
-                                 int16_t(reps.reps[4][1][2] & 0xF8), int16_t(reps.reps[4][1][3] & 0xF0)};
+        int16_t self[8];
+        MaskPair(reps.reps[4], self);
         int64_t central = 0, others = 0;
         EvaluateWindowLanes(work.lanes, self, false, &central, &others);
         for (int j = 0; j < layout.count; ++j)

@@ -384,12 +384,7 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
     // The places' pairs masked to the decoder's precision, A then B.
     alignas(16) int16_t masked[9][8];
     for (int p = 0; p < 9; ++p)
-        for (int c = 0; c < 4; ++c)
-        {
-            const int mask = c < 3 ? 0xF8 : 0xF0;
-            masked[p][c] = int16_t(reps[p][0][c] & mask);
-            masked[p][4 + c] = int16_t(reps[p][1][c] & mask);
-        }
+        MaskPair(reps[p], masked[p]);
     int j = 0;
 #if ORBT_X86_SIMD
     // Eight lanes' sums side by side, then turned channel by channel.

@@ -78,6 +78,18 @@ struct WindowChannels
     alignas(32) int16_t transparent[kLanePixels * 2];
 };
 
+// A pair (A then B, RGBA) masked to the decoder's precision: the low three
+// bits of colour and four of alpha cleared.
+inline void MaskPair(const unsigned char (*pair)[4], int16_t* masked)
+{
+    for (int c = 0; c < 4; ++c)
+    {
+        const int mask = c < 3 ? 0xF8 : 0xF0;
+        masked[c] = int16_t(pair[0][c] & mask);
+        masked[4 + c] = int16_t(pair[1][c] & mask);
+    }
+}
+
 // Lanes of 'layout' for the neighbourhood's pairs 'reps' ([place][A, B][RGBA])
 // and the window.
 void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigned char (*reps)[2][4],
