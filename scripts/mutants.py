@@ -317,6 +317,8 @@ FAULTS = [
       "optimiser"),
     F("optimiser-quantise-tie", "Source/Codecs/ORBTC/fnzj/initialreps.cpp",
       "_mm_andnot_si128(upOnTie, tie)", "_mm_and_si128(upOnTie, tie)", "optimiser"),
+    F("optimiser-partition-memo-key", "Source/Codecs/ORBTC/fnzj/initialreps.cpp",
+      "if (slot.lower == lowerBits && slot.upper == upperBits)", "if (slot.lower == lowerBits)", "optimiser"),
 
     # ---- image operations
     F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",

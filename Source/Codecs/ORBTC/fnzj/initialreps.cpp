@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -572,50 +574,127 @@ struct Projections
 
 constexpr double kLevelWeights[4] = {0.0, 0.375, 0.625, 1.0};
 
-} // namespace
-
-double ImprovePartition(const PixelInfo* entries, int count, float& lower, double reciprocalWeight, float minimum,
-                        float maximum, float span, float& upper)
+// One step of the quantiser from the pair (l, u): the pair's error over the
+// zones it cuts, and the least-squares pair for those zones.
+struct PartitionStep
 {
-    if (count < 2 || minimum == maximum)
-        return 0.0;
-    const Projections projections(entries, count);
-    float l = lower, u = upper;
-    double best = -1.0;
-    float bestLower = l, bestUpper = u;
-    int stale = 0;
-    for (int step = 0; step < 20; ++step)
+    double error;
+    float nextLower, nextUpper;
+};
+
+// The steps of one sorted list. A step is a pure function of (l, u), so the
+// starts of a multi-start search that meet on a pair share its step through
+// a small table, keyed by the pair's bits and cleared by a generation count.
+class PartitionSearch
+{
+  public:
+    PartitionSearch(const PixelInfo* entries, int count, double reciprocalWeight, float minimum, float maximum,
+                    float span, bool remember)
+        : entries_(entries), count_(count), reciprocal_(reciprocalWeight), minimum_(minimum), maximum_(maximum),
+          span_(span), projections_(entries, count), remember_(remember && !projections_.plain)
+    {
+        if (remember_ && ++Memo().generation == 0)
+        {
+            for (Slot& slot : Memo().slots)
+                slot.generation = 0;
+            Memo().generation = 1;
+        }
+    }
+
+    double Run(float& lower, float& upper) const
+    {
+        if (count_ < 2 || minimum_ == maximum_)
+            return 0.0;
+        float l = lower, u = upper;
+        double best = -1.0;
+        float bestLower = l, bestUpper = u;
+        int stale = 0;
+        for (int step = 0; step < 20; ++step)
+        {
+            const PartitionStep next = Step(l, u);
+            if (best < 0.0 || next.error < best)
+            {
+                best = next.error;
+                bestLower = l;
+                bestUpper = u;
+                stale = 0;
+            }
+            else if (++stale > 3)
+                break;
+            if (next.nextLower == l && next.nextUpper == u)
+                break;
+            l = next.nextLower;
+            u = next.nextUpper;
+        }
+        lower = bestLower;
+        upper = bestUpper;
+        return best;
+    }
+
+  private:
+    static constexpr unsigned kSlotBits = 10;
+    struct Slot
+    {
+        uint32_t generation, lower, upper;
+        PartitionStep step;
+    };
+    struct Table
+    {
+        uint32_t generation = 0;
+        Slot slots[1u << kSlotBits] = {};
+    };
+    static Table& Memo()
+    {
+        thread_local Table table;
+        return table;
+    }
+
+    PartitionStep Step(float l, float u) const
+    {
+        if (!remember_)
+            return Compute(l, u);
+        uint32_t lowerBits, upperBits;
+        std::memcpy(&lowerBits, &l, 4);
+        std::memcpy(&upperBits, &u, 4);
+        Table& table = Memo();
+        uint32_t index = (lowerBits * 0x9E3779B1u ^ upperBits * 0x85EBCA77u) >> (32 - kSlotBits);
+        // At most 20 steps for each of 29 starts fill the table to 57 %.
+        for (;; index = (index + 1) & ((1u << kSlotBits) - 1))
+        {
+            Slot& slot = table.slots[index];
+            if (slot.generation != table.generation)
+            {
+                slot = {table.generation, lowerBits, upperBits, Compute(l, u)};
+                return slot.step;
+            }
+            if (slot.lower == lowerBits && slot.upper == upperBits)
+                return slot.step;
+        }
+    }
+
+    PartitionStep Compute(float l, float u) const
     {
         // Zones between the midpoints of the levels, limited to the range.
         double levels[4];
         for (int k = 0; k < 4; ++k)
             levels[k] = (1.0 - kLevelWeights[k]) * l + kLevelWeights[k] * u;
-        int cuts[5] = {0, 0, 0, 0, count};
+        int cuts[5] = {0, 0, 0, 0, count_};
         float boundaries[3];
         for (int k = 1; k < 4; ++k)
-            boundaries[k - 1] = std::min(std::max(float(0.5 * (levels[k - 1] + levels[k])), minimum), maximum);
+            boundaries[k - 1] = std::min(std::max(float(0.5 * (levels[k - 1] + levels[k])), minimum_), maximum_);
         int found[3];
-        projections.Cuts(entries, boundaries, found);
+        projections_.Cuts(entries_, boundaries, found);
         for (int k = 1; k < 4; ++k)
             cuts[k] = std::max(found[k - 1], cuts[k - 1]);
         Moments zones[4];
         double error = 0.0;
         for (int k = 0; k < 4; ++k)
         {
-            zones[k] = Range(entries, cuts[k], cuts[k + 1]);
+            zones[k] = Range(entries_, cuts[k], cuts[k + 1]);
             error += std::max(0.0, zones[k].second - 2.0 * levels[k] * zones[k].first +
                                        levels[k] * levels[k] * zones[k].weight);
         }
-        error *= reciprocalWeight;
-        if (best < 0.0 || error < best)
-        {
-            best = error;
-            bestLower = l;
-            bestUpper = u;
-            stale = 0;
-        }
-        else if (++stale > 3)
-            break;
+        error *= reciprocal_;
 
         // Least squares for the ends given the zones: each zone's pixels at
         // (1 - t) l + t u.
@@ -642,21 +721,30 @@ double ImprovePartition(const PixelInfo* entries, int count, float& lower, doubl
         {
             // All weight in one zone: the span about the mean.
             const double centre = total > 0.0 ? sum / total : 0.5 * (l + u);
-            nl = float(centre - 0.5 * span);
-            nu = float(centre + 0.5 * span);
+            nl = float(centre - 0.5 * span_);
+            nu = float(centre + 0.5 * span_);
         }
         if (nl > nu)
             std::swap(nl, nu);
-        nl = std::min(std::max(nl, minimum), maximum);
-        nu = std::min(std::max(nu, minimum), maximum);
-        if (nl == l && nu == u)
-            break;
-        l = nl;
-        u = nu;
+        nl = std::min(std::max(nl, minimum_), maximum_);
+        nu = std::min(std::max(nu, minimum_), maximum_);
+        return {error, nl, nu};
     }
-    lower = bestLower;
-    upper = bestUpper;
-    return best;
+
+    const PixelInfo* entries_;
+    int count_;
+    double reciprocal_;
+    float minimum_, maximum_, span_;
+    Projections projections_;
+    bool remember_;
+};
+
+} // namespace
+
+double ImprovePartition(const PixelInfo* entries, int count, float& lower, double reciprocalWeight, float minimum,
+                        float maximum, float span, float& upper)
+{
+    return PartitionSearch(entries, count, reciprocalWeight, minimum, maximum, span, false).Run(lower, upper);
 }
 
 void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool excludeTransparent, bool multiStart,
@@ -715,7 +803,8 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
     float lower = below.weight > 0.0 ? float(below.first / below.weight) : mean;
     float upper = above.weight > 0.0 ? float(above.first / above.weight) : mean;
     const float span = maximum - minimum;
-    double best = ImprovePartition(entries.data(), count, lower, reciprocal, minimum, maximum, span, upper);
+    const PartitionSearch search(entries.data(), count, reciprocal, minimum, maximum, span, multiStart);
+    double best = search.Run(lower, upper);
     if (multiStart)
     {
         float points[8];
@@ -727,7 +816,7 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
                 if (!(points[i] < points[j]))
                     continue;
                 float l = points[i], u = points[j];
-                const double error = ImprovePartition(entries.data(), count, l, reciprocal, minimum, maximum, span, u);
+                const double error = search.Run(l, u);
                 if (error < best)
                     best = error, lower = l, upper = u;
             }
