@@ -319,6 +319,9 @@ FAULTS = [
       "_mm_andnot_si128(upOnTie, tie)", "_mm_and_si128(upOnTie, tie)", "optimiser"),
     F("optimiser-partition-memo-key", "Source/Codecs/ORBTC/fnzj/initialreps.cpp",
       "if (slot.lower == lowerBits && slot.upper == upperBits)", "if (slot.lower == lowerBits)", "optimiser"),
+    F("optimiser-whole-fit-lane", "Source/Codecs/ORBTC/fnzj/fnzj_localised.cpp",
+      "_mm_mul_ps(_mm_shuffle_ps(a, a, 0x55), _mm_loadu_ps(e + 4))", "_mm_mul_ps(_mm_shuffle_ps(a, a, 0x00), _mm_loadu_ps(e + 4))",
+      "optimiser"),
 
     # ---- image operations
     F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",

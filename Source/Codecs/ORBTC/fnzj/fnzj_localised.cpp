@@ -725,8 +725,92 @@ inline void PairWeights(const PackedFittingParams& params, uint32_t i)
 // The fast path's single walk over [first, end) with float residuals: the
 // weights' sums (p, q, r) and the residuals weighted onto A (u) and B (v),
 // every sum in pixel order as in the two walks of the plain path.
+// The same sums when every pixel the block reaches has full gain (128). A
+// pixel's weights are then (8 - m) w / 4 and m w / 4 for central weight w and
+// modulation m, and its residual a whole number. Scaled by 4 (p, q, r by 16,
+// u, v by 1/32) every term is a whole number and every partial sum, in any
+// order, stays below 2^24 in magnitude (the central weights of a window sum
+// to at most 2048, their squares to 2^17), so each is exact in a float: the
+// float walk in pixel order adds without rounding, and sums in lanes give its
+// values bit for bit. False, touching nothing, when a reached pixel has
+// another gain.
+bool WholeFitSums(const PackedFittingParams& params, uint32_t first, uint32_t end, float* pqr, float* u, float* v)
+{
+    uint32_t i = first;
+#if ORBT_X86_SIMD
+    const __m128 full = _mm_set1_ps(128.0f), eight = _mm_set1_ps(8.0f);
+    __m128 other = _mm_setzero_ps();
+    for (; i + 4 <= end; i += 4)
+    {
+        const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(params.centralWeights + i));
+        const __m128 reached = _mm_castsi128_ps(_mm_xor_si128(_mm_cmpeq_epi32(w, _mm_setzero_si128()),
+                                                              _mm_set1_epi32(-1)));
+        other = _mm_or_ps(other, _mm_and_ps(reached, _mm_cmpneq_ps(_mm_loadu_ps(params.gains + i), full)));
+    }
+    if (_mm_movemask_ps(other) != 0)
+        return false;
+#endif
+    for (; i < end; ++i)
+        if (params.centralWeights[i] != 0 && params.gains[i] != 128.0f)
+            return false;
+    i = first;
+    float p = 0.0f, q = 0.0f, r = 0.0f, su[4] = {0.0f, 0.0f, 0.0f, 0.0f}, sv[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+#if ORBT_X86_SIMD
+    __m128 p4 = _mm_setzero_ps(), q4 = p4, r4 = p4, u0 = p4, v0 = p4, u1 = p4, v1 = p4;
+    for (; i + 4 <= end; i += 4)
+    {
+        const __m128 w = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(params.centralWeights + i)));
+        const __m128 m = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(params.modulations + i)));
+        const __m128 a = _mm_mul_ps(_mm_sub_ps(eight, m), w), b = _mm_mul_ps(m, w);
+        p4 = _mm_add_ps(p4, _mm_mul_ps(a, a));
+        q4 = _mm_add_ps(q4, _mm_mul_ps(a, b));
+        r4 = _mm_add_ps(r4, _mm_mul_ps(b, b));
+        const float* e = params.floatResiduals + 4 * i;
+        u0 = _mm_add_ps(u0, _mm_mul_ps(_mm_shuffle_ps(a, a, 0x00), _mm_loadu_ps(e)));
+        v0 = _mm_add_ps(v0, _mm_mul_ps(_mm_shuffle_ps(b, b, 0x00), _mm_loadu_ps(e)));
+        u1 = _mm_add_ps(u1, _mm_mul_ps(_mm_shuffle_ps(a, a, 0x55), _mm_loadu_ps(e + 4)));
+        v1 = _mm_add_ps(v1, _mm_mul_ps(_mm_shuffle_ps(b, b, 0x55), _mm_loadu_ps(e + 4)));
+        u0 = _mm_add_ps(u0, _mm_mul_ps(_mm_shuffle_ps(a, a, 0xAA), _mm_loadu_ps(e + 8)));
+        v0 = _mm_add_ps(v0, _mm_mul_ps(_mm_shuffle_ps(b, b, 0xAA), _mm_loadu_ps(e + 8)));
+        u1 = _mm_add_ps(u1, _mm_mul_ps(_mm_shuffle_ps(a, a, 0xFF), _mm_loadu_ps(e + 12)));
+        v1 = _mm_add_ps(v1, _mm_mul_ps(_mm_shuffle_ps(b, b, 0xFF), _mm_loadu_ps(e + 12)));
+    }
+    alignas(16) float lanes[4][4];
+    _mm_store_ps(lanes[0], p4);
+    _mm_store_ps(lanes[1], q4);
+    _mm_store_ps(lanes[2], r4);
+    p = (lanes[0][0] + lanes[0][1]) + (lanes[0][2] + lanes[0][3]);
+    q = (lanes[1][0] + lanes[1][1]) + (lanes[1][2] + lanes[1][3]);
+    r = (lanes[2][0] + lanes[2][1]) + (lanes[2][2] + lanes[2][3]);
+    _mm_storeu_ps(su, _mm_add_ps(u0, u1));
+    _mm_storeu_ps(sv, _mm_add_ps(v0, v1));
+#endif
+    for (; i < end; ++i)
+    {
+        const float w = float(params.centralWeights[i]), m = float(params.modulations[i]);
+        const float a = (8.0f - m) * w, b = m * w;
+        p += a * a;
+        q += a * b;
+        r += b * b;
+        for (int c = 0; c < 4; ++c)
+        {
+            su[c] += a * params.floatResiduals[4 * i + c];
+            sv[c] += b * params.floatResiduals[4 * i + c];
+        }
+    }
+    pqr[0] = p * 0.0625f, pqr[1] = q * 0.0625f, pqr[2] = r * 0.0625f;
+    for (int c = 0; c < 4; ++c)
+    {
+        u[c] = su[c] * 32.0f;
+        v[c] = sv[c] * 32.0f;
+    }
+    return true;
+}
+
 void FitSums(const PackedFittingParams& params, uint32_t first, uint32_t end, float* pqr, float* u, float* v)
 {
+    if (WholeFitSums(params, first, end, pqr, u, v))
+        return;
     float p = 0.0f, q = 0.0f, r = 0.0f;
 #if ORBT_X86_SIMD
     if (ActiveSimdPath() != eSimdPortable)

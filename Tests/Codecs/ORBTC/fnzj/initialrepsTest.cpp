@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/initialreps.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
 
 using namespace orbtexture;
@@ -148,6 +150,36 @@ TEST(InitialReps, RepresentativesFromAnAxis)
                                        a, b);
     EXPECT_EQ(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(4, 0));
     EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(4, 0));
+}
+
+TEST(InitialReps, MultiStartPickMatchesThePlainSearch)
+{
+    // Few levels and weights clamp many starts to the same end, where the
+    // shared steps of the fast search must still tell the pairs apart.
+    CompressParams params;
+    std::mt19937 random(7);
+    std::vector<unsigned char> window(81 * 4);
+    std::vector<float> weights(81);
+    for (int trial = 0; trial < 1000; ++trial)
+    {
+        const int levels = 2 + trial % 5;
+        for (unsigned char& v : window)
+            v = uint8_t(random() % levels * (255 / (levels - 1)));
+        for (float& w : weights)
+            w = float(random() % 4);
+        float axis[4];
+        for (float& a : axis)
+            a = float(int(random() % 9) - 4) / 4.0f;
+        unsigned char plain[8], fast[8];
+        SetOptimiserReference(true);
+        PickRepsByProjectingPixelsOntoAxis(params, false, true, false, window.data(), weights.data(), 81, axis, -1,
+                                           nullptr, plain, plain + 4);
+        SetOptimiserReference(false);
+        PickRepsByProjectingPixelsOntoAxis(params, false, true, false, window.data(), weights.data(), 81, axis, -1,
+                                           nullptr, fast, fast + 4);
+        ASSERT_EQ(std::vector<unsigned char>(fast, fast + 8), std::vector<unsigned char>(plain, plain + 8))
+            << "trial " << trial;
+    }
 }
 
 namespace
