@@ -632,7 +632,7 @@ class PartitionSearch
     }
 
   private:
-    static constexpr unsigned kSlotBits = 10;
+    static constexpr unsigned kSlotBits = 9;
     struct Slot
     {
         uint32_t generation, lower, upper;
@@ -658,8 +658,9 @@ class PartitionSearch
         std::memcpy(&upperBits, &u, 4);
         Table& table = Memo();
         uint32_t index = (lowerBits * 0x9E3779B1u ^ upperBits * 0x85EBCA77u) >> (32 - kSlotBits);
-        // At most 20 steps for each of 29 starts fill the table to 57 %.
-        for (;; index = (index + 1) & ((1u << kSlotBits) - 1))
+        // A search meets about a hundred pairs; a full neighbourhood of the
+        // table computes the step without keeping it.
+        for (int probe = 0; probe < 8; ++probe, index = (index + 1) & ((1u << kSlotBits) - 1))
         {
             Slot& slot = table.slots[index];
             if (slot.generation != table.generation)
@@ -670,6 +671,7 @@ class PartitionSearch
             if (slot.lower == lowerBits && slot.upper == upperBits)
                 return slot.step;
         }
+        return Compute(l, u);
     }
 
     PartitionStep Compute(float l, float u) const
@@ -762,7 +764,9 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
             float(p[0]) * axis[0] + float(p[1]) * axis[1] + float(p[2]) * axis[2] + float(p[3]) * axis[3];
         return std::isfinite(projection) ? projection : 0.0f; // a NaN axis must not break the sort's order
     };
-    std::vector<PixelInfo> entries;
+    // The list of a thread's last call, kept for its capacity.
+    thread_local std::vector<PixelInfo> entries;
+    entries.clear();
     entries.reserve(size_t(std::max(pixelCount, 0)));
     double weightSum = 0.0;
     for (int i = 0; i < pixelCount; ++i)
@@ -888,7 +892,7 @@ int PixelError(const unsigned char* source, const unsigned char* colour)
 }
 
 // The nearest level of an n-bit channel; on a tie the upper when 'up'.
-int NearestLevel(int v, int bits, bool up)
+int SearchNearestLevel(int v, int bits, bool up)
 {
     int best = 0, bestDistance = 1 << 30;
     for (int x = 0; x < (1 << bits); ++x)
@@ -898,6 +902,22 @@ int NearestLevel(int v, int bits, bool up)
             best = level, bestDistance = distance;
     }
     return best;
+}
+
+// The same for 4 and 5 bits from a table built once (the plain path searches).
+int NearestLevel(int v, int bits, bool up)
+{
+    static const auto table = [] {
+        std::vector<uint8_t> levels(2 * 2 * 256);
+        for (int b = 0; b < 2; ++b)
+            for (int u = 0; u < 2; ++u)
+                for (int x = 0; x < 256; ++x)
+                    levels[(b * 2 + u) * 256 + x] = uint8_t(SearchNearestLevel(x, 4 + b, u != 0));
+        return levels;
+    }();
+    if (v < 0 || v > 255 || (bits != 4 && bits != 5) || OptimiserReference())
+        return SearchNearestLevel(v, bits, up);
+    return table[((bits - 4) * 2 + (up ? 1 : 0)) * 256 + v];
 }
 
 struct PaletteEntry

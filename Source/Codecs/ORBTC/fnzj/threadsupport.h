@@ -101,6 +101,10 @@ struct StatsThreadArgs
     RegionStats* const* RegRow;
     unsigned int threadCount;
     const std::atomic<bool>* cancel = nullptr; // rows stop when set
+    // The fast path's next unclaimed row: a phase's blocks depend only on the
+    // last phase, so threads take rows as they come free instead of the
+    // fixed shares.
+    std::atomic<uint32_t>* nextRow = nullptr;
 };
 
 // The fast path's copy of the blocks' stamps (row order, kept with the

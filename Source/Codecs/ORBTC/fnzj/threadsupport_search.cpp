@@ -381,8 +381,17 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     };
     for (int phase = 0; phase < 2; ++phase)
     {
-        const StatsThreadArgs args{image,    &params, phase, central.data(), linWeights.data(), lowWeights.data(),
-                                   rows,     OptimiserThreadCount(params.blocksHigh), cancel};
+        std::atomic<uint32_t> nextRow{0};
+        const StatsThreadArgs args{image,
+                                   &params,
+                                   phase,
+                                   central.data(),
+                                   linWeights.data(),
+                                   lowWeights.data(),
+                                   rows,
+                                   OptimiserThreadCount(params.blocksHigh),
+                                   cancel,
+                                   OptimiserReference() ? nullptr : &nextRow};
         RunPhase(args.threadCount, RunAGenerateStatsSetThread, args);
         if (StopAsked(cancel))
             return stop();

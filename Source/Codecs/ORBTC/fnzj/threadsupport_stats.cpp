@@ -650,7 +650,7 @@ void* RunAGenerateStatsSetThread(void* argument)
         }
     }
 
-    for (uint32_t y = first; y < end && !StopAsked(args.cancel); ++y)
+    const auto statsRow = [&](uint32_t y) {
         for (uint32_t x = 0; x < params.blocksWide; ++x)
         {
             GatherWindowPixels(*args.image, params, y, x, work.window.get());
@@ -659,6 +659,14 @@ void* RunAGenerateStatsSetThread(void* argument)
             else
                 GenerateResidualStats(work, args.RegRow, y, x);
         }
+    };
+    if (args.nextRow)
+        for (uint32_t y; !StopAsked(args.cancel) &&
+                         (y = args.nextRow->fetch_add(1, std::memory_order_relaxed)) < params.blocksHigh;)
+            statsRow(y);
+    else
+        for (uint32_t y = first; y < end && !StopAsked(args.cancel); ++y)
+            statsRow(y);
     return nullptr;
 }
 
