@@ -973,10 +973,157 @@ void EvalAllCandsAndGetErrors4BPP(OptimiseWork& work, const CompressParams& para
     errors.outer = includeOuterRing ? sums[0] : 0;
 }
 
+namespace
+{
+
+// An island group's choice for each part (pixels without and with the
+// transparent choice) from the parts' error sums by choice.
+void IslandChoice(const int64_t (*partSums)[4], const bool* hasPart, int* choice)
+{
+    choice[0] = choice[1] = 0;
+    if (hasPart[0] != hasPart[1])
+    {
+        const int64_t* s = partSums[hasPart[0] ? 0 : 1];
+        int best = s[0] < s[3] ? 0 : 3;
+        if (s[1] < s[best])
+            best = 1;
+        if (s[2] < s[best])
+            best = 2;
+        choice[0] = choice[1] = best;
+    }
+    else if (hasPart[0])
+    {
+        static constexpr int kPairs[6][2] = {{0, 0}, {3, 3}, {0, 2}, {3, 2}, {1, 1}, {2, 1}};
+        int64_t best = kFreshCandidateError;
+        for (const auto& pair : kPairs)
+        {
+            const int64_t e = partSums[0][pair[0]] + partSums[1][pair[1]];
+            if (e < best)
+            {
+                best = e;
+                choice[0] = pair[0];
+                choice[1] = pair[1];
+            }
+        }
+    }
+}
+
+// Evaluation by islands through the lanes: every lane's choices measured at
+// once, then each group's choice (a group is a run of equal labels in the
+// island order; its sums do not depend on the order they add in) and its
+// pixels' fit sums. The settled pixels, the outer ring, chose alone when the
+// lanes were prepared.
+void EvalIslandLanes(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
+                     bool includeOuterRing, WindowErrors& errors)
+{
+    int16_t self[8];
+    MaskPair(reps.reps[4], self);
+    WindowLanes& l = work.lanes;
+    const LaneLayout& L = *l.layout;
+    LaneChoices& m = work.laneChoices;
+    MeasureWindowLanes(l, self, m);
+
+    const int count = params.windowWidth * params.windowHeight;
+    uint8_t groupOf[kMaxWindowPixels];
+    int groups = 0;
+    for (int k = 0; k < count; ++k)
+    {
+        groups += k > 0 && work.islandLabels[work.islandOrder[k]] != work.islandLabels[work.islandOrder[k - 1]];
+        groupOf[work.islandOrder[k]] = uint8_t(groups);
+    }
+    ++groups;
+    int64_t partSums[kMaxWindowPixels][2][4];
+    bool hasPart[kMaxWindowPixels][2];
+    std::memset(partSums, 0, sizeof(partSums[0]) * size_t(groups));
+    std::memset(hasPart, 0, sizeof(hasPart[0]) * size_t(groups));
+    uint8_t laneGroup[kLanePixels], lanePart[kLanePixels];
+    // Lanes of one group and part mostly follow each other: a run's sums
+    // gather in locals.
+    int64_t run[4] = {0, 0, 0, 0};
+    int runGroup = -1, runPart = 0;
+    auto flush = [&] {
+        if (runGroup < 0)
+            return;
+        hasPart[runGroup][runPart] = true;
+        for (int c = 0; c < 4; ++c)
+            partSums[runGroup][runPart][c] += run[c];
+    };
+    for (int j = 0; j < L.count; ++j)
+    {
+        const int g = groupOf[L.index[j]], part = L.lowGain[2][j] != 0 ? 1 : 0; // the transparent choice's gain
+        laneGroup[j] = uint8_t(g);
+        lanePart[j] = uint8_t(part);
+        if (g != runGroup || part != runPart)
+        {
+            flush();
+            runGroup = g;
+            runPart = part;
+            run[0] = run[1] = run[2] = run[3] = 0;
+        }
+        for (int c = 0; c < 4; ++c)
+            run[c] += m.errors[c][j];
+    }
+    flush();
+    int choices[kMaxWindowPixels][2];
+    for (int g = 0; g < groups; ++g)
+        IslandChoice(partSums[g], hasPart[g], choices[g]);
+
+    // Sums kept in locals: the stores to the lanes cannot alias them.
+    int64_t sums[3] = {0, 0, 0}, central = 0, others = 0;
+    int32_t fit[11] = {};
+    bool lowGain = false;
+    for (int j = 0; j < L.count; ++j)
+    {
+        const int c = choices[laneGroup[j]][lanePart[j]];
+        l.chosen[j] = uint8_t(c);
+        const int32_t error = m.errors[c][j];
+        central += L.first[j] ? error : 0;
+        others += L.second[j] ? error : 0;
+        lowGain = lowGain || L.lowGain[c][j];
+        const int a = L.weightA[c][j], b = L.weightB[c][j];
+        fit[0] += a * a;
+        fit[1] += a * b;
+        fit[2] += b * b;
+        for (int channel = 0; channel < 4; ++channel)
+        {
+            const int residual = l.pixel[channel][j] - m.colours[c][channel][j];
+            l.residual[channel][j] = int16_t(residual);
+            fit[3 + channel] += a * residual;
+            fit[7 + channel] += b * residual;
+        }
+    }
+    sums[1] = central;
+    sums[2] = others;
+    std::copy_n(fit, 11, l.fitSums);
+    l.integerFit = work.storeFitting && !lowGain;
+    work.fitFromLanes = work.storeFitting;
+    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+        sums[locality] += work.cache.settledErrors[locality];
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
+} // namespace
+
+bool IslandsFitLanes(const OptimiseWork& work)
+{
+    const LaneLayout& settled = *work.settledLanes.layout;
+    for (int j = 0; j < settled.count; ++j)
+        if (settled.second[j])
+            return false;
+    return true;
+}
+
 void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        bool includeOuterRing, WindowErrors& errors)
 {
     work.fitFromLanes = false;
+    if (work.lanesReady)
+    {
+        EvalIslandLanes(work, params, reps, includeOuterRing, errors);
+        return;
+    }
     int64_t sums[3] = {0, 0, 0};
     const int count = params.windowWidth * params.windowHeight;
     const __m128i selfAB = SelfPairLanes(reps);
@@ -1015,32 +1162,8 @@ void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const N
                 partSums[part][c] += pixelErrors[i][c];
         }
 
-        int choice[2] = {0, 0};
-        if (hasPart[0] != hasPart[1])
-        {
-            const int64_t* s = partSums[hasPart[0] ? 0 : 1];
-            int best = s[0] < s[3] ? 0 : 3;
-            if (s[1] < s[best])
-                best = 1;
-            if (s[2] < s[best])
-                best = 2;
-            choice[0] = choice[1] = best;
-        }
-        else if (hasPart[0])
-        {
-            static constexpr int kPairs[6][2] = {{0, 0}, {3, 3}, {0, 2}, {3, 2}, {1, 1}, {2, 1}};
-            int64_t best = kFreshCandidateError;
-            for (const auto& pair : kPairs)
-            {
-                const int64_t e = partSums[0][pair[0]] + partSums[1][pair[1]];
-                if (e < best)
-                {
-                    best = e;
-                    choice[0] = pair[0];
-                    choice[1] = pair[1];
-                }
-            }
-        }
+        int choice[2];
+        IslandChoice(partSums, hasPart, choice);
 
         for (int k = start; k < end; ++k)
         {

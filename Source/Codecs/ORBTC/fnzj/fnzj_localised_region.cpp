@@ -412,12 +412,14 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         bool done = false;
         for (uint32_t h = 0; h < hardLimit && !done; h += step)
         {
-            const bool lanesWanted = fastPath && params.bitsPerPixel == 4 && !islands;
-            if (!lanesWanted || !PrepareLanes(work, params, mode, visit.modes, h, visit.selfPositions, visit.reps))
+            const bool lanesWanted = fastPath && params.bitsPerPixel == 4;
+            if (!lanesWanted || !PrepareLanes(work, params, mode, visit.modes, h, visit.selfPositions, visit.reps) ||
+                (islands && !IslandsFitLanes(work)))
             {
+                work.lanesReady = false;
                 CreateBlendingAndUpdateWeights(mode, visit.modes, h, params, work);
                 PrepareBlendCache(work, params, visit.reps, visit.selfPositions);
-                if (lanesWanted)
+                if (lanesWanted && !islands)
                     PrepareSettled(work, params);
             }
             RepCandidate pool[kMaxPool];

@@ -119,6 +119,7 @@ struct OptimiseWork
     // then 'fitFromLanes' is set.
     WindowChannels channels; // the window, from PrepareWindowLanes
     WindowLanes lanes, settledLanes;
+    LaneChoices laneChoices; // for evaluations by islands
     bool lanesReady = false;
     bool fitFromLanes = false;
 };
@@ -216,6 +217,9 @@ void EvalAllCandsAndGetErrors2BPP(OptimiseWork& work, const CompressParams& para
 // 4bpp graphics-like windows: pixels of one island share a choice.
 void EvalByIslands4BPP(OptimiseWork& work, const CompressParams& params, const NeighbourhoodReps& reps,
                        bool includeOuterRing, WindowErrors& errors);
+// Whether the lanes now prepared can evaluate by islands: every pixel that
+// joins an island's group must be measured (not settled) there.
+bool IslandsFitLanes(const OptimiseWork& work);
 
 // Negative when a is better: lower totalError, then lower centralError.
 int CompareCandidates(const void* a, const void* b);

@@ -28,6 +28,32 @@ inline int BestOfFour(const int32_t* e)
     return e[middle] <= e[ends] ? middle : ends;
 }
 
+// Lane j's four choices by channel and their errors.
+inline void MeasureLane(const WindowLanes& l, int j, const int16_t* selfAB, int (*colours)[4], int32_t* e)
+{
+    const LaneLayout& L = *l.layout;
+    for (int c = 0; c < 4; ++c)
+    {
+        const int shift = c < 3 ? 5 : 4;
+        const int ta = (l.fixedA[c][j] + L.self[j] * selfAB[c]) >> 6;
+        const int tb = (l.fixedB[c][j] + L.self[j] * selfAB[4 + c]) >> 6;
+        const int c0 = ta + (ta >> shift), c3 = tb + (tb >> shift);
+        colours[0][c] = c0;
+        colours[1][c] = (L.weights[0][j] * c0 + L.weights[1][j] * c3) >> 3;
+        colours[2][c] = ((L.weights[2][j] * c0 + L.weights[3][j] * c3) >> 3) & L.mask2[c][j];
+        colours[3][c] = c3;
+    }
+    for (int k = 0; k < 4; ++k)
+    {
+        e[k] = 0;
+        for (int c = 0; c < 4; ++c)
+        {
+            const int d = (colours[k][c] - l.pixel[c][j]) * (c == 3 ? l.alphaWeight[j] : 1);
+            e[k] += d * d;
+        }
+    }
+}
+
 void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
 {
     const LaneLayout& L = *l.layout;
@@ -36,27 +62,8 @@ void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int
     for (int j = 0; j < L.count; ++j)
     {
         int colours[4][4];
-        for (int c = 0; c < 4; ++c)
-        {
-            const int shift = c < 3 ? 5 : 4;
-            const int ta = (l.fixedA[c][j] + L.self[j] * selfAB[c]) >> 6;
-            const int tb = (l.fixedB[c][j] + L.self[j] * selfAB[4 + c]) >> 6;
-            const int c0 = ta + (ta >> shift), c3 = tb + (tb >> shift);
-            colours[0][c] = c0;
-            colours[1][c] = (L.weights[0][j] * c0 + L.weights[1][j] * c3) >> 3;
-            colours[2][c] = ((L.weights[2][j] * c0 + L.weights[3][j] * c3) >> 3) & L.mask2[c][j];
-            colours[3][c] = c3;
-        }
         int32_t e[4];
-        for (int k = 0; k < 4; ++k)
-        {
-            e[k] = 0;
-            for (int c = 0; c < 4; ++c)
-            {
-                const int d = (colours[k][c] - l.pixel[c][j]) * (c == 3 ? l.alphaWeight[j] : 1);
-                e[k] += d * d;
-            }
-        }
+        MeasureLane(l, j, selfAB, colours, e);
         const bool transparent = l.punchThrough[j] && colours[2][3] == 0;
         const int choice = transparent ? 2 : BestOfFour(e);
         l.chosen[j] = uint8_t(choice);
@@ -101,6 +108,41 @@ inline int64_t Total(__m128i lanes)
     return int64_t(v[0]) + v[1] + v[2] + v[3];
 }
 
+// Eight lanes from j: the four choices by channel and their errors, pixels
+// 0 to 3 in 'low' and 4 to 7 in 'high'.
+inline void MeasureLanesSSE2(const WindowLanes& l, int j, const __m128i* selfA, const __m128i* selfB,
+                             __m128i (*colours)[4], __m128i* low, __m128i* high)
+{
+    const LaneLayout& L = *l.layout;
+    const __m128i self = Load(L.self + j);
+    const __m128i w0 = Load(L.weights[0] + j), w1 = Load(L.weights[1] + j);
+    const __m128i w2 = Load(L.weights[2] + j), w3 = Load(L.weights[3] + j);
+    for (int c = 0; c < 4; ++c)
+    {
+        const __m128i ta = _mm_srli_epi16(_mm_add_epi16(Load(l.fixedA[c] + j), _mm_mullo_epi16(self, selfA[c])), 6);
+        const __m128i tb = _mm_srli_epi16(_mm_add_epi16(Load(l.fixedB[c] + j), _mm_mullo_epi16(self, selfB[c])), 6);
+        const __m128i c0 = _mm_add_epi16(ta, c < 3 ? _mm_srli_epi16(ta, 5) : _mm_srli_epi16(ta, 4));
+        const __m128i c3 = _mm_add_epi16(tb, c < 3 ? _mm_srli_epi16(tb, 5) : _mm_srli_epi16(tb, 4));
+        colours[0][c] = c0;
+        colours[1][c] = _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w0, c0), _mm_mullo_epi16(w1, c3)), 3);
+        colours[2][c] = _mm_and_si128(
+            _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w2, c0), _mm_mullo_epi16(w3, c3)), 3), Load(L.mask2[c] + j));
+        colours[3][c] = c3;
+    }
+    const __m128i alphaWeight = Load(l.alphaWeight + j);
+    for (int k = 0; k < 4; ++k)
+    {
+        const __m128i dr = _mm_sub_epi16(colours[k][0], Load(l.pixel[0] + j));
+        const __m128i dg = _mm_sub_epi16(colours[k][1], Load(l.pixel[1] + j));
+        const __m128i db = _mm_sub_epi16(colours[k][2], Load(l.pixel[2] + j));
+        const __m128i da = _mm_mullo_epi16(_mm_sub_epi16(colours[k][3], Load(l.pixel[3] + j)), alphaWeight);
+        const __m128i rgLow = _mm_unpacklo_epi16(dr, dg), baLow = _mm_unpacklo_epi16(db, da);
+        const __m128i rgHigh = _mm_unpackhi_epi16(dr, dg), baHigh = _mm_unpackhi_epi16(db, da);
+        low[k] = _mm_add_epi32(_mm_madd_epi16(rgLow, rgLow), _mm_madd_epi16(baLow, baLow));
+        high[k] = _mm_add_epi32(_mm_madd_epi16(rgHigh, rgHigh), _mm_madd_epi16(baHigh, baHigh));
+    }
+}
+
 // Eight pixels a step. Errors are built in 32-bit lanes from interleaved
 // channel pairs: pixels 0 to 3 in one vector, 4 to 7 in the other, which a
 // signed pack puts back in order.
@@ -121,36 +163,8 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
         f = zero;
     for (int j = 0; j < L.count; j += 8)
     {
-        const __m128i self = Load(L.self + j);
-        const __m128i w0 = Load(L.weights[0] + j), w1 = Load(L.weights[1] + j);
-        const __m128i w2 = Load(L.weights[2] + j), w3 = Load(L.weights[3] + j);
-        __m128i colours[4][4];
-        for (int c = 0; c < 4; ++c)
-        {
-            const __m128i ta = _mm_srli_epi16(_mm_add_epi16(Load(l.fixedA[c] + j), _mm_mullo_epi16(self, selfA[c])), 6);
-            const __m128i tb = _mm_srli_epi16(_mm_add_epi16(Load(l.fixedB[c] + j), _mm_mullo_epi16(self, selfB[c])), 6);
-            const __m128i c0 = _mm_add_epi16(ta, c < 3 ? _mm_srli_epi16(ta, 5) : _mm_srli_epi16(ta, 4));
-            const __m128i c3 = _mm_add_epi16(tb, c < 3 ? _mm_srli_epi16(tb, 5) : _mm_srli_epi16(tb, 4));
-            colours[0][c] = c0;
-            colours[1][c] = _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w0, c0), _mm_mullo_epi16(w1, c3)), 3);
-            colours[2][c] = _mm_and_si128(
-                _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w2, c0), _mm_mullo_epi16(w3, c3)), 3),
-                Load(L.mask2[c] + j));
-            colours[3][c] = c3;
-        }
-        const __m128i alphaWeight = Load(l.alphaWeight + j);
-        __m128i low[4], high[4];
-        for (int k = 0; k < 4; ++k)
-        {
-            const __m128i dr = _mm_sub_epi16(colours[k][0], Load(l.pixel[0] + j));
-            const __m128i dg = _mm_sub_epi16(colours[k][1], Load(l.pixel[1] + j));
-            const __m128i db = _mm_sub_epi16(colours[k][2], Load(l.pixel[2] + j));
-            const __m128i da = _mm_mullo_epi16(_mm_sub_epi16(colours[k][3], Load(l.pixel[3] + j)), alphaWeight);
-            const __m128i rgLow = _mm_unpacklo_epi16(dr, dg), baLow = _mm_unpacklo_epi16(db, da);
-            const __m128i rgHigh = _mm_unpackhi_epi16(dr, dg), baHigh = _mm_unpackhi_epi16(db, da);
-            low[k] = _mm_add_epi32(_mm_madd_epi16(rgLow, rgLow), _mm_madd_epi16(baLow, baLow));
-            high[k] = _mm_add_epi32(_mm_madd_epi16(rgHigh, rgHigh), _mm_madd_epi16(baHigh, baHigh));
-        }
+        __m128i colours[4][4], low[4], high[4];
+        MeasureLanesSSE2(l, j, selfA, selfB, colours, low, high);
         const __m128i transparent = _mm_and_si128(Load(l.punchThrough + j), _mm_cmpeq_epi16(colours[2][3], zero));
         const __m128i centralMask = Load(L.first + j), othersMask = Load(L.second + j);
         __m128i choiceHalves[2];
@@ -374,6 +388,47 @@ void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residua
     }
 #endif
     EvaluatePortable(lanes, selfAB, residuals, central, others);
+}
+
+void MeasureWindowLanes(const WindowLanes& lanes, const int16_t* selfAB, LaneChoices& out)
+{
+    const int count = lanes.layout->count;
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() != eSimdPortable)
+    {
+        __m128i selfA[4], selfB[4];
+        for (int c = 0; c < 4; ++c)
+        {
+            selfA[c] = _mm_set1_epi16(selfAB[c]);
+            selfB[c] = _mm_set1_epi16(selfAB[4 + c]);
+        }
+        for (int j = 0; j < count; j += 8)
+        {
+            __m128i colours[4][4], low[4], high[4];
+            MeasureLanesSSE2(lanes, j, selfA, selfB, colours, low, high);
+            for (int k = 0; k < 4; ++k)
+            {
+                _mm_store_si128(reinterpret_cast<__m128i*>(out.errors[k] + j), low[k]);
+                _mm_store_si128(reinterpret_cast<__m128i*>(out.errors[k] + j + 4), high[k]);
+                for (int c = 0; c < 4; ++c)
+                    _mm_store_si128(reinterpret_cast<__m128i*>(out.colours[k][c] + j), colours[k][c]);
+            }
+        }
+        return;
+    }
+#endif
+    for (int j = 0; j < count; ++j)
+    {
+        int colours[4][4];
+        int32_t e[4];
+        MeasureLane(lanes, j, selfAB, colours, e);
+        for (int k = 0; k < 4; ++k)
+        {
+            out.errors[k][j] = e[k];
+            for (int c = 0; c < 4; ++c)
+                out.colours[k][c][j] = int16_t(colours[k][c]);
+        }
+    }
 }
 
 void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigned char (*reps)[2][4],

@@ -102,6 +102,15 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
 void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residuals, int64_t* first,
                          int64_t* second);
 
+// Every lane's four choices by channel, and their errors without the
+// punch-through rule: for evaluations that choose for groups of pixels.
+struct LaneChoices
+{
+    alignas(16) int32_t errors[4][kLanePixels];
+    alignas(16) int16_t colours[4][4][kLanePixels]; // [choice][channel]
+};
+void MeasureWindowLanes(const WindowLanes& lanes, const int16_t* selfAB, LaneChoices& out);
+
 // The pair fit of the last evaluation (run with residuals), as
 // FitOnlyCentralRepPairsToWeights gives it for the same choices.
 int FitWindowLanes(const WindowLanes& lanes, float* displacements);
