@@ -591,13 +591,14 @@ class PartitionSearch
     PartitionSearch(const PixelInfo* entries, int count, double reciprocalWeight, float minimum, float maximum,
                     float span, bool remember)
         : entries_(entries), count_(count), reciprocal_(reciprocalWeight), minimum_(minimum), maximum_(maximum),
-          span_(span), projections_(entries, count), remember_(remember && !projections_.plain)
+          span_(span), projections_(entries, count), remember_(remember && !projections_.plain),
+          table_(remember_ ? &Memo() : nullptr)
     {
-        if (remember_ && ++Memo().generation == 0)
+        if (remember_ && ++table_->generation == 0)
         {
-            for (Slot& slot : Memo().slots)
+            for (Slot& slot : table_->slots)
                 slot.generation = 0;
-            Memo().generation = 1;
+            table_->generation = 1;
         }
     }
 
@@ -656,7 +657,7 @@ class PartitionSearch
         uint32_t lowerBits, upperBits;
         std::memcpy(&lowerBits, &l, 4);
         std::memcpy(&upperBits, &u, 4);
-        Table& table = Memo();
+        Table& table = *table_;
         uint32_t index = (lowerBits * 0x9E3779B1u ^ upperBits * 0x85EBCA77u) >> (32 - kSlotBits);
         // A search meets about a hundred pairs; a full neighbourhood of the
         // table computes the step without keeping it.
@@ -739,6 +740,7 @@ class PartitionSearch
     float minimum_, maximum_, span_;
     Projections projections_;
     bool remember_;
+    Table* table_;
 };
 
 } // namespace
