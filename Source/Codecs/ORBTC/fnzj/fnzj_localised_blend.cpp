@@ -1068,34 +1068,11 @@ void EvalIslandLanes(OptimiseWork& work, const CompressParams& params, const Nei
     for (int g = 0; g < groups; ++g)
         IslandChoice(partSums[g], hasPart[g], choices[g]);
 
-    // Sums kept in locals: the stores to the lanes cannot alias them.
-    int64_t sums[3] = {0, 0, 0}, central = 0, others = 0;
-    int32_t fit[11] = {};
-    bool lowGain = false;
     for (int j = 0; j < L.count; ++j)
-    {
-        const int c = choices[laneGroup[j]][lanePart[j]];
-        l.chosen[j] = uint8_t(c);
-        const int32_t error = m.errors[c][j];
-        central += L.first[j] ? error : 0;
-        others += L.second[j] ? error : 0;
-        lowGain = lowGain || L.lowGain[c][j];
-        const int a = L.weightA[c][j], b = L.weightB[c][j];
-        fit[0] += a * a;
-        fit[1] += a * b;
-        fit[2] += b * b;
-        for (int channel = 0; channel < 4; ++channel)
-        {
-            const int residual = l.pixel[channel][j] - m.colours[c][channel][j];
-            l.residual[channel][j] = int16_t(residual);
-            fit[3 + channel] += a * residual;
-            fit[7 + channel] += b * residual;
-        }
-    }
-    sums[1] = central;
-    sums[2] = others;
-    std::copy_n(fit, 11, l.fitSums);
-    l.integerFit = work.storeFitting && !lowGain;
+        l.chosen[j] = uint8_t(choices[laneGroup[j]][lanePart[j]]);
+    std::fill(l.chosen + L.count, l.chosen + std::min(kLanePixels, (L.count + 15) & ~15), uint8_t(0)); // padding
+    int64_t sums[3] = {0, 0, 0};
+    SettleChosenLanes(l, m, &sums[1], &sums[2]);
     work.fitFromLanes = work.storeFitting;
     for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
         sums[locality] += work.cache.settledErrors[locality];

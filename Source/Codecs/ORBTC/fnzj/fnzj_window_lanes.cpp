@@ -54,6 +54,25 @@ inline void MeasureLane(const WindowLanes& l, int j, const int16_t* selfAB, int 
     }
 }
 
+// Lane j's residual and its part of the fit's sums for its choice.
+template <typename Channel>
+inline void AccumulateLane(WindowLanes& l, int j, int choice, const Channel* colour)
+{
+    const LaneLayout& L = *l.layout;
+    l.integerFit = l.integerFit && !L.lowGain[choice][j];
+    const int a = L.weightA[choice][j], b = L.weightB[choice][j];
+    l.fitSums[0] += a * a;
+    l.fitSums[1] += a * b;
+    l.fitSums[2] += b * b;
+    for (int c = 0; c < 4; ++c)
+    {
+        const int residual = l.pixel[c][j] - colour[c];
+        l.residual[c][j] = int16_t(residual);
+        l.fitSums[3 + c] += a * residual;
+        l.fitSums[7 + c] += b * residual;
+    }
+}
+
 void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central, int64_t* others)
 {
     const LaneLayout& L = *l.layout;
@@ -68,20 +87,7 @@ void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int
         const int choice = transparent ? 2 : BestOfFour(e);
         l.chosen[j] = uint8_t(choice);
         if (residuals)
-        {
-            l.integerFit = l.integerFit && !L.lowGain[choice][j];
-            const int a = L.weightA[choice][j], b = L.weightB[choice][j];
-            l.fitSums[0] += a * a;
-            l.fitSums[1] += a * b;
-            l.fitSums[2] += b * b;
-            for (int c = 0; c < 4; ++c)
-            {
-                const int residual = l.pixel[c][j] - colours[choice][c];
-                l.residual[c][j] = int16_t(residual);
-                l.fitSums[3 + c] += a * residual;
-                l.fitSums[7 + c] += b * residual;
-            }
-        }
+            AccumulateLane(l, j, choice, colours[choice]);
         const int64_t error = transparent ? 0 : e[choice];
         *central += L.first[j] ? error : 0;
         *others += L.second[j] ? error : 0;
@@ -143,6 +149,43 @@ inline void MeasureLanesSSE2(const WindowLanes& l, int j, const __m128i* selfA, 
     }
 }
 
+// Eight lanes from j with their choices (16-bit): residuals into the lanes,
+// the fit's sums into 'fit' and the choices of low gain into 'lowGainSeen'.
+inline void AccumulateLanesSSE2(WindowLanes& l, int j, __m128i choice, const __m128i (*colours)[4], __m128i* fit,
+                                __m128i& lowGainSeen)
+{
+    const LaneLayout& L = *l.layout;
+    const __m128i is1 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(1));
+    const __m128i is2 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(2));
+    const __m128i is3 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(3));
+    auto pick = [&](const __m128i* options) {
+        return Select(is3, options[3], Select(is2, options[2], Select(is1, options[1], options[0])));
+    };
+    __m128i residual[4];
+    for (int c = 0; c < 4; ++c)
+    {
+        const __m128i options[4] = {colours[0][c], colours[1][c], colours[2][c], colours[3][c]};
+        residual[c] = _mm_sub_epi16(Load(l.pixel[c] + j), pick(options));
+    }
+    const __m128i optionsLow[4] = {Load(L.lowGain[0] + j), Load(L.lowGain[1] + j), Load(L.lowGain[2] + j),
+                                   Load(L.lowGain[3] + j)};
+    lowGainSeen = _mm_or_si128(lowGainSeen, pick(optionsLow));
+    const __m128i optionsA[4] = {Load(L.weightA[0] + j), Load(L.weightA[1] + j), Load(L.weightA[2] + j),
+                                 Load(L.weightA[3] + j)};
+    const __m128i optionsB[4] = {Load(L.weightB[0] + j), Load(L.weightB[1] + j), Load(L.weightB[2] + j),
+                                 Load(L.weightB[3] + j)};
+    const __m128i a = pick(optionsA), b = pick(optionsB);
+    fit[0] = _mm_add_epi32(fit[0], _mm_madd_epi16(a, a));
+    fit[1] = _mm_add_epi32(fit[1], _mm_madd_epi16(a, b));
+    fit[2] = _mm_add_epi32(fit[2], _mm_madd_epi16(b, b));
+    for (int c = 0; c < 4; ++c)
+    {
+        fit[3 + c] = _mm_add_epi32(fit[3 + c], _mm_madd_epi16(a, residual[c]));
+        fit[7 + c] = _mm_add_epi32(fit[7 + c], _mm_madd_epi16(b, residual[c]));
+        _mm_store_si128(reinterpret_cast<__m128i*>(l.residual[c] + j), residual[c]);
+    }
+}
+
 // Eight pixels a step. Errors are built in 32-bit lanes from interleaved
 // channel pairs: pixels 0 to 3 in one vector, 4 to 7 in the other, which a
 // signed pack puts back in order.
@@ -193,39 +236,7 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
         const __m128i choice = _mm_packs_epi32(choiceHalves[0], choiceHalves[1]);
         _mm_storel_epi64(reinterpret_cast<__m128i*>(l.chosen + j), _mm_packus_epi16(choice, choice));
         if (residuals)
-        {
-            const __m128i is1 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(1));
-            const __m128i is2 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(2));
-            const __m128i is3 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(3));
-            auto pick = [&](const __m128i* options) {
-                return Select(is3, options[3], Select(is2, options[2], Select(is1, options[1], options[0])));
-            };
-            __m128i residual[4];
-            for (int c = 0; c < 4; ++c)
-            {
-                const __m128i options[4] = {colours[0][c], colours[1][c], colours[2][c], colours[3][c]};
-                residual[c] = _mm_sub_epi16(Load(l.pixel[c] + j), pick(options));
-            }
-            {
-                const __m128i optionsLow[4] = {Load(L.lowGain[0] + j), Load(L.lowGain[1] + j),
-                                               Load(L.lowGain[2] + j), Load(L.lowGain[3] + j)};
-                lowGainSeen = _mm_or_si128(lowGainSeen, pick(optionsLow));
-                const __m128i optionsA[4] = {Load(L.weightA[0] + j), Load(L.weightA[1] + j), Load(L.weightA[2] + j),
-                                             Load(L.weightA[3] + j)};
-                const __m128i optionsB[4] = {Load(L.weightB[0] + j), Load(L.weightB[1] + j), Load(L.weightB[2] + j),
-                                             Load(L.weightB[3] + j)};
-                const __m128i a = pick(optionsA), b = pick(optionsB);
-                fit[0] = _mm_add_epi32(fit[0], _mm_madd_epi16(a, a));
-                fit[1] = _mm_add_epi32(fit[1], _mm_madd_epi16(a, b));
-                fit[2] = _mm_add_epi32(fit[2], _mm_madd_epi16(b, b));
-                for (int c = 0; c < 4; ++c)
-                {
-                    fit[3 + c] = _mm_add_epi32(fit[3 + c], _mm_madd_epi16(a, residual[c]));
-                    fit[7 + c] = _mm_add_epi32(fit[7 + c], _mm_madd_epi16(b, residual[c]));
-                    _mm_store_si128(reinterpret_cast<__m128i*>(l.residual[c] + j), residual[c]);
-                }
-            }
-        }
+            AccumulateLanesSSE2(l, j, choice, colours, fit, lowGainSeen);
     }
     // A lane sums at most 12 pixels' errors, each below 2^26: no overflow.
     *central += Total(sumCentral);
@@ -428,6 +439,71 @@ void MeasureWindowLanes(const WindowLanes& lanes, const int16_t* selfAB, LaneCho
             for (int c = 0; c < 4; ++c)
                 out.colours[k][c][j] = int16_t(colours[k][c]);
         }
+    }
+}
+
+void SettleChosenLanes(WindowLanes& l, const LaneChoices& m, int64_t* central, int64_t* others)
+{
+    const LaneLayout& L = *l.layout;
+    const int count = L.count;
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() != eSimdPortable)
+    {
+        const __m128i zero = _mm_setzero_si128();
+        __m128i fit[11], lowGainSeen = zero, sumCentral = zero, sumOthers = zero;
+        for (__m128i& f : fit)
+            f = zero;
+        for (int j = 0; j < count; j += 8)
+        {
+            const __m128i choice =
+                _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(l.chosen + j)), zero);
+            __m128i colours[4][4];
+            for (int k = 0; k < 4; ++k)
+                for (int c = 0; c < 4; ++c)
+                    colours[k][c] = Load(m.colours[k][c] + j);
+            AccumulateLanesSSE2(l, j, choice, colours, fit, lowGainSeen);
+            // The chosen errors, 32 bits a lane: pixels 0 to 3, then 4 to 7.
+            const __m128i centralMask = Load(L.first + j), othersMask = Load(L.second + j);
+            for (int half = 0; half < 2; ++half)
+            {
+                const __m128i c32 = half ? _mm_unpackhi_epi16(choice, zero) : _mm_unpacklo_epi16(choice, zero);
+                __m128i error = zero;
+                for (int k = 0; k < 4; ++k)
+                    error = Select(_mm_cmpeq_epi32(c32, _mm_set1_epi32(k)),
+                                   _mm_load_si128(reinterpret_cast<const __m128i*>(m.errors[k] + j + 4 * half)),
+                                   error);
+                const __m128i cm = half ? _mm_unpackhi_epi16(centralMask, centralMask)
+                                        : _mm_unpacklo_epi16(centralMask, centralMask);
+                const __m128i om = half ? _mm_unpackhi_epi16(othersMask, othersMask)
+                                        : _mm_unpacklo_epi16(othersMask, othersMask);
+                sumCentral = _mm_add_epi64(sumCentral, _mm_unpacklo_epi32(_mm_and_si128(error, cm), zero));
+                sumCentral = _mm_add_epi64(sumCentral, _mm_unpackhi_epi32(_mm_and_si128(error, cm), zero));
+                sumOthers = _mm_add_epi64(sumOthers, _mm_unpacklo_epi32(_mm_and_si128(error, om), zero));
+                sumOthers = _mm_add_epi64(sumOthers, _mm_unpackhi_epi32(_mm_and_si128(error, om), zero));
+            }
+        }
+        alignas(16) int64_t totals[2][2];
+        _mm_store_si128(reinterpret_cast<__m128i*>(totals[0]), sumCentral);
+        _mm_store_si128(reinterpret_cast<__m128i*>(totals[1]), sumOthers);
+        *central += totals[0][0] + totals[0][1];
+        *others += totals[1][0] + totals[1][1];
+        for (int k = 0; k < 11; ++k)
+            l.fitSums[k] = int32_t(Total(fit[k]));
+        l.integerFit = _mm_movemask_epi8(lowGainSeen) == 0;
+        return;
+    }
+#endif
+    std::fill_n(l.fitSums, 11, 0);
+    l.integerFit = true;
+    for (int j = 0; j < count; ++j)
+    {
+        const int choice = l.chosen[j];
+        int16_t colour[4];
+        for (int c = 0; c < 4; ++c)
+            colour[c] = m.colours[choice][c][j];
+        AccumulateLane(l, j, choice, colour);
+        *central += L.first[j] ? m.errors[choice][j] : 0;
+        *others += L.second[j] ? m.errors[choice][j] : 0;
     }
 }
 

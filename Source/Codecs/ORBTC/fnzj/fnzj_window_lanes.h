@@ -110,6 +110,10 @@ struct LaneChoices
     alignas(16) int16_t colours[4][4][kLanePixels]; // [choice][channel]
 };
 void MeasureWindowLanes(const WindowLanes& lanes, const int16_t* selfAB, LaneChoices& out);
+// With every lane's choice set in lanes.chosen: the chosen errors added to
+// the sums by the layout's first and second masks, and the residuals and fit
+// sums of those choices, as an evaluation with residuals leaves them.
+void SettleChosenLanes(WindowLanes& lanes, const LaneChoices& choices, int64_t* first, int64_t* second);
 
 // The pair fit of the last evaluation (run with residuals), as
 // FitOnlyCentralRepPairsToWeights gives it for the same choices.
