@@ -326,6 +326,8 @@ FAULTS = [
       "groups += k > 0 && work.islandOrder[k] != work.islandOrder[k - 1] + 1;", "optimiser"),
     F("optimiser-island-lanes-part", "Source/Codecs/ORBTC/fnzj/fnzj_localised_blend.cpp",
       "part = L.lowGain[2][j] != 0 ? 1 : 0; // the transparent choice's gain", "part = 0;", "optimiser"),
+    F("optimiser-visited-table-round", "Source/Codecs/ORBTC/fnzj/fnzj_localised_region.cpp",
+      "        if (hashed && ++work.visitedRound == 0)", "        if (hashed && work.visitedRound == 0)", "optimiser"),
     F("optimiser-whole-fit-lane", "Source/Codecs/ORBTC/fnzj/fnzj_localised.cpp",
       "_mm_mul_ps(_mm_shuffle_ps(a, a, 0x55), _mm_loadu_ps(e + 4))", "_mm_mul_ps(_mm_shuffle_ps(a, a, 0x00), _mm_loadu_ps(e + 4))",
       "optimiser"),

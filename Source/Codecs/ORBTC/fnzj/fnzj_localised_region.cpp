@@ -108,10 +108,25 @@ struct Visit
     int64_t limit;
     uint64_t visited[kMaxVisited]; // PairWord of each
     int visitedCount;
+    bool hashed;
 
+    // The fast path finds a pair of the list through the work's hash table
+    // of the same pairs; the plain path walks the list.
+    static uint32_t VisitedSlot(uint64_t pair)
+    {
+        return uint32_t((pair * 0x9E3779B97F4A7C15ull) >> (64 - OptimiseWork::kVisitedSlotBits));
+    }
     bool OnVisited(const unsigned char* a, const unsigned char* b) const
     {
         const uint64_t pair = PairWord(a, b);
+        if (hashed)
+        {
+            constexpr uint32_t mask = (1u << OptimiseWork::kVisitedSlotBits) - 1;
+            for (uint32_t i = VisitedSlot(pair); work.visitedMarks[i] == work.visitedRound; i = (i + 1) & mask)
+                if (work.visitedKeys[i] == pair)
+                    return true;
+            return false;
+        }
         for (int i = 0; i < visitedCount; ++i)
             if (visited[i] == pair)
                 return true;
@@ -121,7 +136,26 @@ struct Visit
     {
         if (visitedCount >= kMaxVisited)
             return;
-        visited[visitedCount++] = PairWord(a, b);
+        const uint64_t pair = PairWord(a, b);
+        visited[visitedCount++] = pair;
+        if (hashed)
+        {
+            constexpr uint32_t mask = (1u << OptimiseWork::kVisitedSlotBits) - 1;
+            uint32_t i = VisitedSlot(pair);
+            while (work.visitedMarks[i] == work.visitedRound)
+                i = (i + 1) & mask;
+            work.visitedMarks[i] = work.visitedRound;
+            work.visitedKeys[i] = pair;
+        }
+    }
+    void ClearVisited()
+    {
+        visitedCount = 0;
+        if (hashed && ++work.visitedRound == 0)
+        {
+            std::fill_n(work.visitedMarks, 1u << OptimiseWork::kVisitedSlotBits, 0u);
+            work.visitedRound = 1;
+        }
     }
 
     void Place(const unsigned char* a, const unsigned char* b)
@@ -390,7 +424,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
     const int64_t e = selected && selected->candidateCount ? selected->candidates[0].totalError : kFreshCandidateError;
     const int64_t limit = e < 100 ? 100 * 100 : e <= 21474835 ? e * 100 : e;
 
-    Visit visit{params, work, region, {}, {}, {}, islands, limit, {}, 0};
+    Visit visit{params, work, region, {}, {}, {}, islands, limit, {}, 0, fastPath};
     GatherNeighbourhood(params, row, column, RegRow, visit.modes, visit.reps);
     for (int dy = -1; dy <= 1; ++dy)
         for (int dx = -1; dx <= 1; ++dx)
@@ -455,7 +489,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
                 if (j != i && region.modeSlots[j].candidateCount > 0)
                     addToPool(region.modeSlots[j].candidates[0].repA, region.modeSlots[j].candidates[0].repB);
 
-            visit.visitedCount = 0;
+            visit.ClearVisited();
             int next = 0;
             bool variantsMade = false;
             for (;;)

@@ -120,6 +120,12 @@ struct OptimiseWork
     WindowChannels channels; // the window, from PrepareWindowLanes
     WindowLanes lanes, settledLanes;
     LaneChoices laneChoices; // for evaluations by islands
+    // The fast path's table of a visit's list of visited pairs: keys, and
+    // the round that wrote each slot (a new round empties it).
+    static constexpr unsigned kVisitedSlotBits = 8;
+    uint64_t visitedKeys[1u << kVisitedSlotBits];
+    uint32_t visitedMarks[1u << kVisitedSlotBits] = {};
+    uint32_t visitedRound = 1;
     bool lanesReady = false;
     bool fitFromLanes = false;
 };
