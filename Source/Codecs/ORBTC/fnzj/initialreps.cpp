@@ -786,9 +786,32 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
         return;
     }
     const double reciprocal = weightSum == 0.0 ? 1.0 : 1.0 / weightSum;
-    std::sort(entries.begin(), entries.end(), [](const PixelInfo& x, const PixelInfo& y) {
-        return x.projection != y.projection ? x.projection < y.projection : x.index < y.index;
-    });
+    if (OptimiserReference())
+        std::sort(entries.begin(), entries.end(), [](const PixelInfo& x, const PixelInfo& y) {
+            return x.projection != y.projection ? x.projection < y.projection : x.index < y.index;
+        });
+    else
+    {
+        // The same order through 64-bit keys: the projection's bits made
+        // to order as unsigned integers (-0 counted as +0, as the float
+        // comparison does), then the entry's place, which follows the index.
+        thread_local std::vector<uint64_t> keys;
+        thread_local std::vector<PixelInfo> sorted;
+        keys.resize(entries.size());
+        sorted.resize(entries.size());
+        for (size_t k = 0; k < entries.size(); ++k)
+        {
+            const float projection = entries[k].projection + 0.0f;
+            uint32_t bits;
+            std::memcpy(&bits, &projection, 4);
+            bits = bits & 0x80000000u ? ~bits : bits | 0x80000000u;
+            keys[k] = uint64_t(bits) << 32 | k;
+        }
+        std::sort(keys.begin(), keys.end());
+        for (size_t k = 0; k < entries.size(); ++k)
+            sorted[k] = entries[uint32_t(keys[k])];
+        entries.swap(sorted);
+    }
     double w = 0.0, first = 0.0, second = 0.0;
     for (PixelInfo& e : entries)
     {
