@@ -175,6 +175,10 @@ std::vector<Case> Cases()
             add(named(format) + " q" + std::to_string(quality), Converted(format, eVarUnsignedByteNorm, quality),
                 quality >= 5,
                 format < ePF_ORBTCII_2bpp || quality < 7 ? 15u : format == ePF_ORBTCII_2bpp ? 6u : 1u);
+    // Quality 9 refines quality 8's words, on the same scenes.
+    for (uint64_t format = ePF_ORBTC_2bpp_RGB; format <= ePF_ORBTCII_4bpp; ++format)
+        add(named(format) + " q9", Converted(format, eVarUnsignedByteNorm, 9), true,
+            format < ePF_ORBTCII_2bpp ? 15u : format == ePF_ORBTCII_2bpp ? 6u : 1u);
     family = kSmallCodecs;
     for (unsigned selector = 1; selector <= 5; ++selector)
         add("DXT" + std::to_string(selector), DXT(selector, false));
