@@ -66,6 +66,9 @@ bool ORBTCCompressRefined(const uint8_t* image, uint8_t* output, unsigned padded
                            twoBpp ? 1 : 0) != 0)
             return false; // the optimiser gave the reason
     }
+    // ORBTC grids under two blocks a side decode through a larger image.
+    if (generation != 1 && (paddedWidth < (twoBpp ? 16u : 8u) || paddedHeight < 8))
+        return outer.Report(1.f), true;
     const size_t bytes = size_t(paddedWidth) * paddedHeight * (twoBpp ? 2 : 4) / 8;
     const std::vector<uint8_t> optimised(output, output + bytes);
     if (!ORBTCRefineWords(image, paddedWidth, paddedHeight, width, height, twoBpp, generation, output,
