@@ -7,6 +7,7 @@
 
 #include "Codecs/ORBTC/ORBTCRefineGrid.h"
 #include "Codecs/ORBTC/ORBTCRefineSolve.h"
+#include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
 #include "Tools/ORBTCallContext.h"
 
 namespace orbtexture
@@ -55,7 +56,8 @@ class CRefiner
     bool Run(float progressFrom)
     {
         const ORBTCallContext& context = CurrentCallContext();
-        for (unsigned round = 0; round < m_settings.rounds; ++round)
+        const unsigned rounds = m_grid.twoBpp() ? m_settings.rounds : m_settings.rounds4bpp;
+        for (unsigned round = 0; round < rounds; ++round)
         {
             const RefineError before = Total();
             if (before.weighted == 0 && before.rgb == 0)
@@ -70,7 +72,7 @@ class CRefiner
             if (context.Cancelled())
                 return false;
             TryModes();
-            context.Report(progressFrom + (1.f - progressFrom) * float(round + 1) / float(m_settings.rounds));
+            context.Report(progressFrom + (1.f - progressFrom) * float(round + 1) / float(rounds));
             const RefineError after = Total();
             if (double(before.weighted - after.weighted) < m_settings.leastGain * double(before.weighted))
                 break;
@@ -196,19 +198,25 @@ class CRefiner
 
     // Least squares of all colours at once, quantised class by class: after
     // each class is rounded, the colours of the classes still open are solved
-    // again around it. The result is taken whole if the whole image gains
-    // (less the blocks that did better as they were), else block by block.
+    // again around it. The rounded colours are put in whole and polished
+    // (blocks that did better as they were go back, colour fields step, codes
+    // are chosen again); that stands if the whole image gains, else the
+    // rounded colours are tried block by block.
     void JointColours()
     {
         const unsigned blocks = m_grid.blockCount();
+        const RefineError before = Total();
+        const std::vector<RefineError> savedErrors = m_tileErrors;
+        std::vector<ORBTCWord> candidates(blocks), present(blocks);
+        for (unsigned block = 0; block < blocks; ++block)
+            present[block] = m_grid.word(block);
         std::vector<float> colours;
         PresentColours(m_grid, colours);
+        std::vector<uint8_t> fixed(blocks, 0);
         CColourSystem system(m_grid);
+        system.Solve(m_settings.solverIterations, colours, fixed);
         std::vector<double> matrices;
         system.Diagonal(matrices);
-        std::vector<uint8_t> fixed(blocks, 0);
-        std::vector<ORBTCWord> candidates(blocks), present(blocks);
-        system.Solve(m_settings.solverIterations, colours, fixed);
         for (const std::vector<unsigned>& members : m_classes)
         {
             if (members.empty())
@@ -226,19 +234,18 @@ class CRefiner
                 }
             }
             if (std::find(fixed.begin(), fixed.end(), 0) != fixed.end())
-                system.Solve(m_settings.solverIterations / 2, colours, fixed);
+                system.Solve(m_settings.solverIterations / 4, colours, fixed);
         }
 
-        const RefineError before = Total();
-        const std::vector<RefineError> savedErrors = m_tileErrors;
         for (unsigned block = 0; block < blocks; ++block)
-        {
-            present[block] = m_grid.word(block);
             m_grid.word(block) = candidates[block];
-        }
         MeasureAll();
-        for (int sweep = 0; sweep < 2; ++sweep)
+        for (unsigned sweep = 0; sweep < m_settings.polishSweeps; ++sweep)
+        {
             ForEachBlock(AllBlocks(), [&](unsigned block) { TryWord(block, present[block]); });
+            ForEachBlock(AllBlocks(), [&](unsigned block) { SearchColours(block); });
+            ForEachBlock(AllBlocks(), [&](unsigned block) { ChooseModulation(block); });
+        }
         if (Total().Improves(before))
             return;
         for (unsigned block = 0; block < blocks; ++block)
@@ -315,9 +322,114 @@ class CRefiner
         return result;
     }
 
+    // 2bpp: the codes of 'start' improved one at a time against every pixel
+    // of the tiles the block reaches, pixels without a code (which take the
+    // mean of their neighbours' weights) included. Tables of each pixel's
+    // error at every weight make a trial a matter of look-ups.
+    ORBTCWord ImproveCodes(unsigned block, const ORBTCWord& start)
+    {
+        struct TileState
+        {
+            unsigned tile;
+            bool hard;
+            int codes[16][8], modes[16][8];
+            RefineError errors[32][9];
+            unsigned roles; // bit k: the block is word k of the tile
+        };
+        unsigned tiles[4];
+        const unsigned count = m_grid.BlockTiles(block, tiles);
+        TileState states[4];
+        ORBTCWord& word = m_grid.word(block);
+        const ORBTCWord saved = word;
+        word = start;
+        for (unsigned t = 0; t < count; ++t)
+        {
+            TileState& s = states[t];
+            s.tile = tiles[t];
+            Pixel128S a[32], b[32];
+            s.hard = m_grid.TileColours(s.tile, a, b);
+            unsigned blocks[4];
+            m_grid.TileBlocks(s.tile, blocks);
+            s.roles = 0;
+            for (unsigned k = 0; k < 4; ++k)
+            {
+                UnpackExtendedModulations(m_grid.word(blocks[k]), int(k & 1) * 8, int(k >> 1) * 4, 2, s.codes, s.modes);
+                s.roles |= blocks[k] == block ? 1u << k : 0u;
+            }
+            for (unsigned p = 0; p < 32; ++p)
+            {
+                unsigned x, y;
+                m_grid.TilePixel(s.tile, p % 8, p / 8, x, y);
+                const bool counted = m_grid.Counted(x, y);
+                for (int w = 0; w <= 8; ++w)
+                {
+                    const uint8_t decoded[4] = {uint8_t((a[p].red * (8 - w) + b[p].red * w) >> 3),
+                                                uint8_t((a[p].green * (8 - w) + b[p].green * w) >> 3),
+                                                uint8_t((a[p].blue * (8 - w) + b[p].blue * w) >> 3),
+                                                uint8_t((a[p].alpha * (8 - w) + b[p].alpha * w) >> 3)};
+                    s.errors[p][w] = counted ? PixelError(m_grid.SourcePixel(x, y), decoded) : RefineError{};
+                }
+            }
+        }
+        word = saved;
+        const auto total = [&](const ORBTCWord& candidate) {
+            RefineError sum;
+            for (unsigned t = 0; t < count; ++t)
+            {
+                TileState& s = states[t];
+                for (unsigned k = 0; k < 4; ++k)
+                    if (s.roles & (1u << k))
+                        UnpackExtendedModulations(candidate, int(k & 1) * 8, int(k >> 1) * 4, 2, s.codes, s.modes);
+                for (unsigned p = 0; p < 32; ++p)
+                {
+                    const int w = GetModulationValue(s.codes, s.modes, int(p % 8) + 4, int(p / 8) + 2, 2, s.hard);
+                    sum += s.errors[p][w < 0 ? 0 : w > 8 ? 8 : w];
+                }
+            }
+            return sum;
+        };
+
+        ModulationSlot slots[32];
+        const unsigned slotCount = ModulationSlots(start, true, slots);
+        ORBTCWord best = start;
+        RefineError bestError = total(best);
+        for (int sweep = 0; sweep < 2; ++sweep)
+        {
+            bool changed = false;
+            for (unsigned k = 0; k < slotCount; ++k)
+            {
+                const unsigned present = ReadSlot(best, slots[k]);
+                for (unsigned code = 0; code < 4; ++code)
+                {
+                    if (code == present || (slots[k].oneBit && code != 0 && code != 3))
+                        continue;
+                    ORBTCWord candidate = best;
+                    WriteSlot(candidate, slots[k], code);
+                    const RefineError error = total(candidate);
+                    if (Before(error, bestError))
+                    {
+                        best = candidate;
+                        bestError = error;
+                        changed = true;
+                    }
+                }
+            }
+            if (!changed)
+                break;
+        }
+        return best;
+    }
+
+    // The block's codes chosen again for its colours.
+    ORBTCWord NewCodes(unsigned block, const ORBTCWord& base)
+    {
+        const ORBTCWord chosen = BestCodes(block, base);
+        return m_grid.twoBpp() ? ImproveCodes(block, chosen) : chosen;
+    }
+
     void ChooseModulation(unsigned block)
     {
-        TryWord(block, BestCodes(block, m_grid.word(block)));
+        TryWord(block, NewCodes(block, m_grid.word(block)));
     }
 
     // The other modes of a word: its flags (and 2bpp sub-mode bits) changed,
@@ -345,7 +457,7 @@ class CRefiner
                 }
                 if (candidate.colourData == start.colourData && candidate.modulationData == start.modulationData)
                     continue;
-                candidate = BestCodes(block, candidate);
+                candidate = NewCodes(block, candidate);
                 if (TryWord(block, candidate))
                 {
                     const RefineError error = BlockError(block);

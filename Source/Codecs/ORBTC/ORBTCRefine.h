@@ -17,9 +17,11 @@ namespace orbtexture
 
 struct ORBTCRefineSettings
 {
-    unsigned rounds = 6;      // at most
-    double leastGain = 0.003; // stop when a round lowers the error by less than this share
-    unsigned solverIterations = 24;
+    unsigned rounds = 6;       // at most, at 2bpp
+    unsigned rounds4bpp = 1;   // at most, at 4bpp
+    unsigned polishSweeps = 1; // over the rounded colours before they are weighed against the present ones
+    double leastGain = 0.0005; // stop when a round lowers the error by less than this share
+    unsigned solverIterations = 16;
     double modeShare = 0.125; // share of blocks whose modes are tried again each round
 };
 

@@ -266,6 +266,26 @@ void CRefineGrid::DecodeTile(unsigned tile, uint8_t (*out)[4]) const
         }
 }
 
+bool CRefineGrid::TileColours(unsigned tile, Pixel128S* upA, Pixel128S* upB) const
+{
+    unsigned blocks[4];
+    TileBlocks(tile, blocks);
+    Pixel32 a[4], b[4];
+    for (int k = 0; k < 4; ++k)
+        ExpandColours(word(blocks[k]).colourData, m_generation2, a[k], b[k]);
+    const int bpp = twoBpp() ? 2 : 4;
+    if (!m_generation2)
+    {
+        interpolateColours(a[0], a[1], a[2], a[3], upA, uint8_t(bpp));
+        interpolateColours(b[0], b[1], b[2], b[3], upB, uint8_t(bpp));
+        return false;
+    }
+    const bool hard = (word(blocks[0]).colourData & kHardFlag) != 0;
+    InterpolateColours(a, hard, bpp, upA);
+    InterpolateColours(b, hard, bpp, upB);
+    return hard;
+}
+
 void CRefineGrid::TilePixelErrors(unsigned tile, RefineError* errors) const
 {
     uint8_t decoded[32][4];

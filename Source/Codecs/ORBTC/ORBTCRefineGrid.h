@@ -152,6 +152,12 @@ class CRefineGrid
         return x < m_realWidth && y < m_realHeight;
     }
 
+    // The colours A and B of each tile pixel before modulation (bilinear in
+    // soft tiles, the holding block's in hard ones), in the decoder's scale,
+    // out[r * bw + c]; the pixel decodes to (A (8 - w) + B w) >> 3 for its
+    // blend weight w. Returns whether the tile is hard.
+    bool TileColours(unsigned tile, Pixel128S* a, Pixel128S* b) const;
+
     // The weights, for a fixed modulation, of colour A and B of the tile's
     // blocks P, Q, R, S (8 values: A of P, B of P, A of Q, ...) in each
     // decoded colour channel of the tile's pixels, coefficients[pixel][8].

@@ -94,6 +94,8 @@ TEST(ORBTCRefineGrid, MatchesTheDecoders)
                     grid.TileCoefficients(tile, coefficients);
                     grid.TileBlocks(tile, blocks);
                     total += grid.TileError(tile);
+                    Pixel128S a[32], b[32];
+                    const bool hard = grid.TileColours(tile, a, b);
                     for (unsigned k = 0; k < 4 * bw; ++k)
                     {
                         unsigned x, y;
@@ -101,6 +103,17 @@ TEST(ORBTCRefineGrid, MatchesTheDecoders)
                         const uint8_t* expected = &decoded[(size_t(y) * width + x) * 4];
                         ASSERT_EQ(std::memcmp(out[k], expected, 4), 0)
                             << generation << twoBpp << numX << " " << x << "," << y;
+                        // Weight 0 or 8 in a soft tile decodes to the
+                        // unmodulated colour A or B.
+                        float onB = 0.f, onA = 0.f;
+                        for (int q = 0; q < 8; ++q)
+                            (q & 1 ? onB : onA) += coefficients[k][q];
+                        if (!hard && (onA == 0.f) != (onB == 0.f))
+                        {
+                            const Pixel128S& c = onB == 0.f ? a[k] : b[k];
+                            EXPECT_EQ(expected[0], uint8_t(c.red));
+                            EXPECT_EQ(expected[2], uint8_t(c.blue));
+                        }
                         for (int ch = 0; ch < 3; ++ch)
                         {
                             float model = 0.f;
