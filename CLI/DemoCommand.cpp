@@ -74,6 +74,7 @@ const DemoConversion kConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 2},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 4},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 8},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 9},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGBA), orbtexture::eVarUnsignedByteNorm, 1},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_2bpp_RGB), orbtexture::eVarUnsignedByteNorm, 0},
@@ -104,8 +105,8 @@ const DemoConversion kConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ASTC_8x8), orbtexture::eVarUnsignedByteNorm, 2},
 };
 
-// The photograph crop: the optimiser's qualities beside the block
-// compressor's best, both generations of ORBTC at the same qualities, and the
+// The photograph crop: the optimiser's qualities (and quality 9's refinement)
+// beside the block compressor's best, both generations of ORBTC at the same qualities, and the
 // exhaustive ETC searches beside the fast ones.
 const DemoConversion kPhotoConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 0},
@@ -113,6 +114,7 @@ const DemoConversion kPhotoConversions[] = {
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 2},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 4},
     {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 8},
+    {orbtexture::PixelType(orbtexture::ePF_ORBTC_4bpp_RGB), orbtexture::eVarUnsignedByteNorm, 9},
     {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 0},
     {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 1},
     {orbtexture::PixelType(orbtexture::ePF_ORBTCII_4bpp), orbtexture::eVarUnsignedByteNorm, 2},

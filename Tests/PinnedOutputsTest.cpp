@@ -175,6 +175,10 @@ std::vector<Case> Cases()
             add(named(format) + " q" + std::to_string(quality), Converted(format, eVarUnsignedByteNorm, quality),
                 quality >= 5,
                 format < ePF_ORBTCII_2bpp || quality < 7 ? 15u : format == ePF_ORBTCII_2bpp ? 6u : 1u);
+    // Quality 9 refines quality 8's words, on the same scenes.
+    for (uint64_t format = ePF_ORBTC_2bpp_RGB; format <= ePF_ORBTCII_4bpp; ++format)
+        add(named(format) + " q9", Converted(format, eVarUnsignedByteNorm, 9), true,
+            format < ePF_ORBTCII_2bpp ? 15u : format == ePF_ORBTCII_2bpp ? 6u : 1u);
     family = kSmallCodecs;
     for (unsigned selector = 1; selector <= 5; ++selector)
         add("DXT" + std::to_string(selector), DXT(selector, false));
@@ -283,6 +287,7 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"ORBTC_2bpp_RGB q6", {0x881028b6cb49b9f1ull, 0x80e603c4cd6d38dfull, 0x1345e1b6ed0d2888ull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGB q7", {0xc2fa7392fb9e609dull, 0x80e603c4cd6d38dfull, 0x1345e1b6ed0d2888ull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGB q8", {0xc2fa7392fb9e609dull, 0x80e603c4cd6d38dfull, 0x1345e1b6ed0d2888ull, 0x0000000000000000ull}},
+    {"ORBTC_2bpp_RGB q9", {0xc11e9a10b55bc5b6ull, 0xc43c861038a24c57ull, 0x631083121a11f966ull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGBA q0", {0xf47b376b2733427cull, 0x2543197189b5e29full, 0xeb8eb9691238420cull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGBA q1", {0x6d63f16d0a8d5c87ull, 0xbb3868776a741a4aull, 0xd4ecb8d2d8807082ull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGBA q2", {0x726de8ad39cddec5ull, 0x2e037eac256cfdbfull, 0xd197ff6792a82380ull, 0x0000000000000000ull}},
@@ -292,6 +297,7 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"ORBTC_2bpp_RGBA q6", {0x881028b6cb49b9f1ull, 0x47259bbc90e8d1d2ull, 0x18227f83ca1cfcbeull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGBA q7", {0xc2fa7392fb9e609dull, 0x47259bbc90e8d1d2ull, 0x5d255e279e5802ddull, 0x0000000000000000ull}},
     {"ORBTC_2bpp_RGBA q8", {0xc2fa7392fb9e609dull, 0x47259bbc90e8d1d2ull, 0x5d255e279e5802ddull, 0x0000000000000000ull}},
+    {"ORBTC_2bpp_RGBA q9", {0xc11e9a10b55bc5b6ull, 0x37bf33762552d01dull, 0xc185f04e22041ca5ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGB q0", {0x65dfb5150b13b4faull, 0xb2c343f8c6ea25c2ull, 0xcb7043dfe5fcb010ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGB q1", {0xac46d44f35edd5e4ull, 0x9966df801c1b4b37ull, 0x787d415dc30aa007ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGB q2", {0x726991aacede8317ull, 0x1a452b655c5b965eull, 0xb4f7914e3099249dull, 0x0000000000000000ull}},
@@ -301,6 +307,7 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"ORBTC_4bpp_RGB q6", {0xaa76adaaad0aaadbull, 0xe7ecb368c0ced8dbull, 0x74b244acb2c25547ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGB q7", {0x129e4dd22c94e309ull, 0xe7ecb368c0ced8dbull, 0x8291e72b9dbdca3eull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGB q8", {0x129e4dd22c94e309ull, 0xe7ecb368c0ced8dbull, 0x8291e72b9dbdca3eull, 0x0000000000000000ull}},
+    {"ORBTC_4bpp_RGB q9", {0x1a49a84051c2c0c4ull, 0xe829f2d9c0462f5bull, 0xecc3407d62002217ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGBA q0", {0x65dfb5150b13b4faull, 0x6feff014333e516cull, 0xf0321254282471b9ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGBA q1", {0xac46d44f35edd5e4ull, 0x3970050f1dfc5d47ull, 0xc3fe07606c267439ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGBA q2", {0x726991aacede8317ull, 0x5cb3af4b07a70f6full, 0x48e745166bb4c550ull, 0x0000000000000000ull}},
@@ -310,6 +317,7 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"ORBTC_4bpp_RGBA q6", {0xaa76adaaad0aaadbull, 0x013f7ed6ca51d7d6ull, 0xb9418209cecc6466ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGBA q7", {0x129e4dd22c94e309ull, 0x894a2003ddacaf45ull, 0xb9418209cecc6466ull, 0x0000000000000000ull}},
     {"ORBTC_4bpp_RGBA q8", {0x129e4dd22c94e309ull, 0x894a2003ddacaf45ull, 0xb9418209cecc6466ull, 0x0000000000000000ull}},
+    {"ORBTC_4bpp_RGBA q9", {0x1a49a84051c2c0c4ull, 0xe4e069294669c69eull, 0x0c3d1ac4c1718d45ull, 0x0000000000000000ull}},
     {"ORBTCII_2bpp q0", {0xc3d01ac0576f6824ull, 0x72a73a875124ed67ull, 0xf3229c7aac8b68c9ull, 0xca68da1b58e3829eull}},
     {"ORBTCII_2bpp q1", {0xd29bc3b57658332full, 0x18db064e0dde3c0cull, 0x165db2a457f497b0ull, 0x8af7493c65267b82ull}},
     {"ORBTCII_2bpp q2", {0x2008fb6b5007ae45ull, 0xc517efb17430f5b0ull, 0x1979498623003989ull, 0x3d1ad53985eb8a53ull}},
@@ -319,6 +327,7 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"ORBTCII_2bpp q6", {0xa6985bc2a88f854aull, 0x23de0c498c204cceull, 0xf119fe55eb63450aull, 0x19739bf054ec6f4cull}},
     {"ORBTCII_2bpp q7", {0x0000000000000000ull, 0x3454fc79bb219a76ull, 0xf119fe55eb63450aull, 0x0000000000000000ull}},
     {"ORBTCII_2bpp q8", {0x0000000000000000ull, 0x3454fc79bb219a76ull, 0xf119fe55eb63450aull, 0x0000000000000000ull}},
+    {"ORBTCII_2bpp q9", {0x0000000000000000ull, 0x3454fc79bb219a76ull, 0xbc565f16380f8c20ull, 0x0000000000000000ull}},
     {"ORBTCII_4bpp q0", {0xf6415d0c54ca78ecull, 0x15c59e3bb76fb901ull, 0x075e7ade26d08ac9ull, 0x0bf850e7c1c59d2dull}},
     {"ORBTCII_4bpp q1", {0xf1dc31eb5e170af8ull, 0x86d79a2f028b71bcull, 0x63b61a39661ad0afull, 0x1d48d1b49755dcb3ull}},
     {"ORBTCII_4bpp q2", {0x352803ca9a7cc127ull, 0xb901d4ae8eafbf0cull, 0x326c0b8a52ef428dull, 0xb92c621a1fcb898full}},
@@ -328,6 +337,7 @@ const std::map<std::string, std::vector<uint64_t>> kPinned = {
     {"ORBTCII_4bpp q6", {0x9fc4f6dbfebc6c6aull, 0x64b3111c7ceca928ull, 0x59a8b2a71dd7bae8ull, 0xc7a4b59a7558c472ull}},
     {"ORBTCII_4bpp q7", {0x9eeb4dd8cd2eac2cull, 0x0000000000000000ull, 0x0000000000000000ull, 0x0000000000000000ull}},
     {"ORBTCII_4bpp q8", {0x9eeb4dd8cd2eac2cull, 0x0000000000000000ull, 0x0000000000000000ull, 0x0000000000000000ull}},
+    {"ORBTCII_4bpp q9", {0xdad46948bbd1ae1aull, 0x0000000000000000ull, 0x0000000000000000ull, 0x0000000000000000ull}},
     {"DXT1", {0xbb77e5f22418353eull, 0xb00949f68492ac33ull, 0x66c7ce7c808cc625ull, 0xbe8f887f684c4563ull}},
     {"DXT2", {0xe5b4a479703bb39eull, 0xd8a55f167e293b8bull, 0x608d5ecf83725e47ull, 0xcfe896e7123f1393ull}},
     {"DXT3", {0xe5b4a479703bb39eull, 0xd8a55f167e293b8bull, 0x608d5ecf83725e47ull, 0xcfe896e7123f1393ull}},

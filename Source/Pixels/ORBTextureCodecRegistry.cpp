@@ -110,8 +110,9 @@ unsigned EncodeASTC(const CodecSurface& surface)
 // 1-bit alpha and EAC forms serve every quality with their own searches.
 constexpr int8_t kEveryETCQuality = 5;
 
-// The ORBTC block compressors serve qualities 0 and 1, the optimiser every
-// quality from 2 (its levels 0 to 6; those above 8 are the same as 8).
+// The ORBTC block compressors serve qualities 0 and 1, the optimiser 2 to 8
+// (its levels 0 to 6), and kORBTCRefineQuality (9) refines quality 8's words;
+// those above 9 are the same as 9.
 // The small fixed-rate codecs ignore the quality; ASTC runs the external
 // encoder, whose switches cover qualities 0 to 4, 5 and above being its
 // default.

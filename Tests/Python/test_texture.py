@@ -51,6 +51,8 @@ def test_pillow_in_and_out(photos):
     (("--format", "r5g6b5", "--colour-space", "srgb"), dict(format="r5g6b5", colour_space="srgb"), (".orb", ".h")),
     (("--format", "ORBTC_4bpp_RGBA", "--quality", "3"), dict(format="ORBTC_4bpp_RGBA", quality=3, threads=2),
      (".orb",)),
+    (("--format", "ORBTC_4bpp_RGB", "--quality", "9"), dict(format="ORBTC_4bpp_RGB", quality=9, threads=2),
+     (".orb",)),
 ])
 def test_conversion_bytes_equal_the_programs(photos, tmp_path, arguments, convert, extensions):
     for ext in extensions:

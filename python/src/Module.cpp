@@ -41,8 +41,9 @@ quality: the compressor's effort, by target format:
     ETC1, ETC2, EAC: 0 fast, 1 fast and perceptual, 2 exhaustive, 3 exhaustive
         and perceptual; 4 and 5 are 2 and 3. ETC2_RGB_A1 and EAC have one
         search for all.
-    ORBTC, ORBTCII: 0 and 1 the block compressors; 2 and above the whole-image
-        optimiser, slower and better as it rises (above 8 the same as 8).
+    ORBTC, ORBTCII: 0 and 1 the block compressors; 2 to 8 the whole-image
+        optimiser, slower and better as it rises; 9 (and above) refines
+        quality 8's words over the whole image, never worse than 8.
     ASTC (through the astcenc program): 0 very fast, 1 fast, 2 medium,
         3 thorough, 4 exhaustive, 5 and above medium.
     Channel layouts and the other formats ignore it.

@@ -9,6 +9,8 @@
 #include "Codecs/ORBTC/ORBTCIIMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCPadding.h"
+#include "Codecs/ORBTC/ORBTCRefine.h"
+#include "Codecs/ORBTC/ORBTCRefineGrid.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
 #include "Codecs/ORBTC/fnzj/wrapper_decoder.h"
 #include "Model/ORBTextureErrors.h"
@@ -39,6 +41,61 @@ void ORBTCPadToBlocks(const uint8_t* input, unsigned width, unsigned height, uns
                     size_t(paddedWidth) * 4);
     }
 }
+
+namespace
+{
+
+// Quality 8's words, refined. The optimiser reports the first share of the
+// progress.
+bool ORBTCCompressRefined(const uint8_t* image, uint8_t* output, unsigned paddedWidth, unsigned paddedHeight,
+                          unsigned width, unsigned height, bool twoBpp, unsigned generation)
+{
+    constexpr float kOptimiserShare = 0.6f;
+    const ORBTCallContext& outer = CurrentCallContext();
+    ORBTCallContext inner = outer;
+    if (outer.progress)
+    {
+        inner.progressUser = const_cast<ORBTCallContext*>(&outer);
+        inner.progress = [](float fraction, void* user) {
+            static_cast<const ORBTCallContext*>(user)->Report(fraction * kOptimiserShare);
+        };
+    }
+    {
+        const CScopedCallContext scope(inner);
+        if (orbtc_compress(image, output, int(paddedWidth), int(paddedHeight), generation, kORBTCRefineQuality - 3,
+                           twoBpp ? 1 : 0) != 0)
+            return false; // the optimiser gave the reason
+    }
+    // ORBTC grids under two blocks a side decode through a larger image.
+    if (generation != 1 && (paddedWidth < (twoBpp ? 16u : 8u) || paddedHeight < 8))
+        return outer.Report(1.f), true;
+    const size_t bytes = size_t(paddedWidth) * paddedHeight * (twoBpp ? 2 : 4) / 8;
+    const std::vector<uint8_t> optimised(output, output + bytes);
+    if (!ORBTCRefineWords(image, paddedWidth, paddedHeight, width, height, twoBpp, generation, output,
+                          kOptimiserShare))
+    {
+        std::memcpy(output, optimised.data(), bytes);
+        return SetError(eORBTErrorCancelled, "cancelled"), false;
+    }
+    // Held to the decoder itself: the refined words stand only if neither
+    // measure rose.
+    std::vector<uint8_t> decoded(size_t(width) * height * 4);
+    const auto error = [&](const uint8_t* words) {
+        RefineError total;
+        ORBTCDecompress(words, decoded.data(), width, height, twoBpp, generation);
+        for (unsigned y = 0; y < height; ++y)
+            for (unsigned x = 0; x < width; ++x)
+                total += PixelError(image + (size_t(y) * paddedWidth + x) * 4, &decoded[(size_t(y) * width + x) * 4]);
+        return total;
+    };
+    const RefineError refined = error(output), before = error(optimised.data());
+    if (refined.weighted > before.weighted || refined.rgb > before.rgb)
+        std::memcpy(output, optimised.data(), bytes);
+    outer.Report(1.f);
+    return true;
+}
+
+} // namespace
 
 unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& width, const unsigned int& height,
                            bool hasAlpha, bool twoBpp, unsigned int generation, unsigned int quality)
@@ -71,6 +128,11 @@ unsigned int ORBTCCompress(const void* input, void* output, const unsigned int& 
         return size;
 
     void* pixels = const_cast<void*>(image);
+    if (quality >= kORBTCRefineQuality)
+        return ORBTCCompressRefined(static_cast<const uint8_t*>(image), static_cast<uint8_t*>(output), paddedWidth,
+                                    paddedHeight, width, height, twoBpp, generation)
+                   ? size
+                   : 0;
     if (quality >= 2)
         return orbtc_compress(static_cast<const unsigned char*>(image), static_cast<unsigned char*>(output),
                               int(paddedWidth), int(paddedHeight), generation, quality - 2, twoBpp ? 1 : 0) == 0

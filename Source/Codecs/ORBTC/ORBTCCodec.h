@@ -12,10 +12,15 @@ namespace orbtexture
 // The longest side either generation's encoders take.
 constexpr unsigned int kORBTCLargestSide = 4096;
 
+// The quality that refines the optimiser's best words over the whole image.
+constexpr unsigned int kORBTCRefineQuality = 9;
+
 // Compresses width x height rgba8 pixels to ORBTC words (generation 0) or
 // ORBTCII words (generation 1), 2 or 4 bits a pixel. Quality 0 and 1 use the
-// block compressors, 2 and above the optimiser at its quality less 2 (above 8
-// the same as 8). Returns the bytes written; a
+// block compressors, 2 to 8 the optimiser at its quality less 2, 9 (and above)
+// quality 8's words refined by whole-image least squares of the block
+// colours, with the modulation and modes chosen again; never a higher error
+// than quality 8's. Returns the bytes written; a
 // null input or output asks for the size only. 0 on failure: a side above
 // 4096, a generation 0 size that is not whole blocks, or a compressor that is
 // absent or fails.
