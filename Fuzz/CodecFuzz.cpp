@@ -8,7 +8,9 @@
 //   0      width - 1 (mod 64)
 //   1      height - 1 (mod 64)
 //   2      format: (mod 64) below 52 a named format, else a channel layout
-//   3      quality: (mod 16) below 12 its low bit (0 or 1), else 2 to 5
+//   3      quality: (mod 16) below 12 its low bit (0 or 1), else 2 to 5; the
+//          ORBTC compressors take 9 (the refinement) when it is 0x8F or above
+//          and 15 mod 16
 //   4      flags: 1 ORBTC alpha, 2 signed, 4 sRGB, 8 dither, 0x30 MIP levels - 1,
 //          0x40 ORBTC generation 1 / extended decoder
 //   5      channel type (mod 15, 14 being out of range)
@@ -387,7 +389,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
 
     if (named && IsORBTCFormat(formatByte))
-        CompressORBTC(input, formatByte, encodeWidth, encodeHeight, hasAlpha, unsigned(quality), generation1);
+        CompressORBTC(input, formatByte, encodeWidth, encodeHeight, hasAlpha,
+                      qualityByte == 15 && input.at(3) >= 0x80 ? 9u : unsigned(quality), generation1);
     if (named && IsETCFormat(formatByte))
         CompressETC(input, formatByte, encodeWidth, encodeHeight, quality, isSigned);
     return 0;

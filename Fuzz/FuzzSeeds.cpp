@@ -118,6 +118,7 @@ std::vector<Bytes> CodecInputs()
         {3, 3, ePF_EAC_R11, 0, 0x02, eVarSignedShortNorm},
         {7, 3, ePF_EAC_RG11, 1, 0x00, eVarUnsignedShortNorm},
         {9, 9, ePF_DXT1, 0, 0x20, 0},             {4, 4, ePF_ASTC_4x4x4, 0, 0x00, 0},
+        {15, 15, ePF_ORBTC_4bpp_RGB, 0x8F, 0x00, 0}, {11, 7, ePF_ORBTCII_4bpp, 0x8F, 0x41, 0}, // the refinement
     };
     const uint8_t payload[16] = {0x12, 0x34, 0x56, 0x78, 0x9a, 0xbc, 0xde, 0xf0,
                                  0x0f, 0x1e, 0x2d, 0x3c, 0x4b, 0x5a, 0x69, 0x78};
