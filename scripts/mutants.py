@@ -256,10 +256,8 @@ FAULTS = [
     # ---- quality 9 refinement
     F("refine-field-green-shift", "Source/Codecs/ORBTC/ORBTCRefineGrid.cpp",
       "{{8, 4, 1}, {10, 5, 1}}", "{{8, 4, 1}, {10, 6, 1}}", "refine"),
-    F("refine-palette-origin", "Source/Codecs/ORBTC/ORBTCRefineGrid.cpp",
-      "if (hard && bpp == 4 && (c | r) != 0 && modes[x][y])", "if (hard && bpp == 4 && modes[x][y])", "refine"),
-    F("refine-punch-through-black", "Source/Codecs/ORBTC/ORBTCRefineGrid.cpp",
-      "o[0] = o[1] = o[2] = o[3] = 0;", "o[3] = 0;", "refine"),
+    F("refine-punch-through-black", "Source/Codecs/ORBTC/fnzj/wrapper_decoder.cpp",
+      "                    o[0] = o[1] = o[2] = 0;", "                    o[1] = o[2] = 0;", "refine"),
     F("refine-one-axis-slot", "Source/Codecs/ORBTC/ORBTCRefineGrid.cpp",
       "if (shift == 0 || (shift == 20 && oneAxis))", "if (shift == 0 || shift == 20)", "refine"),
 

@@ -19,14 +19,9 @@ unsigned CallThreadCount()
     return cores ? cores : 1;
 }
 
-void ParallelRanges(uint32_t count, uint64_t pixels, const std::function<void(uint32_t, uint32_t)>& body)
+void ParallelParts(uint32_t count, unsigned threads, const std::function<void(uint32_t, uint32_t)>& body)
 {
-    const unsigned threads = pixels > kParallelMinPixels ? std::min<unsigned>(CallThreadCount(), count) : 1;
-    if (threads <= 1)
-    {
-        body(0, count);
-        return;
-    }
+    threads = std::max(1u, threads);
     const auto start = [&](unsigned part) { return uint32_t(uint64_t(count) * part / threads); };
     std::vector<std::thread> workers;
     std::vector<unsigned> leftOver;
@@ -46,6 +41,17 @@ void ParallelRanges(uint32_t count, uint64_t pixels, const std::function<void(ui
         body(start(part), start(part + 1));
     for (std::thread& worker : workers)
         worker.join();
+}
+
+void ParallelRanges(uint32_t count, uint64_t pixels, const std::function<void(uint32_t, uint32_t)>& body)
+{
+    const unsigned threads = pixels > kParallelMinPixels ? std::min<unsigned>(CallThreadCount(), count) : 1;
+    if (threads <= 1)
+    {
+        body(0, count);
+        return;
+    }
+    ParallelParts(count, threads, body);
 }
 
 } // namespace orbtexture

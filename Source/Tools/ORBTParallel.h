@@ -22,6 +22,11 @@ unsigned CallThreadCount();
 // count) here. A thread that cannot be started leaves its part to the caller.
 void ParallelRanges(uint32_t count, uint64_t pixels, const std::function<void(uint32_t, uint32_t)>& body);
 
+// Runs body(first, end) over 'threads' contiguous parts of [0, count) (at
+// least one), the calling thread taking the first; a thread that cannot be
+// started leaves its part to the caller.
+void ParallelParts(uint32_t count, unsigned threads, const std::function<void(uint32_t, uint32_t)>& body);
+
 } // namespace orbtexture
 
 #endif

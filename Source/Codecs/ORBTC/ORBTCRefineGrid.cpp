@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <system_error>
-#include <thread>
 
 #include "Codecs/ORBTC/ORBTCDecompressInternal.h"
 #include "Codecs/ORBTC/ORBTCLocalPalette.h"
@@ -31,46 +29,11 @@ bool OpaqueForm(uint32_t colourWord, bool generation2, int which)
     return (colourWord & kHardFlag) != 0;
 }
 
-// Colours A and B in working precision, as the extended decoder reads them.
-void ExpandColours(uint32_t colourWord, bool generation2, Pixel32& a, Pixel32& b)
-{
-    if (!generation2)
-    {
-        a = ORBTCExpandColourA(colourWord);
-        b = ORBTCExpandColourB(colourWord);
-        return;
-    }
-    const uint32_t formA = (colourWord & kOpaqueForms) ? kHardFlag : 0u;
-    a = ORBTCExpandColourA((colourWord & ~kHardFlag) | formA);
-    b = ORBTCExpandColourB(colourWord);
-    if (!(colourWord & kOpaqueForms))
-        b.alpha = uint8_t(b.alpha + 1);
-}
-
 } // namespace
 
 void RunRefineParts(unsigned count, const std::function<void(unsigned, unsigned)>& body)
 {
-    const unsigned threads = std::max(1u, std::min(CallThreadCount(), count / 16));
-    const auto start = [&](unsigned part) { return unsigned(uint64_t(count) * part / threads); };
-    std::vector<std::thread> workers;
-    std::vector<unsigned> leftOver;
-    for (unsigned part = 1; part < threads; ++part)
-    {
-        try
-        {
-            workers.emplace_back(body, start(part), start(part + 1));
-        }
-        catch (const std::system_error&)
-        {
-            leftOver.push_back(part);
-        }
-    }
-    body(0, start(1));
-    for (unsigned part : leftOver)
-        body(start(part), start(part + 1));
-    for (std::thread& worker : workers)
-        worker.join();
+    ParallelParts(count, std::min(CallThreadCount(), count / 16), body);
 }
 
 unsigned ModulationSlots(const ORBTCWord& word, bool twoBpp, ModulationSlot* slots)
@@ -225,45 +188,7 @@ void CRefineGrid::DecodeTile(unsigned tile, uint8_t (*out)[4]) const
         return;
     }
 
-    const int bw = int(m_bw), half = bw / 2;
-    const bool hard = (quad[0].colourData & kHardFlag) != 0;
-    int codes[16][8] = {};
-    int modes[16][8] = {};
-    Pixel32 a[4], b[4];
-    for (int k = 0; k < 4; ++k)
-    {
-        UnpackExtendedModulations(quad[k], (k & 1) * bw, (k >> 1) * 4, bpp, codes, modes);
-        ExpandColours(quad[k].colourData, true, a[k], b[k]);
-    }
-    Pixel128S upA[32], upB[32];
-    InterpolateColours(a, hard, bpp, upA);
-    InterpolateColours(b, hard, bpp, upB);
-    uint8_t palette[8][4];
-    const bool palettes = hard && bpp == 4;
-    if (palettes)
-        FillLocalPalette(a, b, palette);
-    for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < bw; ++c)
-        {
-            const int x = c + half, y = r + 2;
-            uint8_t* o = out[r * bw + c];
-            if (palettes && (c | r) != 0 && modes[x][y])
-            {
-                resultFromLocalPalette(palette, r * 4 + c, codes[x][y], o);
-                continue;
-            }
-            int mod = GetModulationValue(codes, modes, x, y, bpp, hard);
-            const bool punchThrough = mod > ORBTCAlphaZeroOffset;
-            mod = ORBTCBlendWeight(mod);
-            const Pixel128S& pa = upA[r * bw + c];
-            const Pixel128S& pb = upB[r * bw + c];
-            o[0] = uint8_t((pa.red * (8 - mod) + pb.red * mod) >> 3);
-            o[1] = uint8_t((pa.green * (8 - mod) + pb.green * mod) >> 3);
-            o[2] = uint8_t((pa.blue * (8 - mod) + pb.blue * mod) >> 3);
-            o[3] = uint8_t((pa.alpha * (8 - mod) + pb.alpha * mod) >> 3);
-            if (punchThrough)
-                o[0] = o[1] = o[2] = o[3] = 0;
-        }
+    DecodeWordTile(quad, true, bpp, out);
 }
 
 bool CRefineGrid::TileColours(unsigned tile, Pixel128S* upA, Pixel128S* upB) const

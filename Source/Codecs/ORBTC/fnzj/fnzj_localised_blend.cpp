@@ -676,6 +676,18 @@ void EvalCached4BPP(OptimiseWork& work, const CompressParams& /*params*/, const 
 namespace
 {
 
+// A lanes evaluation's errors: the measured pixels' sums of localities 1 and
+// 2 in 'sums' with the settled pixels' sums (PrepareLanes).
+void FinishLaneErrors(OptimiseWork& work, int64_t* sums, bool includeOuterRing, WindowErrors& errors)
+{
+    work.fitFromLanes = work.storeFitting;
+    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
+        sums[locality] += work.cache.settledErrors[locality];
+    errors.total = sums[1] + sums[2];
+    errors.central = sums[1];
+    errors.outer = includeOuterRing ? sums[0] : 0;
+}
+
 // The window's lanes evaluated: the measured pixels' sums by locality with
 // the settled pixels' sums (PrepareLanes).
 void EvalLanes4BPP(OptimiseWork& work, const NeighbourhoodReps& reps, bool includeOuterRing, WindowErrors& errors)
@@ -684,12 +696,7 @@ void EvalLanes4BPP(OptimiseWork& work, const NeighbourhoodReps& reps, bool inclu
     int16_t self[8];
     MaskPair(reps.reps[4], self);
     EvaluateWindowLanes(work.lanes, self, work.storeFitting, &sums[1], &sums[2]);
-    work.fitFromLanes = work.storeFitting;
-    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
-        sums[locality] += work.cache.settledErrors[locality];
-    errors.total = sums[1] + sums[2];
-    errors.central = sums[1];
-    errors.outer = includeOuterRing ? sums[0] : 0;
+    FinishLaneErrors(work, sums, includeOuterRing, errors);
 }
 
 // Appends window pixel i to a layout; 'first' and 'second' choose the sums
@@ -1073,12 +1080,7 @@ void EvalIslandLanes(OptimiseWork& work, const CompressParams& params, const Nei
     std::fill(l.chosen + L.count, l.chosen + std::min(kLanePixels, (L.count + 15) & ~15), uint8_t(0)); // padding
     int64_t sums[3] = {0, 0, 0};
     SettleChosenLanes(l, m, &sums[1], &sums[2]);
-    work.fitFromLanes = work.storeFitting;
-    for (int locality = includeOuterRing ? 0 : 1; locality < 3; ++locality)
-        sums[locality] += work.cache.settledErrors[locality];
-    errors.total = sums[1] + sums[2];
-    errors.central = sums[1];
-    errors.outer = includeOuterRing ? sums[0] : 0;
+    FinishLaneErrors(work, sums, includeOuterRing, errors);
 }
 
 } // namespace

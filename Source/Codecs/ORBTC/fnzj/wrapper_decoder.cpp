@@ -31,6 +31,8 @@ inline uint32_t ReadLE32(const unsigned char* p)
 inline int32_t Expand5(int32_t v) { return (v << 3) | (v >> 2); }
 inline int32_t Expand4(int32_t v) { return v * 17; }
 
+} // namespace
+
 // Colours A and B of a colour word in working precision.
 void ExpandColours(uint32_t colourWord, bool generation2, Pixel32& a, Pixel32& b)
 {
@@ -48,8 +50,7 @@ void ExpandColours(uint32_t colourWord, bool generation2, Pixel32& a, Pixel32& b
         b.alpha = uint8_t(b.alpha + 1);
 }
 
-// One tile in 8-bit rgba, out[r * bw + c], from words P, Q, R, S.
-void DecodeTile(const ORBTCWord* words, bool generation2, int bitsPerPixel, uint8_t (*out)[4])
+void DecodeWordTile(const ORBTCWord* words, bool generation2, int bitsPerPixel, uint8_t (*out)[4])
 {
     const int bw = bitsPerPixel == 2 ? 8 : 4, half = bw / 2;
     const bool hard = generation2 && (words[0].colourData & kHardFlag);
@@ -99,8 +100,6 @@ void DecodeTile(const ORBTCWord* words, bool generation2, int bitsPerPixel, uint
             }
         }
 }
-
-} // namespace
 
 void UnpackExtendedModulations(const ORBTCWord& word, int offsetX, int offsetY, int bitsPerPixel,
                                int (*codes)[8], int (*modes)[8])
@@ -205,7 +204,7 @@ int Decompress(const void* words, int /*ignored*/, unsigned int extended, unsign
             // The tile runs from the centre of P to the centre of S, wrapping.
             const uint32_t x0 = (i + numX - 1) % numX, y0 = (j + numY - 1) % numY;
             const ORBTCWord quad[4] = {word(x0, y0), word(i, y0), word(x0, j), word(i, j)};
-            DecodeTile(quad, generation2, bitsPerPixel, tile);
+            DecodeWordTile(quad, generation2, bitsPerPixel, tile);
             for (int r = 0; r < 4; ++r)
                 for (int c = 0; c < bw; ++c)
                 {

@@ -78,6 +78,14 @@ void FillLocalPalette(const Pixel32* a, const Pixel32* b, uint8_t (*palette)[4])
 // (not 0).
 void resultFromLocalPalette(const uint8_t (*palette)[4], int place, int code, uint8_t* rgba);
 
+// Colours A and B of a colour word in working precision; 'generation2' reads
+// the ORBTCII forms.
+void ExpandColours(uint32_t colourWord, bool generation2, Pixel32& a, Pixel32& b);
+
+// One tile (from the centre of P to the centre of S) in 8-bit rgba,
+// out[r * bw + c], from words P, Q, R, S.
+void DecodeWordTile(const ORBTCWord* words, bool generation2, int bitsPerPixel, uint8_t (*out)[4]);
+
 } // namespace orbtexture
 
 #endif
