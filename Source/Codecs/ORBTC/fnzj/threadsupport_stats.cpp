@@ -183,10 +183,21 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
     const int count = work.pixelCount;
     const bool generation1Of4bpp = params.bitsPerPixel == 4 && !params.isGeneration2;
 
+    // With no pixel transparent, or every one, the opaque sums and box are
+    // the whole window's and go unread: the fast path leaves them out.
+    bool opaqueSeparate = true;
+    if (!OptimiserReference())
+    {
+        int transparent = 0;
+        for (int i = 0; i < count; ++i)
+            transparent += IsTransparent(params, window + 4 * i);
+        opaqueSeparate = transparent != 0 && transparent != count;
+    }
+
     // Transparent pixels of a generation 1 window keep steering the opaque
     // axes with the mean of the other alphas.
     unsigned char meanAlpha = 0;
-    if (generation1Of4bpp)
+    if (generation1Of4bpp && opaqueSeparate)
     {
         float alphaSum = 0.0f, weightSum = 0.0f;
         for (int i = 0; i < count; ++i)
@@ -210,9 +221,9 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
         const bool transparent = IsTransparent(params, pixel);
         transparentCount += transparent;
         all.Add(pixel, weights[i]);
-        if (!transparent)
+        if (opaqueSeparate && !transparent)
             opaque.Add(pixel, weights[i]);
-        else if (generation1Of4bpp)
+        else if (opaqueSeparate && generation1Of4bpp)
         {
             const unsigned char steered[4] = {pixel[0], pixel[1], pixel[2], meanAlpha};
             opaque.Add(steered, weights[i]);
@@ -252,12 +263,14 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
             float colour[4];
             ConvertIntPixelToFloat(pixel, colour);
             all.Add(colour);
-            if (allTransparent || !IsTransparent(params, pixel))
+            if (opaqueSeparate && (allTransparent || !IsTransparent(params, pixel)))
                 opaque.Add(colour);
             if (central[i])
                 centre.Add(colour);
         }
     }
+    if (!opaqueSeparate)
+        region.OpaqueBox.box = region.AllBox.box;
     if (OrientedBBoxIsEmpty(region.OpaqueBox.box))
         AddIColourToOrientedBBox(region.OpaqueBox.box, iZeroPixel);
 
@@ -407,6 +420,17 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
     float* lowFrequency = work.lowFrequency.get();
     LowFrequencyWindow(means, params, lowFrequency);
 
+    // With no interior pixel transparent, the opaque sums go unread and the
+    // opaque box is the residual box: the fast path leaves them out.
+    bool opaqueSeparate = true;
+    if (!OptimiserReference())
+    {
+        opaqueSeparate = false;
+        for (int v = 1; v < innerBottom; ++v)
+            for (int u = 1; u < innerRight; ++u)
+                opaqueSeparate = opaqueSeparate || IsTransparent(params, window + 4 * (v * width + u));
+    }
+
     Moments residuals, opaque;
     residuals.Reset();
     opaque.Reset();
@@ -421,7 +445,7 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
                 residual[c] = float(pixel[c]) - lowFrequency[4 * i + c];
             const bool transparent = IsTransparent(params, pixel);
             residuals.Add(residual, weights[i]);
-            if (!transparent)
+            if (opaqueSeparate && !transparent)
                 opaque.Add(residual, weights[i]);
             if (u != 0 && u != innerRight && v != 0 && v != innerBottom)
             {
@@ -459,10 +483,12 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
         for (int i = 0; i < interiorCount; ++i)
         {
             residual.Add(interior[i].residual);
-            if (!interior[i].transparent)
+            if (opaqueSeparate && !interior[i].transparent)
                 opaqueResidual.Add(interior[i].residual);
         }
     }
+    if (!opaqueSeparate)
+        region.ResidualOpaqueBox.box = region.ResidualBox.box;
 
     for (int c = 0; c < 4; ++c)
     {
