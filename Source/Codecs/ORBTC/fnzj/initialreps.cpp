@@ -501,12 +501,38 @@ int Cut(const PixelInfo* entries, int count, float value)
                entries);
 }
 
+#if ORBT_X86_SIMD
+// Counts below each of three values over 'padded' (a multiple of 4) floats.
+void CountBelowSSE2(const float* values, int padded, const float* boundaries, int* cuts)
+{
+    const __m128 b0 = _mm_set1_ps(boundaries[0]), b1 = _mm_set1_ps(boundaries[1]);
+    const __m128 b2 = _mm_set1_ps(boundaries[2]);
+    __m128i c0 = _mm_setzero_si128(), c1 = c0, c2 = c0;
+    for (int i = 0; i < padded; i += 4)
+    {
+        const __m128 v = _mm_load_ps(values + i);
+        c0 = _mm_sub_epi32(c0, _mm_castps_si128(_mm_cmplt_ps(v, b0)));
+        c1 = _mm_sub_epi32(c1, _mm_castps_si128(_mm_cmplt_ps(v, b1)));
+        c2 = _mm_sub_epi32(c2, _mm_castps_si128(_mm_cmplt_ps(v, b2)));
+    }
+    // Lane sums: c0 and c1 interleaved, then c2.
+    const __m128i pairs = _mm_add_epi32(_mm_unpacklo_epi32(c0, c1), _mm_unpackhi_epi32(c0, c1));
+    const __m128i two = _mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(1, 0, 3, 2)));
+    const __m128i three = _mm_add_epi32(c2, _mm_shuffle_epi32(c2, _MM_SHUFFLE(1, 0, 3, 2)));
+    cuts[0] = _mm_cvtsi128_si32(two);
+    cuts[1] = _mm_cvtsi128_si32(_mm_shuffle_epi32(two, _MM_SHUFFLE(1, 1, 1, 1)));
+    cuts[2] = _mm_cvtsi128_si32(_mm_add_epi32(three, _mm_shuffle_epi32(three, _MM_SHUFFLE(2, 3, 0, 1))));
+}
+#endif
+
 // The sorted projections in a flat array padded with infinities, where the
-// first at least a value is the count of those below it.
+// first at least a value is the count of those below it, and the running
+// sums with a leading zero, where a zone's moments are one difference.
 struct Projections
 {
     static constexpr int kMax = 160;
     alignas(16) float values[kMax];
+    double weight[kMax + 1], first[kMax + 1], second[kMax + 1];
     int count, padded;
     bool plain = OptimiserReference();
 
@@ -514,61 +540,50 @@ struct Projections
     {
         if (n > kMax || plain)
             return;
+        weight[0] = first[0] = second[0] = 0.0;
         for (int i = 0; i < n; ++i)
+        {
             values[i] = entries[i].projection;
+            weight[i + 1] = entries[i].sumWeight;
+            first[i + 1] = entries[i].sumFirst;
+            second[i + 1] = entries[i].sumSecond;
+        }
         for (int i = n; i < padded; ++i)
             values[i] = std::numeric_limits<float>::infinity();
     }
 
-    int Cut(const PixelInfo* entries, float value) const
+    bool Flat() const { return count <= kMax && !plain; }
+
+    // Entries [first, end): Range's sums, a - 0 and a - a being exact.
+    Moments Zone(int from, int end) const
     {
-        if (count > kMax || plain)
-            return orbtexture::Cut(entries, count, value);
-#if ORBT_X86_SIMD
-        // Each comparison is -1 where below.
-        const __m128 v = _mm_set1_ps(value);
-        __m128i below = _mm_setzero_si128();
-        for (int i = 0; i < padded; i += 4)
-            below = _mm_sub_epi32(below, _mm_castps_si128(_mm_cmplt_ps(_mm_load_ps(values + i), v)));
-        below = _mm_add_epi32(below, _mm_shuffle_epi32(below, _MM_SHUFFLE(1, 0, 3, 2)));
-        below = _mm_add_epi32(below, _mm_shuffle_epi32(below, _MM_SHUFFLE(2, 3, 0, 1)));
-        return _mm_cvtsi128_si32(below);
-#else
-        int below = 0;
-        for (int i = 0; i < padded; ++i)
-            below += values[i] < value ? 1 : 0;
-        return below;
-#endif
+        Moments m;
+        m.weight = weight[end] - weight[from];
+        m.first = first[end] - first[from];
+        m.second = second[end] - second[from];
+        return m;
     }
 
     // Cut for three values at once.
     void Cuts(const PixelInfo* entries, const float* boundaries, int* cuts) const
     {
-#if ORBT_X86_SIMD
-        if (count <= kMax && !plain)
+        if (Flat())
         {
-            const __m128 b0 = _mm_set1_ps(boundaries[0]), b1 = _mm_set1_ps(boundaries[1]);
-            const __m128 b2 = _mm_set1_ps(boundaries[2]);
-            __m128i c0 = _mm_setzero_si128(), c1 = c0, c2 = c0;
-            for (int i = 0; i < padded; i += 4)
+#if ORBT_X86_SIMD
+            CountBelowSSE2(values, padded, boundaries, cuts);
+#else
+            for (int k = 0; k < 3; ++k)
             {
-                const __m128 v = _mm_load_ps(values + i);
-                c0 = _mm_sub_epi32(c0, _mm_castps_si128(_mm_cmplt_ps(v, b0)));
-                c1 = _mm_sub_epi32(c1, _mm_castps_si128(_mm_cmplt_ps(v, b1)));
-                c2 = _mm_sub_epi32(c2, _mm_castps_si128(_mm_cmplt_ps(v, b2)));
+                int below = 0;
+                for (int i = 0; i < padded; ++i)
+                    below += values[i] < boundaries[k] ? 1 : 0;
+                cuts[k] = below;
             }
-            // Lane sums: c0 and c1 interleaved, then c2.
-            const __m128i pairs = _mm_add_epi32(_mm_unpacklo_epi32(c0, c1), _mm_unpackhi_epi32(c0, c1));
-            const __m128i two = _mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(1, 0, 3, 2)));
-            const __m128i three = _mm_add_epi32(c2, _mm_shuffle_epi32(c2, _MM_SHUFFLE(1, 0, 3, 2)));
-            cuts[0] = _mm_cvtsi128_si32(two);
-            cuts[1] = _mm_cvtsi128_si32(_mm_shuffle_epi32(two, _MM_SHUFFLE(1, 1, 1, 1)));
-            cuts[2] = _mm_cvtsi128_si32(_mm_add_epi32(three, _mm_shuffle_epi32(three, _MM_SHUFFLE(2, 3, 0, 1))));
+#endif
             return;
         }
-#endif
         for (int k = 0; k < 3; ++k)
-            cuts[k] = Cut(entries, boundaries[k]);
+            cuts[k] = Cut(entries, count, boundaries[k]);
     }
 };
 
@@ -691,9 +706,10 @@ class PartitionSearch
             cuts[k] = std::max(found[k - 1], cuts[k - 1]);
         Moments zones[4];
         double error = 0.0;
+        const bool flat = projections_.Flat();
         for (int k = 0; k < 4; ++k)
         {
-            zones[k] = Range(entries_, cuts[k], cuts[k + 1]);
+            zones[k] = flat ? projections_.Zone(cuts[k], cuts[k + 1]) : Range(entries_, cuts[k], cuts[k + 1]);
             error += std::max(0.0, zones[k].second - 2.0 * levels[k] * zones[k].first +
                                        levels[k] * levels[k] * zones[k].weight);
         }
@@ -952,6 +968,126 @@ struct PaletteEntry
     int64_t pixels;
 };
 
+// No entry is nearer than this: a pixel at least this far from all joins none.
+constexpr int kPaletteFar = 0x40000;
+
+// The masked pixels of the window, channels apart as floats, four at a time.
+// A distance is exact in float below 2^24 and at least 2^24 above it, so
+// its comparisons with distances below kPaletteFar are the integers'.
+struct PalettePixels
+{
+    static constexpr int kMax = 84;
+    alignas(16) float red[kMax], green[kMax], blue[kMax], alpha[kMax], alphaWeight[kMax];
+    // The channels times the pixel's weight in the means (8 for pixel 20),
+    // then the weight; 0 in the padding.
+    alignas(16) int32_t weighted[5][kMax];
+    int index[kMax];
+    int count = 0;
+
+    PalettePixels(const unsigned char* window, const unsigned char* mask)
+    {
+        for (int i = 0; i < 81; ++i)
+            if (mask[i])
+            {
+                const unsigned char* p = window + 4 * i;
+                red[count] = p[0], green[count] = p[1], blue[count] = p[2], alpha[count] = p[3];
+                alphaWeight[count] = p[3] >= 1 && p[3] <= 254 ? 1.0f : 30.0f;
+                const int weight = i == 20 ? 8 : 1;
+                for (int c = 0; c < 4; ++c)
+                    weighted[c][count] = weight * p[c];
+                weighted[4][count] = weight;
+                index[count++] = i;
+            }
+        for (int k = count; k % 4 != 0; ++k)
+        {
+            red[k] = green[k] = blue[k] = alpha[k] = 0.0f, alphaWeight[k] = 1.0f, index[k] = -1;
+            for (int c = 0; c < 5; ++c)
+                weighted[c][k] = 0;
+        }
+    }
+
+    // Each entry's weighted channel sums and weight over the pixels nearest
+    // to it (whole numbers: any order of adding gives the same).
+    void Gather(const int* nearest, PaletteEntry* entries, int entryCount) const
+    {
+        for (int e = 0; e < entryCount; ++e)
+        {
+            int32_t sums[5] = {};
+#if ORBT_X86_SIMD
+            __m128i lanes[5] = {};
+            const __m128i which = _mm_set1_epi32(e);
+            for (int k = 0; k < count; k += 4)
+            {
+                const __m128i mine =
+                    _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(nearest + k)), which);
+                for (int c = 0; c < 5; ++c)
+                    lanes[c] = _mm_add_epi32(
+                        lanes[c], _mm_and_si128(mine, _mm_load_si128(reinterpret_cast<const __m128i*>(weighted[c] + k))));
+            }
+            for (int c = 0; c < 5; ++c)
+            {
+                alignas(16) int32_t four[4];
+                _mm_store_si128(reinterpret_cast<__m128i*>(four), lanes[c]);
+                sums[c] = four[0] + four[1] + four[2] + four[3];
+            }
+#else
+            for (int k = 0; k < count; ++k)
+                if (nearest[k] == e)
+                    for (int c = 0; c < 5; ++c)
+                        sums[c] += weighted[c][k];
+#endif
+            for (int c = 0; c < 4; ++c)
+                entries[e].sums[c] = sums[c];
+            entries[e].pixels = sums[4];
+        }
+    }
+
+    // Each pixel's nearest entry (the first of the least distance, -1 for
+    // none) and that distance, at most kPaletteFar.
+    void Nearest(const PaletteEntry* entries, int entryCount, int* nearest, int* distance) const
+    {
+        for (int k = 0; k < count; k += 4)
+        {
+#if ORBT_X86_SIMD
+            __m128 best = _mm_set1_ps(float(kPaletteFar));
+            __m128i which = _mm_set1_epi32(-1);
+            const __m128 r = _mm_load_ps(red + k), g = _mm_load_ps(green + k), b = _mm_load_ps(blue + k);
+            const __m128 a = _mm_load_ps(alpha + k), w = _mm_load_ps(alphaWeight + k);
+            for (int e = 0; e < entryCount; ++e)
+            {
+                const unsigned char* c = entries[e].colour;
+                const __m128 dr = _mm_sub_ps(r, _mm_set1_ps(c[0])), dg = _mm_sub_ps(g, _mm_set1_ps(c[1]));
+                const __m128 db = _mm_sub_ps(b, _mm_set1_ps(c[2]));
+                const __m128 da = _mm_mul_ps(_mm_sub_ps(a, _mm_set1_ps(c[3])), w);
+                const __m128 d = _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(dr, dr), _mm_mul_ps(dg, dg)),
+                                                       _mm_mul_ps(db, db)),
+                                            _mm_mul_ps(da, da));
+                const __m128 nearer = _mm_cmplt_ps(d, best);
+                best = _mm_or_ps(_mm_and_ps(nearer, d), _mm_andnot_ps(nearer, best));
+                which = _mm_or_si128(_mm_and_si128(_mm_castps_si128(nearer), _mm_set1_epi32(e)),
+                                     _mm_andnot_si128(_mm_castps_si128(nearer), which));
+            }
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(nearest + k), which);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(distance + k), _mm_cvttps_epi32(best));
+#else
+            for (int j = k; j < k + 4; ++j)
+            {
+                nearest[j] = -1, distance[j] = kPaletteFar;
+                for (int e = 0; e < entryCount; ++e)
+                {
+                    const unsigned char* c = entries[e].colour;
+                    const float dr = red[j] - c[0], dg = green[j] - c[1], db = blue[j] - c[2];
+                    const float da = (alpha[j] - c[3]) * alphaWeight[j];
+                    const float d = dr * dr + dg * dg + db * db + da * da;
+                    if (d < float(distance[j]))
+                        distance[j] = int(d), nearest[j] = e;
+                }
+            }
+#endif
+        }
+    }
+};
+
 } // namespace
 
 int GeneratePaletteEntries(const RegionStats& region, const unsigned char* window, const unsigned char* mask,
@@ -985,6 +1121,9 @@ int GeneratePaletteEntries(const RegionStats& region, const unsigned char* windo
     std::copy(pixel(highest), pixel(highest) + 4, entries[1].colour);
     // Equal entries go from the start too: a flat window has one.
     int count = std::equal(pixel(lowest), pixel(lowest) + 4, pixel(highest)) ? 1 : 2;
+    // The fast path measures the masked pixels four at a time.
+    const PalettePixels fast(window, mask);
+    const PalettePixels* masked = OptimiserReference() ? nullptr : &fast;
 
     for (int repeatsLeft = 2 * maximumEntries + 1; repeatsLeft-- > 0;)
     {
@@ -997,11 +1136,20 @@ int GeneratePaletteEntries(const RegionStats& region, const unsigned char* windo
         // eight times over); the farthest pixel is the last of the largest
         // nearest distance.
         int farthest = -1, farthestDistance = -1;
-        for (int i = 0; i < 81; ++i)
+        if (masked)
+        {
+            int nearest[PalettePixels::kMax], distance[PalettePixels::kMax];
+            masked->Nearest(entries, count, nearest, distance);
+            masked->Gather(nearest, entries, count);
+            for (int k = 0; k < masked->count; ++k)
+                if (distance[k] >= farthestDistance)
+                    farthestDistance = distance[k], farthest = masked->index[k];
+        }
+        for (int i = 0; i < 81 && !masked; ++i)
         {
             if (!mask[i])
                 continue;
-            int nearest = -1, best = 0x40000;
+            int nearest = -1, best = kPaletteFar;
             for (int e = 0; e < count; ++e)
             {
                 const int d = PixelError(pixel(i), entries[e].colour);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -244,4 +245,41 @@ TEST(InitialReps, LocalPalettes)
             GeneratePaletteEntries(split.region, split.pixels.data(), PalettePixels4bpp, 80, 5, 36, out);
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST(InitialReps, LocalPalettesMatchThePlainSearch)
+{
+    // Clusters of a few colours, alphas at 0, 255 and between (the weight of
+    // 30 puts some pixels beyond every entry), and every entry limit.
+    std::mt19937 random(11);
+    RegionStats region{};
+    std::vector<unsigned char> window(81 * 4);
+    for (int trial = 0; trial < 2000; ++trial)
+    {
+        unsigned char colours[7][4];
+        const int colourCount = 2 + trial % 6;
+        for (auto& colour : colours)
+        {
+            for (int c = 0; c < 3; ++c)
+                colour[c] = uint8_t(random());
+            const unsigned alpha = random() % 3;
+            colour[3] = alpha == 0 ? 0 : alpha == 1 ? 255 : uint8_t(random());
+        }
+        for (int i = 0; i < 81; ++i)
+            for (int c = 0; c < 4; ++c)
+                window[4 * i + c] = uint8_t(std::clamp(int(colours[random() % colourCount][c]) +
+                                                           (trial % 3 == 0 ? int(random() % 9) - 4 : 0),
+                                                       0, 255));
+        for (float& a : region.AllBox.box.axes[0])
+            a = float(int(random() % 9) - 4) / 4.0f;
+        const int maximum = 1 + trial % 5;
+        unsigned char plain[5][4] = {}, fast[5][4] = {};
+        SetOptimiserReference(true);
+        const int plainCount =
+            GeneratePaletteEntries(region, window.data(), PalettePixels4bpp, 81, maximum, 36, plain);
+        SetOptimiserReference(false);
+        const int fastCount = GeneratePaletteEntries(region, window.data(), PalettePixels4bpp, 81, maximum, 36, fast);
+        ASSERT_EQ(fastCount, plainCount) << "trial " << trial;
+        ASSERT_EQ(std::memcmp(fast, plain, sizeof fast), 0) << "trial " << trial;
+    }
 }
