@@ -35,9 +35,11 @@ constexpr uint8_t HemWeights8xU8[17] = {0, 0, 0, 0, 8, 8, 8, 8, 0, 0, 0, 0, 8, 8
 template <typename Error>
 inline int BestOfFour(const Error* e)
 {
-    const int middle = e[2] <= e[1] ? 2 : 1;
-    const int ends = e[0] <= e[3] ? 0 : 3;
-    return e[middle] <= e[ends] ? middle : ends;
+    // Selects rather than branches: the choices follow no pattern.
+    const bool second = e[2] <= e[1], first = e[0] <= e[3];
+    const Error middleError = second ? e[2] : e[1], endError = first ? e[0] : e[3];
+    const int middle = 1 + int(second), ends = 3 - 3 * int(first);
+    return middleError <= endError ? middle : ends;
 }
 
 inline void StoreFitting(PackedFittingParams& fitting, const PixelBlendRecord& record, int index, int choice,
@@ -338,6 +340,7 @@ void PrepareWindowLanes(OptimiseWork& work, const CompressParams& params)
         work.channels.alphaWeight[i] = pixel[3] == 0 || pixel[3] == 255 ? 30 : 1;
         work.channels.transparent[i] = pixel[3] == 0 ? -1 : 0;
     }
+    ++work.channels.stamp;
     work.cache.pixelsReady = false;
 }
 
@@ -626,7 +629,8 @@ void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m12
     else
 #endif
         MeasureCachedSSE2(work, list, listed, selfAB, measured);
-    int64_t outer = 0, central = 0, others = 0;
+    // Sums by locality (0 outer, 1 central, 2 others).
+    int64_t byLocality[3] = {0, 0, 0};
     for (int k = 0; k < listed; ++k)
     {
         const int i = list[k];
@@ -638,14 +642,10 @@ void MeasureAndChoose(OptimiseWork& work, const uint8_t* list, int listed, __m12
         work.chosen[i] = uint8_t(choice);
         if (store)
             StoreFitting(work.fitting, record, i, choice, record.modulationValues[choice], pixel, m.colours[choice]);
-        const int64_t error = transparent ? 0 : m.errors[choice];
-        outer += record.locality == 0 ? error : 0;
-        central += record.locality == 1 ? error : 0;
-        others += record.locality == 2 ? error : 0;
+        byLocality[record.locality] += transparent ? 0 : m.errors[choice];
     }
-    sums[0] += outer;
-    sums[1] += central;
-    sums[2] += others;
+    for (int l = 0; l < 3; ++l)
+        sums[l] += byLocality[l];
 }
 
 // The fast path of a cached window: the ordinary pixels measured in one walk
@@ -898,6 +898,9 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
         const bool whole = work.layoutGeometry != geometry;
         SelectForms(geometry->measured, geometry->measuredSource, punchThrough, whole, work.measured);
         SelectForms(geometry->settled, geometry->settledSource, punchThrough, whole, work.settled);
+        if (whole)
+            for (LaneLayout* layout : {&work.measured, &work.settled})
+                layout->version = ++work.layoutVersions == 0 ? ++work.layoutVersions : work.layoutVersions;
         work.layoutGeometry = geometry;
         work.layoutPunchThrough = punchThrough;
     }

@@ -112,6 +112,7 @@ struct OptimiseWork
     int nextGeometry = 0;
     const LaneGeometry* layoutGeometry = nullptr; // what 'measured' and 'settled' now hold
     uint32_t layoutPunchThrough = 0;
+    uint32_t layoutVersions = 0; // the last version given to 'measured' or 'settled'
     LaneLayout measured, settled;
     PixelBlendRecord scratch[kMaxWindowPixels];
     // An evaluation through the lanes leaves its choices there, not in

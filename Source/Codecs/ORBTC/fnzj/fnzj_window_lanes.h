@@ -19,6 +19,9 @@ constexpr int kLanePixels = 96; // 81 window pixels, rounded up to whole vectors
 struct LaneLayout
 {
     int count = 0;
+    // Names the pixels and places the layout holds (index, places,
+    // placeWeights): a new arrangement takes a new number; 0 is unnamed.
+    uint32_t version = 0;
     uint8_t index[kLanePixels]; // window pixel of each lane
     // The neighbourhood places of the pixel's quadrant and its bilinear
     // weights on them, 0 on places that are the block itself; its weight on
@@ -58,6 +61,12 @@ struct WindowLanes
     alignas(32) int16_t pixel[4][kLanePixels];
     alignas(32) int16_t alphaWeight[kLanePixels];
     alignas(32) int16_t punchThrough[kLanePixels];
+    alignas(32) int16_t transparent[kLanePixels];
+
+    // What the lanes were loaded from: the fixed sums and the source lanes
+    // are loaded again only when these change.
+    uint32_t loadedVersion = 0, loadedStamp = 0;
+    alignas(16) int16_t loadedReps[9][8];
 
     // The last evaluation: each pixel's choice and, when asked, the source
     // less the chosen colour and, when every choice had full gain
@@ -73,6 +82,7 @@ struct WindowLanes
 // difference (30 at alpha 0 and 255, else 1) and all ones at alpha 0.
 struct WindowChannels
 {
+    uint32_t stamp = 0; // changes with the pixels
     alignas(32) int16_t pixel[4][kLanePixels * 2];
     alignas(32) int16_t alphaWeight[kLanePixels * 2];
     alignas(32) int16_t transparent[kLanePixels * 2];
