@@ -696,6 +696,9 @@ void EvalLanes4BPP(OptimiseWork& work, const NeighbourhoodReps& reps, bool inclu
     int16_t self[8];
     MaskPair(reps.reps[4], self);
     EvaluateWindowLanes(work.lanes, self, work.storeFitting, &sums[1], &sums[2]);
+    if (work.hasPaletteLanes)
+        EvaluatePaletteLanes(work.paletteLanes, work.paletteSources, work.paletteColours, reps.reps[4],
+                             includeOuterRing, work.storeFitting, sums);
     FinishLaneErrors(work, sums, includeOuterRing, errors);
 }
 
@@ -748,6 +751,55 @@ void PadLanes(LaneLayout& layout)
     }
 }
 
+// Lane j of a layout counting nowhere: no error sums, no fit weight.
+void MuteLane(LaneLayout& layout, int j)
+{
+    for (int c = 0; c < 4; ++c)
+        layout.weightA[c][j] = layout.weightB[c][j] = layout.lowGain[c][j] = 0;
+    layout.first[j] = layout.second[j] = layout.punchThroughFlag[j] = 0;
+}
+
+// Appends palette pixel i to a palette layout and its sources.
+void AddPaletteLane(LaneLayout& layout, PaletteSources& sources, int i, const PixelBlendRecord& record,
+                    const bool* selfPositions)
+{
+    const int j = layout.count++;
+    layout.index[j] = uint8_t(i);
+    int blocks[4];
+    QuadrantBlocks(record.quadrant, blocks);
+    // The fit reads window pixels 10 to 70 only: of the ring, those of
+    // columns 0 and 8 in between.
+    const int fitted = i >= 10 && i <= 70 ? 1 : 0;
+    for (int k = 0; k < 4; ++k)
+    {
+        const int selection = record.bilinear[k], place = blocks[selection / 2 % 4], colour = selection & 1;
+        sources.source[j][k] = uint8_t(2 * place + colour);
+        sources.ownA[k][j] = selfPositions[place] && colour == 0 ? -1 : 0;
+        sources.ownB[k][j] = selfPositions[place] && colour == 1 ? -1 : 0;
+        layout.weightA[k][j] = int16_t(fitted * (8 - record.modulationValues[k]) * record.centralWeights[k]);
+        layout.weightB[k][j] = int16_t(fitted * record.modulationValues[k] * record.centralWeights[k]);
+        layout.gain[k][j] = record.gains[k];
+        layout.lowGain[k][j] = record.gains[k] == 128 ? 0 : -1;
+    }
+    sources.outer[j] = record.locality == 0 ? -1 : 0;
+    layout.first[j] = record.locality == 1 ? -1 : 0;
+    layout.second[j] = record.locality == 2 ? -1 : 0;
+}
+
+// Pads palette sources to whole vectors, as PadLanes their layout.
+void PadPaletteSources(PaletteSources& sources, int count)
+{
+    for (int j = count; j < (count + 15) / 16 * 16; ++j)
+    {
+        for (int k = 0; k < 4; ++k)
+        {
+            sources.source[j][k] = 0;
+            sources.ownA[k][j] = sources.ownB[k][j] = 0;
+        }
+        sources.outer[j] = 0;
+    }
+}
+
 // The place whose mode a window pixel's modulation reads (the lower-right
 // block of its cell of half a block).
 int ModulationPlace(const CompressParams& params, int i)
@@ -765,6 +817,7 @@ void BuildGeometry(OptimiseWork& work, const CompressParams& params, uint32_t ha
     geometry.hardFlags = hardFlags;
     geometry.usable = true;
     geometry.paletteRisk = 0;
+    geometry.palette.count = 0;
     const int count = params.windowWidth * params.windowHeight;
     // Lanes are the same pixels in both forms: the standard form decides
     // which the block's own pair reaches (bilinear weights do not depend on
@@ -796,13 +849,20 @@ void BuildGeometry(OptimiseWork& work, const CompressParams& params, uint32_t ha
                     (!reached[i] && record.locality == 1))
                     geometry.usable = false;
             }
-            else if (record.palettePixel)
-                geometry.paletteRisk |= 1u << place; // a punch-through mode at this place makes one
             int16_t* source = reached[i] ? geometry.measuredSource : geometry.settledSource;
             LaneLayout& layout = reached[i] ? measured : settled;
             source[layout.count] = int16_t(1 << place);
             AddLane(layout, i, record, selfPositions, record.locality == (reached[i] ? 1 : 0),
                     record.locality == 2);
+            if (form == 1 && record.palettePixel)
+            {
+                // A punch-through mode at this place makes a palette pixel:
+                // its own lanes count for it.
+                geometry.paletteRisk |= 1u << place;
+                MuteLane(layout, layout.count - 1);
+                geometry.palettePlace[geometry.palette.count] = uint8_t(place);
+                AddPaletteLane(geometry.palette, geometry.paletteSources, i, record, selfPositions);
+            }
         }
         PadLanes(measured);
         PadLanes(settled);
@@ -828,8 +888,6 @@ void SelectForms(const LaneLayout* forms, const int16_t* source, uint32_t punchT
         std::memcpy(out.places, standard.places, sizeof out.places);
         std::memcpy(out.placeWeights, standard.placeWeights, sizeof out.placeWeights);
         std::memcpy(out.self, standard.self, sizeof out.self);
-        std::memcpy(out.first, standard.first, sizeof out.first);
-        std::memcpy(out.second, standard.second, sizeof out.second);
     }
     auto select = [&](const int16_t* a, const int16_t* b, int16_t* to) {
         int j = 0;
@@ -859,12 +917,45 @@ void SelectForms(const LaneLayout* forms, const int16_t* source, uint32_t punchT
         select(standard.lowGain[c], punched.lowGain[c], out.lowGain[c]);
     }
     select(standard.punchThroughFlag, punched.punchThroughFlag, out.punchThroughFlag);
+    select(standard.first, punched.first, out.first); // a palette pixel's lanes count nowhere
+    select(standard.second, punched.second, out.second);
+}
+
+// The geometry's palette lanes whose place is in 'places', laid out alone.
+void SelectPalettes(const OptimiseWork::LaneGeometry& geometry, uint32_t places, LaneLayout& out,
+                    PaletteSources& sources)
+{
+    const LaneLayout& all = geometry.palette;
+    out.count = 0;
+    for (int j = 0; j < all.count; ++j)
+    {
+        if (!(places >> geometry.palettePlace[j] & 1))
+            continue;
+        const int to = out.count++;
+        out.index[to] = all.index[j];
+        out.first[to] = all.first[j];
+        out.second[to] = all.second[j];
+        sources.outer[to] = geometry.paletteSources.outer[j];
+        for (int k = 0; k < 4; ++k)
+        {
+            out.weightA[k][to] = all.weightA[k][j];
+            out.weightB[k][to] = all.weightB[k][j];
+            out.gain[k][to] = all.gain[k][j];
+            out.lowGain[k][to] = all.lowGain[k][j];
+            sources.source[to][k] = geometry.paletteSources.source[j][k];
+            sources.ownA[k][to] = geometry.paletteSources.ownA[k][j];
+            sources.ownB[k][to] = geometry.paletteSources.ownB[k][j];
+        }
+    }
+    PadLanes(out);
+    PadPaletteSources(sources, out.count);
 }
 
 } // namespace
 
 bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t centreMode, const uint32_t* modes,
-                  uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps)
+                  uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps,
+                  bool palettes)
 {
     if (params.bitsPerPixel != 4 || params.windowWidth * params.windowHeight > kLanePixels)
         return false;
@@ -891,7 +982,8 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
             work.layoutGeometry = nullptr;
         BuildGeometry(work, params, hardFlags, selfPositions, *geometry);
     }
-    if (!geometry->usable || (geometry->paletteRisk & punchThrough) != 0)
+    const uint32_t palettePlaces = geometry->paletteRisk & punchThrough;
+    if (!geometry->usable || (palettePlaces != 0 && !palettes))
         return false;
     if (work.layoutGeometry != geometry || work.layoutPunchThrough != punchThrough)
     {
@@ -901,12 +993,18 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
         if (whole)
             for (LaneLayout* layout : {&work.measured, &work.settled})
                 layout->version = ++work.layoutVersions == 0 ? ++work.layoutVersions : work.layoutVersions;
+        if (palettePlaces != 0)
+            SelectPalettes(*geometry, palettePlaces, work.palette, work.paletteSources);
         work.layoutGeometry = geometry;
         work.layoutPunchThrough = punchThrough;
     }
     work.cache.valid = false;
     LoadWindowLanes(work.lanes, work.measured, reps.reps, work.channels);
     LoadWindowLanes(work.settledLanes, work.settled, reps.reps, work.channels);
+    work.hasPaletteLanes = palettePlaces != 0;
+    if (work.hasPaletteLanes)
+        LoadPaletteLanes(work.paletteLanes, work.paletteColours, work.palette, work.paletteSources, reps.reps,
+                         work.channels);
     // The settled pixels' choices need no pair of the block's.
     const int16_t none[8] = {};
     int64_t* sums = work.cache.settledErrors;
@@ -1090,6 +1188,8 @@ void EvalIslandLanes(OptimiseWork& work, const CompressParams& params, const Nei
 
 bool IslandsFitLanes(const OptimiseWork& work)
 {
+    if (work.hasPaletteLanes)
+        return false;
     const LaneLayout& settled = *work.settledLanes.layout;
     for (int j = 0; j < settled.count; ++j)
         if (settled.second[j])

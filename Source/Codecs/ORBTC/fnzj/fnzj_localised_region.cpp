@@ -336,7 +336,7 @@ void OptimiseWorkRelease::operator()(OptimiseWork* work) const
 int FitLastEvaluation(OptimiseWork& work, const CompressParams& params, float* displacements)
 {
     if (work.fitFromLanes)
-        return FitWindowLanes(work.lanes, displacements);
+        return FitWindowLanes(work.lanes, work.hasPaletteLanes ? &work.paletteLanes : nullptr, displacements);
     return FitOnlyCentralRepPairsToWeights(uint32_t(params.windowWidth * params.windowHeight), work.fitting,
                                            displacements);
 }
@@ -447,7 +447,8 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
         for (uint32_t h = 0; h < hardLimit && !done; h += step)
         {
             const bool lanesWanted = fastPath && params.bitsPerPixel == 4;
-            if (!lanesWanted || !PrepareLanes(work, params, mode, visit.modes, h, visit.selfPositions, visit.reps) ||
+            if (!lanesWanted ||
+                !PrepareLanes(work, params, mode, visit.modes, h, visit.selfPositions, visit.reps, true) ||
                 (islands && !IslandsFitLanes(work)))
             {
                 work.lanesReady = false;
@@ -728,7 +729,7 @@ void PackLocalBlock(const ImageBuffer& image, const CompressParams& params, uint
         for (int p = 0; p < 9; ++p)
             selfPositions[p] = (p % 3 == 1 || params.blocksWide == 1) && (p / 3 == 1 || params.blocksHigh == 1);
         PrepareWindowLanes(work, params);
-        laned = PrepareLanes(work, params, mode, modes, 0, selfPositions, reps);
+        laned = PrepareLanes(work, params, mode, modes, 0, selfPositions, reps, false);
     }
     if (laned)
     {

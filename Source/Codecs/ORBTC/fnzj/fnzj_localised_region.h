@@ -106,6 +106,12 @@ struct OptimiseWork
         uint32_t paletteRisk; // places whose punch-through mode makes a palette pixel
         LaneLayout measured[2], settled[2]; // standard, punch-through
         alignas(32) int16_t measuredSource[kLanePixels], settledSource[kLanePixels]; // 1 << place read
+        // Every palette pixel of the punch-through form, in palette lanes;
+        // the same pixels' lanes of that form in 'measured' and 'settled'
+        // count nowhere.
+        LaneLayout palette;
+        PaletteSources paletteSources;
+        uint8_t palettePlace[kLanePixels]; // the place whose mode makes each one
     };
     static constexpr int kGeometries = 32;
     LaneGeometry geometries[kGeometries];
@@ -114,12 +120,18 @@ struct OptimiseWork
     uint32_t layoutPunchThrough = 0;
     uint32_t layoutVersions = 0; // the last version given to 'measured' or 'settled'
     LaneLayout measured, settled;
+    // The palette pixels of the punch-through places now laid out, when
+    // 'hasPaletteLanes' is set: their layout, sources, stored colours and lanes.
+    bool hasPaletteLanes = false;
+    LaneLayout palette;
+    PaletteSources paletteSources;
+    PaletteColours paletteColours;
     PixelBlendRecord scratch[kMaxWindowPixels];
     // An evaluation through the lanes leaves its choices there, not in
     // 'chosen', and its fitting data for FitWindowLanes, not in 'fitting':
     // then 'fitFromLanes' is set.
     WindowChannels channels; // the window, from PrepareWindowLanes
-    WindowLanes lanes, settledLanes;
+    WindowLanes lanes, settledLanes, paletteLanes;
     LaneChoices laneChoices; // for evaluations by islands
     // The fast path's table of a visit's list of visited pairs: keys, and
     // the round that wrote each slot (a new round empties it).
@@ -172,10 +184,12 @@ inline void CreateBlendingAndUpdateWeights(uint32_t centreMode, const uint32_t* 
 // The fast path of a 4bpp window, in place of CreateBlendingAndUpdateWeights,
 // PrepareBlendCache and PrepareSettled: the lanes for the neighbourhood's
 // modes and pairs (the window from PrepareWindowLanes), the settled pixels
-// measured. False, with nothing done, when lanes cannot serve: a palette
-// pixel, or the block's own pair reaching an outer pixel.
+// measured, and with 'palettes' the local-palette pixels laid out. False,
+// with nothing done, when lanes cannot serve: a palette pixel without
+// 'palettes', or the block's own pair reaching an outer pixel.
 bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t centreMode, const uint32_t* modes,
-                  uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps);
+                  uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps,
+                  bool palettes);
 
 // Fills work.cache for the records now in 'work': 'selfPositions' marks the
 // neighbourhood places that are the block itself, whose representatives the

@@ -8,7 +8,6 @@
 #include "Tools/ORBTSimd.h"
 
 #include <algorithm>
-#include <cstring>
 
 #if ORBT_X86_SIMD
 #include <immintrin.h>
@@ -95,6 +94,46 @@ void EvaluatePortable(WindowLanes& l, const int16_t* selfAB, bool residuals, int
     }
 }
 
+void EvaluatePalettePortable(WindowLanes& l, const PaletteSources& s, const PaletteColours& p,
+                             const unsigned char (*self)[4], bool includeOuterRing, bool residuals, int64_t* sums)
+{
+    const LaneLayout& L = *l.layout;
+    std::fill_n(l.fitSums, 11, 0);
+    l.integerFit = residuals;
+    for (int j = 0; j < L.count; ++j)
+    {
+        int colours[4][4];
+        int32_t e[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            e[k] = 0;
+            for (int c = 0; c < 4; ++c)
+            {
+                colours[k][c] = s.ownA[k][j] ? self[0][c] : s.ownB[k][j] ? self[1][c] : p.fixed[k][c][j];
+                const int d = (colours[k][c] - l.pixel[c][j]) * (c == 3 ? l.alphaWeight[j] : 1);
+                e[k] += d * d;
+            }
+        }
+        const int choice = BestOfFour(e);
+        sums[s.outer[j] ? 0 : L.first[j] ? 1 : 2] += e[choice];
+        if (s.outer[j] && !includeOuterRing)
+        {
+            // The ring's lanes keep their last choices and residuals.
+            if (residuals)
+            {
+                int last[4];
+                for (int c = 0; c < 4; ++c)
+                    last[c] = l.pixel[c][j] - l.residual[c][j];
+                AccumulateLane(l, j, l.chosen[j], last);
+            }
+            continue;
+        }
+        l.chosen[j] = uint8_t(choice);
+        if (residuals)
+            AccumulateLane(l, j, choice, colours[choice]);
+    }
+}
+
 #if ORBT_X86_SIMD
 
 inline __m128i Load(const int16_t* p)
@@ -113,6 +152,44 @@ inline int64_t Total(__m128i lanes)
     alignas(16) int32_t v[4];
     _mm_store_si128(reinterpret_cast<__m128i*>(v), lanes);
     return int64_t(v[0]) + v[1] + v[2] + v[3];
+}
+
+// The errors of eight lanes' four choices (by channel), pixels 0 to 3 in
+// 'low' and 4 to 7 in 'high'.
+inline void ErrorsSSE2(const WindowLanes& l, int j, const __m128i (*colours)[4], __m128i* low, __m128i* high)
+{
+    const __m128i alphaWeight = Load(l.alphaWeight + j);
+    for (int k = 0; k < 4; ++k)
+    {
+        const __m128i dr = _mm_sub_epi16(colours[k][0], Load(l.pixel[0] + j));
+        const __m128i dg = _mm_sub_epi16(colours[k][1], Load(l.pixel[1] + j));
+        const __m128i db = _mm_sub_epi16(colours[k][2], Load(l.pixel[2] + j));
+        const __m128i da = _mm_mullo_epi16(_mm_sub_epi16(colours[k][3], Load(l.pixel[3] + j)), alphaWeight);
+        const __m128i rgLow = _mm_unpacklo_epi16(dr, dg), baLow = _mm_unpacklo_epi16(db, da);
+        const __m128i rgHigh = _mm_unpackhi_epi16(dr, dg), baHigh = _mm_unpackhi_epi16(db, da);
+        low[k] = _mm_add_epi32(_mm_madd_epi16(rgLow, rgLow), _mm_madd_epi16(baLow, baLow));
+        high[k] = _mm_add_epi32(_mm_madd_epi16(rgHigh, rgHigh), _mm_madd_epi16(baHigh, baHigh));
+    }
+}
+
+// BestOfFour in 32-bit lanes: the choice and its error.
+inline void ChooseSSE2(const __m128i* e, __m128i& choice, __m128i& error)
+{
+    const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi32(1), two = _mm_set1_epi32(2);
+    const __m128i three = _mm_set1_epi32(3);
+    const __m128i middleOne = _mm_cmpgt_epi32(e[2], e[1]);
+    const __m128i middle = Select(middleOne, e[1], e[2]);
+    const __m128i endsThree = _mm_cmpgt_epi32(e[0], e[3]);
+    const __m128i ends = Select(endsThree, e[3], e[0]);
+    const __m128i takeEnds = _mm_cmpgt_epi32(middle, ends);
+    choice = Select(takeEnds, Select(endsThree, three, zero), Select(middleOne, one, two));
+    error = Select(takeEnds, ends, middle);
+}
+
+// The 16-bit mask's lanes of one half widened to 32 bits.
+inline __m128i Widen(__m128i mask, int half)
+{
+    return half ? _mm_unpackhi_epi16(mask, mask) : _mm_unpacklo_epi16(mask, mask);
 }
 
 // Eight lanes from j: the four choices by channel and their errors, pixels
@@ -136,24 +213,14 @@ inline void MeasureLanesSSE2(const WindowLanes& l, int j, const __m128i* selfA, 
             _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(w2, c0), _mm_mullo_epi16(w3, c3)), 3), Load(L.mask2[c] + j));
         colours[3][c] = c3;
     }
-    const __m128i alphaWeight = Load(l.alphaWeight + j);
-    for (int k = 0; k < 4; ++k)
-    {
-        const __m128i dr = _mm_sub_epi16(colours[k][0], Load(l.pixel[0] + j));
-        const __m128i dg = _mm_sub_epi16(colours[k][1], Load(l.pixel[1] + j));
-        const __m128i db = _mm_sub_epi16(colours[k][2], Load(l.pixel[2] + j));
-        const __m128i da = _mm_mullo_epi16(_mm_sub_epi16(colours[k][3], Load(l.pixel[3] + j)), alphaWeight);
-        const __m128i rgLow = _mm_unpacklo_epi16(dr, dg), baLow = _mm_unpacklo_epi16(db, da);
-        const __m128i rgHigh = _mm_unpackhi_epi16(dr, dg), baHigh = _mm_unpackhi_epi16(db, da);
-        low[k] = _mm_add_epi32(_mm_madd_epi16(rgLow, rgLow), _mm_madd_epi16(baLow, baLow));
-        high[k] = _mm_add_epi32(_mm_madd_epi16(rgHigh, rgHigh), _mm_madd_epi16(baHigh, baHigh));
-    }
+    ErrorsSSE2(l, j, colours, low, high);
 }
 
 // Eight lanes from j with their choices (16-bit): residuals into the lanes,
 // the fit's sums into 'fit' and the choices of low gain into 'lowGainSeen'.
+// Lanes set in 'kept' keep the residuals they hold.
 inline void AccumulateLanesSSE2(WindowLanes& l, int j, __m128i choice, const __m128i (*colours)[4], __m128i* fit,
-                                __m128i& lowGainSeen)
+                                __m128i& lowGainSeen, __m128i kept = _mm_setzero_si128())
 {
     const LaneLayout& L = *l.layout;
     const __m128i is1 = _mm_cmpeq_epi16(choice, _mm_set1_epi16(1));
@@ -166,7 +233,7 @@ inline void AccumulateLanesSSE2(WindowLanes& l, int j, __m128i choice, const __m
     for (int c = 0; c < 4; ++c)
     {
         const __m128i options[4] = {colours[0][c], colours[1][c], colours[2][c], colours[3][c]};
-        residual[c] = _mm_sub_epi16(Load(l.pixel[c] + j), pick(options));
+        residual[c] = Select(kept, Load(l.residual[c] + j), _mm_sub_epi16(Load(l.pixel[c] + j), pick(options)));
     }
     const __m128i optionsLow[4] = {Load(L.lowGain[0] + j), Load(L.lowGain[1] + j), Load(L.lowGain[2] + j),
                                    Load(L.lowGain[3] + j)};
@@ -200,7 +267,7 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
         selfA[c] = _mm_set1_epi16(selfAB[c]);
         selfB[c] = _mm_set1_epi16(selfAB[4 + c]);
     }
-    const __m128i one = _mm_set1_epi32(1), two = _mm_set1_epi32(2), three = _mm_set1_epi32(3);
+    const __m128i two = _mm_set1_epi32(2);
     __m128i sumCentral = zero, sumOthers = zero;
     __m128i fit[11], lowGainSeen = zero;
     for (__m128i& f : fit)
@@ -214,24 +281,13 @@ void EvaluateSSE2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t
         __m128i choiceHalves[2];
         for (int half = 0; half < 2; ++half)
         {
-            const __m128i* e = half ? high : low;
-            const __m128i middleOne = _mm_cmpgt_epi32(e[2], e[1]);
-            const __m128i middle = Select(middleOne, e[1], e[2]);
-            const __m128i endsThree = _mm_cmpgt_epi32(e[0], e[3]);
-            const __m128i ends = Select(endsThree, e[3], e[0]);
-            const __m128i takeEnds = _mm_cmpgt_epi32(middle, ends);
-            __m128i choice = Select(takeEnds, Select(endsThree, three, zero), Select(middleOne, one, two));
-            __m128i error = Select(takeEnds, ends, middle);
-            const __m128i t = half ? _mm_unpackhi_epi16(transparent, transparent)
-                                   : _mm_unpacklo_epi16(transparent, transparent);
+            __m128i choice, error;
+            ChooseSSE2(half ? high : low, choice, error);
+            const __m128i t = Widen(transparent, half);
             choice = Select(t, two, choice);
             error = _mm_andnot_si128(t, error);
-            const __m128i c = half ? _mm_unpackhi_epi16(centralMask, centralMask)
-                                   : _mm_unpacklo_epi16(centralMask, centralMask);
-            const __m128i o = half ? _mm_unpackhi_epi16(othersMask, othersMask)
-                                   : _mm_unpacklo_epi16(othersMask, othersMask);
-            sumCentral = _mm_add_epi32(sumCentral, _mm_and_si128(error, c));
-            sumOthers = _mm_add_epi32(sumOthers, _mm_and_si128(error, o));
+            sumCentral = _mm_add_epi32(sumCentral, _mm_and_si128(error, Widen(centralMask, half)));
+            sumOthers = _mm_add_epi32(sumOthers, _mm_and_si128(error, Widen(othersMask, half)));
             choiceHalves[half] = choice;
         }
         const __m128i choice = _mm_packs_epi32(choiceHalves[0], choiceHalves[1]);
@@ -384,6 +440,57 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
     *others += totals[1][0] + totals[1][1] + totals[1][2] + totals[1][3];
 }
 
+// The palette lanes eight at a time, as EvaluateSSE2.
+void EvaluatePaletteSSE2(WindowLanes& l, const PaletteSources& s, const PaletteColours& p,
+                         const unsigned char (*self)[4], bool includeOuterRing, bool residuals, int64_t* sums)
+{
+    const LaneLayout& L = *l.layout;
+    const __m128i zero = _mm_setzero_si128();
+    __m128i selfA[4], selfB[4];
+    for (int c = 0; c < 4; ++c)
+    {
+        selfA[c] = _mm_set1_epi16(self[0][c]);
+        selfB[c] = _mm_set1_epi16(self[1][c]);
+    }
+    __m128i byLocality[3] = {zero, zero, zero};
+    __m128i fit[11], lowGainSeen = zero;
+    for (__m128i& f : fit)
+        f = zero;
+    for (int j = 0; j < L.count; j += 8)
+    {
+        __m128i colours[4][4], low[4], high[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            const __m128i ownA = Load(s.ownA[k] + j), ownB = Load(s.ownB[k] + j);
+            for (int c = 0; c < 4; ++c)
+                colours[k][c] = Select(ownA, selfA[c], Select(ownB, selfB[c], Load(p.fixed[k][c] + j)));
+        }
+        ErrorsSSE2(l, j, colours, low, high);
+        const __m128i masks[3] = {Load(s.outer + j), Load(L.first + j), Load(L.second + j)};
+        __m128i choiceHalves[2];
+        for (int half = 0; half < 2; ++half)
+        {
+            __m128i error;
+            ChooseSSE2(half ? high : low, choiceHalves[half], error);
+            for (int m = 0; m < 3; ++m)
+                byLocality[m] = _mm_add_epi32(byLocality[m], _mm_and_si128(error, Widen(masks[m], half)));
+        }
+        // Without the ring, its lanes keep their last choices and residuals.
+        const __m128i kept = includeOuterRing ? zero : masks[0];
+        const __m128i last =
+            _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(l.chosen + j)), zero);
+        const __m128i choice = Select(kept, last, _mm_packs_epi32(choiceHalves[0], choiceHalves[1]));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(l.chosen + j), _mm_packus_epi16(choice, choice));
+        if (residuals)
+            AccumulateLanesSSE2(l, j, choice, colours, fit, lowGainSeen, kept);
+    }
+    for (int m = 0; m < 3; ++m)
+        sums[m] += Total(byLocality[m]);
+    for (int k = 0; k < 11; ++k)
+        l.fitSums[k] = int32_t(Total(fit[k]));
+    l.integerFit = residuals && _mm_movemask_epi8(lowGainSeen) == 0;
+}
+
 #endif
 
 } // namespace
@@ -400,6 +507,41 @@ void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residua
     }
 #endif
     EvaluatePortable(lanes, selfAB, residuals, central, others);
+}
+
+void EvaluatePaletteLanes(WindowLanes& lanes, const PaletteSources& sources, const PaletteColours& colours,
+                          const unsigned char (*self)[4], bool includeOuterRing, bool residuals, int64_t* sums)
+{
+#if ORBT_X86_SIMD
+    if (ActiveSimdPath() != eSimdPortable)
+    {
+        EvaluatePaletteSSE2(lanes, sources, colours, self, includeOuterRing, residuals, sums);
+        return;
+    }
+#endif
+    EvaluatePalettePortable(lanes, sources, colours, self, includeOuterRing, residuals, sums);
+}
+
+void LoadPaletteLanes(WindowLanes& lanes, PaletteColours& colours, const LaneLayout& layout,
+                      const PaletteSources& sources, const unsigned char (*reps)[2][4], const WindowChannels& window)
+{
+    lanes.layout = &layout;
+    lanes.loadedVersion = 0;
+    const int padded = (layout.count + 15) / 16 * 16;
+    for (int j = 0; j < padded; ++j)
+    {
+        const int i = j < layout.count ? layout.index[j] : -1;
+        for (int c = 0; c < 4; ++c)
+            lanes.pixel[c][j] = i < 0 ? 0 : window.pixel[c][i];
+        lanes.alphaWeight[j] = i < 0 ? 0 : window.alphaWeight[i];
+        for (int k = 0; k < 4; ++k)
+        {
+            const bool fixed = i >= 0 && !sources.ownA[k][j] && !sources.ownB[k][j];
+            const unsigned char* colour = reps[sources.source[j][k] / 2][sources.source[j][k] & 1];
+            for (int c = 0; c < 4; ++c)
+                colours.fixed[k][c][j] = fixed ? colour[c] : 0;
+        }
+    }
 }
 
 void MeasureWindowLanes(const WindowLanes& lanes, const int16_t* selfAB, LaneChoices& out)
@@ -517,16 +659,15 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
     for (int p = 0; p < 9; ++p)
         MaskPair(reps[p], masked[p]);
     // The same arrangement of the same window (the modes of one visit
-    // differ in the punch-through form only) keeps its source lanes, and
-    // with the same pairs around its fixed sums.
-    const bool samePixels = layout.version != 0 && lanes.layout == &layout && lanes.loadedVersion == layout.version &&
-                            lanes.loadedStamp == window.stamp;
-    const bool sameSums = samePixels && std::memcmp(masked, lanes.loadedReps, sizeof masked) == 0;
+    // differ in the punch-through form only) keeps its lanes but the
+    // punch-through ones: within a visit the pairs around the block are
+    // fixed, and the block's own have no weight in the fixed sums.
+    const bool same = layout.version != 0 && lanes.layout == &layout && lanes.loadedVersion == layout.version &&
+                      lanes.loadedStamp == window.stamp;
     lanes.layout = &layout;
     lanes.loadedVersion = layout.version;
     lanes.loadedStamp = window.stamp;
-    std::memcpy(lanes.loadedReps, masked, sizeof masked);
-    int j = sameSums ? padded : 0;
+    int j = same ? padded : 0;
 #if ORBT_X86_SIMD
     // Eight lanes' sums side by side, then turned channel by channel.
     for (; j < padded; j += 8)
@@ -573,7 +714,7 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
             lanes.fixedA[c][j] = int16_t(a);
             lanes.fixedB[c][j] = int16_t(b);
         }
-    for (j = 0; j < padded && !samePixels; ++j)
+    for (j = 0; j < padded && !same; ++j)
     {
         const int i = j < layout.count ? layout.index[j] : -1;
         for (int c = 0; c < 4; ++c)
@@ -585,30 +726,33 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
         lanes.punchThrough[j] = int16_t(layout.punchThroughFlag[j] & lanes.transparent[j]);
 }
 
-int FitWindowLanes(const WindowLanes& l, float* displacements)
+int FitWindowLanes(const WindowLanes& l, const WindowLanes* palette, float* displacements)
 {
-    const LaneLayout& L = *l.layout;
     float p = 0.0f, q = 0.0f, r = 0.0f;
     float u[4] = {0.0f, 0.0f, 0.0f, 0.0f}, v[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-    if (l.integerFit)
+    if (l.integerFit && (!palette || palette->integerFit))
     {
         // The weights are a quarter of the integer ones, the gain 128.
-        p = float(l.fitSums[0]) * 0.0625f;
-        q = float(l.fitSums[1]) * 0.0625f;
-        r = float(l.fitSums[2]) * 0.0625f;
+        int32_t sums[11];
+        for (int k = 0; k < 11; ++k)
+            sums[k] = l.fitSums[k] + (palette ? palette->fitSums[k] : 0);
+        p = float(sums[0]) * 0.0625f;
+        q = float(sums[1]) * 0.0625f;
+        r = float(sums[2]) * 0.0625f;
         for (int c = 0; c < 4; ++c)
         {
-            u[c] = float(32 * l.fitSums[3 + c]);
-            v[c] = float(32 * l.fitSums[7 + c]);
+            u[c] = float(32 * sums[3 + c]);
+            v[c] = float(32 * sums[7 + c]);
         }
         return FitRepPairFromSums(p, q, r, u, v, displacements);
     }
-    // Each sum in pixel order, as the per-pixel walk adds them; pixels the
-    // block does not reach add zeros there and are not laned.
-    for (int j = 0; j < L.count; ++j)
-    {
+    // Each sum in pixel order, as the per-pixel walk adds them, the two
+    // lists' pixels taken by their place in the window; pixels the block
+    // does not reach add zeros there and are not laned.
+    auto add = [&](const WindowLanes& lanes, int j) {
         // Each product below is exact, as the walk's own forms are.
-        const int k = l.chosen[j];
+        const LaneLayout& L = *lanes.layout;
+        const int k = lanes.chosen[j];
         const float gain = float(L.gain[k][j]);
         const float a = float(L.weightA[k][j]) * gain * 0.001953125f;
         const float b = float(L.weightB[k][j]) * gain * 0.001953125f;
@@ -618,11 +762,17 @@ int FitWindowLanes(const WindowLanes& l, float* displacements)
         r += b * b;
         for (int c = 0; c < 4; ++c)
         {
-            const float e = float(l.residual[c][j]);
+            const float e = float(lanes.residual[c][j]);
             u[c] += ga * e;
             v[c] += gb * e;
         }
-    }
+    };
+    const int count = l.layout->count, paletteCount = palette ? palette->layout->count : 0;
+    for (int j = 0, k = 0; j < count || k < paletteCount;)
+        if (k == paletteCount || (j < count && l.layout->index[j] < palette->layout->index[k]))
+            add(l, j++);
+        else
+            add(*palette, k++);
     return FitRepPairFromSums(p, q, r, u, v, displacements);
 }
 

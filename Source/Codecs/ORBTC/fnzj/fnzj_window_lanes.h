@@ -63,10 +63,8 @@ struct WindowLanes
     alignas(32) int16_t punchThrough[kLanePixels];
     alignas(32) int16_t transparent[kLanePixels];
 
-    // What the lanes were loaded from: the fixed sums and the source lanes
-    // are loaded again only when these change.
+    // The layout version and window stamp the lanes were loaded from.
     uint32_t loadedVersion = 0, loadedStamp = 0;
-    alignas(16) int16_t loadedReps[9][8];
 
     // The last evaluation: each pixel's choice and, when asked, the source
     // less the chosen colour and, when every choice had full gain
@@ -125,9 +123,43 @@ void MeasureWindowLanes(const WindowLanes& lanes, const int16_t* selfAB, LaneCho
 // sums of those choices, as an evaluation with residuals leaves them.
 void SettleChosenLanes(WindowLanes& lanes, const LaneChoices& choices, int64_t* first, int64_t* second);
 
+// A window's local-palette pixels in lanes, beside a LaneLayout of them
+// that holds their fit weights and gains and, in 'first' and 'second', the
+// central and other pixels. Each choice shows a stored colour: of a place
+// around the block, or the block's own A or B.
+struct PaletteSources
+{
+    uint8_t source[kLanePixels][4]; // by choice: place x 2 + (0 A, 1 B)
+    alignas(32) int16_t ownA[4][kLanePixels]; // all ones where the choice is the block's own A
+    alignas(32) int16_t ownB[4][kLanePixels];
+    alignas(32) int16_t outer[kLanePixels]; // all ones on the outer ring
+};
+
+// The stored colours of the places around the block, [choice][channel] by
+// lane: 0 where the choice is the block's own.
+struct PaletteColours
+{
+    alignas(32) int16_t fixed[4][4][kLanePixels];
+};
+
+// Lanes of the palette layout 'layout' for the neighbourhood's pairs 'reps'
+// (as stored) and the window.
+void LoadPaletteLanes(WindowLanes& lanes, PaletteColours& colours, const LaneLayout& layout,
+                      const PaletteSources& sources, const unsigned char (*reps)[2][4], const WindowChannels& window);
+
+// The palette pixels' errors with the block's own pair 'self' (A then B, as
+// stored): sums[0] adds the outer ring's, sums[1] the central pixels' and
+// sums[2] the others'. Choices, and with 'residuals' what the fit needs, go
+// to the lanes as EvaluateWindowLanes leaves them; without
+// 'includeOuterRing' the ring's lanes keep the choices and residuals of the
+// last evaluation with it, and the fit takes those.
+void EvaluatePaletteLanes(WindowLanes& lanes, const PaletteSources& sources, const PaletteColours& colours,
+                          const unsigned char (*self)[4], bool includeOuterRing, bool residuals, int64_t* sums);
+
 // The pair fit of the last evaluation (run with residuals), as
-// FitOnlyCentralRepPairsToWeights gives it for the same choices.
-int FitWindowLanes(const WindowLanes& lanes, float* displacements);
+// FitOnlyCentralRepPairsToWeights gives it for the same choices, with the
+// palette lanes' part when 'palette' is given.
+int FitWindowLanes(const WindowLanes& lanes, const WindowLanes* palette, float* displacements);
 
 } // namespace orbtexture
 
