@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace orbtexture
 {
@@ -813,7 +814,6 @@ int ModulationPlace(const CompressParams& params, int i)
 void BuildGeometry(OptimiseWork& work, const CompressParams& params, uint32_t hardFlags, const bool* selfPositions,
                    OptimiseWork::LaneGeometry& geometry)
 {
-    geometry.used = true;
     geometry.hardFlags = hardFlags;
     geometry.usable = true;
     geometry.paletteRisk = 0;
@@ -970,18 +970,16 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
         hardFlags |= (mode >> 1 & 1) << p;
         punchThrough |= (mode & 1) << p;
     }
-    OptimiseWork::LaneGeometry* geometry = nullptr;
-    for (OptimiseWork::LaneGeometry& g : work.geometries)
-        if (g.used && g.hardFlags == hardFlags)
-            geometry = &g;
-    if (!geometry)
+    std::unique_ptr<OptimiseWork::LaneGeometry>& slot = work.geometries[hardFlags];
+    if (!slot)
     {
-        geometry = &work.geometries[work.nextGeometry];
-        work.nextGeometry = (work.nextGeometry + 1) % OptimiseWork::kGeometries;
-        if (work.layoutGeometry == geometry)
-            work.layoutGeometry = nullptr;
-        BuildGeometry(work, params, hardFlags, selfPositions, *geometry);
+        // Without the memory the per-pixel evaluations serve.
+        slot.reset(new (std::nothrow) OptimiseWork::LaneGeometry);
+        if (!slot)
+            return false;
+        BuildGeometry(work, params, hardFlags, selfPositions, *slot);
     }
+    const OptimiseWork::LaneGeometry* geometry = slot.get();
     const uint32_t palettePlaces = geometry->paletteRisk & punchThrough;
     if (!geometry->usable || (palettePlaces != 0 && !palettes))
         return false;

@@ -348,9 +348,8 @@ int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
     work.cache.pixelsReady = false;
     work.storeFitting = true;
     work.fitting = PackedFittingParams{};
-    for (OptimiseWork::LaneGeometry& geometry : work.geometries)
-        geometry.used = false;
-    work.nextGeometry = 0;
+    for (auto& geometry : work.geometries)
+        geometry.reset();
     work.layoutGeometry = nullptr;
     work.lanesReady = false;
     return InitialisePackedFittingParams(uint32_t(params.windowWidth * params.windowHeight), 0, 0, nullptr,

@@ -7,6 +7,7 @@
 // candidates, and the packing of the final word.
 
 #include <cstdint>
+#include <memory>
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
 #include "Codecs/ORBTC/fnzj/fnzj_window_lanes.h"
@@ -95,12 +96,11 @@ struct OptimiseWork
     // The fast path's lanes of 4bpp windows (PrepareLanes). A window's lanes
     // follow from the hard flags of the nine places around it (their
     // geometry) and, pixel by pixel, from whether the block its modulation
-    // reads from is in punch-through mode: the geometries met lately hold
+    // reads from is in punch-through mode: the geometries met hold
     // both forms of each lane, for the pixels the block's own pair reaches
     // ('measured') and the others ('settled').
     struct LaneGeometry
     {
-        bool used;
         uint32_t hardFlags; // bit p: place p is hard
         bool usable;
         uint32_t paletteRisk; // places whose punch-through mode makes a palette pixel
@@ -113,9 +113,10 @@ struct OptimiseWork
         PaletteSources paletteSources;
         uint8_t palettePlace[kLanePixels]; // the place whose mode makes each one
     };
-    static constexpr int kGeometries = 32;
-    LaneGeometry geometries[kGeometries];
-    int nextGeometry = 0;
+    // One for each set of hard flags, made when first met and kept for the
+    // work's life.
+    static constexpr int kGeometries = 1 << 9;
+    std::unique_ptr<LaneGeometry> geometries[kGeometries];
     const LaneGeometry* layoutGeometry = nullptr; // what 'measured' and 'settled' now hold
     uint32_t layoutPunchThrough = 0;
     uint32_t layoutVersions = 0; // the last version given to 'measured' or 'settled'
