@@ -1,12 +1,17 @@
 // The least-squares fit of a representative pair to modulation weights:
-// windows whose answer is a mean of residuals, worked out by hand.
+// windows whose answer is a mean of residuals, worked out by hand, and the
+// lanes' fit against the per-pixel walk.
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstring>
+#include <memory>
+#include <random>
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/fnzj_localised.h"
+#include "Codecs/ORBTC/fnzj/fnzj_window_lanes.h"
 
 using namespace orbtexture;
 
@@ -143,4 +148,54 @@ TEST(PairFitting, TwoBppWindowsByteResidualsAndTheRecord)
     EXPECT_EQ(InitialisePackedFittingParams(81, 0, 7, nullptr, params), 0); // no such kind
     EXPECT_EQ(params.workArea, nullptr);
     EXPECT_EQ(params.count, 0u);
+}
+
+TEST(PairFitting, LanesWithPalettePixelsFitInPixelOrder)
+{
+    // The window's reached pixels split between blended and palette lanes;
+    // gains of 1 leave the sums inexact, so only the walk's pixel order
+    // gives its floats.
+    std::mt19937 random(5);
+    const int modulations[4] = {0, 3, 5, 8};
+    for (int trial = 0; trial < 200; ++trial)
+    {
+        Fit walk;
+        auto lanes = std::make_unique<WindowLanes[]>(2);
+        auto layouts = std::make_unique<LaneLayout[]>(2);
+        for (int list = 0; list < 2; ++list)
+        {
+            lanes[list].layout = &layouts[list];
+            lanes[list].integerFit = false;
+        }
+        for (uint32_t i = 0; i < 81; ++i)
+        {
+            walk.params.centralWeights[i] = 0;
+            walk.pixel(i, 0, {0, 0, 0, 0});
+            if (i < 10 || i > 70 || random() % 4 == 0)
+                continue;
+            const unsigned list = random() % 2;
+            WindowLanes& l = lanes[list];
+            LaneLayout& L = layouts[list];
+            const int j = L.count++, choice = int(random() % 4), m = modulations[random() % 4];
+            const int w = int(random() % 65), gain = random() % 3 == 0 ? 1 : 128;
+            L.index[j] = uint8_t(i);
+            l.chosen[j] = uint8_t(choice);
+            L.weightA[choice][j] = int16_t((8 - m) * w);
+            L.weightB[choice][j] = int16_t(m * w);
+            L.gain[choice][j] = int16_t(gain);
+            Residual e;
+            for (int c = 0; c < 4; ++c)
+            {
+                l.residual[c][j] = int16_t(int(random() % 511) - 255);
+                e[c] = float(l.residual[c][j]);
+            }
+            walk.params.centralWeights[i] = w;
+            walk.params.gains[i] = float(gain);
+            walk.pixel(i, m, e);
+        }
+        float expected[8], fitted[8];
+        const int status = walk.run(expected);
+        ASSERT_EQ(FitWindowLanes(lanes[0], &lanes[1], fitted), status) << "trial " << trial;
+        ASSERT_EQ(std::memcmp(fitted, expected, sizeof fitted), 0) << "trial " << trial;
+    }
 }
