@@ -309,6 +309,112 @@ ORBT_TARGET_AVX2 inline __m256i Load256(const int16_t* p)
 }
 
 // Sixteen pixels a step, as EvaluateSSE2 in each 128-bit half.
+// The errors of sixteen lanes' four choices, as ErrorsSSE2 in each half.
+ORBT_TARGET_AVX2 inline void ErrorsAVX2(const WindowLanes& l, int j, const __m256i (*colours)[4], __m256i* low,
+                                        __m256i* high)
+{
+    const __m256i alphaWeight = Load256(l.alphaWeight + j);
+    for (int k = 0; k < 4; ++k)
+    {
+        const __m256i dr = _mm256_sub_epi16(colours[k][0], Load256(l.pixel[0] + j));
+        const __m256i dg = _mm256_sub_epi16(colours[k][1], Load256(l.pixel[1] + j));
+        const __m256i db = _mm256_sub_epi16(colours[k][2], Load256(l.pixel[2] + j));
+        const __m256i da = _mm256_mullo_epi16(_mm256_sub_epi16(colours[k][3], Load256(l.pixel[3] + j)), alphaWeight);
+        const __m256i rgLow = _mm256_unpacklo_epi16(dr, dg), baLow = _mm256_unpacklo_epi16(db, da);
+        const __m256i rgHigh = _mm256_unpackhi_epi16(dr, dg), baHigh = _mm256_unpackhi_epi16(db, da);
+        low[k] = _mm256_add_epi32(_mm256_madd_epi16(rgLow, rgLow), _mm256_madd_epi16(baLow, baLow));
+        high[k] = _mm256_add_epi32(_mm256_madd_epi16(rgHigh, rgHigh), _mm256_madd_epi16(baHigh, baHigh));
+    }
+}
+
+// BestOfFour in 32-bit lanes: the choice and its error.
+ORBT_TARGET_AVX2 inline void ChooseAVX2(const __m256i* e, __m256i& choice, __m256i& error)
+{
+    const __m256i one = _mm256_set1_epi32(1), two = _mm256_set1_epi32(2), three = _mm256_set1_epi32(3);
+    const __m256i middleOne = _mm256_cmpgt_epi32(e[2], e[1]);
+    const __m256i middle = _mm256_min_epi32(e[1], e[2]);
+    const __m256i endsThree = _mm256_cmpgt_epi32(e[0], e[3]);
+    const __m256i ends = _mm256_min_epi32(e[0], e[3]);
+    const __m256i takeEnds = _mm256_cmpgt_epi32(middle, ends);
+    choice = _mm256_blendv_epi8(_mm256_blendv_epi8(two, one, middleOne), _mm256_and_si256(endsThree, three), takeEnds);
+    error = _mm256_min_epi32(middle, ends);
+}
+
+ORBT_TARGET_AVX2 inline __m256i Widen256(__m256i mask, int half)
+{
+    return half ? _mm256_unpackhi_epi16(mask, mask) : _mm256_unpacklo_epi16(mask, mask);
+}
+
+// o1, o2 or o3 where is1, is2 or is3 is set, else o0.
+ORBT_TARGET_AVX2 inline __m256i Pick256(__m256i is1, __m256i is2, __m256i is3, __m256i o0, __m256i o1, __m256i o2,
+                                        __m256i o3)
+{
+    return _mm256_blendv_epi8(_mm256_blendv_epi8(_mm256_blendv_epi8(o0, o1, is1), o2, is2), o3, is3);
+}
+
+// The same for sixteen lanes from j of four lane sets, choice by choice.
+ORBT_TARGET_AVX2 inline __m256i PickLanes(__m256i is1, __m256i is2, __m256i is3, const int16_t (*lanes)[kLanePixels],
+                                          int j)
+{
+    return Pick256(is1, is2, is3, Load256(lanes[0] + j), Load256(lanes[1] + j), Load256(lanes[2] + j),
+                   Load256(lanes[3] + j));
+}
+
+// As AccumulateLanesSSE2 for sixteen lanes.
+ORBT_TARGET_AVX2 inline void AccumulateLanesAVX2(WindowLanes& l, int j, __m256i choice, const __m256i (*colours)[4],
+                                                 __m256i* fit, __m256i& lowGainSeen, __m256i kept)
+{
+    const LaneLayout& L = *l.layout;
+    const __m256i is1 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(1));
+    const __m256i is2 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(2));
+    const __m256i is3 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(3));
+    __m256i residual[4];
+    for (int c = 0; c < 4; ++c)
+    {
+        const __m256i colour = Pick256(is1, is2, is3, colours[0][c], colours[1][c], colours[2][c], colours[3][c]);
+        residual[c] =
+            _mm256_blendv_epi8(_mm256_sub_epi16(Load256(l.pixel[c] + j), colour), Load256(l.residual[c] + j), kept);
+    }
+    lowGainSeen = _mm256_or_si256(lowGainSeen, PickLanes(is1, is2, is3, L.lowGain, j));
+    const __m256i a = PickLanes(is1, is2, is3, L.weightA, j), b = PickLanes(is1, is2, is3, L.weightB, j);
+    fit[0] = _mm256_add_epi32(fit[0], _mm256_madd_epi16(a, a));
+    fit[1] = _mm256_add_epi32(fit[1], _mm256_madd_epi16(a, b));
+    fit[2] = _mm256_add_epi32(fit[2], _mm256_madd_epi16(b, b));
+    for (int c = 0; c < 4; ++c)
+    {
+        fit[3 + c] = _mm256_add_epi32(fit[3 + c], _mm256_madd_epi16(a, residual[c]));
+        fit[7 + c] = _mm256_add_epi32(fit[7 + c], _mm256_madd_epi16(b, residual[c]));
+        _mm256_store_si256(reinterpret_cast<__m256i*>(l.residual[c] + j), residual[c]);
+    }
+}
+
+// The fit's sums and whether every choice had full gain, from the lanes.
+ORBT_TARGET_AVX2 inline void FinishFitAVX2(WindowLanes& l, bool residuals, const __m256i* fit, __m256i lowGainSeen)
+{
+    for (int k = 0; k < 11; ++k)
+        l.fitSums[k] =
+            int32_t(Total(_mm_add_epi32(_mm256_castsi256_si128(fit[k]), _mm256_extracti128_si256(fit[k], 1))));
+    l.integerFit = residuals && _mm256_movemask_epi8(lowGainSeen) == 0;
+}
+
+// Each 32-bit lane summed into a 64-bit total.
+ORBT_TARGET_AVX2 inline int64_t Total256(__m256i lanes)
+{
+    const __m256i wide = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(lanes)),
+                                          _mm256_cvtepi32_epi64(_mm256_extracti128_si256(lanes, 1)));
+    alignas(32) int64_t totals[4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(totals), wide);
+    return totals[0] + totals[1] + totals[2] + totals[3];
+}
+
+// The 16-bit choices of sixteen lanes as bytes into 'chosen'.
+ORBT_TARGET_AVX2 inline void StoreChoices(__m256i choice, uint8_t* chosen)
+{
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(choice, choice), _MM_SHUFFLE(3, 1, 2, 0));
+    _mm_store_si128(reinterpret_cast<__m128i*>(chosen), _mm256_castsi256_si128(bytes));
+}
+
+// Sixteen pixels a step, as EvaluateSSE2 in each 128-bit half.
 ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool residuals, int64_t* central,
                                    int64_t* others)
 {
@@ -320,7 +426,7 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
         selfA[c] = _mm256_set1_epi16(selfAB[c]);
         selfB[c] = _mm256_set1_epi16(selfAB[4 + c]);
     }
-    const __m256i one = _mm256_set1_epi32(1), two = _mm256_set1_epi32(2), three = _mm256_set1_epi32(3);
+    const __m256i two = _mm256_set1_epi32(2);
     __m256i sumCentral = zero, sumOthers = zero;
     __m256i fit[11], lowGainSeen = zero;
     for (__m256i& f : fit)
@@ -347,97 +453,81 @@ ORBT_TARGET_AVX2 void EvaluateAVX2(WindowLanes& l, const int16_t* selfAB, bool r
                 Load256(L.mask2[c] + j));
             colours[3][c] = c3;
         }
-        const __m256i alphaWeight = Load256(l.alphaWeight + j);
         __m256i low[4], high[4];
-        for (int k = 0; k < 4; ++k)
-        {
-            const __m256i dr = _mm256_sub_epi16(colours[k][0], Load256(l.pixel[0] + j));
-            const __m256i dg = _mm256_sub_epi16(colours[k][1], Load256(l.pixel[1] + j));
-            const __m256i db = _mm256_sub_epi16(colours[k][2], Load256(l.pixel[2] + j));
-            const __m256i da =
-                _mm256_mullo_epi16(_mm256_sub_epi16(colours[k][3], Load256(l.pixel[3] + j)), alphaWeight);
-            const __m256i rgLow = _mm256_unpacklo_epi16(dr, dg), baLow = _mm256_unpacklo_epi16(db, da);
-            const __m256i rgHigh = _mm256_unpackhi_epi16(dr, dg), baHigh = _mm256_unpackhi_epi16(db, da);
-            low[k] = _mm256_add_epi32(_mm256_madd_epi16(rgLow, rgLow), _mm256_madd_epi16(baLow, baLow));
-            high[k] = _mm256_add_epi32(_mm256_madd_epi16(rgHigh, rgHigh), _mm256_madd_epi16(baHigh, baHigh));
-        }
+        ErrorsAVX2(l, j, colours, low, high);
         const __m256i transparent =
             _mm256_and_si256(Load256(l.punchThrough + j), _mm256_cmpeq_epi16(colours[2][3], zero));
         const __m256i centralMask = Load256(L.first + j), othersMask = Load256(L.second + j);
         __m256i choiceHalves[2];
         for (int half = 0; half < 2; ++half)
         {
-            const __m256i* e = half ? high : low;
-            const __m256i middleOne = _mm256_cmpgt_epi32(e[2], e[1]);
-            const __m256i middle = _mm256_min_epi32(e[1], e[2]);
-            const __m256i endsThree = _mm256_cmpgt_epi32(e[0], e[3]);
-            const __m256i ends = _mm256_min_epi32(e[0], e[3]);
-            const __m256i takeEnds = _mm256_cmpgt_epi32(middle, ends);
-            __m256i choice = _mm256_blendv_epi8(_mm256_blendv_epi8(two, one, middleOne),
-                                                _mm256_and_si256(endsThree, three), takeEnds);
-            __m256i error = _mm256_min_epi32(middle, ends);
-            const __m256i t = half ? _mm256_unpackhi_epi16(transparent, transparent)
-                                   : _mm256_unpacklo_epi16(transparent, transparent);
+            __m256i choice, error;
+            ChooseAVX2(half ? high : low, choice, error);
+            const __m256i t = Widen256(transparent, half);
             choice = _mm256_blendv_epi8(choice, two, t);
             error = _mm256_andnot_si256(t, error);
-            const __m256i c = half ? _mm256_unpackhi_epi16(centralMask, centralMask)
-                                   : _mm256_unpacklo_epi16(centralMask, centralMask);
-            const __m256i o = half ? _mm256_unpackhi_epi16(othersMask, othersMask)
-                                   : _mm256_unpacklo_epi16(othersMask, othersMask);
-            sumCentral = _mm256_add_epi32(sumCentral, _mm256_and_si256(error, c));
-            sumOthers = _mm256_add_epi32(sumOthers, _mm256_and_si256(error, o));
+            sumCentral = _mm256_add_epi32(sumCentral, _mm256_and_si256(error, Widen256(centralMask, half)));
+            sumOthers = _mm256_add_epi32(sumOthers, _mm256_and_si256(error, Widen256(othersMask, half)));
             choiceHalves[half] = choice;
         }
         const __m256i choice = _mm256_packs_epi32(choiceHalves[0], choiceHalves[1]);
-        const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(choice, choice), _MM_SHUFFLE(3, 1, 2, 0));
-        _mm_store_si128(reinterpret_cast<__m128i*>(l.chosen + j), _mm256_castsi256_si128(bytes));
+        StoreChoices(choice, l.chosen + j);
         if (residuals)
-        {
-            const __m256i is1 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(1));
-            const __m256i is2 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(2));
-            const __m256i is3 = _mm256_cmpeq_epi16(choice, _mm256_set1_epi16(3));
-            __m256i residual[4];
-            for (int c = 0; c < 4; ++c)
-            {
-                __m256i colour = _mm256_blendv_epi8(colours[0][c], colours[1][c], is1);
-                colour = _mm256_blendv_epi8(colour, colours[2][c], is2);
-                colour = _mm256_blendv_epi8(colour, colours[3][c], is3);
-                residual[c] = _mm256_sub_epi16(Load256(l.pixel[c] + j), colour);
-            }
-            {
-                __m256i lowGain = _mm256_blendv_epi8(Load256(L.lowGain[0] + j), Load256(L.lowGain[1] + j), is1);
-                lowGain = _mm256_blendv_epi8(lowGain, Load256(L.lowGain[2] + j), is2);
-                lowGainSeen = _mm256_or_si256(lowGainSeen, _mm256_blendv_epi8(lowGain, Load256(L.lowGain[3] + j), is3));
-                __m256i a = _mm256_blendv_epi8(Load256(L.weightA[0] + j), Load256(L.weightA[1] + j), is1);
-                a = _mm256_blendv_epi8(a, Load256(L.weightA[2] + j), is2);
-                a = _mm256_blendv_epi8(a, Load256(L.weightA[3] + j), is3);
-                __m256i b = _mm256_blendv_epi8(Load256(L.weightB[0] + j), Load256(L.weightB[1] + j), is1);
-                b = _mm256_blendv_epi8(b, Load256(L.weightB[2] + j), is2);
-                b = _mm256_blendv_epi8(b, Load256(L.weightB[3] + j), is3);
-                fit[0] = _mm256_add_epi32(fit[0], _mm256_madd_epi16(a, a));
-                fit[1] = _mm256_add_epi32(fit[1], _mm256_madd_epi16(a, b));
-                fit[2] = _mm256_add_epi32(fit[2], _mm256_madd_epi16(b, b));
-                for (int c = 0; c < 4; ++c)
-                {
-                    fit[3 + c] = _mm256_add_epi32(fit[3 + c], _mm256_madd_epi16(a, residual[c]));
-                    fit[7 + c] = _mm256_add_epi32(fit[7 + c], _mm256_madd_epi16(b, residual[c]));
-                    _mm256_store_si256(reinterpret_cast<__m256i*>(l.residual[c] + j), residual[c]);
-                }
-            }
-        }
+            AccumulateLanesAVX2(l, j, choice, colours, fit, lowGainSeen, zero);
     }
-    for (int k = 0; k < 11; ++k)
-        l.fitSums[k] = int32_t(Total(_mm_add_epi32(_mm256_castsi256_si128(fit[k]), _mm256_extracti128_si256(fit[k], 1))));
-    l.integerFit = residuals && _mm256_movemask_epi8(lowGainSeen) == 0;
-    const __m256i both = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sumCentral)),
-                                          _mm256_cvtepi32_epi64(_mm256_extracti128_si256(sumCentral, 1)));
-    const __m256i bothOthers = _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(sumOthers)),
-                                                _mm256_cvtepi32_epi64(_mm256_extracti128_si256(sumOthers, 1)));
-    alignas(32) int64_t totals[2][4];
-    _mm256_store_si256(reinterpret_cast<__m256i*>(totals[0]), both);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(totals[1]), bothOthers);
-    *central += totals[0][0] + totals[0][1] + totals[0][2] + totals[0][3];
-    *others += totals[1][0] + totals[1][1] + totals[1][2] + totals[1][3];
+    FinishFitAVX2(l, residuals, fit, lowGainSeen);
+    *central += Total256(sumCentral);
+    *others += Total256(sumOthers);
+}
+
+// The palette lanes sixteen at a time, as EvaluatePaletteSSE2.
+ORBT_TARGET_AVX2 void EvaluatePaletteAVX2(WindowLanes& l, const PaletteSources& s, const PaletteColours& p,
+                                          const unsigned char (*self)[4], bool includeOuterRing, bool residuals,
+                                          int64_t* sums)
+{
+    const LaneLayout& L = *l.layout;
+    const __m256i zero = _mm256_setzero_si256();
+    __m256i selfA[4], selfB[4];
+    for (int c = 0; c < 4; ++c)
+    {
+        selfA[c] = _mm256_set1_epi16(self[0][c]);
+        selfB[c] = _mm256_set1_epi16(self[1][c]);
+    }
+    __m256i byLocality[3] = {zero, zero, zero};
+    __m256i fit[11], lowGainSeen = zero;
+    for (__m256i& f : fit)
+        f = zero;
+    for (int j = 0; j < L.count; j += 16)
+    {
+        __m256i colours[4][4], low[4], high[4];
+        for (int k = 0; k < 4; ++k)
+        {
+            const __m256i ownA = Load256(s.ownA[k] + j), ownB = Load256(s.ownB[k] + j);
+            for (int c = 0; c < 4; ++c)
+                colours[k][c] = _mm256_blendv_epi8(_mm256_blendv_epi8(Load256(p.fixed[k][c] + j), selfB[c], ownB),
+                                                   selfA[c], ownA);
+        }
+        ErrorsAVX2(l, j, colours, low, high);
+        const __m256i masks[3] = {Load256(s.outer + j), Load256(L.first + j), Load256(L.second + j)};
+        __m256i choiceHalves[2];
+        for (int half = 0; half < 2; ++half)
+        {
+            __m256i error;
+            ChooseAVX2(half ? high : low, choiceHalves[half], error);
+            for (int m = 0; m < 3; ++m)
+                byLocality[m] = _mm256_add_epi32(byLocality[m], _mm256_and_si256(error, Widen256(masks[m], half)));
+        }
+        // Without the ring, its lanes keep their last choices and residuals.
+        const __m256i kept = includeOuterRing ? zero : masks[0];
+        const __m256i last = _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(l.chosen + j)));
+        const __m256i choice = _mm256_blendv_epi8(_mm256_packs_epi32(choiceHalves[0], choiceHalves[1]), last, kept);
+        StoreChoices(choice, l.chosen + j);
+        if (residuals)
+            AccumulateLanesAVX2(l, j, choice, colours, fit, lowGainSeen, kept);
+    }
+    for (int m = 0; m < 3; ++m)
+        sums[m] += Total256(byLocality[m]);
+    FinishFitAVX2(l, residuals, fit, lowGainSeen);
 }
 
 // The palette lanes eight at a time, as EvaluateSSE2.
@@ -513,10 +603,11 @@ void EvaluatePaletteLanes(WindowLanes& lanes, const PaletteSources& sources, con
                           const unsigned char (*self)[4], bool includeOuterRing, bool residuals, int64_t* sums)
 {
 #if ORBT_X86_SIMD
-    if (ActiveSimdPath() != eSimdPortable)
+    switch (ActiveSimdPath())
     {
-        EvaluatePaletteSSE2(lanes, sources, colours, self, includeOuterRing, residuals, sums);
-        return;
+    case eSimdAVX2: EvaluatePaletteAVX2(lanes, sources, colours, self, includeOuterRing, residuals, sums); return;
+    case eSimdSSE2: EvaluatePaletteSSE2(lanes, sources, colours, self, includeOuterRing, residuals, sums); return;
+    default: break;
     }
 #endif
     EvaluatePalettePortable(lanes, sources, colours, self, includeOuterRing, residuals, sums);

@@ -1021,8 +1021,10 @@ struct PalettePixels
                 const __m128i mine =
                     _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(nearest + k)), which);
                 for (int c = 0; c < 5; ++c)
-                    lanes[c] = _mm_add_epi32(
-                        lanes[c], _mm_and_si128(mine, _mm_load_si128(reinterpret_cast<const __m128i*>(weighted[c] + k))));
+                {
+                    const __m128i values = _mm_load_si128(reinterpret_cast<const __m128i*>(weighted[c] + k));
+                    lanes[c] = _mm_add_epi32(lanes[c], _mm_and_si128(mine, values));
+                }
             }
             for (int c = 0; c < 5; ++c)
             {
