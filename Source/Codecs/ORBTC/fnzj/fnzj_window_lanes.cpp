@@ -1,6 +1,6 @@
-// Evaluation of a window's measured pixels across vector lanes, and the pair
-// fit from the choices it made. Every path gives the same integers; the fit
-// adds its floats in pixel order as the per-pixel walk does.
+// Evaluation of a window's measured and local-palette pixels across vector
+// lanes, and the pair fit from the choices it made. Every path gives the same
+// integers; the fit adds its floats in pixel order as the per-pixel walk does.
 
 #include "Codecs/ORBTC/fnzj/fnzj_window_lanes.h"
 

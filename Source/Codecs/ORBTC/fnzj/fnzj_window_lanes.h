@@ -1,10 +1,11 @@
 #ifndef FNZJ_WINDOW_LANES_H
 #define FNZJ_WINDOW_LANES_H
 
-// A 4bpp window's measured pixels laid out channel by channel, so that one
-// vector holds the same channel of 8 (SSE2) or 16 (AVX2) pixels: the choices,
-// their errors and each pixel's choice of an evaluation in a few vector
-// steps, and the pair fit from those choices without a per-pixel store.
+// A 4bpp window's measured pixels, and apart its local-palette pixels, laid
+// out channel by channel, so that one vector holds the same channel of 8
+// (SSE2) or 16 (AVX2) pixels: the choices, their errors and each pixel's
+// choice of an evaluation in a few vector steps, and the pair fit from those
+// choices without a per-pixel store.
 
 #include <cstdint>
 
