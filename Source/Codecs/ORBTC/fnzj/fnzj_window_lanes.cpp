@@ -599,6 +599,25 @@ void EvaluateWindowLanes(WindowLanes& lanes, const int16_t* selfAB, bool residua
     EvaluatePortable(lanes, selfAB, residuals, central, others);
 }
 
+namespace
+{
+
+// The window's pixels of the layout's lanes: channels, alpha weights and
+// transparency; zero in the padding up to 'padded'.
+void GatherSourceLanes(WindowLanes& lanes, const LaneLayout& layout, const WindowChannels& window, int padded)
+{
+    for (int j = 0; j < padded; ++j)
+    {
+        const int i = j < layout.count ? layout.index[j] : -1;
+        for (int c = 0; c < 4; ++c)
+            lanes.pixel[c][j] = i < 0 ? 0 : window.pixel[c][i];
+        lanes.alphaWeight[j] = i < 0 ? 0 : window.alphaWeight[i];
+        lanes.transparent[j] = i < 0 ? 0 : window.transparent[i];
+    }
+}
+
+} // namespace
+
 void EvaluatePaletteLanes(WindowLanes& lanes, const PaletteSources& sources, const PaletteColours& colours,
                           const unsigned char (*self)[4], bool includeOuterRing, bool residuals, int64_t* sums)
 {
@@ -619,12 +638,10 @@ void LoadPaletteLanes(WindowLanes& lanes, PaletteColours& colours, const LaneLay
     lanes.layout = &layout;
     lanes.loadedVersion = 0;
     const int padded = (layout.count + 15) / 16 * 16;
+    GatherSourceLanes(lanes, layout, window, padded);
     for (int j = 0; j < padded; ++j)
     {
         const int i = j < layout.count ? layout.index[j] : -1;
-        for (int c = 0; c < 4; ++c)
-            lanes.pixel[c][j] = i < 0 ? 0 : window.pixel[c][i];
-        lanes.alphaWeight[j] = i < 0 ? 0 : window.alphaWeight[i];
         for (int k = 0; k < 4; ++k)
         {
             const bool fixed = i >= 0 && !sources.ownA[k][j] && !sources.ownB[k][j];
@@ -805,14 +822,8 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
             lanes.fixedA[c][j] = int16_t(a);
             lanes.fixedB[c][j] = int16_t(b);
         }
-    for (j = 0; j < padded && !same; ++j)
-    {
-        const int i = j < layout.count ? layout.index[j] : -1;
-        for (int c = 0; c < 4; ++c)
-            lanes.pixel[c][j] = i < 0 ? 0 : window.pixel[c][i];
-        lanes.alphaWeight[j] = i < 0 ? 0 : window.alphaWeight[i];
-        lanes.transparent[j] = i < 0 ? 0 : window.transparent[i];
-    }
+    if (!same)
+        GatherSourceLanes(lanes, layout, window, padded);
     for (j = 0; j < padded; ++j)
         lanes.punchThrough[j] = int16_t(layout.punchThroughFlag[j] & lanes.transparent[j]);
 }
