@@ -374,6 +374,13 @@ FAULTS = [
     F("optimiser-whole-fit-lane", "Source/Codecs/ORBTC/fnzj/fnzj_localised.cpp",
       "_mm_mul_ps(_mm_shuffle_ps(a, a, 0x55), _mm_loadu_ps(e + 4))", "_mm_mul_ps(_mm_shuffle_ps(a, a, 0x00), _mm_loadu_ps(e + 4))",
       "optimiser"),
+    F("optimiser-hard-slots-quality", "Source/Codecs/ORBTC/fnzj/threadsupport_search.cpp",
+      "!(params.isGeneration2 && passes > kFirstHardPass)", "!(params.isGeneration2 && passes > kFirstHardPass + 1)",
+      "optimiser"),
+    F("optimiser-hard-slots-2bpp", "Source/Codecs/ORBTC/fnzj/threadsupport.h",
+      "mode == 2 || mode == 3 : mode >= 12;", "mode == 2 || mode == 3 : mode >= 9;", "optimiser"),
+    F("optimiser-hard-slots-4bpp", "Source/Codecs/ORBTC/fnzj/threadsupport.h",
+      "mode == 2 || mode == 3 : mode >= 12;", "mode >= 1 : mode >= 12;", "optimiser"),
 
     # ---- image operations
     F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",

@@ -105,6 +105,9 @@ struct StatsThreadArgs
     // last phase, so threads take rows as they come free instead of the
     // fixed shares.
     std::atomic<uint32_t>* nextRow = nullptr;
+    // No pass allows the hard modes, so their slots go unread: the fast path
+    // leaves them empty.
+    bool hardModesUnread = false;
 };
 
 // The fast path's copy of the blocks' stamps (row order, kept with the
@@ -154,6 +157,13 @@ struct ThreadArgPair
 // centred on the block, wrapping around the image in both axes.
 void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,
                         unsigned char* window);
+
+// The modes a visit tries only in passes that allow the hard modes: 2 and 3
+// at 4bpp, 12 to 15 at 2bpp.
+inline bool IsHardMode(const CompressParams& params, uint32_t mode)
+{
+    return params.bitsPerPixel == 4 ? mode == 2 || mode == 3 : mode >= 12;
+}
 
 // The modes a block may use, in order, into 'list' (room for 8); returns
 // their count. bitsPerPixel other than 2 and 4 prints its message and aborts.

@@ -131,6 +131,9 @@ double MeanSelectedError(const CompressParams& params, RegionStats* const* rows)
     return std::round(sum / (double(params.blocksHigh) * params.blocksWide));
 }
 
+// Generation 2 allows the hard modes from this pass on.
+constexpr uint32_t kFirstHardPass = 4;
+
 // The pass fields of pass 'pass' of 'passes', given those of the last pass.
 void SetPassParameters(CompressParams& params, unsigned int quality, uint32_t pass, uint32_t passes,
                        double meanError)
@@ -158,7 +161,7 @@ void SetPassParameters(CompressParams& params, unsigned int quality, uint32_t pa
     params.numVariants = uint32_t(std::max<int64_t>(0, variants));
     params.otherCandidateThreshold =
         int64_t(std::roundf(float(meanError) * OtherCandidateThresholdFactors[quality]));
-    if (!params.isGeneration2 || pass < 4)
+    if (!params.isGeneration2 || pass < kFirstHardPass)
     {
         params.hardModesAllowed = 0;
         params.tryHardVariants = 0;
@@ -391,7 +394,8 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
                                    rows,
                                    OptimiserThreadCount(params.blocksHigh),
                                    cancel,
-                                   OptimiserReference() ? nullptr : &nextRow};
+                                   OptimiserReference() ? nullptr : &nextRow,
+                                   !OptimiserReference() && !(params.isGeneration2 && passes > kFirstHardPass)};
         RunPhase(args.threadCount, RunAGenerateStatsSetThread, args);
         if (StopAsked(cancel))
             return stop();

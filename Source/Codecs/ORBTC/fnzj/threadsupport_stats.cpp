@@ -518,7 +518,13 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
     std::memset(region.paletteEntries, 0, sizeof region.paletteEntries);
     work.lastPick.valid = false;
     for (int i = 0; i < modeCount; ++i)
-        SetUpStandardRepStarts(work, region, i, modes[i], x, y);
+        if (work.args.hardModesUnread && IsHardMode(params, modes[i]))
+        {
+            region.modeSlots[i] = ModeSlot{};
+            region.modeSlots[i].mode = modes[i];
+        }
+        else
+            SetUpStandardRepStarts(work, region, i, modes[i], x, y);
     for (int i = modeCount; i < kMaxModeSlots; ++i)
         region.modeSlots[i] = ModeSlot{};
 

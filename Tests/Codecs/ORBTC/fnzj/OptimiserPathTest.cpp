@@ -43,8 +43,9 @@ struct Restore
 TEST(OptimiserPath, FastWordsAreThePlainWords)
 {
     // Odd block counts across (9 and 5) and down (11) give the phases' third
-    // stage and a held-back row; ORBTCII from quality 3 on tries hard modes
-    // and inverted neighbour flags.
+    // stage and a held-back row; ORBTCII from quality 3 on tries hard modes,
+    // from quality 4 on inverted neighbour flags. At quality 2 it never tries
+    // the hard modes.
     struct Case
     {
         unsigned generation;
@@ -55,7 +56,7 @@ TEST(OptimiserPath, FastWordsAreThePlainWords)
     const Case cases[] = {
         {0, false, 32, 32, 2, false, false}, {0, false, 32, 32, 4, true, false}, {0, true, 32, 32, 4, false, true},
         {1, false, 36, 44, 2, true, false},  {1, false, 36, 44, 4, false, false}, {1, false, 36, 44, 5, false, true},
-        {1, true, 40, 44, 4, true, false},
+        {1, true, 40, 44, 4, true, false},   {1, true, 32, 16, 2, false, false},  {1, false, 16, 20, 3, true, false},
     };
     Restore restore;
     for (const Case& c : cases)
