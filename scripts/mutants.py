@@ -381,6 +381,18 @@ FAULTS = [
       "mode == 2 || mode == 3 : mode >= 12;", "mode == 2 || mode == 3 : mode >= 9;", "optimiser"),
     F("optimiser-hard-slots-4bpp", "Source/Codecs/ORBTC/fnzj/threadsupport.h",
       "mode == 2 || mode == 3 : mode >= 12;", "mode >= 1 : mode >= 12;", "optimiser"),
+    F("optimiser-islands-diagonal", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
+      "(left & southWest[p]) << 5", "(left & southEast[p]) << 5", "optimiser"),
+    F("optimiser-islands-near-limit", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
+      "alpha = _mm_set1_epi32(int(0xFF000000u)), limit = _mm_set1_epi32(17);",
+      "alpha = _mm_set1_epi32(int(0xFF000000u)), limit = _mm_set1_epi32(16);", "optimiser"),
+    F("optimiser-islands-smooth", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
+      "_mm_add_epi16(c, c));", "c);", "optimiser"),
+    F("optimiser-islands-punch", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
+      "_mm_and_si128(_mm_or_si128(a, b), alpha)", "_mm_and_si128(_mm_and_si128(a, b), alpha)", "optimiser"),
+    F("optimiser-islands-tail", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
+      "NearRun(window, 1, count - width + 1, width - 1, punchThrough, southWest);",
+      "NearRun(window, 1, count - width, width - 1, punchThrough, southWest);", "optimiser"),
 
     # ---- image operations
     F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",

@@ -1,12 +1,15 @@
-// Island detection on block windows, from hand-worked windows.
+// Island detection on block windows, from hand-worked windows, and the fast
+// labelling against the plain one.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <numeric>
+#include <random>
 #include <vector>
 
 #include "Codecs/ORBTC/fnzj/analygrapprop.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 
 using namespace orbtexture;
 
@@ -87,4 +90,44 @@ TEST(GraphicsProperties, TransparentPixelsJoinOnlyWithPunchThrough)
     std::vector<unsigned char> big(289, 7);
     EXPECT_EQ(AnalyseGraphicsProperties(huge.pixels.data(), huge.params, big.data(), big.data()), 0);
     EXPECT_EQ(big[0], 7);
+}
+
+TEST(GraphicsProperties, FastLabelsAreThePlainLabels)
+{
+    // Windows of both sizes built from a few near colours, ramps and
+    // transparent patches, so that every kind of join occurs, with and
+    // without punch-through and with early stops.
+    std::mt19937 random(7);
+    for (int trial = 0; trial < 3000; ++trial)
+    {
+        Window window(trial % 2 ? 17 : 9, 9);
+        const int width = window.params.windowWidth;
+        window.params.punchThrough = trial % 3 == 0;
+        const int base = int(random() % 200), step = int(random() % 7), spread = 1 + int(random() % 4);
+        for (int y = 0; y < 9; ++y)
+            for (int x = 0; x < width; ++x)
+            {
+                const int kind = int(random() % 8);
+                unsigned char* p = window.at(x, y);
+                for (int c = 0; c < 3; ++c)
+                    p[c] = static_cast<unsigned char>(kind < 4 ? base + step * (c ? y : x) + int(random() % spread)
+                                                               : random());
+                p[3] = static_cast<unsigned char>(kind == 7 ? 0 : kind == 6 ? random() : 255);
+            }
+        const int count = width * 9, enough = trial % 5 == 0 ? 256 : int(random() % 40);
+        std::vector<unsigned char> labels[2], order[2];
+        int islands[2];
+        for (int plain = 0; plain < 2; ++plain)
+        {
+            SetOptimiserReference(plain == 1);
+            labels[plain].assign(count, 0);
+            order[plain].assign(count, 0);
+            islands[plain] = AnalyseGraphicsProperties(window.pixels.data(), window.params, labels[plain].data(),
+                                                       order[plain].data(), enough);
+        }
+        SetOptimiserReference(false);
+        ASSERT_EQ(islands[0], islands[1]) << trial;
+        ASSERT_EQ(labels[0], labels[1]) << trial;
+        ASSERT_EQ(order[0], order[1]) << trial;
+    }
 }
