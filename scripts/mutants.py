@@ -390,9 +390,6 @@ FAULTS = [
       "_mm_add_epi16(c, c));", "c);", "optimiser"),
     F("optimiser-islands-punch", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
       "_mm_and_si128(_mm_or_si128(a, b), alpha)", "_mm_and_si128(_mm_and_si128(a, b), alpha)", "optimiser"),
-    F("optimiser-islands-tail", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
-      "NearRun(window, 1, count - width + 1, width - 1, punchThrough, southWest);",
-      "NearRun(window, 1, count - width, width - 1, punchThrough, southWest);", "optimiser"),
 
     # ---- image operations
     F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",

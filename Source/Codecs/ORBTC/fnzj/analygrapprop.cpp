@@ -217,7 +217,7 @@ int AnalyseGraphicsProperties(const unsigned char* window, const CompressParams&
     NearRun(window, 0, count - 1, 1, punchThrough, east);
     NearRun(window, 0, count - width, width, punchThrough, south);
     NearRun(window, 0, count - width - 1, width + 1, punchThrough, southEast);
-    NearRun(window, 1, count - width + 1, width - 1, punchThrough, southWest);
+    NearRun(window, 1, count - width, width - 1, punchThrough, southWest);
 
     // Bit k of a pixel's byte: it joins the k-th of its 3 x 3 in row order,
     // the centre left out.
