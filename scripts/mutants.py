@@ -390,6 +390,15 @@ FAULTS = [
       "_mm_add_epi16(c, c));", "c);", "optimiser"),
     F("optimiser-islands-punch", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
       "_mm_and_si128(_mm_or_si128(a, b), alpha)", "_mm_and_si128(_mm_and_si128(a, b), alpha)", "optimiser"),
+    F("optimiser-swaps-ratio-order", "Source/Codecs/ORBTC/fnzj/threadsupport.cpp",
+      "keys[i] = {uint64_t(~bits) << 32", "keys[i] = {uint64_t(bits) << 32", "optimiser"),
+    F("optimiser-swaps-tie-order", "Source/Codecs/ORBTC/fnzj/threadsupport.cpp",
+      "uint64_t(rank[island[edges[i].second]]) << 32 | i}", "uint64_t(i) << 32 | rank[island[edges[i].second]]}",
+      "optimiser"),
+    F("optimiser-swaps-turn", "Source/Codecs/ORBTC/fnzj/threadsupport.cpp",
+      "const uint8_t turn = swap < same ? 1 : 0;", "const uint8_t turn = swap <= same ? 1 : 0;", "optimiser"),
+    F("optimiser-swaps-merge-pair", "Source/Codecs/ORBTC/fnzj/threadsupport.cpp",
+      "std::swap(p, q), std::swap(a, b);", "std::swap(a, b);", "optimiser"),
 
     # ---- image operations
     F("image-spline-coefficient", "Source/Operations/ORBTextureResample.cpp",

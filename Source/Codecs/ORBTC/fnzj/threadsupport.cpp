@@ -2,6 +2,7 @@
 
 #include "Codecs/ORBTC/ORBTCMultiThreadedCompressor.h"
 #include "Codecs/ORBTC/ORBTCWordLayout.h"
+#include "Codecs/ORBTC/fnzj/optimiser_path.h"
 
 #include <algorithm>
 #include <atomic>
@@ -235,6 +236,261 @@ float Ratio(uint64_t same, uint64_t swap)
 
 } // namespace
 
+namespace
+{
+
+// Edges to the right and lower neighbours (wrapping when asked, unless the
+// grid is one block across that way), with their costs.
+std::vector<Edge> GridEdges(uint32_t width, uint32_t height, bool wrap, const unsigned char* pairs)
+{
+    auto colourA = [pairs](uint32_t b) { return pairs + 8 * size_t(b); };
+    auto colourB = [pairs](uint32_t b) { return pairs + 8 * size_t(b) + 4; };
+    std::vector<Edge> edges;
+    edges.reserve(size_t(width) * height * 2);
+    auto link = [&](uint32_t a, uint32_t b) {
+        edges.push_back({a, b, Distance(colourA(a), colourA(b)) + Distance(colourB(a), colourB(b)),
+                         Distance(colourA(a), colourB(b)) + Distance(colourB(a), colourA(b)), 0});
+    };
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x)
+        {
+            const uint32_t b = y * width + x;
+            if (x + 1 < width)
+                link(b, b + 1);
+            else if (wrap && width > 1)
+                link(b, y * width);
+            if (y + 1 < height)
+                link(b, b + width);
+            else if (wrap && height > 1)
+                link(b, x);
+        }
+    return edges;
+}
+
+// The costs of an edge for the flags its blocks have now.
+inline void CurrentCosts(const Edge& e, const uint8_t* result, uint64_t& same, uint64_t& swap)
+{
+    const bool turned = uint32_t(result[2 * size_t(e.first)] ^ result[2 * size_t(e.second)]) != e.parity;
+    same = turned ? e.swap : e.same;
+    swap = turned ? e.same : e.swap;
+}
+
+// The sweeps as written: each block's island and each island's block list,
+// the edges sorted stably, merged through a map.
+void PlainSweeps(uint32_t count, std::vector<Edge> edges, uint8_t* result)
+{
+    // Islands: each block's island number, each island's blocks, its
+    // number in the order of the sweep.
+    std::vector<uint32_t> island(count), rank(count);
+    std::vector<std::vector<uint32_t>> members(count);
+    for (uint32_t b = 0; b < count; ++b)
+    {
+        island[b] = rank[b] = b;
+        members[b] = {b};
+    }
+    std::vector<uint8_t> touched(count);
+    auto flag = [&](uint32_t b) -> uint8_t& { return result[2 * size_t(b)]; };
+    auto current = [&](const Edge& e, uint64_t& same, uint64_t& swap) { CurrentCosts(e, result, same, swap); };
+
+    while (!edges.empty())
+    {
+        // Most confident first; the lower numbered islands first on a tie.
+        std::vector<std::pair<float, size_t>> order;
+        order.reserve(edges.size());
+        for (size_t i = 0; i < edges.size(); ++i)
+        {
+            uint64_t same, swap;
+            current(edges[i], same, swap);
+            order.push_back({Ratio(same, swap), i});
+        }
+        std::stable_sort(order.begin(), order.end(), [&](const auto& p, const auto& q) {
+            if (p.first != q.first)
+                return p.first > q.first;
+            const Edge &a = edges[p.second], &b = edges[q.second];
+            const uint32_t a1 = rank[island[a.first]], b1 = rank[island[b.first]];
+            return a1 != b1 ? a1 < b1 : rank[island[a.second]] < rank[island[b.second]];
+        });
+        std::fill(touched.begin(), touched.end(), 0);
+        std::vector<Edge> waiting;
+        for (const auto& entry : order)
+        {
+            const Edge& e = edges[entry.second];
+            const uint32_t head = island[e.first], member = island[e.second];
+            if (head == member)
+                continue; // inside one island now
+            if (touched[head] || touched[member])
+            {
+                waiting.push_back(e);
+                continue;
+            }
+            // The second island joins the first, turned over when that
+            // costs less.
+            uint64_t same, swap;
+            current(e, same, swap);
+            const bool turn = swap < same;
+            for (uint32_t b : members[member])
+            {
+                island[b] = head;
+                if (turn)
+                    flag(b) ^= 1;
+            }
+            members[head].insert(members[head].end(), members[member].begin(), members[member].end());
+            members[member].clear();
+            touched[head] = touched[member] = 1;
+        }
+
+        // Edges between the same two islands become one, their costs
+        // summed for the present flags; the islands are numbered afresh.
+        std::vector<uint32_t> alive;
+        for (uint32_t i = 0; i < count; ++i)
+            if (!members[i].empty())
+                alive.push_back(i);
+        std::sort(alive.begin(), alive.end(), [&](uint32_t a, uint32_t b) { return rank[a] < rank[b]; });
+        for (uint32_t n = 0; n < alive.size(); ++n)
+            rank[alive[n]] = n;
+        std::vector<Edge> merged;
+        std::unordered_map<uint64_t, size_t> between; // island pair to its merged edge
+        for (const Edge& e : waiting)
+        {
+            uint32_t p = island[e.first], q = island[e.second];
+            if (p == q)
+                continue;
+            uint64_t same, swap;
+            current(e, same, swap);
+            uint32_t first = e.first, second = e.second;
+            if (rank[p] > rank[q])
+                std::swap(p, q), std::swap(first, second); // filed under the lower numbered island
+            const auto found = between.emplace(uint64_t(p) * count + q, merged.size());
+            if (found.second)
+                merged.push_back({first, second, same, swap, uint32_t(flag(first) ^ flag(second))});
+            else
+            {
+                Edge& existing = merged[found.first->second];
+                uint64_t mergedSame, mergedSwap;
+                current(existing, mergedSame, mergedSwap);
+                existing = {existing.first, existing.second, mergedSame + same, mergedSwap + swap,
+                            uint32_t(flag(existing.first) ^ flag(existing.second))};
+            }
+        }
+        edges.swap(merged);
+    }
+}
+
+// The same sweeps with flat structures: islands as linked block lists, the
+// sort on keys that hold the ratio's bits (ratios are at least 1, so their
+// bits order as integers), both ranks and the edge's place, which make every
+// key distinct and so the order the stable sort's; the merge through an
+// open-addressed table of island pairs.
+void FastSweeps(uint32_t count, std::vector<Edge> edges, uint8_t* result)
+{
+    std::vector<uint32_t> island(count), rank(count), first(count), last(count), next(count), byRank(count);
+    std::vector<uint32_t> touched(count, 0);
+    for (uint32_t b = 0; b < count; ++b)
+        island[b] = rank[b] = first[b] = last[b] = byRank[b] = b;
+    constexpr uint32_t kEnd = 0xFFFFFFFFu;
+    std::fill(next.begin(), next.end(), kEnd);
+    struct Key
+    {
+        uint64_t high, low;
+        bool operator<(const Key& k) const { return high != k.high ? high < k.high : low < k.low; }
+    };
+    std::vector<Key> keys;
+    std::vector<Edge> waiting, merged;
+    std::vector<uint64_t> slotPairs;
+    std::vector<uint32_t> slotEdges;
+    uint32_t sweep = 0;
+
+    while (!edges.empty())
+    {
+        ++sweep;
+        keys.resize(edges.size());
+        for (size_t i = 0; i < edges.size(); ++i)
+        {
+            uint64_t same, swap;
+            CurrentCosts(edges[i], result, same, swap);
+            const float ratio = Ratio(same, swap);
+            uint32_t bits;
+            std::memcpy(&bits, &ratio, 4);
+            keys[i] = {uint64_t(~bits) << 32 | rank[island[edges[i].first]],
+                       uint64_t(rank[island[edges[i].second]]) << 32 | i};
+        }
+        std::sort(keys.begin(), keys.end());
+        waiting.clear();
+        for (const Key& key : keys)
+        {
+            const Edge& e = edges[uint32_t(key.low)];
+            const uint32_t head = island[e.first], member = island[e.second];
+            if (head == member)
+                continue;
+            if (touched[head] == sweep || touched[member] == sweep)
+            {
+                waiting.push_back(e);
+                continue;
+            }
+            uint64_t same, swap;
+            CurrentCosts(e, result, same, swap);
+            const uint8_t turn = swap < same ? 1 : 0;
+            for (uint32_t b = first[member]; b != kEnd; b = next[b])
+            {
+                island[b] = head;
+                result[2 * size_t(b)] ^= turn;
+            }
+            next[last[head]] = first[member];
+            last[head] = last[member];
+            first[member] = kEnd;
+            touched[head] = touched[member] = sweep;
+        }
+
+        size_t alive = 0;
+        for (uint32_t i : byRank)
+            if (first[i] != kEnd)
+            {
+                rank[i] = uint32_t(alive);
+                byRank[alive++] = i;
+            }
+        byRank.resize(alive);
+
+        size_t slots = 16;
+        while (slots < 2 * waiting.size())
+            slots *= 2;
+        slotPairs.assign(slots, ~uint64_t(0));
+        slotEdges.resize(slots);
+        merged.clear();
+        for (const Edge& e : waiting)
+        {
+            uint32_t p = island[e.first], q = island[e.second];
+            if (p == q)
+                continue;
+            uint64_t same, swap;
+            CurrentCosts(e, result, same, swap);
+            uint32_t a = e.first, b = e.second;
+            if (rank[p] > rank[q])
+                std::swap(p, q), std::swap(a, b);
+            const uint64_t pair = uint64_t(p) << 32 | q;
+            size_t slot = size_t((pair * 0x9E3779B97F4A7C15ull) >> 32) & (slots - 1);
+            while (slotPairs[slot] != pair && slotPairs[slot] != ~uint64_t(0))
+                slot = (slot + 1) & (slots - 1);
+            if (slotPairs[slot] != pair)
+            {
+                slotPairs[slot] = pair;
+                slotEdges[slot] = uint32_t(merged.size());
+                merged.push_back({a, b, same, swap, uint32_t(result[2 * size_t(a)] ^ result[2 * size_t(b)])});
+            }
+            else
+            {
+                Edge& existing = merged[slotEdges[slot]];
+                uint64_t mergedSame, mergedSwap;
+                CurrentCosts(existing, result, mergedSame, mergedSwap);
+                existing = {existing.first, existing.second, mergedSame + same, mergedSwap + swap,
+                            uint32_t(result[2 * size_t(existing.first)] ^ result[2 * size_t(existing.second)])};
+            }
+        }
+        edges.swap(merged);
+    }
+}
+
+} // namespace
+
 std::unique_ptr<uint8_t[]> CreateColourSwappingRecommendations(uint32_t width, uint32_t height, bool wrap,
                                                                const unsigned char* pairs,
                                                                const unsigned char* otherPairs)
@@ -246,141 +502,22 @@ std::unique_ptr<uint8_t[]> CreateColourSwappingRecommendations(uint32_t width, u
     if (!result)
         return nullptr;
     const uint32_t count = uint32_t(blocks);
-    auto colourA = [pairs](uint32_t b) { return pairs + 8 * size_t(b); };
-    auto colourB = [pairs](uint32_t b) { return pairs + 8 * size_t(b) + 4; };
 
     if (otherPairs)
         for (uint32_t b = 0; b < count; ++b)
         {
-            const unsigned char *pa = colourA(b), *pb = colourB(b);
+            const unsigned char *pa = pairs + 8 * size_t(b), *pb = pa + 4;
             const unsigned char *qa = otherPairs + 8 * size_t(b), *qb = qa + 4;
             result[2 * size_t(b) + 1] = Distance(pa, qb) + Distance(pb, qa) < Distance(pa, qa) + Distance(pb, qb);
         }
 
     try
     {
-        // Edges to the right and lower neighbours (wrapping when asked, unless
-        // the grid is one block across that way).
-        std::vector<Edge> edges;
-        edges.reserve(size_t(blocks) * 2);
-        auto link = [&](uint32_t a, uint32_t b) {
-            edges.push_back({a, b, Distance(colourA(a), colourA(b)) + Distance(colourB(a), colourB(b)),
-                             Distance(colourA(a), colourB(b)) + Distance(colourB(a), colourA(b)), 0});
-        };
-        for (uint32_t y = 0; y < height; ++y)
-            for (uint32_t x = 0; x < width; ++x)
-            {
-                const uint32_t b = y * width + x;
-                if (x + 1 < width)
-                    link(b, b + 1);
-                else if (wrap && width > 1)
-                    link(b, y * width);
-                if (y + 1 < height)
-                    link(b, b + width);
-                else if (wrap && height > 1)
-                    link(b, x);
-            }
-
-        // Islands: each block's island number, each island's blocks, its
-        // number in the order of the sweep.
-        std::vector<uint32_t> island(count), rank(count);
-        std::vector<std::vector<uint32_t>> members(count);
-        for (uint32_t b = 0; b < count; ++b)
-        {
-            island[b] = rank[b] = b;
-            members[b] = {b};
-        }
-        std::vector<uint8_t> touched(count);
-        auto flag = [&](uint32_t b) -> uint8_t& { return result[2 * size_t(b)]; };
-        // The costs of an edge for the flags its blocks have now.
-        auto current = [&](const Edge& e, uint64_t& same, uint64_t& swap) {
-            const bool turned = uint32_t(flag(e.first) ^ flag(e.second)) != e.parity;
-            same = turned ? e.swap : e.same;
-            swap = turned ? e.same : e.swap;
-        };
-
-        while (!edges.empty())
-        {
-            // Most confident first; the lower numbered islands first on a tie.
-            std::vector<std::pair<float, size_t>> order;
-            order.reserve(edges.size());
-            for (size_t i = 0; i < edges.size(); ++i)
-            {
-                uint64_t same, swap;
-                current(edges[i], same, swap);
-                order.push_back({Ratio(same, swap), i});
-            }
-            std::stable_sort(order.begin(), order.end(), [&](const auto& p, const auto& q) {
-                if (p.first != q.first)
-                    return p.first > q.first;
-                const Edge &a = edges[p.second], &b = edges[q.second];
-                const uint32_t a1 = rank[island[a.first]], b1 = rank[island[b.first]];
-                return a1 != b1 ? a1 < b1 : rank[island[a.second]] < rank[island[b.second]];
-            });
-            std::fill(touched.begin(), touched.end(), 0);
-            std::vector<Edge> waiting;
-            for (const auto& entry : order)
-            {
-                const Edge& e = edges[entry.second];
-                const uint32_t head = island[e.first], member = island[e.second];
-                if (head == member)
-                    continue; // inside one island now
-                if (touched[head] || touched[member])
-                {
-                    waiting.push_back(e);
-                    continue;
-                }
-                // The second island joins the first, turned over when that
-                // costs less.
-                uint64_t same, swap;
-                current(e, same, swap);
-                const bool turn = swap < same;
-                for (uint32_t b : members[member])
-                {
-                    island[b] = head;
-                    if (turn)
-                        flag(b) ^= 1;
-                }
-                members[head].insert(members[head].end(), members[member].begin(), members[member].end());
-                members[member].clear();
-                touched[head] = touched[member] = 1;
-            }
-
-            // Edges between the same two islands become one, their costs
-            // summed for the present flags; the islands are numbered afresh.
-            std::vector<uint32_t> alive;
-            for (uint32_t i = 0; i < count; ++i)
-                if (!members[i].empty())
-                    alive.push_back(i);
-            std::sort(alive.begin(), alive.end(), [&](uint32_t a, uint32_t b) { return rank[a] < rank[b]; });
-            for (uint32_t n = 0; n < alive.size(); ++n)
-                rank[alive[n]] = n;
-            std::vector<Edge> merged;
-            std::unordered_map<uint64_t, size_t> between; // island pair to its merged edge
-            for (const Edge& e : waiting)
-            {
-                uint32_t p = island[e.first], q = island[e.second];
-                if (p == q)
-                    continue;
-                uint64_t same, swap;
-                current(e, same, swap);
-                uint32_t first = e.first, second = e.second;
-                if (rank[p] > rank[q])
-                    std::swap(p, q), std::swap(first, second); // filed under the lower numbered island
-                const auto found = between.emplace(uint64_t(p) * count + q, merged.size());
-                if (found.second)
-                    merged.push_back({first, second, same, swap, uint32_t(flag(first) ^ flag(second))});
-                else
-                {
-                    Edge& existing = merged[found.first->second];
-                    uint64_t mergedSame, mergedSwap;
-                    current(existing, mergedSame, mergedSwap);
-                    existing = {existing.first, existing.second, mergedSame + same, mergedSwap + swap,
-                                uint32_t(flag(existing.first) ^ flag(existing.second))};
-                }
-            }
-            edges.swap(merged);
-        }
+        std::vector<Edge> edges = GridEdges(width, height, wrap, pairs);
+        if (OptimiserReference())
+            PlainSweeps(count, std::move(edges), result.get());
+        else
+            FastSweeps(count, std::move(edges), result.get());
     }
     catch (const std::bad_alloc&)
     {
