@@ -368,8 +368,8 @@ void GatherNeighbourhood(const CompressParams& params, uint32_t row, uint32_t co
     for (int dy = 0; dy < 3; ++dy)
         for (int dx = 0; dx < 3; ++dx)
         {
-            const uint32_t y = (row + high + uint32_t(dy) - 1) % high;
-            const uint32_t x = (column + wide + uint32_t(dx) - 1) % wide;
+            const uint32_t y = Neighbour(row, dy - 1, high);
+            const uint32_t x = Neighbour(column, dx - 1, wide);
             const RegionStats& region = RegRow[y][x];
             const int p = dy * 3 + dx;
             modes[p] = region.selectedMode;
@@ -395,7 +395,7 @@ void OptimiseRegion(const ImageBuffer& image, const CompressParams& params, uint
     for (int dy = -1; dy <= 1; ++dy)
         for (int dx = -1; dx <= 1; ++dx)
         {
-            const RegionStats& n = RegRow[(row + high + dy) % high][(column + wide + dx) % wide];
+            const RegionStats& n = RegRow[Neighbour(row, dy, high)][Neighbour(column, dx, wide)];
             allFlat = allFlat && n.flatRegion;
             if (dy != 0 || dx != 0)
                 latestChange = std::max(latestChange, n.lastChangedStamp);

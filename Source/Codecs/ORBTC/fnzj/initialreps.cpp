@@ -782,19 +782,25 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
             float(p[0]) * axis[0] + float(p[1]) * axis[1] + float(p[2]) * axis[2] + float(p[3]) * axis[3];
         return std::isfinite(projection) ? projection : 0.0f; // a NaN axis must not break the sort's order
     };
-    // The list of a thread's last call, kept for its capacity.
-    thread_local std::vector<PixelInfo> entries;
-    entries.clear();
-    entries.reserve(size_t(std::max(pixelCount, 0)));
+    // The list of a thread's last call, kept for its capacity; filled
+    // through one reference, so that the thread's storage is found once.
+    thread_local std::vector<PixelInfo> kept;
+    std::vector<PixelInfo>& entries = kept;
+    entries.resize(size_t(std::max(pixelCount, 0)));
     double weightSum = 0.0;
+    size_t listed = 0;
     for (int i = 0; i < pixelCount; ++i)
     {
         const unsigned char* p = window + 4 * i;
         if (weights[i] == 0.0f || (excludeTransparent && params.bitsPerPixel == 4 && transparent(p)))
             continue;
-        entries.push_back({project(p), std::fabs(weights[i]), i, 0.0, 0.0, 0.0});
+        PixelInfo& e = entries[listed++];
+        e.projection = project(p);
+        e.weight = std::fabs(weights[i]);
+        e.index = i;
         weightSum += std::fabs(weights[i]);
     }
+    entries.resize(listed);
     if (entries.empty())
     {
         std::fill_n(outA, 4, 0);
@@ -811,8 +817,10 @@ void PickRepsByProjectingPixelsOntoAxis(const CompressParams& params, bool exclu
         // The same order through 64-bit keys: the projection's bits made
         // to order as unsigned integers (-0 counted as +0, as the float
         // comparison does), then the entry's place, which follows the index.
-        thread_local std::vector<uint64_t> keys;
-        thread_local std::vector<PixelInfo> sorted;
+        thread_local std::vector<uint64_t> keptKeys;
+        thread_local std::vector<PixelInfo> keptSorted;
+        std::vector<uint64_t>& keys = keptKeys;
+        std::vector<PixelInfo>& sorted = keptSorted;
         keys.resize(entries.size());
         sorted.resize(entries.size());
         for (size_t k = 0; k < entries.size(); ++k)

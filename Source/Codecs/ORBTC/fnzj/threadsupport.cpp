@@ -34,9 +34,10 @@ void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, 
     const int width = image.width, height = image.height;
     const int bw = params.blockWidth, bh = params.blockHeight;
     const int left = int(column) * bw + bw / 2 - bw, top = int(row) * bh + bh / 2 - bh;
-    for (int v = 0; v < params.windowHeight; ++v)
+    int y = (top % height + height) % height;
+    const int x0 = (left % width + width) % width;
+    for (int v = 0; v < params.windowHeight; ++v, y = y + 1 == height ? 0 : y + 1)
     {
-        const int y = ((top + v) % height + height) % height;
         const unsigned char* source = image.rows[y];
         if (left >= 0 && left + params.windowWidth <= width)
         {
@@ -45,9 +46,8 @@ void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, 
             window += 4 * params.windowWidth;
             continue;
         }
-        for (int u = 0; u < params.windowWidth; ++u)
+        for (int u = 0, x = x0; u < params.windowWidth; ++u, x = x + 1 == width ? 0 : x + 1)
         {
-            const int x = ((left + u) % width + width) % width;
             std::memcpy(window, source + 4 * x, 4);
             window += 4;
         }

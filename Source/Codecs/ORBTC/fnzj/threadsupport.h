@@ -153,6 +153,14 @@ struct ThreadArgPair
     unsigned int index;
 };
 
+// (index + delta) around a ring of 'count' places, for delta -1, 0 or 1 and
+// index below count: the wrapped neighbour without a division.
+inline uint32_t Neighbour(uint32_t index, int delta, uint32_t count)
+{
+    const int64_t moved = int64_t(index) + delta;
+    return moved < 0 ? count - 1 : uint64_t(moved) >= count ? 0 : uint32_t(moved);
+}
+
 // The window of block (row, column): windowWidth x windowHeight RGBA pixels
 // centred on the block, wrapping around the image in both axes.
 void GatherWindowPixels(const ImageBuffer& image, const CompressParams& params, uint32_t row, uint32_t column,

@@ -259,7 +259,8 @@ bool Due(const CompressParams& params, const StageSchedule& schedule, uint32_t r
             if (dy != 1 || dx != 1)
                 latestChange = std::max(
                     latestChange,
-                    schedule.changed[size_t((row + high + dy - 1) % high) * wide + (column + wide + dx - 1) % wide]);
+                    schedule.changed[size_t(Neighbour(row, int(dy) - 1, high)) * wide +
+                                     Neighbour(column, int(dx) - 1, wide)]);
     return !(latestChange < schedule.visited[size_t(row) * wide + column]);
 }
 

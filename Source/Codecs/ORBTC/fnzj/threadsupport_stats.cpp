@@ -591,7 +591,7 @@ void NeighbourMeanColours(RegionStats* const* rows, const CompressParams& params
     for (int dy = 0; dy < 3; ++dy)
         for (int dx = 0; dx < 3; ++dx)
         {
-            const uint32_t y = (row + high + dy - 1) % high, x = (column + wide + dx - 1) % wide;
+            const uint32_t y = Neighbour(row, dy - 1, high), x = Neighbour(column, dx - 1, wide);
             std::copy_n(rows[y][x].AllBox.meanColour, 4, means[3 * dy + dx]);
         }
 }
