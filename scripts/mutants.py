@@ -387,7 +387,7 @@ FAULTS = [
       "alpha = _mm_set1_epi32(int(0xFF000000u)), limit = _mm_set1_epi32(17);",
       "alpha = _mm_set1_epi32(int(0xFF000000u)), limit = _mm_set1_epi32(16);", "optimiser"),
     F("optimiser-islands-smooth", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
-      "_mm_add_epi16(c, c));", "c);", "optimiser"),
+      "_mm_sub_epi16(lowSums, _mm_add_epi16(low, low))", "_mm_sub_epi16(lowSums, low)", "optimiser"),
     F("optimiser-islands-punch", "Source/Codecs/ORBTC/fnzj/analygrapprop.cpp",
       "_mm_and_si128(_mm_or_si128(a, b), alpha)", "_mm_and_si128(_mm_and_si128(a, b), alpha)", "optimiser"),
     F("optimiser-swaps-ratio-order", "Source/Codecs/ORBTC/fnzj/threadsupport.cpp",

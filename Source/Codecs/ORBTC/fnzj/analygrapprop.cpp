@@ -96,13 +96,12 @@ void SmoothRun(const unsigned char* window, int from, int end, int step, bool* f
     {
         const __m128i before = Load4(window + 4 * (i - step)), centre = Load4(window + 4 * i),
                       after = Load4(window + 4 * (i + step));
-        auto differences = [&](__m128i (*unpack)(__m128i, __m128i)) {
-            const __m128i c = unpack(centre, zero);
-            return _mm_sub_epi16(_mm_add_epi16(unpack(before, zero), unpack(after, zero)), _mm_add_epi16(c, c));
-        };
-        StoreFlags(_mm_cmplt_epi32(PixelSquares(differences(_mm_unpacklo_epi8), differences(_mm_unpackhi_epi8)),
-                                   limit),
-                   flags + i);
+        const __m128i low = _mm_unpacklo_epi8(centre, zero), high = _mm_unpackhi_epi8(centre, zero);
+        const __m128i lowSums = _mm_add_epi16(_mm_unpacklo_epi8(before, zero), _mm_unpacklo_epi8(after, zero));
+        const __m128i highSums = _mm_add_epi16(_mm_unpackhi_epi8(before, zero), _mm_unpackhi_epi8(after, zero));
+        const __m128i squares = PixelSquares(_mm_sub_epi16(lowSums, _mm_add_epi16(low, low)),
+                                             _mm_sub_epi16(highSums, _mm_add_epi16(high, high)));
+        StoreFlags(_mm_cmplt_epi32(squares, limit), flags + i);
     }
 #endif
     for (; i < end; ++i)
