@@ -227,7 +227,7 @@ int AnalyseGraphicsProperties(const unsigned char* window, const CompressParams&
             const unsigned up = y > 0, down = y + 1 < height, left = x > 0, right = x + 1 < width;
             unsigned bits = 0;
             if (up)
-                bits = (left & southEast[p - width - 1]) | (south[p - width] | downColumn[p - width]) << 1 |
+                bits = (left & southEast[p - width - left]) | (south[p - width] | downColumn[p - width]) << 1 |
                        (right & southWest[p - width + 1]) << 2;
             bits |= (left & (east[p - left] | acrossRow[p - left])) << 3 |
                     (right & (east[p] | acrossRow[p + right])) << 4;
