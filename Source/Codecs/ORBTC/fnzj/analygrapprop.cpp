@@ -126,10 +126,10 @@ void CopyOuterFlags(int width, int height, bool* acrossRow, bool* downColumn)
         }
 }
 
-// Depth-first growth of the islands from each unlabelled pixel in row order,
-// a pixel's neighbours taken in row order. 'Joins' (p, q, dx, dy) tells
-// whether neighbour q of the popped pixel p joins; the popped pixel is the
-// reference, not the seed, so a slow gradient stays one island.
+// Depth-first growth of the islands from each unlabelled pixel in row order.
+// 'joins' (p, join) calls join(q) for each neighbour q, in row order, that
+// the popped pixel p joins; the popped pixel is the reference, not the seed,
+// so a slow gradient stays one island.
 template <class Joins>
 int Grow(int width, int height, const Joins& joins, unsigned char* labels, unsigned char* order, int enough)
 {

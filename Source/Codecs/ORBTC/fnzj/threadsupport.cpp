@@ -275,6 +275,20 @@ inline void CurrentCosts(const Edge& e, const uint8_t* result, uint64_t& same, u
     swap = turned ? e.same : e.swap;
 }
 
+// An edge between blocks a and b with costs for their flags now.
+inline Edge FiledEdge(uint32_t a, uint32_t b, uint64_t same, uint64_t swap, const uint8_t* result)
+{
+    return {a, b, same, swap, uint32_t(result[2 * size_t(a)] ^ result[2 * size_t(b)])};
+}
+
+// Adds costs taken for the flags now to an edge between the same islands.
+inline void AddCosts(Edge& existing, uint64_t same, uint64_t swap, const uint8_t* result)
+{
+    uint64_t existingSame, existingSwap;
+    CurrentCosts(existing, result, existingSame, existingSwap);
+    existing = FiledEdge(existing.first, existing.second, existingSame + same, existingSwap + swap, result);
+}
+
 // The sweeps as written: each block's island and each island's block list,
 // the edges sorted stably, merged through a map.
 void PlainSweeps(uint32_t count, std::vector<Edge> edges, uint8_t* result)
@@ -362,15 +376,9 @@ void PlainSweeps(uint32_t count, std::vector<Edge> edges, uint8_t* result)
                 std::swap(p, q), std::swap(first, second); // filed under the lower numbered island
             const auto found = between.emplace(uint64_t(p) * count + q, merged.size());
             if (found.second)
-                merged.push_back({first, second, same, swap, uint32_t(flag(first) ^ flag(second))});
+                merged.push_back(FiledEdge(first, second, same, swap, result));
             else
-            {
-                Edge& existing = merged[found.first->second];
-                uint64_t mergedSame, mergedSwap;
-                current(existing, mergedSame, mergedSwap);
-                existing = {existing.first, existing.second, mergedSame + same, mergedSwap + swap,
-                            uint32_t(flag(existing.first) ^ flag(existing.second))};
-            }
+                AddCosts(merged[found.first->second], same, swap, result);
         }
         edges.swap(merged);
     }
@@ -474,16 +482,10 @@ void FastSweeps(uint32_t count, std::vector<Edge> edges, uint8_t* result)
             {
                 slotPairs[slot] = pair;
                 slotEdges[slot] = uint32_t(merged.size());
-                merged.push_back({a, b, same, swap, uint32_t(result[2 * size_t(a)] ^ result[2 * size_t(b)])});
+                merged.push_back(FiledEdge(a, b, same, swap, result));
             }
             else
-            {
-                Edge& existing = merged[slotEdges[slot]];
-                uint64_t mergedSame, mergedSwap;
-                CurrentCosts(existing, result, mergedSame, mergedSwap);
-                existing = {existing.first, existing.second, mergedSame + same, mergedSwap + swap,
-                            uint32_t(result[2 * size_t(existing.first)] ^ result[2 * size_t(existing.second)])};
-            }
+                AddCosts(merged[slotEdges[slot]], same, swap, result);
         }
         edges.swap(merged);
     }
