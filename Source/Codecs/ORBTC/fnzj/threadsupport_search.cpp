@@ -12,6 +12,10 @@
 #include <new>
 #include <vector>
 
+#if defined(__unix__)
+#include <sys/mman.h>
+#endif
+
 #include "Codecs/ORBTC/fnzj/fnzj_localised_region.h"
 #include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Codecs/ORBTC/fnzj/wrapper.h"
@@ -24,6 +28,47 @@ namespace
 {
 
 std::atomic<bool> gReferencePath{false};
+
+// The block records of one image in one anonymous mapping: zero pages that
+// the statistics threads fault in as they first write their rows, where a
+// zeroed allocation would clear them all on the caller's thread first.
+// Elsewhere, that zeroed allocation.
+class RecordArena
+{
+  public:
+    RecordArena() = default;
+    RecordArena(const RecordArena&) = delete;
+    RecordArena& operator=(const RecordArena&) = delete;
+    ~RecordArena()
+    {
+#if defined(__unix__)
+        if (records_)
+            munmap(records_, bytes_);
+#else
+        std::free(records_);
+#endif
+    }
+
+    bool Allocate(size_t count)
+    {
+        if (count == 0 || count > SIZE_MAX / sizeof(RegionStats))
+            return false;
+        bytes_ = count * sizeof(RegionStats);
+#if defined(__unix__)
+        void* mapping = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        records_ = mapping == MAP_FAILED ? nullptr : static_cast<RegionStats*>(mapping);
+#else
+        records_ = static_cast<RegionStats*>(std::calloc(count, sizeof(RegionStats)));
+#endif
+        return records_ != nullptr;
+    }
+
+    RegionStats* Records() const { return records_; }
+
+  private:
+    RegionStats* records_ = nullptr;
+    size_t bytes_ = 0;
+};
 
 // Runs 'routine' over the thread indices of one phase.
 template <typename Shared>
@@ -336,22 +381,17 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     std::unique_ptr<ImgStats> stats(new (std::nothrow) ImgStats{});
     if (!stats)
         return outOfMemory();
-    auto releaseRows = [&] {
-        for (uint32_t row = 0; row < params.blocksHigh; ++row)
-            std::free(stats->RegRow[row]);
-    };
-    for (uint32_t row = 0; row < params.blocksHigh; ++row)
+    // Every row's records come at once, so a failure is reported at the first.
+    RecordArena arena;
+    if (!arena.Allocate(size_t(params.blocksWide) * params.blocksHigh))
     {
-        stats->RegRow[row] = static_cast<RegionStats*>(std::calloc(params.blocksWide, sizeof(RegionStats)));
-        if (!stats->RegRow[row])
-        {
-            std::fprintf(stderr, "%s:%s failed malloc @ %s:%d\n", "Panic", "pImgStats->RegRow[row]", "threadsupport",
-                         __LINE__);
-            std::fprintf(stderr, "At row:%d\n", int(row));
-            releaseRows();
-            return outOfMemory();
-        }
+        std::fprintf(stderr, "%s:%s failed malloc @ %s:%d\n", "Panic", "pImgStats->RegRow[row]", "threadsupport",
+                     __LINE__);
+        std::fprintf(stderr, "At row:%d\n", 0);
+        return outOfMemory();
     }
+    for (uint32_t row = 0; row < params.blocksHigh; ++row)
+        stats->RegRow[row] = arena.Records() + size_t(row) * params.blocksWide;
     std::vector<float> linWeights, lowWeights;
     std::vector<unsigned char> central;
     try
@@ -362,14 +402,12 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     }
     catch (const std::bad_alloc&)
     {
-        releaseRows();
         return outOfMemory();
     }
     OptimiseWork* packing = new (std::nothrow) OptimiseWork;
     if (!packing || !InitOptimiseWork(*packing, params))
     {
         delete packing;
-        releaseRows();
         return outOfMemory();
     }
 
@@ -380,7 +418,6 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     const auto stop = [&] {
         ReleaseOptimiseWork(*packing);
         delete packing;
-        releaseRows();
         return SetError(eORBTErrorCancelled, "cancelled");
     };
     for (int phase = 0; phase < 2; ++phase)
@@ -456,7 +493,6 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
 
     ReleaseOptimiseWork(*packing);
     delete packing;
-    releaseRows();
     return 1;
 }
 
