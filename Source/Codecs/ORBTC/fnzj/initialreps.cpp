@@ -15,6 +15,7 @@
 
 #if ORBT_X86_SIMD
 #include <emmintrin.h>
+#include <immintrin.h>
 #endif
 
 namespace orbtexture
@@ -523,6 +524,31 @@ void CountBelowSSE2(const float* values, int padded, const float* boundaries, in
     cuts[1] = _mm_cvtsi128_si32(_mm_shuffle_epi32(two, _MM_SHUFFLE(1, 1, 1, 1)));
     cuts[2] = _mm_cvtsi128_si32(_mm_add_epi32(three, _mm_shuffle_epi32(three, _MM_SHUFFLE(2, 3, 0, 1))));
 }
+
+ORBT_TARGET_AVX2 inline int LaneTotal(__m256i c)
+{
+    __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(c), _mm256_extracti128_si256(c, 1));
+    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
+    return _mm_cvtsi128_si32(_mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1))));
+}
+
+// The same over 'padded' (a multiple of 8) floats, eight at a time.
+ORBT_TARGET_AVX2 void CountBelowAVX2(const float* values, int padded, const float* boundaries, int* cuts)
+{
+    const __m256 b0 = _mm256_set1_ps(boundaries[0]), b1 = _mm256_set1_ps(boundaries[1]);
+    const __m256 b2 = _mm256_set1_ps(boundaries[2]);
+    __m256i c0 = _mm256_setzero_si256(), c1 = c0, c2 = c0;
+    for (int i = 0; i < padded; i += 8)
+    {
+        const __m256 v = _mm256_load_ps(values + i);
+        c0 = _mm256_sub_epi32(c0, _mm256_castps_si256(_mm256_cmp_ps(v, b0, _CMP_LT_OQ)));
+        c1 = _mm256_sub_epi32(c1, _mm256_castps_si256(_mm256_cmp_ps(v, b1, _CMP_LT_OQ)));
+        c2 = _mm256_sub_epi32(c2, _mm256_castps_si256(_mm256_cmp_ps(v, b2, _CMP_LT_OQ)));
+    }
+    cuts[0] = LaneTotal(c0);
+    cuts[1] = LaneTotal(c1);
+    cuts[2] = LaneTotal(c2);
+}
 #endif
 
 // The sorted projections in a flat array padded with infinities, where the
@@ -531,12 +557,13 @@ void CountBelowSSE2(const float* values, int padded, const float* boundaries, in
 struct Projections
 {
     static constexpr int kMax = 160;
-    alignas(16) float values[kMax];
+    alignas(32) float values[kMax];
     double weight[kMax + 1], first[kMax + 1], second[kMax + 1];
     int count, padded;
     bool plain = OptimiserReference();
+    bool avx2 = ActiveSimdPath() == eSimdAVX2;
 
-    Projections(const PixelInfo* entries, int n) : count(n), padded((n + 3) / 4 * 4)
+    Projections(const PixelInfo* entries, int n) : count(n), padded((n + 7) / 8 * 8)
     {
         if (n > kMax || plain)
             return;
@@ -570,7 +597,10 @@ struct Projections
         if (Flat())
         {
 #if ORBT_X86_SIMD
-            CountBelowSSE2(values, padded, boundaries, cuts);
+            if (avx2)
+                CountBelowAVX2(values, padded, boundaries, cuts);
+            else
+                CountBelowSSE2(values, padded, boundaries, cuts);
 #else
             for (int k = 0; k < 3; ++k)
             {
