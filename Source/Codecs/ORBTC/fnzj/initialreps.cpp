@@ -559,6 +559,9 @@ struct Projections
     static constexpr int kMax = 160;
     alignas(32) float values[kMax];
     double weight[kMax + 1], first[kMax + 1], second[kMax + 1];
+    // With AVX2 the running sums are kept as rows (weight, first, second, 0)
+    // instead, a zone's three moments being one vector difference.
+    alignas(32) double rows[kMax + 1][4];
     int count, padded;
     bool plain = OptimiserReference();
     bool avx2 = ActiveSimdPath() == eSimdAVX2;
@@ -567,16 +570,29 @@ struct Projections
     {
         if (n > kMax || plain)
             return;
+        for (int i = 0; i < n; ++i)
+            values[i] = entries[i].projection;
+        for (int i = n; i < padded; ++i)
+            values[i] = std::numeric_limits<float>::infinity();
+        if (avx2)
+        {
+            rows[0][0] = rows[0][1] = rows[0][2] = rows[0][3] = 0.0;
+            for (int i = 0; i < n; ++i)
+            {
+                rows[i + 1][0] = entries[i].sumWeight;
+                rows[i + 1][1] = entries[i].sumFirst;
+                rows[i + 1][2] = entries[i].sumSecond;
+                rows[i + 1][3] = 0.0;
+            }
+            return;
+        }
         weight[0] = first[0] = second[0] = 0.0;
         for (int i = 0; i < n; ++i)
         {
-            values[i] = entries[i].projection;
             weight[i + 1] = entries[i].sumWeight;
             first[i + 1] = entries[i].sumFirst;
             second[i + 1] = entries[i].sumSecond;
         }
-        for (int i = n; i < padded; ++i)
-            values[i] = std::numeric_limits<float>::infinity();
     }
 
     bool Flat() const { return count <= kMax && !plain; }
@@ -626,6 +642,103 @@ struct PartitionStep
     double error;
     float nextLower, nextUpper;
 };
+
+// The sums of the least squares for the ends given the zones, each zone's
+// pixels at (1 - t) l + t u, taken zone by zone.
+struct EndSums
+{
+    double a11, a12, a22, r1, r2, total, sum;
+};
+
+// The least-squares pair from the sums, in order and within the range; with
+// all weight in one zone, the span about the mean.
+PartitionStep FinishStep(double error, const EndSums& e, float l, float u, float minimum, float maximum, float span)
+{
+    const double determinant = e.a11 * e.a22 - e.a12 * e.a12;
+    float nl, nu;
+    if (std::fabs(determinant) > 1e-9 * e.total * e.total)
+    {
+        nl = float((e.a22 * e.r1 - e.a12 * e.r2) / determinant);
+        nu = float((e.a11 * e.r2 - e.a12 * e.r1) / determinant);
+    }
+    else
+    {
+        const double centre = e.total > 0.0 ? e.sum / e.total : 0.5 * (l + u);
+        nl = float(centre - 0.5 * span);
+        nu = float(centre + 0.5 * span);
+    }
+    if (nl > nu)
+        std::swap(nl, nu);
+    nl = std::min(std::max(nl, minimum), maximum);
+    nu = std::min(std::max(nu, minimum), maximum);
+    return {error, nl, nu};
+}
+
+#if ORBT_X86_SIMD
+// The step of a flat list with AVX2: every product and sum of the scalar step
+// in its order, four at a time where they are independent (the levels, the
+// zones' error terms, the sums of the least squares).
+ORBT_TARGET_AVX2 PartitionStep StepAVX2(const Projections& p, float l, float u, float minimum, float maximum,
+                                        double reciprocal, float span)
+{
+    const __m256d lower = _mm256_set1_pd(l), upper = _mm256_set1_pd(u);
+    const __m256d t = _mm256_setr_pd(kLevelWeights[0], kLevelWeights[1], kLevelWeights[2], kLevelWeights[3]);
+    const __m256d s = _mm256_setr_pd(1.0 - kLevelWeights[0], 1.0 - kLevelWeights[1], 1.0 - kLevelWeights[2],
+                                     1.0 - kLevelWeights[3]);
+    const __m256d levels = _mm256_add_pd(_mm256_mul_pd(s, lower), _mm256_mul_pd(t, upper));
+
+    // Boundaries k = 1 to 3 at the midpoints, clamped as std::min(std::max(b, minimum), maximum).
+    const __m256d next = _mm256_permute4x64_pd(levels, _MM_SHUFFLE(3, 3, 2, 1));
+    __m128 middles = _mm256_cvtpd_ps(_mm256_mul_pd(_mm256_set1_pd(0.5), _mm256_add_pd(levels, next)));
+    middles = _mm_min_ps(_mm_set1_ps(maximum), _mm_max_ps(_mm_set1_ps(minimum), middles));
+    alignas(16) float boundaries[4];
+    _mm_store_ps(boundaries, middles);
+    int found[3];
+    CountBelowAVX2(p.values, p.padded, boundaries, found);
+    int cuts[5] = {0, 0, 0, 0, p.count};
+    for (int k = 1; k < 4; ++k)
+        cuts[k] = std::max(found[k - 1], cuts[k - 1]);
+
+    __m256d zones[4];
+    for (int k = 0; k < 4; ++k)
+        zones[k] = _mm256_sub_pd(_mm256_load_pd(p.rows[cuts[k + 1]]), _mm256_load_pd(p.rows[cuts[k]]));
+
+    // Error terms of the four zones side by side, then summed in zone order.
+    const __m256d low01 = _mm256_unpacklo_pd(zones[0], zones[1]), high01 = _mm256_unpackhi_pd(zones[0], zones[1]);
+    const __m256d low23 = _mm256_unpacklo_pd(zones[2], zones[3]), high23 = _mm256_unpackhi_pd(zones[2], zones[3]);
+    const __m256d weights = _mm256_permute2f128_pd(low01, low23, 0x20);
+    const __m256d seconds = _mm256_permute2f128_pd(low01, low23, 0x31);
+    const __m256d firsts = _mm256_permute2f128_pd(high01, high23, 0x20);
+    const __m256d terms = _mm256_max_pd(
+        _mm256_add_pd(_mm256_sub_pd(seconds, _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(2.0), levels), firsts)),
+                      _mm256_mul_pd(_mm256_mul_pd(levels, levels), weights)),
+        _mm256_setzero_pd());
+    alignas(32) double term[4];
+    _mm256_store_pd(term, terms);
+    double error = 0.0;
+    for (int k = 0; k < 4; ++k)
+        error += term[k];
+    error *= reciprocal;
+
+    // (a11, a12, a22, total) += (w s, w s, w t, w) (s, t, t, 1) and
+    // (r1, r2, sum, -) += (s, t, 1, 0) f, zone by zone.
+    __m256d squares = _mm256_setzero_pd(), rights = _mm256_setzero_pd();
+    for (int k = 0; k < 4; ++k)
+    {
+        const double tk = kLevelWeights[k], sk = 1.0 - tk;
+        const __m256d weight = _mm256_permute4x64_pd(zones[k], _MM_SHUFFLE(0, 0, 0, 0));
+        const __m256d first = _mm256_permute4x64_pd(zones[k], _MM_SHUFFLE(1, 1, 1, 1));
+        const __m256d scaled = _mm256_mul_pd(weight, _mm256_setr_pd(sk, sk, tk, 1.0));
+        squares = _mm256_add_pd(squares, _mm256_mul_pd(scaled, _mm256_setr_pd(sk, tk, tk, 1.0)));
+        rights = _mm256_add_pd(rights, _mm256_mul_pd(_mm256_setr_pd(sk, tk, 1.0, 0.0), first));
+    }
+    alignas(32) double square[4], right[4];
+    _mm256_store_pd(square, squares);
+    _mm256_store_pd(right, rights);
+    const EndSums sums{square[0], square[1], square[2], right[0], right[1], square[3], right[2]};
+    return FinishStep(error, sums, l, u, minimum, maximum, span);
+}
+#endif
 
 // The steps of one sorted list. A step is a pure function of (l, u), so the
 // starts of a multi-start search that meet on a pair share its step through
@@ -722,6 +835,10 @@ class PartitionSearch
 
     PartitionStep Compute(float l, float u) const
     {
+#if ORBT_X86_SIMD
+        if (projections_.avx2 && projections_.Flat())
+            return StepAVX2(projections_, l, u, minimum_, maximum_, reciprocal_, span_);
+#endif
         // Zones between the midpoints of the levels, limited to the range.
         double levels[4];
         for (int k = 0; k < 4; ++k)
@@ -745,39 +862,19 @@ class PartitionSearch
         }
         error *= reciprocal_;
 
-        // Least squares for the ends given the zones: each zone's pixels at
-        // (1 - t) l + t u.
-        double a11 = 0.0, a12 = 0.0, a22 = 0.0, r1 = 0.0, r2 = 0.0, total = 0.0, sum = 0.0;
+        EndSums sums{};
         for (int k = 0; k < 4; ++k)
         {
             const double t = kLevelWeights[k], s = 1.0 - t;
-            a11 += zones[k].weight * s * s;
-            a12 += zones[k].weight * s * t;
-            a22 += zones[k].weight * t * t;
-            r1 += s * zones[k].first;
-            r2 += t * zones[k].first;
-            total += zones[k].weight;
-            sum += zones[k].first;
+            sums.a11 += zones[k].weight * s * s;
+            sums.a12 += zones[k].weight * s * t;
+            sums.a22 += zones[k].weight * t * t;
+            sums.r1 += s * zones[k].first;
+            sums.r2 += t * zones[k].first;
+            sums.total += zones[k].weight;
+            sums.sum += zones[k].first;
         }
-        const double determinant = a11 * a22 - a12 * a12;
-        float nl, nu;
-        if (std::fabs(determinant) > 1e-9 * total * total)
-        {
-            nl = float((a22 * r1 - a12 * r2) / determinant);
-            nu = float((a11 * r2 - a12 * r1) / determinant);
-        }
-        else
-        {
-            // All weight in one zone: the span about the mean.
-            const double centre = total > 0.0 ? sum / total : 0.5 * (l + u);
-            nl = float(centre - 0.5 * span_);
-            nu = float(centre + 0.5 * span_);
-        }
-        if (nl > nu)
-            std::swap(nl, nu);
-        nl = std::min(std::max(nl, minimum_), maximum_);
-        nu = std::min(std::max(nu, minimum_), maximum_);
-        return {error, nl, nu};
+        return FinishStep(error, sums, l, u, minimum_, maximum_, span_);
     }
 
     const PixelInfo* entries_;

@@ -11,6 +11,7 @@
 #include "Codecs/ORBTC/fnzj/initialreps.h"
 #include "Codecs/ORBTC/fnzj/optimiser_path.h"
 #include "Codecs/ORBTC/fnzj/threadsupport.h"
+#include "Tools/ORBTSimd.h"
 
 using namespace orbtexture;
 
@@ -151,6 +152,55 @@ TEST(InitialReps, RepresentativesFromAnAxis)
                                        a, b);
     EXPECT_EQ(std::vector<unsigned char>(a, a + 4), std::vector<unsigned char>(4, 0));
     EXPECT_EQ(std::vector<unsigned char>(b, b + 4), std::vector<unsigned char>(4, 0));
+}
+
+TEST(InitialReps, FastPartitionStepsAreThePlainSteps)
+{
+    // Lists up to the flat arrays' size and past it, of few levels (ties at
+    // the cuts) or spread values, weights with zeros, starts inside, across
+    // and outside the range (one zone then holds all): every SIMD path's
+    // error and pair must be the plain search's, bit for bit.
+    const ESimdPath saved = ActiveSimdPath();
+    std::mt19937 random(11);
+    for (int trial = 0; trial < 3000; ++trial)
+    {
+        const int count = 2 + int(random() % 170);
+        const int levels = trial % 3 == 0 ? 2 + int(random() % 4) : 1000;
+        std::vector<float> projections(static_cast<size_t>(count));
+        for (float& p : projections)
+            p = float(int(random() % levels)) * (levels < 1000 ? 37.25f : 0.37f) - 90.0f;
+        std::sort(projections.begin(), projections.end());
+        std::vector<PixelInfo> entries;
+        double w = 0, first = 0, second = 0;
+        for (int i = 0; i < count; ++i)
+        {
+            const float weight = float(random() % 5) / 4.0f;
+            w += weight;
+            first += double(weight) * projections[i];
+            second += double(weight) * projections[i] * projections[i];
+            entries.push_back({projections[i], weight, i, w, first, second});
+        }
+        const float minimum = projections.front(), maximum = projections.back();
+        const float start[2] = {float(int(random() % 400) - 200), float(int(random() % 400) - 200)};
+        float plainLower = start[0], plainUpper = start[1];
+        SetOptimiserReference(true);
+        const double plain = ImprovePartition(entries.data(), count, plainLower, w > 0 ? 1.0 / w : 1.0, minimum,
+                                              maximum, maximum - minimum, plainUpper);
+        SetOptimiserReference(false);
+        for (ESimdPath path : {eSimdPortable, eSimdSSE2, eSimdAVX2})
+        {
+            if (!SimdPathAvailable(path))
+                continue;
+            SetSimdPath(path);
+            float lower = start[0], upper = start[1];
+            const double fast = ImprovePartition(entries.data(), count, lower, w > 0 ? 1.0 / w : 1.0, minimum,
+                                                 maximum, maximum - minimum, upper);
+            ASSERT_EQ(std::memcmp(&fast, &plain, sizeof fast), 0) << "trial " << trial << " path " << path;
+            ASSERT_EQ(std::memcmp(&lower, &plainLower, 4), 0) << "trial " << trial << " path " << path;
+            ASSERT_EQ(std::memcmp(&upper, &plainUpper, 4), 0) << "trial " << trial << " path " << path;
+        }
+        SetSimdPath(saved);
+    }
 }
 
 TEST(InitialReps, MultiStartPickMatchesThePlainSearch)
