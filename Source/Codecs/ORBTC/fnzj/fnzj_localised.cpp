@@ -52,19 +52,14 @@ float LargestEntry(const float* matrix, int n)
 void UpdateCovarSumF(double* sum, float weight, const float* colour)
 {
 #if ORBT_X86_SIMD
-    // The same products, two sums at a time: (w c_i) c_j for the pairs
-    // (0,0) (0,1), (0,2) (0,3), (1,1) (1,2), (1,3) (2,2), (2,3) (3,3).
     const __m128d c01 = _mm_cvtps_pd(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(colour)));
     const __m128d c23 = _mm_cvtps_pd(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(colour + 2)));
-    const __m128d w = _mm_set1_pd(double(weight));
-    const __m128d wc01 = _mm_mul_pd(w, c01), wc23 = _mm_mul_pd(w, c23);
-    const __m128d wc0 = _mm_unpacklo_pd(wc01, wc01), wc1 = _mm_unpackhi_pd(wc01, wc01);
-    const __m128d c12 = _mm_shuffle_pd(c01, c23, 1), c32 = _mm_shuffle_pd(c23, c23, 1);
-    const __m128d c33 = _mm_unpackhi_pd(c23, c23);
-    const __m128d products[5] = {_mm_mul_pd(wc0, c01), _mm_mul_pd(wc0, c23), _mm_mul_pd(wc1, c12),
-                                 _mm_mul_pd(_mm_shuffle_pd(wc01, wc23, 1), c32), _mm_mul_pd(wc23, c33)};
+    __m128d sums[5];
     for (int k = 0; k < 5; ++k)
-        _mm_storeu_pd(sum + 2 * k, _mm_add_pd(_mm_loadu_pd(sum + 2 * k), products[k]));
+        sums[k] = _mm_loadu_pd(sum + 2 * k);
+    AddCovarProducts(sums, c01, c23, double(weight));
+    for (int k = 0; k < 5; ++k)
+        _mm_storeu_pd(sum + 2 * k, sums[k]);
 #else
     for (int i = 0, k = 0; i < 4; ++i)
         for (int j = i; j < 4; ++j, ++k)

@@ -9,6 +9,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "Tools/ORBTSimd.h"
+
+#if ORBT_X86_SIMD
+#include <emmintrin.h>
+#endif
+
 namespace orbtexture
 {
 
@@ -18,6 +24,25 @@ constexpr int kCovarSumSize = 10;
 
 // Adds weight x colour x colour^T.
 void UpdateCovarSumF(double* sum, float weight, const float* colour);
+
+#if ORBT_X86_SIMD
+// UpdateCovarSumF's products added to its sums held as five pairs: (w c_i) c_j
+// for (0,0) (0,1), (0,2) (0,3), (1,1) (1,2), (1,3) (2,2), (2,3) (3,3), with
+// c01 and c23 the colour's channels as doubles.
+inline void AddCovarProducts(__m128d* sums, __m128d c01, __m128d c23, double weight)
+{
+    const __m128d w = _mm_set1_pd(weight);
+    const __m128d wc01 = _mm_mul_pd(w, c01), wc23 = _mm_mul_pd(w, c23);
+    const __m128d wc0 = _mm_unpacklo_pd(wc01, wc01), wc1 = _mm_unpackhi_pd(wc01, wc01);
+    const __m128d c12 = _mm_shuffle_pd(c01, c23, 1), c32 = _mm_shuffle_pd(c23, c23, 1);
+    const __m128d c33 = _mm_unpackhi_pd(c23, c23);
+    sums[0] = _mm_add_pd(sums[0], _mm_mul_pd(wc0, c01));
+    sums[1] = _mm_add_pd(sums[1], _mm_mul_pd(wc0, c23));
+    sums[2] = _mm_add_pd(sums[2], _mm_mul_pd(wc1, c12));
+    sums[3] = _mm_add_pd(sums[3], _mm_mul_pd(_mm_shuffle_pd(wc01, wc23, 1), c32));
+    sums[4] = _mm_add_pd(sums[4], _mm_mul_pd(wc23, c33));
+}
+#endif
 // The same for an 8-bit colour; a non-zero 'recentre' subtracts 128 from each
 // channel first.
 void UpdateCovarSumI(double* sum, float weight, int recentre, const unsigned char* colour);

@@ -358,6 +358,65 @@ void OrientedBoxAdder::Add(const float* colour)
 #endif
 }
 
+#if ORBT_X86_SIMD
+namespace
+{
+
+// Bounds of the projections of colours [0, count), each colour's channels
+// from 'channels' (as floats), in Add's order of products and sums.
+template <typename Channels>
+void AddAllSSE2(const float (*columns)[4], float* minimum, float* maximum, int count, Channels channels)
+{
+    const __m128 c0 = _mm_load_ps(columns[0]), c1 = _mm_load_ps(columns[1]);
+    const __m128 c2 = _mm_load_ps(columns[2]), c3 = _mm_load_ps(columns[3]);
+    __m128 low = _mm_load_ps(minimum), high = _mm_load_ps(maximum);
+    for (int i = 0; i < count; ++i)
+    {
+        const __m128 colour = channels(i);
+        __m128 projection = _mm_mul_ps(c0, _mm_shuffle_ps(colour, colour, _MM_SHUFFLE(0, 0, 0, 0)));
+        projection = _mm_add_ps(projection, _mm_mul_ps(c1, _mm_shuffle_ps(colour, colour, _MM_SHUFFLE(1, 1, 1, 1))));
+        projection = _mm_add_ps(projection, _mm_mul_ps(c2, _mm_shuffle_ps(colour, colour, _MM_SHUFFLE(2, 2, 2, 2))));
+        projection = _mm_add_ps(projection, _mm_mul_ps(c3, _mm_shuffle_ps(colour, colour, _MM_SHUFFLE(3, 3, 3, 3))));
+        low = _mm_min_ps(projection, low);
+        high = _mm_max_ps(projection, high);
+    }
+    _mm_store_ps(minimum, low);
+    _mm_store_ps(maximum, high);
+}
+
+} // namespace
+#endif
+
+void OrientedBoxAdder::AddAll(const float* colours, int count, int stride)
+{
+#if ORBT_X86_SIMD
+    if (!OptimiserReference())
+        return AddAllSSE2(columns_, minimum_, maximum_, count,
+                          [colours, stride](int i) { return _mm_loadu_ps(colours + size_t(i) * stride); });
+#endif
+    for (int i = 0; i < count; ++i)
+        Add(colours + size_t(i) * stride);
+}
+
+void OrientedBoxAdder::AddAll(const unsigned char* pixels, int count)
+{
+#if ORBT_X86_SIMD
+    if (!OptimiserReference())
+        return AddAllSSE2(columns_, minimum_, maximum_, count, [pixels](int i) {
+        int32_t bits;
+        std::memcpy(&bits, pixels + 4 * i, 4);
+        const __m128i zero = _mm_setzero_si128();
+        return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
+    });
+#endif
+    for (int i = 0; i < count; ++i)
+    {
+        float colour[4];
+        ConvertIntPixelToFloat(pixels + 4 * i, colour);
+        Add(colour);
+    }
+}
+
 void OrientedBoxAdder::Finish()
 {
     std::copy_n(minimum_, 4, box_.minimum);

@@ -49,6 +49,10 @@ class OrientedBoxAdder
     OrientedBoxAdder(const OrientedBoxAdder&) = delete;
     OrientedBoxAdder& operator=(const OrientedBoxAdder&) = delete;
     void Add(const float* colour);
+    // Add for 'count' colours in order, 'stride' floats apart, or for 8-bit
+    // pixels; the bounds are held in registers meanwhile.
+    void AddAll(const float* colours, int count, int stride);
+    void AddAll(const unsigned char* pixels, int count);
     void Finish();
 
   private:

@@ -48,6 +48,20 @@ unsigned char RoundAndClamp(double value)
     return static_cast<unsigned char>(std::min(std::max(std::floor(value + 0.5), 0.0), 255.0));
 }
 
+#if ORBT_X86_SIMD
+inline __m128 Load(const unsigned char* pixel)
+{
+    int32_t bits;
+    std::memcpy(&bits, pixel, 4);
+    const __m128i zero = _mm_setzero_si128();
+    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
+}
+inline __m128 Load(const float* colour)
+{
+    return _mm_loadu_ps(colour);
+}
+#endif
+
 // Bounds, weighted sums and the covariance sum of a set of colours.
 struct Moments
 {
@@ -89,6 +103,47 @@ struct Moments
             sums[c] += double(w) * colour[c];
         UpdateCovarSumF(covar, w, colour);
         weight += w;
+    }
+    // Add for 'count' colours in order: 8-bit pixels, or floats four to a
+    // colour. The fast path holds the sums in registers meanwhile, each
+    // added to in the same order.
+    template <typename Channel>
+    void AddAll(const Channel* colours, const float* weights, int count)
+    {
+#if ORBT_X86_SIMD
+        if (!OptimiserReference())
+        {
+            __m128 low = _mm_loadu_ps(minimum), high = _mm_loadu_ps(maximum);
+            __m128d sum01 = _mm_loadu_pd(sums), sum23 = _mm_loadu_pd(sums + 2);
+            __m128d products[5];
+            for (int k = 0; k < 5; ++k)
+                products[k] = _mm_loadu_pd(covar + 2 * k);
+            double total = weight;
+            for (int i = 0; i < count; ++i)
+            {
+                const __m128 value = Load(colours + 4 * i);
+                // std::min (m, v) is v < m ? v : m, as minps (v, m); std::max likewise.
+                low = _mm_min_ps(value, low);
+                high = _mm_max_ps(value, high);
+                const __m128d c01 = _mm_cvtps_pd(value), c23 = _mm_cvtps_pd(_mm_movehl_ps(value, value));
+                const __m128d w = _mm_set1_pd(double(weights[i]));
+                sum01 = _mm_add_pd(sum01, _mm_mul_pd(w, c01));
+                sum23 = _mm_add_pd(sum23, _mm_mul_pd(w, c23));
+                AddCovarProducts(products, c01, c23, double(weights[i]));
+                total += weights[i];
+            }
+            _mm_storeu_ps(minimum, low);
+            _mm_storeu_ps(maximum, high);
+            _mm_storeu_pd(sums, sum01);
+            _mm_storeu_pd(sums + 2, sum23);
+            for (int k = 0; k < 5; ++k)
+                _mm_storeu_pd(covar + 2 * k, products[k]);
+            weight = total;
+            return;
+        }
+#endif
+        for (int i = 0; i < count; ++i)
+            Add(colours + 4 * i, weights[i]);
     }
     void Scale(double factor)
     {
@@ -148,7 +203,7 @@ struct StatsWork
     int pixelCount;
     std::unique_ptr<unsigned char[]> window;
     std::unique_ptr<unsigned char[]> labels, order;
-    std::unique_ptr<float[]> lowFrequency;
+    std::unique_ptr<float[]> lowFrequency, residuals;
     std::unique_ptr<InteriorPixel[]> interior;
     // The last pick in this block's window: a mode along the same axis over
     // the same pixels gets the same pair.
@@ -215,12 +270,12 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
     opaque.Reset();
     middle.Reset();
     int transparentCount = 0, centralCount = 0, centralTransparent = 0;
+    all.AddAll(window, weights, count);
     for (int i = 0; i < count; ++i)
     {
         const unsigned char* pixel = window + 4 * i;
         const bool transparent = IsTransparent(params, pixel);
         transparentCount += transparent;
-        all.Add(pixel, weights[i]);
         if (opaqueSeparate && !transparent)
             opaque.Add(pixel, weights[i]);
         else if (opaqueSeparate && generation1Of4bpp)
@@ -257,13 +312,16 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
 
     {
         OrientedBoxAdder all(region.AllBox.box), opaque(region.OpaqueBox.box), centre(region.CentralBox.box);
+        all.AddAll(window, count);
         for (int i = 0; i < count; ++i)
         {
             const unsigned char* pixel = window + 4 * i;
+            const bool toOpaque = opaqueSeparate && (allTransparent || !IsTransparent(params, pixel));
+            if (!toOpaque && !central[i])
+                continue;
             float colour[4];
             ConvertIntPixelToFloat(pixel, colour);
-            all.Add(colour);
-            if (opaqueSeparate && (allTransparent || !IsTransparent(params, pixel)))
+            if (toOpaque)
                 opaque.Add(colour);
             if (central[i])
                 centre.Add(colour);
@@ -436,15 +494,17 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
     opaque.Reset();
     InteriorPixel* interior = work.interior.get();
     int interiorCount = 0, interiorTransparent = 0;
+    float* residualOf = work.residuals.get();
+    for (int i = 0; i < width * height; ++i)
+        for (int c = 0; c < 4; ++c)
+            residualOf[4 * i + c] = float(window[4 * i + c]) - lowFrequency[4 * i + c];
+    residuals.AddAll(residualOf, weights, width * height);
     for (int v = 0, i = 0; v < height; ++v)
         for (int u = 0; u < width; ++u, ++i)
         {
             const unsigned char* pixel = window + 4 * i;
-            float residual[4];
-            for (int c = 0; c < 4; ++c)
-                residual[c] = float(pixel[c]) - lowFrequency[4 * i + c];
+            const float* residual = residualOf + 4 * i;
             const bool transparent = IsTransparent(params, pixel);
-            residuals.Add(residual, weights[i]);
             if (opaqueSeparate && !transparent)
                 opaque.Add(residual, weights[i]);
             if (u != 0 && u != innerRight && v != 0 && v != innerBottom)
@@ -480,12 +540,12 @@ void GenerateResidualStats(StatsWork& work, RegionStats* const* rows, uint32_t y
     if (!allInteriorTransparent)
     {
         OrientedBoxAdder residual(region.ResidualBox.box), opaqueResidual(region.ResidualOpaqueBox.box);
-        for (int i = 0; i < interiorCount; ++i)
-        {
-            residual.Add(interior[i].residual);
-            if (opaqueSeparate && !interior[i].transparent)
+        // The interior, row by row, as the list holds it.
+        for (int v = 1; v < innerBottom; ++v)
+            residual.AddAll(residualOf + 4 * (v * width + 1), innerRight - 1, 4);
+        for (int i = 0; opaqueSeparate && i < interiorCount; ++i)
+            if (!interior[i].transparent)
                 opaqueResidual.Add(interior[i].residual);
-        }
     }
     if (!opaqueSeparate)
         region.ResidualOpaqueBox.box = region.ResidualBox.box;
@@ -689,12 +749,15 @@ void* RunAGenerateStatsSetThread(void* argument)
     StatsRows(pair.index, args.threadCount, params.blocksHigh, first, end);
 
     const int pixelCount = params.windowWidth * params.windowHeight;
-    StatsWork work{args, params, pixelCount, InitPixelWindow(pixelCount), nullptr, nullptr, nullptr, nullptr};
+    StatsWork work{args, params, pixelCount, InitPixelWindow(pixelCount), nullptr, nullptr, nullptr, nullptr, nullptr};
     work.labels.reset(new (std::nothrow) unsigned char[pixelCount]);
     work.order.reset(new (std::nothrow) unsigned char[pixelCount]);
     if (args.phase == 1)
+    {
         work.lowFrequency.reset(new (std::nothrow) float[size_t(pixelCount) * 4]);
-    if (!work.labels || !work.order || (args.phase == 1 && !work.lowFrequency))
+        work.residuals.reset(new (std::nothrow) float[size_t(pixelCount) * 4]);
+    }
+    if (!work.labels || !work.order || (args.phase == 1 && (!work.lowFrequency || !work.residuals)))
     {
         std::fprintf(stderr, "PANIC!. Failed memory allocation in RunAGenerateStatsSetThread\n");
         return nullptr;
