@@ -467,12 +467,6 @@ void ClampToOrientedBBox(const OrientedBBox& box, float* colour)
                     projections[2] * box.axes[2][j] + projections[3] * box.axes[3][j];
 }
 
-void ConvertIntPixelToFloat(const unsigned char* colour, float* out)
-{
-    for (int i = 0; i < 4; ++i)
-        out[i] = float(colour[i]);
-}
-
 // ---- The word's colour grid ----
 
 void MapToRepresentableColours(bool isGeneration2, const float* a, const float* b, unsigned char* outA,

@@ -67,7 +67,11 @@ void OffsetOrientedBBox(OrientedBBox& box, const unsigned char* colour);
 float SizeOfOrientedBBox(const OrientedBBox& box);
 // Limits the colour's projections to the bounds, rebuilding it if any moved.
 void ClampToOrientedBBox(const OrientedBBox& box, float* colour);
-void ConvertIntPixelToFloat(const unsigned char* colour, float* out);
+inline void ConvertIntPixelToFloat(const unsigned char* colour, float* out)
+{
+    for (int i = 0; i < 4; ++i)
+        out[i] = float(colour[i]);
+}
 
 // ---- The word's colour grid ----
 
