@@ -215,7 +215,23 @@ struct StatsWork
         unsigned char a[4], b[4];
     };
     mutable Pick lastPick{};
+    // Whether a mode that starts from the central box (2, 6 and 12) fills
+    // its slot; where none does, the fast path leaves the box out.
+    bool centralBoxRead = true;
 };
+
+bool CentralBoxRead(const StatsThreadArgs& args)
+{
+    if (OptimiserReference())
+        return true;
+    const CompressParams& params = *args.params;
+    uint8_t modes[kMaxModeSlots];
+    const int count = ConstructListOfNeededModes(params.format, params.bitsPerPixel, params.isGeneration2, 0, modes);
+    for (int i = 0; i < count; ++i)
+        if ((modes[i] == 2 || modes[i] == 6 || modes[i] == 12) && !(args.hardModesUnread && IsHardMode(params, modes[i])))
+            return true;
+    return false;
+}
 
 std::unique_ptr<unsigned char[]> InitPixelWindow(int pixelCount)
 {
@@ -285,7 +301,8 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
         }
         if (central[i])
         {
-            middle.Add(pixel, 1.0f);
+            if (work.centralBoxRead)
+                middle.Add(pixel, 1.0f);
             ++centralCount;
             centralTransparent += transparent;
         }
@@ -308,7 +325,8 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
         region.OpaqueBox = region.AllBox;
     else
         SetColourBox(region.OpaqueBox, opaque);
-    SetColourBox(region.CentralBox, middle);
+    if (work.centralBoxRead)
+        SetColourBox(region.CentralBox, middle);
 
     {
         OrientedBoxAdder all(region.AllBox.box), opaque(region.OpaqueBox.box), centre(region.CentralBox.box);
@@ -317,13 +335,14 @@ void GenerateRawStats(StatsWork& work, RegionStats& region)
         {
             const unsigned char* pixel = window + 4 * i;
             const bool toOpaque = opaqueSeparate && (allTransparent || !IsTransparent(params, pixel));
-            if (!toOpaque && !central[i])
+            const bool toCentre = central[i] && work.centralBoxRead;
+            if (!toOpaque && !toCentre)
                 continue;
             float colour[4];
             ConvertIntPixelToFloat(pixel, colour);
             if (toOpaque)
                 opaque.Add(colour);
-            if (central[i])
+            if (toCentre)
                 centre.Add(colour);
         }
     }
@@ -750,6 +769,7 @@ void* RunAGenerateStatsSetThread(void* argument)
 
     const int pixelCount = params.windowWidth * params.windowHeight;
     StatsWork work{args, params, pixelCount, InitPixelWindow(pixelCount), nullptr, nullptr, nullptr, nullptr, nullptr};
+    work.centralBoxRead = CentralBoxRead(args);
     work.labels.reset(new (std::nothrow) unsigned char[pixelCount]);
     work.order.reset(new (std::nothrow) unsigned char[pixelCount]);
     if (args.phase == 1)
