@@ -29,10 +29,23 @@ namespace
 
 std::atomic<bool> gReferencePath{false};
 
-// The block records of one image in one anonymous mapping: zero pages that
-// the statistics threads fault in as they first write their rows, where a
-// zeroed allocation would clear them all on the caller's thread first.
-// Elsewhere, that zeroed allocation.
+// Address-checked builds keep each row of records an allocation of its own,
+// so that a read past a row's end is reported.
+#if defined(__SANITIZE_ADDRESS__)
+#define ORBT_RECORD_ROWS_APART 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ORBT_RECORD_ROWS_APART 1
+#endif
+#endif
+#if !defined(ORBT_RECORD_ROWS_APART) && !defined(__unix__)
+#define ORBT_RECORD_ROWS_APART 1
+#endif
+
+// The block records of one image, zeroed. On Unix one anonymous mapping, whose
+// zero pages the statistics threads fault in as they first write their rows,
+// where zeroed allocations would clear them all on the caller's thread first;
+// elsewhere, and in address-checked builds, a zeroed allocation per row.
 class RecordArena
 {
   public:
@@ -41,33 +54,47 @@ class RecordArena
     RecordArena& operator=(const RecordArena&) = delete;
     ~RecordArena()
     {
-#if defined(__unix__)
-        if (records_)
-            munmap(records_, bytes_);
+#if defined(ORBT_RECORD_ROWS_APART)
+        for (RegionStats* row : rows_)
+            std::free(row);
 #else
-        std::free(records_);
+        if (mapping_)
+            munmap(mapping_, bytes_);
 #endif
     }
 
-    bool Allocate(size_t count)
+    // Points rows[0 .. high) at rows of 'wide' records; -1, or the first row
+    // that could not be had.
+    int Allocate(uint32_t high, uint32_t wide, RegionStats** rows)
     {
-        if (count == 0 || count > SIZE_MAX / sizeof(RegionStats))
-            return false;
-        bytes_ = count * sizeof(RegionStats);
-#if defined(__unix__)
-        void* mapping = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        records_ = mapping == MAP_FAILED ? nullptr : static_cast<RegionStats*>(mapping);
+#if defined(ORBT_RECORD_ROWS_APART)
+        rows_.assign(high, nullptr);
+        for (uint32_t y = 0; y < high; ++y)
+            if (!(rows[y] = rows_[y] = static_cast<RegionStats*>(std::calloc(wide, sizeof(RegionStats)))))
+                return int(y);
+        return -1;
 #else
-        records_ = static_cast<RegionStats*>(std::calloc(count, sizeof(RegionStats)));
+        const size_t count = size_t(high) * wide;
+        if (count == 0 || count > SIZE_MAX / sizeof(RegionStats))
+            return 0;
+        bytes_ = count * sizeof(RegionStats);
+        void* mapping = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (mapping == MAP_FAILED)
+            return 0;
+        mapping_ = mapping;
+        for (uint32_t y = 0; y < high; ++y)
+            rows[y] = static_cast<RegionStats*>(mapping) + size_t(y) * wide;
+        return -1;
 #endif
-        return records_ != nullptr;
     }
-
-    RegionStats* Records() const { return records_; }
 
   private:
-    RegionStats* records_ = nullptr;
+#if defined(ORBT_RECORD_ROWS_APART)
+    std::vector<RegionStats*> rows_;
+#else
+    void* mapping_ = nullptr;
     size_t bytes_ = 0;
+#endif
 };
 
 // Runs 'routine' over the thread indices of one phase.
@@ -381,17 +408,14 @@ int SearchForImageRepresentatives(ImageBuffer* image, unsigned int format, unsig
     std::unique_ptr<ImgStats> stats(new (std::nothrow) ImgStats{});
     if (!stats)
         return outOfMemory();
-    // Every row's records come at once, so a failure is reported at the first.
     RecordArena arena;
-    if (!arena.Allocate(size_t(params.blocksWide) * params.blocksHigh))
+    if (const int failed = arena.Allocate(params.blocksHigh, params.blocksWide, stats->RegRow); failed >= 0)
     {
         std::fprintf(stderr, "%s:%s failed malloc @ %s:%d\n", "Panic", "pImgStats->RegRow[row]", "threadsupport",
                      __LINE__);
-        std::fprintf(stderr, "At row:%d\n", 0);
+        std::fprintf(stderr, "At row:%d\n", failed);
         return outOfMemory();
     }
-    for (uint32_t row = 0; row < params.blocksHigh; ++row)
-        stats->RegRow[row] = arena.Records() + size_t(row) * params.blocksWide;
     std::vector<float> linWeights, lowWeights;
     std::vector<unsigned char> central;
     try
