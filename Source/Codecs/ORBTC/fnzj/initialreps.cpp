@@ -402,12 +402,8 @@ void OrientedBoxAdder::AddAll(const unsigned char* pixels, int count)
 {
 #if ORBT_X86_SIMD
     if (!OptimiserReference())
-        return AddAllSSE2(columns_, minimum_, maximum_, count, [pixels](int i) {
-        int32_t bits;
-        std::memcpy(&bits, pixels + 4 * i, 4);
-        const __m128i zero = _mm_setzero_si128();
-        return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
-    });
+        return AddAllSSE2(columns_, minimum_, maximum_, count,
+                          [pixels](int i) { return LoadPixelSSE2(pixels + 4 * i); });
 #endif
     for (int i = 0; i < count; ++i)
     {

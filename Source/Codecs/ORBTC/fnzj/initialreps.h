@@ -6,8 +6,14 @@
 // for a block of one colour.
 
 #include <cstdint>
+#include <cstring>
 
 #include "Codecs/ORBTC/fnzj/wrapper.h"
+#include "Tools/ORBTSimd.h"
+
+#if ORBT_X86_SIMD
+#include <emmintrin.h>
+#endif
 
 namespace orbtexture
 {
@@ -72,6 +78,16 @@ inline void ConvertIntPixelToFloat(const unsigned char* colour, float* out)
     for (int i = 0; i < 4; ++i)
         out[i] = float(colour[i]);
 }
+#if ORBT_X86_SIMD
+// The same four floats in a vector.
+inline __m128 LoadPixelSSE2(const unsigned char* colour)
+{
+    int32_t bits;
+    std::memcpy(&bits, colour, 4);
+    const __m128i zero = _mm_setzero_si128();
+    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
+}
+#endif
 
 // ---- The word's colour grid ----
 

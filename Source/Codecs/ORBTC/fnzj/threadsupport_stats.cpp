@@ -51,10 +51,7 @@ unsigned char RoundAndClamp(double value)
 #if ORBT_X86_SIMD
 inline __m128 Load(const unsigned char* pixel)
 {
-    int32_t bits;
-    std::memcpy(&bits, pixel, 4);
-    const __m128i zero = _mm_setzero_si128();
-    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bits), zero), zero));
+    return LoadPixelSSE2(pixel);
 }
 inline __m128 Load(const float* colour)
 {
@@ -228,8 +225,11 @@ bool CentralBoxRead(const StatsThreadArgs& args)
     uint8_t modes[kMaxModeSlots];
     const int count = ConstructListOfNeededModes(params.format, params.bitsPerPixel, params.isGeneration2, 0, modes);
     for (int i = 0; i < count; ++i)
-        if ((modes[i] == 2 || modes[i] == 6 || modes[i] == 12) && !(args.hardModesUnread && IsHardMode(params, modes[i])))
+    {
+        const bool fromCentre = modes[i] == 2 || modes[i] == 6 || modes[i] == 12;
+        if (fromCentre && !(args.hardModesUnread && IsHardMode(params, modes[i])))
             return true;
+    }
     return false;
 }
 
