@@ -953,6 +953,48 @@ void SelectPalettes(const OptimiseWork::LaneGeometry& geometry, uint32_t places,
 
 } // namespace
 
+namespace
+{
+
+// The slot holding the forms of 'geometry' for 'punchThrough', made in the
+// least recently used slot when none does.
+OptimiseWork::LayoutSlot& LayoutFor(OptimiseWork& work, const OptimiseWork::LaneGeometry* geometry,
+                                    uint32_t punchThrough)
+{
+    OptimiseWork::LayoutSlot* oldest = &work.layoutSlots[0];
+    const OptimiseWork::LayoutSlot* sameGeometry = nullptr;
+    for (OptimiseWork::LayoutSlot& slot : work.layoutSlots)
+    {
+        if (slot.geometry == geometry && slot.punchThrough == punchThrough)
+        {
+            slot.lastUse = ++work.layoutUses;
+            return slot;
+        }
+        if (slot.geometry == geometry)
+            sameGeometry = &slot;
+        if (slot.lastUse < oldest->lastUse)
+            oldest = &slot;
+    }
+    OptimiseWork::LayoutSlot& slot = *oldest;
+    const bool whole = slot.geometry != geometry;
+    SelectForms(geometry->measured, geometry->measuredSource, punchThrough, whole, slot.measured);
+    SelectForms(geometry->settled, geometry->settledSource, punchThrough, whole, slot.settled);
+    if (sameGeometry && sameGeometry != &slot)
+    {
+        slot.measured.version = sameGeometry->measured.version;
+        slot.settled.version = sameGeometry->settled.version;
+    }
+    else if (whole)
+        for (LaneLayout* layout : {&slot.measured, &slot.settled})
+            layout->version = ++work.layoutVersions == 0 ? ++work.layoutVersions : work.layoutVersions;
+    slot.geometry = geometry;
+    slot.punchThrough = punchThrough;
+    slot.lastUse = ++work.layoutUses;
+    return slot;
+}
+
+} // namespace
+
 bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t centreMode, const uint32_t* modes,
                   uint32_t hardVariantMask, const bool* selfPositions, const NeighbourhoodReps& reps,
                   bool palettes)
@@ -983,22 +1025,16 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
     const uint32_t palettePlaces = geometry->paletteRisk & punchThrough;
     if (!geometry->usable || (palettePlaces != 0 && !palettes))
         return false;
-    if (work.layoutGeometry != geometry || work.layoutPunchThrough != punchThrough)
+    OptimiseWork::LayoutSlot& forms = LayoutFor(work, geometry, punchThrough);
+    if (palettePlaces != 0 && (work.paletteGeometry != geometry || work.palettePlaces != palettePlaces))
     {
-        const bool whole = work.layoutGeometry != geometry;
-        SelectForms(geometry->measured, geometry->measuredSource, punchThrough, whole, work.measured);
-        SelectForms(geometry->settled, geometry->settledSource, punchThrough, whole, work.settled);
-        if (whole)
-            for (LaneLayout* layout : {&work.measured, &work.settled})
-                layout->version = ++work.layoutVersions == 0 ? ++work.layoutVersions : work.layoutVersions;
-        if (palettePlaces != 0)
-            SelectPalettes(*geometry, palettePlaces, work.palette, work.paletteSources);
-        work.layoutGeometry = geometry;
-        work.layoutPunchThrough = punchThrough;
+        SelectPalettes(*geometry, palettePlaces, work.palette, work.paletteSources);
+        work.paletteGeometry = geometry;
+        work.palettePlaces = palettePlaces;
     }
     work.cache.valid = false;
-    LoadWindowLanes(work.lanes, work.measured, reps.reps, work.channels);
-    LoadWindowLanes(work.settledLanes, work.settled, reps.reps, work.channels);
+    LoadWindowLanes(work.lanes, forms.measured, reps.reps, work.channels);
+    LoadWindowLanes(work.settledLanes, forms.settled, reps.reps, work.channels);
     work.hasPaletteLanes = palettePlaces != 0;
     if (work.hasPaletteLanes)
         LoadPaletteLanes(work.paletteLanes, work.paletteColours, work.palette, work.paletteSources, reps.reps,

@@ -350,7 +350,9 @@ int InitOptimiseWork(OptimiseWork& work, const CompressParams& params)
     work.fitting = PackedFittingParams{};
     for (auto& geometry : work.geometries)
         geometry.reset();
-    work.layoutGeometry = nullptr;
+    for (OptimiseWork::LayoutSlot& slot : work.layoutSlots)
+        slot.geometry = nullptr;
+    work.paletteGeometry = nullptr;
     work.lanesReady = false;
     return InitialisePackedFittingParams(uint32_t(params.windowWidth * params.windowHeight), 0, 0, nullptr,
                                          work.fitting);

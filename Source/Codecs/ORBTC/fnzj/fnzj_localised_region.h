@@ -117,10 +117,23 @@ struct OptimiseWork
     // work's life.
     static constexpr int kGeometries = 1 << 9;
     std::unique_ptr<LaneGeometry> geometries[kGeometries];
-    const LaneGeometry* layoutGeometry = nullptr; // what 'measured' and 'settled' now hold
-    uint32_t layoutPunchThrough = 0;
-    uint32_t layoutVersions = 0; // the last version given to 'measured' or 'settled'
-    LaneLayout measured, settled;
+    // The forms of the (geometry, punch-through places) met most recently,
+    // so that a visit's modes, which differ in the block's own punch-through
+    // flag, and blocks with a neighbourhood of modes met before find theirs
+    // made. The slots of one geometry share its arrangement, so its versions.
+    struct LayoutSlot
+    {
+        const LaneGeometry* geometry = nullptr; // none while empty
+        uint32_t punchThrough = 0;
+        uint32_t lastUse = 0;
+        LaneLayout measured, settled;
+    };
+    static constexpr int kLayoutSlots = 16;
+    LayoutSlot layoutSlots[kLayoutSlots];
+    uint32_t layoutUses = 0;
+    uint32_t layoutVersions = 0; // the last version given to a slot's layout
+    const LaneGeometry* paletteGeometry = nullptr; // what 'palette' and 'paletteSources' hold
+    uint32_t palettePlaces = 0;
     // The palette pixels of the punch-through places now laid out, when
     // 'hasPaletteLanes' is set: their layout, sources, stored colours and lanes.
     bool hasPaletteLanes = false;

@@ -766,11 +766,12 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
     alignas(16) int16_t masked[9][8];
     for (int p = 0; p < 9; ++p)
         MaskPair(reps[p], masked[p]);
-    // The same arrangement of the same window (the modes of one visit
-    // differ in the punch-through form only) keeps its lanes but the
+    // The same arrangement (a version names one, whichever layout holds it)
+    // of the same window (the modes of one visit differ in the punch-through
+    // form only) keeps its lanes but the
     // punch-through ones: within a visit the pairs around the block are
     // fixed, and the block's own have no weight in the fixed sums.
-    const bool same = layout.version != 0 && lanes.layout == &layout && lanes.loadedVersion == layout.version &&
+    const bool same = layout.version != 0 && lanes.layout && lanes.loadedVersion == layout.version &&
                       lanes.loadedStamp == window.stamp;
     lanes.layout = &layout;
     lanes.loadedVersion = layout.version;
