@@ -962,7 +962,6 @@ OptimiseWork::LayoutSlot& LayoutFor(OptimiseWork& work, const OptimiseWork::Lane
                                     uint32_t punchThrough)
 {
     OptimiseWork::LayoutSlot* oldest = &work.layoutSlots[0];
-    const OptimiseWork::LayoutSlot* sameGeometry = nullptr;
     for (OptimiseWork::LayoutSlot& slot : work.layoutSlots)
     {
         if (slot.geometry == geometry && slot.punchThrough == punchThrough)
@@ -970,8 +969,6 @@ OptimiseWork::LayoutSlot& LayoutFor(OptimiseWork& work, const OptimiseWork::Lane
             slot.lastUse = ++work.layoutUses;
             return slot;
         }
-        if (slot.geometry == geometry)
-            sameGeometry = &slot;
         if (slot.lastUse < oldest->lastUse)
             oldest = &slot;
     }
@@ -979,14 +976,8 @@ OptimiseWork::LayoutSlot& LayoutFor(OptimiseWork& work, const OptimiseWork::Lane
     const bool whole = slot.geometry != geometry;
     SelectForms(geometry->measured, geometry->measuredSource, punchThrough, whole, slot.measured);
     SelectForms(geometry->settled, geometry->settledSource, punchThrough, whole, slot.settled);
-    if (sameGeometry && sameGeometry != &slot)
-    {
-        slot.measured.version = sameGeometry->measured.version;
-        slot.settled.version = sameGeometry->settled.version;
-    }
-    else if (whole)
-        for (LaneLayout* layout : {&slot.measured, &slot.settled})
-            layout->version = ++work.layoutVersions == 0 ? ++work.layoutVersions : work.layoutVersions;
+    slot.measured.version = geometry->measuredVersion;
+    slot.settled.version = geometry->settledVersion;
     slot.geometry = geometry;
     slot.punchThrough = punchThrough;
     slot.lastUse = ++work.layoutUses;
@@ -1020,6 +1011,8 @@ bool PrepareLanes(OptimiseWork& work, const CompressParams& params, uint32_t cen
         if (!slot)
             return false;
         BuildGeometry(work, params, hardFlags, selfPositions, *slot);
+        for (uint32_t* version : {&slot->measuredVersion, &slot->settledVersion})
+            *version = ++work.layoutVersions == 0 ? ++work.layoutVersions : work.layoutVersions;
     }
     const OptimiseWork::LaneGeometry* geometry = slot.get();
     const uint32_t palettePlaces = geometry->paletteRisk & punchThrough;

@@ -105,6 +105,7 @@ struct OptimiseWork
         bool usable;
         uint32_t paletteRisk; // places whose punch-through mode makes a palette pixel
         LaneLayout measured[2], settled[2]; // standard, punch-through
+        uint32_t measuredVersion, settledVersion; // the versions of their arrangements
         alignas(32) int16_t measuredSource[kLanePixels], settledSource[kLanePixels]; // 1 << place read
         // Every palette pixel of the punch-through form, in palette lanes;
         // the same pixels' lanes of that form in 'measured' and 'settled'
@@ -120,7 +121,7 @@ struct OptimiseWork
     // The forms of the (geometry, punch-through places) met most recently,
     // so that a visit's modes, which differ in the block's own punch-through
     // flag, and blocks with a neighbourhood of modes met before find theirs
-    // made. The slots of one geometry share its arrangement, so its versions.
+    // made. Their layouts carry their geometry's versions.
     struct LayoutSlot
     {
         const LaneGeometry* geometry = nullptr; // none while empty
@@ -131,7 +132,7 @@ struct OptimiseWork
     static constexpr int kLayoutSlots = 16;
     LayoutSlot layoutSlots[kLayoutSlots];
     uint32_t layoutUses = 0;
-    uint32_t layoutVersions = 0; // the last version given to a slot's layout
+    uint32_t layoutVersions = 0; // the last version given to a geometry
     const LaneGeometry* paletteGeometry = nullptr; // what 'palette' and 'paletteSources' hold
     uint32_t palettePlaces = 0;
     // The palette pixels of the punch-through places now laid out, when
