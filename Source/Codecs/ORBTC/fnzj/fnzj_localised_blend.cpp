@@ -951,11 +951,6 @@ void SelectPalettes(const OptimiseWork::LaneGeometry& geometry, uint32_t places,
     PadPaletteSources(sources, out.count);
 }
 
-} // namespace
-
-namespace
-{
-
 // The slot holding the forms of 'geometry' for 'punchThrough', made in the
 // least recently used slot when none does.
 OptimiseWork::LayoutSlot& LayoutFor(OptimiseWork& work, const OptimiseWork::LaneGeometry* geometry,

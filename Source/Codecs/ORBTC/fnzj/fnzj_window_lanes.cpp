@@ -768,10 +768,10 @@ void LoadWindowLanes(WindowLanes& lanes, const LaneLayout& layout, const unsigne
         MaskPair(reps[p], masked[p]);
     // The same arrangement (a version names one, whichever layout holds it)
     // of the same window (the modes of one visit differ in the punch-through
-    // form only) keeps its lanes but the
-    // punch-through ones: within a visit the pairs around the block are
-    // fixed, and the block's own have no weight in the fixed sums.
-    const bool same = layout.version != 0 && lanes.layout && lanes.loadedVersion == layout.version &&
+    // form only) keeps its lanes but the punch-through ones: within a visit
+    // the pairs around the block are fixed, and the block's own have no
+    // weight in the fixed sums.
+    const bool same = layout.version != 0 && lanes.loadedVersion == layout.version &&
                       lanes.loadedStamp == window.stamp;
     lanes.layout = &layout;
     lanes.loadedVersion = layout.version;
