@@ -9,7 +9,8 @@
 // demo shows (pixels 192 to 255 across, 80 to 143 down); without the
 // variable, a synthetic 512 x 512 picture. With ORBTEX_BENCH_LARGE set, also
 // a 2048 x 2048 tiling of the 512 x 512 photos. Each case runs on one thread
-// ("t1") and on every core ("tall").
+// ("t1") and on every core ("tall"). The table ends with ORBTCII's time over
+// ORBTC's for the cases this run has in both generations.
 
 #include <benchmark/benchmark.h>
 
@@ -179,5 +180,23 @@ int main(int argc, char** argv)
     std::printf("\n%-44s %12s %12s %7s\n", "case", "ref Mpx/s", "new Mpx/s", "ratio");
     for (const Row& row : Rows())
         std::printf("%-44s %12.4f %12.4f %7.2f\n", row.name.c_str(), row.reference, row.fast, row.fast / row.reference);
+    // ORBTCII's time over ORBTC's for the same image, quality and threads,
+    // on each path, where this run has both.
+    bool heading = false;
+    for (const Row& second : Rows())
+    {
+        if (second.name.rfind("ORBTCII4/", 0) != 0)
+            continue;
+        const std::string rest = second.name.substr(std::strlen("ORBTCII4/"));
+        for (const Row& first : Rows())
+            if (first.name == "ORBTC4/" + rest)
+            {
+                if (!heading)
+                    std::printf("\n%-44s %12s %12s\n", "ORBTCII time / ORBTC time", "ref", "new");
+                heading = true;
+                std::printf("%-44s %12.2f %12.2f\n", rest.c_str(), first.reference / second.reference,
+                            first.fast / second.fast);
+            }
+    }
     return 0;
 }
