@@ -101,9 +101,13 @@ const std::vector<BenchImage>& Images()
     return images;
 }
 
+// A case's name: the generation's prefix, then image, size, quality, threads.
+const char* const kGenerationPrefix[2] = {"ORBTC4/", "ORBTCII4/"};
+
 struct Row
 {
-    std::string name;
+    unsigned generation;
+    std::string place; // the name less the generation's prefix
     double reference, fast;
 };
 std::vector<Row>& Rows()
@@ -125,7 +129,7 @@ double Compress(const BenchImage& image, unsigned generation, unsigned quality, 
     return bytes == words.size() ? seconds : -1.0;
 }
 
-void BM_Optimiser(benchmark::State& state, const std::string& name, const BenchImage* image, unsigned generation,
+void BM_Optimiser(benchmark::State& state, const std::string& place, const BenchImage* image, unsigned generation,
                   unsigned quality, bool allThreads)
 {
     ORBTCSetProcessorCountOverride(allThreads ? 0 : 1);
@@ -147,7 +151,7 @@ void BM_Optimiser(benchmark::State& state, const std::string& name, const BenchI
     state.counters["ref_Mpx/s"] = megapixels / reference;
     state.counters["new_Mpx/s"] = megapixels / fast;
     state.counters["ratio"] = reference / fast;
-    Rows().push_back({name, megapixels / reference, megapixels / fast});
+    Rows().push_back({generation, place, megapixels / reference, megapixels / fast});
 }
 
 const int kRegistered = [] {
@@ -156,10 +160,10 @@ const int kRegistered = [] {
             for (unsigned quality : {2u, 4u, 8u})
                 for (bool all : {false, true})
                 {
-                    const std::string name = std::string(generation ? "ORBTCII4/" : "ORBTC4/") + image.name + "/" +
-                                             std::to_string(image.size) + "/q" + std::to_string(quality) +
-                                             (all ? "/tall" : "/t1");
-                    benchmark::RegisterBenchmark(name.c_str(), BM_Optimiser, name, &image, generation, quality,
+                    const std::string place = image.name + "/" + std::to_string(image.size) + "/q" +
+                                              std::to_string(quality) + (all ? "/tall" : "/t1");
+                    const std::string name = kGenerationPrefix[generation] + place;
+                    benchmark::RegisterBenchmark(name.c_str(), BM_Optimiser, place, &image, generation, quality,
                                                  all)
                         ->Unit(benchmark::kMillisecond)
                         ->UseRealTime()
@@ -179,24 +183,20 @@ int main(int argc, char** argv)
     benchmark::Shutdown();
     std::printf("\n%-44s %12s %12s %7s\n", "case", "ref Mpx/s", "new Mpx/s", "ratio");
     for (const Row& row : Rows())
-        std::printf("%-44s %12.4f %12.4f %7.2f\n", row.name.c_str(), row.reference, row.fast, row.fast / row.reference);
+        std::printf("%-44s %12.4f %12.4f %7.2f\n", (kGenerationPrefix[row.generation] + row.place).c_str(),
+                    row.reference, row.fast, row.fast / row.reference);
     // ORBTCII's time over ORBTC's for the same image, quality and threads,
     // on each path, where this run has both.
     bool heading = false;
     for (const Row& second : Rows())
-    {
-        if (second.name.rfind("ORBTCII4/", 0) != 0)
-            continue;
-        const std::string rest = second.name.substr(std::strlen("ORBTCII4/"));
         for (const Row& first : Rows())
-            if (first.name == "ORBTC4/" + rest)
+            if (second.generation == 1 && first.generation == 0 && first.place == second.place)
             {
                 if (!heading)
                     std::printf("\n%-44s %12s %12s\n", "ORBTCII time / ORBTC time", "ref", "new");
                 heading = true;
-                std::printf("%-44s %12.2f %12.2f\n", rest.c_str(), first.reference / second.reference,
+                std::printf("%-44s %12.2f %12.2f\n", first.place.c_str(), first.reference / second.reference,
                             first.fast / second.fast);
             }
-    }
     return 0;
 }
